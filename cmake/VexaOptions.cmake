@@ -1,0 +1,37 @@
+# How everything is compiled and linked.
+#   vexa_options          compile and link options of all code
+#   vexa_program_options  link options of the program alone
+#   VEXA_CRYPT_LIBRARY    the library that holds crypt()
+
+add_library(vexa_options INTERFACE)
+add_library(vexa_program_options INTERFACE)
+
+target_compile_options(vexa_options INTERFACE -Wall -Wextra -Wpedantic)
+if(VEXA_STRICT)
+  target_compile_options(vexa_options INTERFACE -Wconversion -Werror)
+endif()
+
+if(VEXA_SANITIZE)
+  set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
+  target_compile_options(vexa_options INTERFACE ${sanitizers} -fno-omit-frame-pointer)
+  target_link_options(vexa_options INTERFACE ${sanitizers})
+endif()
+
+# A request is a new process, so what the dynamic linker does before main is paid on every page:
+# the C++ runtime is linked into the program, unused sections are dropped, and functions of the C
+# library are bound when first called, because a page needs few of the many that are linked.
+if(VEXA_FAST_START)
+  target_compile_options(vexa_options INTERFACE -ffunction-sections -fdata-sections
+    -fvisibility=hidden -fvisibility-inlines-hidden)
+  target_link_options(vexa_program_options INTERFACE -static-libstdc++ -static-libgcc
+    -Wl,--gc-sections -Wl,--as-needed -Wl,-O1 -Wl,--hash-style=gnu -Wl,-z,lazy -s)
+endif()
+
+# crypt() is needed by few pages: linked statically, no other page pays for loading its library.
+set(VEXA_CRYPT_LIBRARY crypt)
+if(VEXA_FAST_START)
+  find_library(VEXA_STATIC_CRYPT libcrypt.a)
+  if(VEXA_STATIC_CRYPT)
+    set(VEXA_CRYPT_LIBRARY ${VEXA_STATIC_CRYPT})
+  endif()
+endif()
