@@ -1,0 +1,176 @@
+"""What the system tests share: named cases, the counts at the end, and a running web server.
+
+A test file makes a Suite, registers functions with @suite.case("name"), and calls suite.main().
+A case fails when it raises; `expect` raises with both values in the message.
+"""
+
+import argparse
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import traceback
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+
+
+class Failure(Exception):
+    """Something was not as expected; the text says what."""
+
+
+def expect(what, actual, expected):
+    if actual != expected:
+        raise Failure(f"{what}:\n    expected {expected!r}\n    actual   {actual!r}")
+
+
+def expect_in(what, text, part):
+    if part not in text:
+        raise Failure(f"{what}: {part!r} is not in {text!r}")
+
+
+class Suite:
+    def __init__(self, name):
+        self.name = name
+        self.cases = []
+        self.build = None  # The build directory, known once main() has read the arguments.
+
+    def case(self, name):
+        def register(function):
+            self.cases.append((name, function))
+            return function
+
+        return register
+
+    def main(self, fixture=None):
+        """Runs the cases. `fixture`, a context manager made with the build directory, surrounds
+        them all; what it yields is the argument of every case."""
+        parser = argparse.ArgumentParser()
+        parser.add_argument("--build", required=True, type=pathlib.Path)
+        parser.add_argument("--filter", default="")
+        options = parser.parse_args()
+        self.build = options.build.resolve()
+        chosen = [case for case in self.cases if options.filter in f"{self.name}: {case[0]}"]
+        passed = failed = 0
+        if chosen and fixture is not None:
+            try:
+                with fixture(self.build) as value:
+                    passed, failed = self._run(chosen, (value,))
+            except Failure as failure:
+                print(f"FAIL {self.name}: {failure}")
+                failed += 1
+        else:
+            passed, failed = self._run(chosen, ())
+        print(f"{passed} passed, {failed} failed")
+        return 1 if failed else 0
+
+    def _run(self, cases, arguments):
+        passed = failed = 0
+        for name, function in cases:
+            try:
+                function(*arguments)
+            except Failure as failure:
+                print(f"FAIL {self.name}: {name}\n  {failure}")
+                failed += 1
+            except Exception:  # A case that stumbles is a failed case, not the end of the others.
+                print(f"FAIL {self.name}: {name}\n{traceback.format_exc()}")
+                failed += 1
+            else:
+                print(f"PASS {self.name}: {name}")
+                passed += 1
+        return passed, failed
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class WebServer:
+    """lighttpd on a free port of 127.0.0.1, with a site of its own below a temporary directory:
+    `site` is the script directory, `data` the data directory. A context manager."""
+
+    STARTUP_SECONDS = 20
+
+    def __init__(self, build):
+        self.program = build / "vexa"
+
+    def __enter__(self):
+        # As realpath: the program refuses script directories that lie behind links.
+        self.directory = pathlib.Path(os.path.realpath(tempfile.mkdtemp(prefix="vexa-web-")))
+        self.site = self.directory / "site"
+        self.data = self.directory / "data"
+        for directory in (self.site, self.data, self.directory / "tmp"):
+            directory.mkdir()
+        shutil.copy(self.program, self.directory / "vexa")
+        (self.directory / "vexa.conf").write_text(
+            f"vexaroot={self.site}\nstdmodedatadir={self.data}\n"
+            f"tempdir={self.directory}/tmp\nserveradmin=admin@example.com\n")
+        self.port = free_port()
+        config = subprocess.run(
+            [ROOT / "scripts/web-server-config", self.directory / "vexa", self.site,
+             self.directory, str(self.port)],
+            check=True, capture_output=True, text=True).stdout
+        (self.directory / "lighttpd.conf").write_text(config)
+        self.log = open(self.directory / "server.log", "w+b")
+        self.server = subprocess.Popen(
+            [shutil.which("lighttpd") or "/usr/sbin/lighttpd", "-D", "-f",
+             self.directory / "lighttpd.conf"],
+            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+        try:
+            self._wait_until_it_answers()
+        except Failure:
+            self.__exit__()
+            raise
+        return self
+
+    def _wait_until_it_answers(self):
+        end = time.monotonic() + self.STARTUP_SECONDS
+        while time.monotonic() < end:
+            if self.server.poll() is not None:
+                self.log.seek(0)
+                raise Failure(f"the web server ended: {self.log.read().decode()}")
+            try:
+                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                return
+            except OSError:
+                time.sleep(0.05)
+        raise Failure("the web server does not answer")
+
+    def __exit__(self, *ignored):
+        self.server.send_signal(signal.SIGTERM)
+        self.server.wait()
+        self.log.close()
+        shutil.rmtree(self.directory)
+
+    def write(self, name, text):
+        path = self.site / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(text if isinstance(text, bytes) else text.encode())
+
+    def url(self, path):
+        return f"http://127.0.0.1:{self.port}{path}"
+
+    def curl(self, path, *arguments):
+        """The response to a request made by curl: (status, headers, body), all as text, the bytes
+        as Latin-1."""
+        done = subprocess.run(
+            ["curl", "--silent", "--show-error", "--include", "--max-time", "60",
+             "--header", "Expect:", *arguments, self.url(path)],
+            stdin=subprocess.DEVNULL, capture_output=True)
+        if done.returncode != 0:
+            raise Failure(f"curl {path}: {done.stderr.decode()}")
+        head, _, body = done.stdout.decode("latin-1").partition("\r\n\r\n")
+        lines = head.split("\r\n")
+        return int(lines[0].split()[1]), lines[1:], body
+
+    def page(self, path, *arguments):
+        """The body of a response that must have the status 200."""
+        status, _, body = self.curl(path, *arguments)
+        expect(f"status of {path}", status, 200)
+        return body
