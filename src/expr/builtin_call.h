@@ -1,0 +1,58 @@
+// BuiltinCall: all that a built-in function sees of the world. Arguments are fetched by their
+// position (from 0) in the reading that the function wants; the result is text.
+
+#ifndef VEXA_EXPR_BUILTIN_CALL_H_
+#define VEXA_EXPR_BUILTIN_CALL_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "core/number.h"
+#include "core/string.h"
+#include "expr/expression_context.h"
+#include "vexa.h"
+
+class BuiltinCall {
+ public:
+  // Everything is borrowed. REQUIRES: as many arguments as the function has parameters; `result`
+  // is empty and none of the arguments.
+  BuiltinCall(ExpressionContext& context, std::span<String> arguments, String& result)
+      : context_(context), arguments_(arguments), result_(result) {}
+
+  [[nodiscard]] Vexa& host() const { return context_.host(); }
+  [[nodiscard]] ExpressionContext& context() const { return context_; }
+  // The argument itself; a built-in may take its storage.
+  [[nodiscard]] String& Text(size_t i) const { return arguments_[i]; }
+  // The argument as a number: its longest numeric prefix, 0 when there is none. Integers saturate
+  // at 32 and 64 bits.
+  [[nodiscard]] double Real(size_t i) const { return ReadReal(arguments_[i]); }
+  [[nodiscard]] int32_t Integer(size_t i) const { return ReadInteger(arguments_[i]); }
+  [[nodiscard]] int64_t Integer64(size_t i) const { return ReadInteger64(arguments_[i]); }
+
+  // Sets the result; it is the empty text until then. Return true, so that a built-in can end
+  // with `return call.Return(...)`. A view may be a part of an argument.
+  bool Return(std::string_view text) const {
+    result_ = text;
+    return true;
+  }
+  bool Return(String&& text) const {
+    result_ = std::move(text);
+    return true;
+  }
+  bool ReturnInteger(int64_t value) const { return Return(PrintInteger(value)); }
+  bool ReturnReal(double value) const { return Return(PrintReal(value)); }
+  bool ReturnFlag(bool value) const { return Return(std::string_view(value ? "1" : "0")); }
+
+ private:
+  ExpressionContext& context_;
+  std::span<String> arguments_;
+  String& result_;
+};
+
+// A built-in function's work. False when the script must stop (the error was reported).
+using BuiltinHandler = bool (*)(const BuiltinCall& call);
+
+#endif  // VEXA_EXPR_BUILTIN_CALL_H_

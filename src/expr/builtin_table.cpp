@@ -1,0 +1,153 @@
+// The rows stand in the order of the manual. The slots of the hash table are filled by the
+// compiler; a name that is no built-in usually ends its search at the first empty slot.
+
+#include "expr/builtin_table.h"
+
+#include <math.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "core/text.h"
+#include "expr/builtins_files.h"
+#include "expr/builtins_host.h"
+#include "expr/builtins_math.h"
+#include "expr/builtins_text.h"
+#include "expr/builtins_time.h"
+
+namespace {
+
+constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
+    {"time_t_month", "time_t, time_zone", BuiltinTimeMonth},
+    {"time_t_year", "time_t, time_zone", BuiltinTimeYear},
+    {"time_t_hour", "time_t, time_zone", BuiltinTimeHour},
+    {"time_t_min", "time_t, time_zone", BuiltinTimeMin},
+    {"time_t_sec", "time_t, time_zone", BuiltinTimeSec},
+    {"time_t_dayofweek", "time_t, time_zone", BuiltinTimeDayOfWeek},
+    {"time_t_dayofmonth", "time_t, time_zone", BuiltinTimeDayOfMonth},
+    {"time_t_dayofyear", "time_t, time_zone", BuiltinTimeDayOfYear},
+    {"timezone", "", BuiltinTimezone},
+    {"mktime_t", "year, month, dayofmonth, hours, minutes, seconds, time_zone", BuiltinMktime},
+    {"asciivalue", "char", BuiltinAsciivalue},
+    {"asciichar", "ascii", BuiltinAsciichar},
+    {"substring", "string, start, length", BuiltinSubstring},
+    {"isalpha", "string", BuiltinIsalpha},
+    {"isupper", "string", BuiltinIsupper},
+    {"islower", "string", BuiltinIslower},
+    {"isdigit", "string", BuiltinIsdigit},
+    {"isxdigit", "string", BuiltinIsxdigit},
+    {"isalnum", "string", BuiltinIsalnum},
+    {"isspace", "string", BuiltinIsspace},
+    {"ispunct", "string", BuiltinIspunct},
+    {"isprint", "string", BuiltinIsprint},
+    {"isgraph", "string", BuiltinIsgraph},
+    {"iscntrl", "string", BuiltinIscntrl},
+    {"isascii", "string", BuiltinIsascii},
+    {"rtrim", "string", BuiltinRtrim},
+    {"ltrim", "string", BuiltinLtrim},
+    {"toupper", "string", BuiltinToupper},
+    {"tolower", "string", BuiltinTolower},
+    {"len", "string", BuiltinLen},
+    {"padl", "string, length, pad", BuiltinPadl},
+    {"padr", "string, length, pad", BuiltinPadr},
+    {"glosub", "string, search, replace", BuiltinGlosub},
+    {"gettoken", "string, separators, position", BuiltinGettoken},
+    {"abs", "number", BuiltinReal<::fabs>},
+    {"acos", "number", BuiltinReal<::acos>},
+    {"asin", "number", BuiltinReal<::asin>},
+    {"atan", "number", BuiltinReal<::atan>},
+    {"ceil", "number", BuiltinReal<::ceil>},
+    {"cos", "number", BuiltinReal<::cos>},
+    {"cosh", "number", BuiltinReal<::cosh>},
+    {"exp", "number", BuiltinReal<::exp>},
+    {"floor", "number", BuiltinReal<::floor>},
+    {"log", "number", BuiltinReal<::log>},
+    {"log10", "number", BuiltinReal<::log10>},
+    {"sin", "number", BuiltinReal<::sin>},
+    {"sinh", "number", BuiltinReal<::sinh>},
+    {"sqrt", "number", BuiltinReal<::sqrt>},
+    {"tan", "number", BuiltinReal<::tan>},
+    {"tanh", "number", BuiltinReal<::tanh>},
+    {"atan2", "x, y", BuiltinReal<::atan2>},
+    {"fmod", "x, y", BuiltinReal<::fmod>},
+    {"int", "number", BuiltinInt},
+    {"power", "number, mantissa", BuiltinReal<::pow>},
+    {"rnd", "number, num_places", BuiltinRnd},
+    {"random", "maximum", BuiltinRandom},
+    {"fexists", "path", BuiltinFexists},
+    {"sexists", "path", BuiltinSexists},
+    {"fmkdir", "path", BuiltinFmkdir},
+    {"smkdir", "path", BuiltinSmkdir},
+    {"fdelete", "path", BuiltinFdelete},
+    {"sdelete", "path", BuiltinSdelete},
+    {"fcopy", "source, dest", BuiltinFcopy},
+    {"scopy", "source, dest", BuiltinScopy},
+    {"fscopy", "source, dest", BuiltinFscopy},
+    {"sfcopy", "source, dest", BuiltinSfcopy},
+    {"frename", "source, dest", BuiltinFrename},
+    {"srename", "source, dest", BuiltinSrename},
+    {"fsrename", "source, dest", BuiltinFsrename},
+    {"sfrename", "source, dest", BuiltinSfrename},
+    {"fchmod", "path, mode", BuiltinFchmod},
+    {"schmod", "path, mode", BuiltinSchmod},
+    {"fsize", "path", BuiltinFsize},
+    {"ssize", "path", BuiltinSsize},
+    {"fmode", "path", BuiltinFmode},
+    {"smode", "path", BuiltinSmode},
+    {"fsymlink", "source, dest", BuiltinFsymlink},
+    {"ssymlink", "source, dest", BuiltinSsymlink},
+    {"encodeattribute", "attribute", BuiltinEncodeattribute},
+    {"decodeattribute", "attribute", BuiltinDecodeattribute},
+    {"encodeentities", "string", BuiltinEncodeentities},
+    {"decodeentities", "string", BuiltinDecodeentities},
+    {"makesessionid", "", BuiltinMakesessionid},
+    {"vexa_getvarlist", "scope", BuiltinGetvarlist},
+    {"vexa_package_list", "", BuiltinPackageList},
+    {"vexa_package_name", "code", BuiltinPackageName},
+    {"vexa_package_description", "code", BuiltinPackageDescription},
+    {"vexa_package_version", "code", BuiltinPackageVersion},
+    {"vexa_package_defaultpath", "code", BuiltinPackageDefaultpath},
+    {"vexa_package_extract", "code, directory, license", BuiltinPackageExtract},
+    {"vexa_setlanguage", "language", BuiltinSetlanguage},
+    {"vexa_setdefaultlanguage", "language", BuiltinSetdefaultlanguage},
+}};
+
+constexpr size_t kSlots = 256;  // A power of two, well above the number of rows.
+
+constexpr size_t HashOf(std::string_view name) {
+  uint32_t hash = 2166136261U;
+  for (const char c : name) {
+    hash = (hash ^ static_cast<unsigned char>(ToLower(c))) * 16777619U;
+  }
+  return (hash ^ (hash >> 16)) % kSlots;
+}
+
+// The row number + 1 of the built-in in each slot, 0 for an empty slot. A row whose slot is taken
+// stands in the next free one.
+constexpr std::array<uint8_t, kSlots> FillSlots() {
+  std::array<uint8_t, kSlots> slots{};
+  for (size_t row = 0; row < kBuiltinCount; ++row) {
+    size_t slot = HashOf(kBuiltins[row].name());
+    while (slots[slot] != 0) slot = (slot + 1) % kSlots;
+    slots[slot] = static_cast<uint8_t>(row + 1);
+  }
+  return slots;
+}
+constexpr std::array<uint8_t, kSlots> kRowsBySlot = FillSlots();
+
+// A row left out would be an element without a name.
+static_assert(!kBuiltins.back().name().empty());
+
+}  // namespace
+
+const BuiltinFunction* FindBuiltin(std::string_view name) {
+  for (size_t slot = HashOf(name); kRowsBySlot[slot] != 0; slot = (slot + 1) % kSlots) {
+    const BuiltinFunction& row = kBuiltins[kRowsBySlot[slot] - 1];
+    if (EqualsIgnoreCase(row.name(), name)) return &row;
+  }
+  return nullptr;
+}
+
+std::span<const BuiltinFunction, kBuiltinCount> Builtins() { return kBuiltins; }

@@ -1,0 +1,17 @@
+#include "expr/builtins_math.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "core/number.h"
+
+bool BuiltinInt(const BuiltinCall& call) { return call.ReturnInteger(call.Integer(0)); }
+
+bool BuiltinRnd(const BuiltinCall& call) {
+  return call.Return(PrintRounded(call.Real(0), call.Integer(1)));
+}
+
+bool BuiltinRandom(const BuiltinCall& call) {
+  const int64_t maximum = call.Integer(0);
+  return call.ReturnInteger(maximum < 1 ? 0 : std::rand() % (maximum + 1));
+}
