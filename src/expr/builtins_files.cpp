@@ -3,6 +3,7 @@
 
 #include "expr/builtins_files.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
@@ -37,21 +38,28 @@ struct Roots {
   PathType destination;
 };
 
+// The argument between quotes as a message shows it: a path often comes from the request, and
+// messages are HTML.
+String Quoted(const BuiltinCall& call, size_t i) {
+  String shown = EntityEncoded(call.Text(i));
+  shown.gsub(std::string_view("\0", 1), "\\0");
+  return String::Concat({"'", shown, "'"});
+}
+
+// `paths` and `reason` are HTML.
 bool ReportFailure(const BuiltinCall& call, const Action& action, std::string_view paths,
                    std::string_view reason) {
   call.ReturnFlag(false);
-  const String message =
-      String::Concat({"Error ", action.doing, " ", paths, " in ", action.function, ": ", reason});
-  // A path often comes from the request, and messages are HTML.
-  return call.context().ReportFileError(EntityEncoded(message));
+  return call.context().ReportFileError(
+      String::Concat({"Error ", action.doing, " ", paths, " in ", action.function, ": ", reason}));
 }
 
 // A failure of a function with one path, and of one with a source and a destination.
 bool FailOne(const BuiltinCall& call, const Action& action, std::string_view reason) {
-  return ReportFailure(call, action, String::Concat({"'", call.Text(0), "'"}), reason);
+  return ReportFailure(call, action, Quoted(call, 0), reason);
 }
 bool FailTwo(const BuiltinCall& call, const Action& action, std::string_view reason) {
-  const String paths = String::Concat({"'", call.Text(0), "' to '", call.Text(1), "'"});
+  const String paths = String::Concat({Quoted(call, 0), " to ", Quoted(call, 1)});
   return ReportFailure(call, action, paths, reason);
 }
 

@@ -260,7 +260,7 @@ TEST_F(BuiltinsTest, ArithmeticOnPositionsDoesNotOverflow) {
 
 TEST_F(BuiltinsTest, ARefusedPathIsReportedWithoutTouchingAFile) {
   // The host has no file manager, so that reaching it would end the test.
-  script_.fake().refusal = "'<b>' is not contained in the configured data directory";
+  script_.fake().refusal = "'&lt;b&gt;' is not contained in the configured data directory";
   EXPECT_EQ(Call("fdelete", {"<b>"}), "0");
   EXPECT_TRUE(went_on_);
   EXPECT_EQ(Call("sfcopy", {"<b>", "c"}), "0");
