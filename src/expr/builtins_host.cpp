@@ -1,3 +1,5 @@
+// Thin calls of what the host and the encodings offer.
+
 #include "expr/builtins_host.h"
 
 #include <span>

@@ -1,3 +1,5 @@
+// The three functions that are more than a function of the C library on its arguments.
+
 #include "expr/builtins_math.h"
 
 #include <cstdint>
