@@ -1,0 +1,169 @@
+#!/usr/bin/env python3
+"""The program behind a real web server, asked by a real client: what only shows when server,
+program and client each do their part."""
+
+import concurrent.futures
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import time
+
+from harness import Failure, Suite, WebServer, expect, expect_in
+
+suite = Suite("web")
+
+
+@suite.case("a directory shows its default page, and plain files are delivered as they are")
+def _(server):
+    server.write("index.vx", "start <VxEVAL EXPR=1 + 1>\n")
+    server.write("sub/index.vx", "below\n")
+    server.write("style.css", "body { }\n")
+    expect("/", server.page("/"), "start 2\n")
+    expect("/index.vx", server.page("/index.vx"), "start 2\n")
+    expect("/sub/", server.page("/sub/"), "below\n")
+    expect("/style.css", server.page("/style.css"), "body { }\n")
+
+
+@suite.case("the headers are those of the script")
+def _(server):
+    server.write("index.vx", "x\n")
+    status, headers, _ = server.curl("/")
+    expect("status", status, 200)
+    types = [line for line in headers if line.lower().startswith("content-type:")]
+    expect("content type", types, ["Content-type: text/html"])
+    cookies = [line for line in headers if line.startswith("Set-Cookie:")]
+    expect("cookies", len(cookies), 1)
+    caller = re.search(r"zdxcallerid=([0-9A-F]{32});", cookies[0])
+    if not caller:
+        raise Failure(f"no caller id in {cookies[0]!r}")
+    # A visitor who comes back keeps the id.
+    _, headers, _ = server.curl("/", "--cookie", f"zdxcallerid={caller[1]}")
+    expect_in("second cookie", "\n".join(headers), f"Set-Cookie: zdxcallerid={caller[1]};")
+
+
+@suite.case("the arguments of a link are decoded")
+def _(server):
+    server.write("q.vx", "[&[a]|&[b]|&[c]|&[nargs]|&[arg1]]")
+    expect("plain", server.page("/q.vx?a=1&b=two"), "[1|two||1|q.vx]")
+    expect("encoded", server.page("/q.vx?a=%41+B&b=x%3Dy%26z&c=p=q"), "[A B|x=y&z|p=q|1|q.vx]")
+    expect("repeated", server.page("/q.vx?a=1&a=2&b"), "[1,2|b||1|q.vx]")
+    expect("bytes", server.page("/q.vx?a=%C3%A9%FF"), "[\xc3\xa9\xff|||1|q.vx]")
+
+
+@suite.case("a form arrives whole, however long")
+def _(server):
+    server.write("f.vx", "[&[name:entities]|<VxEVAL EXPR=len(text)>|&[system.REQUEST_METHOD]]")
+    expect("short", server.page("/f.vx", "--data-urlencode", "name=A & <B>", "--data-urlencode",
+                                "text=1+1=2"), "[A &amp; &lt;B&gt;|5|POST]")
+    body = server.directory / "body"
+    body.write_bytes(b"text=" + b"x%20" * 100_000 + b"&name=last")
+    expect("long", server.page("/f.vx", "--data-binary", f"@{body}"), "[last|200000|POST]")
+    expect("empty", server.page("/f.vx", "--data", ""), "[|0|POST]")
+
+
+@suite.case("what a link says is never taken for a script")
+def _(server):
+    server.write("e.vx", "[&[a:entities]]")
+    body = server.page("/e.vx?a=%3CVxEVAL+EXPR%3D1%2B1%3E%3Cscript%3E%26%5Bb%5D&b=seen")
+    expect("page", body, "[&lt;VxEVAL EXPR=1+1&gt;&lt;script&gt;&amp;[b]]")
+    body = server.curl("/%3Cscript%3Ealert(1)%3C%2Fscript%3E.vx")[2]
+    if "<script>" in body:
+        raise Failure(f"the error page repeats the link's markup: {body!r}")
+
+
+@suite.case("a request for what is not there ends in a clean page")
+def _(server):
+    server.write("index.vx", "x\n")
+    expect_in("missing script", server.curl("/missing.vx")[2], "Unable to open missing.vx")
+    expect("missing file", server.curl("/missing.txt")[0], 404)
+    outside = server.curl("/cgi-bin/vexa/..%2f..%2fvexa.conf", "--path-as-is")[2]
+    if "vexaroot" in outside:
+        raise Failure("the configuration was delivered")
+    for path in ("/index.vx", "/index%2evx", "/sub/..%2findex.vx"):
+        server.write("index.vx", "<VxASSIGN NAME=\"a\" VALUE=\"b\">x")
+        body = server.curl(path)[2]
+        if "VxASSIGN" in body:
+            raise Failure(f"{path} delivered the text of the script")
+
+
+@suite.case("an error in a script leaves what stands before it and names its place")
+def _(server):
+    server.write("bad.vx", "before\n<VxLET>\nafter\n")
+    body = server.page("/bad.vx")
+    expect("start", body.startswith("before\n"), True)
+    expect_in("message", body, "bad.vx: Line 2: Syntax Error: ")
+
+
+@suite.case("a HEAD request has no body")
+def _(server):
+    server.write("index.vx", "text of the page\n")
+    status, headers, body = server.curl("/", "--head")
+    expect("status", status, 200)
+    expect("body", body, "")
+    expect_in("headers", "\n".join(headers), "Content-type: text/html")
+
+
+@suite.case("a long page arrives whole")
+def _(server):
+    server.write("long.vx", "<VxLET i=0><VxWHILE EXPR=\"i LT 20000\">&[i] some text of a line\n"
+                            "<VxLET i=i + 1></VxWHILE>")
+    body = server.page("/long.vx")
+    expect("page", body == "".join(f"{i} some text of a line\n\n" for i in range(20000)), True)
+
+
+@suite.case("simultaneous requests do not see each other")
+def _(server):
+    server.write("many.vx", "<VxLET i=0><VxWHILE EXPR=\"i LT 300\"><VxLET i=i + 1></VxWHILE>"
+                            "[&[a]|&[b]|&[i]]")
+
+    def request(number):
+        if number % 2:
+            return server.page(f"/many.vx?a={number}", "--data", f"b={number}")
+        return server.page(f"/many.vx?a={number}&b={number}")
+
+    with concurrent.futures.ThreadPoolExecutor(16) as pool:
+        bodies = list(pool.map(request, range(200)))
+    expect("pages", bodies, [f"[{n}|{n}|300]" for n in range(200)])
+
+
+@suite.case("a program whose client has gone away ends")
+def _(server):
+    server.write("endless.vx", "<VxWHILE EXPR=\"1 EQ 1\">text\n</VxWHILE>")
+    client = subprocess.Popen(["curl", "--silent", "--limit-rate", "1000",
+                               server.url("/endless.vx")],
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+    client.stdout.read(4)
+    expect("programs while the client reads", len(programs_of(server)), 1)
+    client.kill()
+    client.wait()
+    client.stdout.close()
+    # Far less than the time limit of a script, which would end it too.
+    wait_until(lambda: not programs_of(server), 45, "the program still runs")
+    server.write("index.vx", "x\n")
+    expect("next request", server.page("/"), "x\n")
+
+
+def programs_of(server):
+    """The process ids of the server's running Vexa programs."""
+    found = []
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            if entry.name.isdigit() and os.readlink(entry / "exe") == str(server.directory / "vexa"):
+                found.append(int(entry.name))
+        except OSError:
+            pass  # It ended meanwhile, or is nobody's business.
+    return found
+
+
+def wait_until(condition, seconds, complaint):
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            raise Failure(complaint)
+        time.sleep(0.05)
+
+
+if __name__ == "__main__":
+    sys.exit(suite.main(WebServer))
