@@ -1,0 +1,134 @@
+// The four encodings. Each builds the new text only when something has to change.
+
+#include "core/encoding.h"
+
+#include <array>
+#include <utility>
+
+#include "core/text.h"
+
+namespace {
+
+constexpr std::string_view kEscapedPunctuation = "~`!#$%^&()+={}[]|\\:;\"'<>,?/";
+static_assert(kEscapedPunctuation.size() == 27);
+
+constexpr std::array<bool, 256> kEscaped = [] {
+  std::array<bool, 256> escaped{};
+  for (char c : kEscapedPunctuation) escaped[static_cast<unsigned char>(c)] = true;
+  for (size_t i = 128; i < 256; ++i) escaped[i] = true;
+  return escaped;
+}();
+
+// The value of a hexadecimal digit; any other character yields some number, which decoding keeps
+// on purpose: a "%" always takes two characters.
+int DigitValue(char c) {
+  c = ToUpper(c);
+  return c >= 'A' ? c - 55 : c - 48;
+}
+
+std::string_view EntityOf(char c) {
+  switch (c) {
+    case '"':
+      return "&quot;";
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+void EncodeAttribute(String& text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  String result;
+  result.Reserve(text.size());
+  for (char c : text.view()) {
+    auto byte = static_cast<unsigned char>(c);
+    if (c == ' ') {
+      result.cat('+');
+    } else if (kEscaped[byte]) {
+      const char code[] = {'%', kHex[byte >> 4], kHex[byte & 15]};
+      result.Reserve(result.size() + sizeof code);
+      result.cat(std::string_view(code, sizeof code));
+    } else {
+      result.cat(c);
+    }
+  }
+  text = std::move(result);
+}
+
+void DecodeAttribute(String& text) {
+  if (!text.contains('%') && !text.contains('+')) return;
+  std::string_view from = text;
+  String result;
+  result.Reserve(from.size());
+  for (size_t i = 0; i < from.size(); ++i) {
+    if (from[i] == '+') {
+      result.cat(' ');
+    } else if (from[i] == '%' && from.size() - i > 2) {
+      result.cat(static_cast<char>(DigitValue(from[i + 1]) * 16 + DigitValue(from[i + 2])));
+      i += 2;
+    } else {
+      result.cat(from[i]);
+    }
+  }
+  text = std::move(result);
+}
+
+void EncodeEntities(String& text) {
+  if (text.view().find_first_of("\"&<>") == std::string_view::npos) return;
+  text = EntityEncoded(text);
+}
+
+String EntityEncoded(std::string_view text) {
+  String result;
+  result.Reserve(text.size());
+  for (char c : text) {
+    std::string_view entity = EntityOf(c);
+    if (entity.empty()) {
+      result.Reserve(result.size() + 1);
+      result.cat(c);
+    } else {
+      result.Reserve(result.size() + entity.size());
+      result.cat(entity);
+    }
+  }
+  return result;
+}
+
+void DecodeEntities(String& text) {
+  static constexpr std::pair<std::string_view, char> kEntities[] = {
+      {"quot", '"'}, {"amp", '&'}, {"lt", '<'}, {"gt", '>'}};
+  if (!text.contains('&')) return;
+  std::string_view from = text;
+  String result;
+  result.Reserve(from.size());
+  for (size_t i = 0; i < from.size(); ++i) {
+    size_t end = from[i] == '&' ? from.find(';', i) : std::string_view::npos;
+    if (end == std::string_view::npos) {
+      // Also an "&" with no ";" behind it anywhere: the rest is copied as it stands.
+      if (from[i] == '&') {
+        result.cat(from.substr(i));
+        break;
+      }
+      result.cat(from[i]);
+      continue;
+    }
+    std::string_view name = from.substr(i + 1, end - i - 1);
+    bool known = false;
+    for (const auto& [entity, c] : kEntities) {
+      if (!EqualsIgnoreCase(name, entity)) continue;
+      result.cat(c);
+      known = true;
+    }
+    // An unknown entity loses its "&" and ";" on purpose; pages rely on the bare name.
+    if (!known) result.cat(name);
+    i = end;
+  }
+  text = std::move(result);
+}

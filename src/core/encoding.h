@@ -1,0 +1,28 @@
+// The encodings of texts in URLs, attributes and HTML. Each rewrites its text in place.
+
+#ifndef VEXA_CORE_ENCODING_H_
+#define VEXA_CORE_ENCODING_H_
+
+#include <string_view>
+
+#include "core/string.h"
+
+// Which encoding a macro's value gets.
+enum class MacroEncoding { None = 0, Attribute = 1, Entities = 2 };
+
+// URL encoding: a space becomes "+"; punctuation with a meaning in URLs and bytes above 127 become
+// "%" and two upper-case hexadecimal digits. Control characters are copied on purpose: texts that
+// carry line breaks through hidden fields depend on it.
+void EncodeAttribute(String& text);
+// The reverse. A "%" always takes the two characters after it, hexadecimal digits or not; with
+// fewer than two left it is copied as it stands.
+void DecodeAttribute(String& text);
+// Double quote, ampersand, less-than and greater-than become entities.
+void EncodeEntities(String& text);
+// The reverse, names in any letter case. An unknown entity loses its "&" and ";"; an "&" without
+// ";" is copied as it stands.
+void DecodeEntities(String& text);
+// `text` with its markup characters as entities, for error messages that quote a request.
+[[nodiscard]] String EntityEncoded(std::string_view text);
+
+#endif  // VEXA_CORE_ENCODING_H_

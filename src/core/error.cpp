@@ -1,0 +1,47 @@
+// Error: how each class words its message.
+
+#include "core/error.h"
+
+#include "core/number.h"
+
+namespace {
+
+// What a person who meets a configuration problem is told to do about it.
+String WithAdministrator(std::string_view message, const Settings& config) {
+  return String::Concat(
+      {message, "<BR>\nPlease contact the server administrator: ", config.serveradmin});
+}
+
+String AtPlace(const ErrorPlace& place, std::string_view kind, std::string_view text) {
+  return String::Concat({place.file, ": Line ", PrintInteger(place.line),
+                         place.context.empty() ? "" : ": ", place.context, kind, text});
+}
+
+}  // namespace
+
+ConfigurationError::ConfigurationError(const Settings& config, std::string_view text)
+    : Error(500, 0, WithAdministrator(String::Concat({"Configuration Error: ", text}), config)) {}
+
+ConfigurationSyntaxError::ConfigurationSyntaxError(const Settings& config, int line,
+                                                   std::string_view text)
+    : Error(500, 0,
+            WithAdministrator(String::Concat({"Syntax error in Configuration File: Line ",
+                                              PrintInteger(line), ": ", text}),
+                              config)) {}
+
+ScriptNotFoundError::ScriptNotFoundError(std::string_view text) : Error(404, 0, String(text)) {}
+
+FatalError::FatalError(std::string_view text)
+    : Error(500, 0, String::Concat({"Fatal Error: ", text})) {}
+
+TimeoutError::TimeoutError(std::string_view text)
+    : Error(200, 0, String::Concat({text, " timed out"})) {}
+
+RuntimeError::RuntimeError(const ErrorPlace& place, std::string_view text)
+    : Error(200, kRuntimeErrors, AtPlace(place, ": Runtime Error: ", text)) {}
+
+SyntaxError::SyntaxError(const ErrorPlace& place, std::string_view text)
+    : Error(200, kSyntaxErrors, AtPlace(place, ": Syntax Error: ", text)) {}
+
+ExpressionError::ExpressionError(const ErrorPlace& place, std::string_view text)
+    : Error(200, kExpressionErrors, AtPlace(place, ": Expression Error: ", text)) {}

@@ -1,0 +1,84 @@
+// Error: a finished message for the person who requested the page, with the HTTP status meant for
+// the response. The subclasses differ only in how they compose the message. Messages are HTML.
+
+#ifndef VEXA_CORE_ERROR_H_
+#define VEXA_CORE_ERROR_H_
+
+#include <string_view>
+#include <utility>
+
+#include "core/settings.h"
+#include "core/string.h"
+
+// Error codes: the top byte is the category, the low bits number a tag's runtime error.
+inline constexpr unsigned kRuntimeErrors = 0x01000000;
+inline constexpr unsigned kExpressionErrors = 0x02000000;
+inline constexpr unsigned kSyntaxErrors = 0x04000000;
+inline constexpr unsigned kAlwaysShown = 0x00800000;
+inline constexpr unsigned kTimeoutError = 0x08800000;
+inline constexpr unsigned kDepthError = 0x80800000;
+
+class Error {
+ public:
+  Error(int resultcode, unsigned level, String message)
+      : resultcode_(resultcode), level_(level), message_(std::move(message)) {}
+  virtual ~Error() = default;
+  [[nodiscard]] int resultcode() const { return resultcode_; }
+  [[nodiscard]] unsigned Level() const { return level_; }
+  [[nodiscard]] const String& message() const { return message_; }
+  operator const String&() const { return message_; }
+
+ private:
+  int resultcode_;
+  unsigned level_;
+  String message_;
+};
+
+class ConfigurationError : public Error {
+ public:
+  ConfigurationError(const Settings& config, std::string_view text);
+};
+
+class ConfigurationSyntaxError : public Error {
+ public:
+  ConfigurationSyntaxError(const Settings& config, int line, std::string_view text);
+};
+
+class ScriptNotFoundError : public Error {
+ public:
+  explicit ScriptNotFoundError(std::string_view text);
+};
+
+class FatalError : public Error {
+ public:
+  explicit FatalError(std::string_view text);
+};
+
+class TimeoutError : public Error {
+ public:
+  explicit TimeoutError(std::string_view text);
+};
+
+// The place an error of a script is reported at. `context` is empty when there is none.
+struct ErrorPlace {
+  std::string_view file;
+  int line;
+  std::string_view context;
+};
+
+class RuntimeError : public Error {
+ public:
+  RuntimeError(const ErrorPlace& place, std::string_view text);
+};
+
+class SyntaxError : public Error {
+ public:
+  SyntaxError(const ErrorPlace& place, std::string_view text);
+};
+
+class ExpressionError : public Error {
+ public:
+  ExpressionError(const ErrorPlace& place, std::string_view text);
+};
+
+#endif  // VEXA_CORE_ERROR_H_

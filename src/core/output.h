@@ -1,0 +1,67 @@
+// Output: a buffered sink for bytes. Concrete outputs say in DoWrite where the bytes go and flush
+// in their own destructors (the base destructor cannot call DoWrite any more).
+
+#ifndef VEXA_CORE_OUTPUT_H_
+#define VEXA_CORE_OUTPUT_H_
+
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "core/string.h"
+
+class Output {
+ public:
+  // `size` is the buffer's size in bytes; less than 1 counts as 1.
+  explicit Output(int size);
+  virtual ~Output() = default;
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  // Appends `length` bytes (up to the terminator when -1), handing full buffers to DoWrite.
+  // Returns the length. What DoWrite returns is not looked at.
+  int Write(const char* text, int length = -1);
+  void Write(std::string_view text) {
+    if (text.size() <= static_cast<size_t>(size_ - used_)) {
+      std::memcpy(buffer_.get() + used_, text.data(), text.size());
+      used_ += static_cast<int>(text.size());
+    } else {
+      WriteThrough(text);
+    }
+  }
+  // Hands what is held to DoWrite, also when that is nothing. Returns what DoWrite returned.
+  int Flush();
+  // Flushes, then uses a buffer of `size` bytes.
+  void Resize(int size);
+  // Whether the last thing written was white space. Kept by the script executor; 0 at first.
+  int& inwhitespace() { return inwhitespace_; }
+
+ protected:
+  // Takes `length` bytes. Returns their number, or a negative value on failure.
+  virtual int DoWrite(const char* text, int length) = 0;
+
+ private:
+  void WriteThrough(std::string_view text);
+
+  int size_;
+  int used_ = 0;
+  int inwhitespace_ = 0;
+  std::unique_ptr<char[]> buffer_;
+};
+
+// Collects everything in a String.
+class StringOutput final : public Output {
+ public:
+  explicit StringOutput(int size = 512);
+  ~StringOutput() override;
+  // All that was written so far and flushed; call Flush first.
+  [[nodiscard]] const String& data() const { return data_; }
+
+ protected:
+  int DoWrite(const char* text, int length) override;
+
+ private:
+  String data_;
+};
+
+#endif  // VEXA_CORE_OUTPUT_H_

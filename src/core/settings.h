@@ -1,0 +1,65 @@
+// Settings: every value of the configuration file with its default. The configuration reader fills
+// it; everybody else only reads. Each field is named as its key in the file. Times are in seconds,
+// buffer sizes in bytes; 0 means "no limit" or "off" where the comment says nothing else.
+
+#ifndef VEXA_CORE_SETTINGS_H_
+#define VEXA_CORE_SETTINGS_H_
+
+#include "core/string.h"
+
+// Bits of `securityoptions`. The first two of each path type say which links its paths may pass.
+enum SecurityOption : int {
+  kScriptLinks = 0x001,
+  kScriptLinksToOthers = 0x002,
+  kDataLinks = 0x004,
+  kDataLinksToOthers = 0x008,
+  kAbsoluteDataPaths = 0x010,
+  kAbsoluteScriptPaths = 0x020,
+  kTemporaryLinks = 0x100,
+  kTemporaryLinksToOthers = 0x200,
+};
+
+struct Settings {
+  String quorbelroot;  // the script root directory, also written vexaroot and teskroot
+  String userdir = "public_zdx";
+  String usersitevars = "sitevars";
+  String authfile;
+  String authuserdir;
+  String stdmodedatadir;
+  String quorbeldefault = "index.vx";  // also written vexadefault and teskdefault
+  String sitevars;
+  String commercedir;
+  String path;
+  String tempdir;
+  int loglevel = 0;
+  int securityoptions = 0;  // SecurityOption bits
+  String workdir;
+  String logfile;
+  int globaltimeout = 90;
+  int mailtimeout = 30;
+  int calltimeout = 30;
+  String serveradmin = "webmaster@localhost";
+  int usecookies = 1;
+  int nice = 0;
+  int maxcpu = 0;
+  int maxdata = 0;
+  int maxstack = 0;
+  int maxfunctiondepth = 23;
+  int importbuffersize = 8192;
+  int templatebuffersize = 8192;
+  int callbuffersize = 8192;
+  int smtpbuffersize = 8192;
+  int contentbuffersize = 8192;
+  int outputbuffersize = 8192;
+  String virtualhostvariable = "SERVER_NAME";
+  int dnslookup = 1;
+  int redirectonly = 0;
+  int serveruserid = -1;  // -1: any
+  String validextensions;
+  String packages;
+  int maxfiles = 0;
+  int lockexpiration = 90;
+  String lockhostname;
+};
+
+#endif  // VEXA_CORE_SETTINGS_H_

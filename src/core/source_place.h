@@ -1,0 +1,21 @@
+// A place in a text being read that reading can go back to.
+
+#ifndef VEXA_CORE_SOURCE_PLACE_H_
+#define VEXA_CORE_SOURCE_PLACE_H_
+
+#include <cstdint>
+
+// `position` is a byte offset in the file; `expansion_offset` counts the bytes already taken from
+// the macro expansion that begins there (0 outside of macros); `line` is the line number at this
+// place, from 1.
+struct SourcePlace {
+  int64_t position = 0;
+  int expansion_offset = 0;
+  int line = 1;
+
+  friend bool operator==(const SourcePlace& a, const SourcePlace& b) {
+    return a.position == b.position && a.expansion_offset == b.expansion_offset;
+  }
+};
+
+#endif  // VEXA_CORE_SOURCE_PLACE_H_

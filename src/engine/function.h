@@ -1,0 +1,41 @@
+// Function: one of a script's own functions, known from its declaration on.
+
+#ifndef VEXA_ENGINE_FUNCTION_H_
+#define VEXA_ENGINE_FUNCTION_H_
+
+#include <string_view>
+#include <vector>
+
+#include "core/source_place.h"
+#include "core/string.h"
+#include "expr/expression_context.h"
+
+// Output levels that mean "the function has none of its own".
+inline constexpr int kNoOutputLevel = 255;
+inline constexpr unsigned kNoErrorLevel = 0x7F000000;
+
+class Function final : public Callable {
+ public:
+  // `body` is the place just behind the declaring tag.
+  Function(String name, const SourcePlace& body) : name_(std::move(name)), body_(body) {}
+
+  [[nodiscard]] const String& name() const { return name_; }
+  [[nodiscard]] const SourcePlace& body() const { return body_; }
+  [[nodiscard]] int linenumber() const { return body_.line; }
+  [[nodiscard]] const std::vector<String>& parameters() const { return parameters_; }
+  [[nodiscard]] int parameter_count() const override {
+    return static_cast<int>(parameters_.size());
+  }
+  // Takes the parameter names from a list separated by commas.
+  void SetParameters(std::string_view list);
+
+  int standardoutputlevel = kNoOutputLevel;
+  unsigned erroroutputlevel = kNoErrorLevel;
+
+ private:
+  String name_;
+  SourcePlace body_;
+  std::vector<String> parameters_;
+};
+
+#endif  // VEXA_ENGINE_FUNCTION_H_

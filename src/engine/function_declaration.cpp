@@ -1,0 +1,47 @@
+// Declarations and their parameters.
+
+#include "engine/function_declaration.h"
+
+#include <memory>
+
+#include "core/number.h"
+#include "core/text.h"
+#include "engine/function.h"
+#include "engine/script_parser.h"
+#include "engine/tag_numbers.h"
+#include "expr/builtin_table.h"
+
+void Function::SetParameters(std::string_view list) {
+  for (PieceReader pieces(list, ","); pieces.Next();) {
+    parameters_.emplace_back(Stripped(pieces.piece()));
+  }
+}
+
+StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
+  static constexpr WantedTag kBodyEnd[] = {{kTagVxFUNCTIONClose, 0}};
+  const String& name = tag.Value("NAME");
+  SourcePlace body = parser.CurrentPlace();
+  if (FindBuiltin(name) != nullptr) {
+    return parser.SyntaxError(
+        String::Concat({"Function '", name, "' has the same name as a built-in function"}));
+  }
+  const Function* known = parser.FindOwnFunction(name);
+  if (known != nullptr && !(known->body() == body)) {
+    return parser.SyntaxError(
+        String::Concat({"A function with the name '", name, "' has already been declared, on line ",
+                        PrintInteger(known->linenumber())}));
+  }
+  if (known == nullptr) {
+    auto function = std::make_unique<Function>(name, body);
+    if (const NameValuePair* level = tag.Find("STANDARDOUTPUTLEVEL")) {
+      function->standardoutputlevel = parser.StandardOutputLevelValue(level->value);
+    }
+    if (const NameValuePair* level = tag.Find("ERROROUTPUTLEVEL")) {
+      function->erroroutputlevel = parser.ErrorOutputLevelValue(level->value);
+    }
+    function->SetParameters(tag.Value("PARAMETERS"));
+    parser.AddFunction(std::move(function));
+  }
+  return parser.SkipTo(kBodyEnd, "&lt;/VxFUNCTION&gt;") != nullptr ? StateResult::Handled
+                                                                   : StateResult::Failed;
+}

@@ -1,0 +1,193 @@
+// MacroExpander: recognising references and delivering their values.
+
+#include "engine/macro_expander.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/encoding.h"
+#include "core/text.h"
+#include "core/variables.h"
+
+namespace {
+
+// What may stand between the '&' and the name. Editors that escape ampersands write the long one.
+constexpr std::string_view kShortOpening = "[";
+constexpr std::string_view kLongOpening = "amp;[";
+
+// The encoding that `word` selects; `standard` when it is none of the three words.
+MacroEncoding EncodingOf(std::string_view word, MacroEncoding standard) {
+  if (word.empty()) return standard;
+  if (IsLeadingPart(word, "attribute")) return MacroEncoding::Attribute;
+  if (IsLeadingPart(word, "entities")) return MacroEncoding::Entities;
+  if (IsLeadingPart(word, "none")) return MacroEncoding::None;
+  return standard;
+}
+
+}  // namespace
+
+void MacroExpander::SetExpandMacros(bool expand) {
+  expand_ = expand;
+  watching_ = expand_ && !expanding_;
+}
+
+SourcePlace MacroExpander::Place() const {
+  if (!expanding_) return {FilePosition(next_), 0, line_};
+  if (next_ == span_begin_) return reference_;
+  if (next_ != limit_) return {reference_.position, static_cast<int>(next_ - span_begin_), line_};
+  // Delivered to its end: the place is the one behind the reference.
+  return {FilePosition(file_next_), 0, line_};
+}
+
+bool MacroExpander::Return(const SourcePlace& place) {
+  DropExpansion();
+  if (!Buffer::Return(place)) return false;
+  if (place.expansion_offset == 0) return true;
+  char c;
+  if (NextFileChar(&c)) --next_;
+  if (StartMacro() == Reference::Started) {
+    auto length = static_cast<int>(expansion_.size());
+    next_ = span_begin_ + std::min(place.expansion_offset, length);
+  }
+  line_ = place.line;
+  return true;
+}
+
+int MacroExpander::GetUncommonChar() {
+  while (next_ != limit_ || NextSpan()) {
+    if (*next_ == '&' && watching_ && StartMacro() != Reference::None) continue;
+    if (*next_ == '\n') line_ += counting_;
+    return static_cast<unsigned char>(*next_++);
+  }
+  return -1;
+}
+
+void MacroExpander::UnGetUncommonChar() {
+  if (!expanding_) return Buffer::UnGetUncommonChar();
+  // The expansion's first byte goes back, and the whole reference with it.
+  bool nothing_read = next_ == span_begin_;
+  SourcePlace reference = reference_;
+  DropExpansion();
+  Buffer::Return(reference);
+  if (nothing_read) UnGetChar();
+}
+
+bool MacroExpander::NextSpan() {
+  if (expanding_) {
+    EndExpansion();
+    if (next_ != limit_) return true;
+  }
+  return NextBlock();
+}
+
+size_t MacroExpander::RunLength() {
+  auto length = static_cast<size_t>(limit_ - next_);
+  if (!watching_) return length;
+  const char* from = next_;
+  if (*next_ == '&') {
+    if (StartMacro() != Reference::None) return 0;
+    // The check may have read on and gone back, so the span may be another one now.
+    from = next_ + 1;
+    length = static_cast<size_t>(limit_ - next_);
+  }
+  if (ampersand_ == nullptr || ampersand_ < from) {
+    const void* found = std::memchr(from, '&', static_cast<size_t>(limit_ - from));
+    ampersand_ = found == nullptr ? limit_ : static_cast<const char*>(found);
+  }
+  return std::min(length, static_cast<size_t>(ampersand_ - next_));
+}
+
+// Reads one byte of the file itself, whatever it is.
+bool MacroExpander::NextFileChar(char* c) {
+  if (next_ == limit_ && !NextBlock()) return false;
+  *c = *next_++;
+  if (*c == '\n') ++line_;
+  return true;
+}
+
+// At an '&' of the file. When no reference begins there nothing is consumed.
+MacroExpander::Reference MacroExpander::StartMacro() {
+  if (next_ == limit_ || *next_ != '&') return Reference::None;
+  // Most ampersands of a page begin an ordinary entity: one look tells.
+  if (limit_ - next_ > 1 && next_[1] != '[' && ToLower(next_[1]) != 'a') return Reference::None;
+  SourcePlace start = {FilePosition(next_), 0, line_};
+  if (!ReadOpening()) {
+    Buffer::Return(start);
+    return Reference::None;
+  }
+  String content;
+  bool closed = ReadName(content);
+  expansion_.clear();
+  if (closed) Expand(content);
+  if (expansion_.empty()) return Reference::Empty;
+  reference_ = start;
+  BeginExpansion();
+  return Reference::Started;
+}
+
+// Consumes the '&' and what opens a reference behind it; false when it is something else.
+bool MacroExpander::ReadOpening() {
+  ++next_;
+  char c;
+  if (!NextFileChar(&c)) return false;
+  if (c == kShortOpening[0]) return true;
+  for (size_t i = 0; i < kLongOpening.size(); ++i) {
+    if (ToLower(c) != kLongOpening[i]) return false;
+    if (i + 1 < kLongOpening.size() && !NextFileChar(&c)) return false;
+  }
+  return true;
+}
+
+// Reads what stands between the brackets, and the ";" behind them. False when the file ends first:
+// an unfinished reference vanishes.
+bool MacroExpander::ReadName(String& name) {
+  char c;
+  while (NextFileChar(&c)) {
+    if (c != ']') {
+      name.Reserve(name.size() + 1);
+      name.cat(c);
+      continue;
+    }
+    if ((next_ != limit_ || NextBlock()) && *next_ == ';') ++next_;
+    return true;
+  }
+  return false;
+}
+
+// Makes the encoded value of the variable that `content` names the expansion.
+void MacroExpander::Expand(const String& content) {
+  std::string_view name = Stripped(content);
+  MacroEncoding encoding = owner().defaultmacroencoding();
+  if (size_t colon = name.find(':'); colon != std::string_view::npos) {
+    encoding = EncodingOf(Stripped(name.substr(colon + 1)), encoding);
+    name = Stripped(name.substr(0, colon));
+  }
+  expansion_ = owner().vars().Value(name);
+  if (encoding == MacroEncoding::Attribute) EncodeAttribute(expansion_);
+  if (encoding == MacroEncoding::Entities) EncodeEntities(expansion_);
+}
+
+void MacroExpander::BeginExpansion() {
+  file_begin_ = span_begin_;
+  file_next_ = next_;
+  file_limit_ = limit_;
+  span_begin_ = next_ = expansion_.data();
+  limit_ = next_ + expansion_.size();
+  expanding_ = true;
+  watching_ = false;
+  counting_ = 0;
+}
+
+void MacroExpander::EndExpansion() {
+  span_begin_ = file_begin_;
+  next_ = file_next_;
+  limit_ = file_limit_;
+  expanding_ = false;
+  watching_ = expand_;
+  counting_ = 1;
+  expansion_.clear();
+}
+
+void MacroExpander::DropExpansion() {
+  if (expanding_) EndExpansion();
+}

@@ -1,0 +1,64 @@
+// MacroExpander: the character source of a script. A reference &[name] (also &amp;[name], with an
+// optional ":encoding" behind the name and an optional ";" behind the bracket) is replaced by the
+// variable's value before anybody else sees it, so macros may stand anywhere: in text, in tag
+// names, in attribute values and in expressions.
+//
+//   file span --'&' begins a reference--> StartMacro() --value not empty--> expansion span
+//       ^                                     | value empty, or no such variable      |
+//       |<------------------------------------+                                       |
+//       +<------------------------------ used up: EndExpansion() ---------------------+
+//
+// A place inside an expansion is the file position of its reference plus the offset within the
+// expansion; going back there expands the reference again, with the value it has then.
+
+#ifndef VEXA_ENGINE_MACRO_EXPANDER_H_
+#define VEXA_ENGINE_MACRO_EXPANDER_H_
+
+#include <cstdint>
+
+#include "core/buffer.h"
+#include "core/source_place.h"
+#include "core/string.h"
+#include "vexa.h"
+
+class MacroExpander final : public Buffer {
+ public:
+  MacroExpander(Vexa& owner, int size) : Buffer(owner, size) { watching_ = true; }
+
+  // Switches expansion on or off. An expansion in progress is delivered to its end.
+  void SetExpandMacros(bool expand);
+
+  [[nodiscard]] int64_t CurrentFilePosition() const override { return Place().position; }
+  [[nodiscard]] SourcePlace Place() const override;
+  bool Return(const SourcePlace& place) override;
+  [[nodiscard]] bool inmacro() const override { return expanding_; }
+
+ protected:
+  int GetUncommonChar() override;
+  void UnGetUncommonChar() override;
+  bool NextSpan() override;
+  size_t RunLength() override;
+
+ private:
+  enum class Reference { None, Empty, Started };
+
+  Reference StartMacro();
+  bool ReadOpening();
+  bool ReadName(String& name);
+  void Expand(const String& content);
+  void BeginExpansion();
+  void EndExpansion();
+  void DropExpansion();
+  bool NextFileChar(char* c);
+
+  bool expand_ = true;
+  bool expanding_ = false;
+  String expansion_;
+  SourcePlace reference_;  // where the reference being delivered begins
+  // The unread part of the file's block while an expansion stands in its place.
+  const char* file_begin_ = nullptr;
+  const char* file_next_ = nullptr;
+  const char* file_limit_ = nullptr;
+};
+
+#endif  // VEXA_ENGINE_MACRO_EXPANDER_H_

@@ -1,0 +1,16 @@
+// Opening a script.
+
+#include "engine/module.h"
+
+Module::Module(Vexa& host)
+    : host_(host), source_(host, host.config().templatebuffersize), parser_(host, source_) {}
+
+int Module::Open(const String& path, const String& name, String& message) {
+  filepath_ = path;
+  std::string_view text = path;
+  size_t slash = text.rfind('/');
+  directory_ = slash == std::string_view::npos ? String() : String(text.substr(0, slash));
+  if (source_.Open(path, name)) return 1;
+  message = String::Concat({"Unable to open ", name, ": ", host_.lasterror()});
+  return 0;
+}

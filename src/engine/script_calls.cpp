@@ -1,0 +1,87 @@
+// Calls of functions: finding them, entering and leaving them, and the depth limit.
+
+#include <algorithm>
+
+#include "core/number.h"
+#include "core/text.h"
+#include "engine/function_declaration.h"
+#include "engine/function_state.h"
+#include "engine/script_parser.h"
+#include "engine/stack_guard.h"
+#include "engine/tag_numbers.h"
+#include "expr/builtin_call.h"
+#include "expr/builtin_table.h"
+
+const Callable* ScriptParser::FindFunction(std::string_view name) {
+  if (const BuiltinFunction* builtin = FindBuiltin(name)) return builtin;
+  if (const Function* function = functions_.Find(name)) return function;
+  if (scanning_) return nullptr;
+  ScanForFunction(name);
+  return functions_.Find(name);
+}
+
+// Registers the functions declared further down, up to and including the one called `name`, and
+// comes back.
+void ScriptParser::ScanForFunction(std::string_view name) {
+  static constexpr WantedTag kWanted[] = {{kTagVxFUNCTION, 0}};
+  SourcePlace noted = source().Place();
+  scanning_ = true;
+  std::unique_ptr<Tag> found;
+  while (FindTag(found, kWanted) == ScanResult::Done) {
+    bool wanted = EqualsIgnoreCase(found->Value("NAME"), name);
+    if (ValidateTag(*found) == ScanResult::Failed ||
+        DeclareFunction(*this, *found) == StateResult::Failed || wanted) {
+      break;
+    }
+  }
+  scanning_ = false;
+  GoTo(noted);
+}
+
+bool ScriptParser::CallFunction(const Callable& function, std::span<String> arguments,
+                                String& result) {
+  if (const auto* builtin = dynamic_cast<const BuiltinFunction*>(&function)) {
+    result.clear();
+    return builtin->handler()(BuiltinCall(*this, arguments, result));
+  }
+  return CallOwnFunction(static_cast<const Function&>(function), arguments, result);
+}
+
+bool ScriptParser::CallOwnFunction(const Function& function, std::span<String> arguments,
+                                   String& result) {
+  if (!PushFunctionCall()) return false;
+  VariableTree locals;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    locals.Insert(std::make_unique<Variable>(function.parameters()[i], std::move(arguments[i])));
+  }
+  const size_t noted = states_.size();
+  AddState(std::make_unique<FunctionState>(*this, function, locals));
+  function_return_value_.clear();
+  ScanResult scanned = ScanResult::More;
+  while (scanned == ScanResult::More && states_.size() > noted) scanned = FindNextTag();
+  PopFunctionCall();
+  if (exiting_) return false;
+  if (scanned == ScanResult::EndOfFile) ReportOpenBlock();
+  states_.resize(std::min(noted, states_.size()));
+  result = std::move(function_return_value_);
+  function_return_value_.clear();
+  return scanned == ScanResult::More;
+}
+
+bool ScriptParser::PushFunctionCall() {
+  // The depth stays as it is on failure, on purpose: the script ends with this error.
+  ++depth_;
+  if (depth_ <= host_.config().maxfunctiondepth && !StackIsLow()) return true;
+  String limit = PrintInteger(host_.config().maxfunctiondepth);
+  (void)errors_.Error(
+      kDepthError, ::RuntimeError(CurrentErrorPlace(),
+                                  String::Concat({"The maximum number of nested function calls (",
+                                                  limit, ") has been exceeded"})));
+  return false;
+}
+
+void ScriptParser::InheritFrom(ScriptParser& caller) {
+  errors_.CopySettings(caller.errors_);
+  output_ = caller.output_;
+  depth_ = caller.depth_;
+}

@@ -1,0 +1,202 @@
+// The executor's main path: pieces of the script on their way through the open blocks.
+
+#include "engine/script_parser.h"
+
+#include "core/text.h"
+#include "engine/tag_numbers.h"
+#include "engine/tag_table.h"
+
+ScriptParser::ScriptParser(Vexa& host, MacroExpander& source)
+    : Parser(source), host_(host), macros_(source), output_(&host.output()), errors_(host) {
+  AddState(std::make_unique<ScriptState>(*this));
+}
+
+ScriptParser::~ScriptParser() = default;
+
+int ScriptParser::Parse() {
+  states_.resize(1);
+  left_states_.clear();
+  exiting_ = false;
+  GoTo({});
+  running_ = true;
+  ScanResult result;
+  do {
+    result = FindNextTag();
+  } while (result == ScanResult::More);
+  if (result == ScanResult::EndOfFile && states_.size() > 1) result = ReportOpenBlock();
+  running_ = false;
+  return result == ScanResult::Failed && !exiting_ ? 0 : 1;
+}
+
+ScanResult ScriptParser::ReportOpenBlock() {
+  SyntaxError(
+      String::Concat({"Unexpected end of file looking for ", states_.back()->closing_tag()}));
+  return ScanResult::Failed;
+}
+
+Output& ScriptParser::SwitchOutput(Output& output) {
+  Output& former = *output_;
+  output_ = &output;
+  return former;
+}
+
+void ScriptParser::WriteValue(std::string_view text) {
+  if (text.empty()) return;
+  output_->Write(text);
+  output_->inwhitespace() = IsWhitespace(text.back()) ? 1 : 0;
+}
+
+// --- Errors ----------------------------------------------------------------------------------
+
+ErrorPlace ScriptParser::CurrentErrorPlace() const { return {source().errorname(), line(), {}}; }
+
+ScanResult ScriptParser::ReportSyntaxError(std::string_view message) {
+  SyntaxError(message);
+  return ScanResult::Failed;
+}
+
+StateResult ScriptParser::SyntaxError(std::string_view message) {
+  (void)errors_.Error(kSyntaxErrors, ::SyntaxError(CurrentErrorPlace(), message));
+  return StateResult::Failed;
+}
+
+StateResult ScriptParser::RuntimeError(const Tag& tag, std::string_view message) {
+  unsigned code = kRuntimeErrors | static_cast<unsigned>(tag.id());
+  if (errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) == 0) {
+    return StateResult::Failed;
+  }
+  SetErrorVariable(tag, message);
+  return StateResult::Done;
+}
+
+bool ScriptParser::ReportExpressionError(std::string_view message) {
+  (void)errors_.Error(kExpressionErrors, ::ExpressionError(CurrentErrorPlace(), message));
+  return false;
+}
+
+// File functions of expressions answer for their failures as the FILE tag does.
+bool ScriptParser::ReportFileError(std::string_view message) {
+  unsigned code = kRuntimeErrors | static_cast<unsigned>(kTagFILE);
+  return errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) != 0;
+}
+
+void ScriptParser::SetErrorVariable(const Tag& tag, const String& text) {
+  // A page may hide the name behind a variable that refuses; the error was shown all the same.
+  (void)variables().SetVariable(String::Concat({tag.name(), "_Error"}), text);
+}
+
+StateResult ScriptParser::Assign(const Tag& tag, std::string_view name, const String& value) {
+  Variable* refused = variables().SetVariable(name, value);
+  if (refused == nullptr) return StateResult::Handled;
+  return RuntimeError(tag, refused->error());
+}
+
+bool ScriptParser::CheckTimeout() {
+  if (!host_.timedout()) return true;
+  (void)errors_.Error(kTimeoutError, TimeoutError("Application"));
+  return false;
+}
+
+// --- Pieces ----------------------------------------------------------------------------------
+
+const TagTemplate* ScriptParser::FindTemplate(std::string_view name) const {
+  return FindTagTemplate(name);
+}
+
+bool ScriptParser::InFunction() const {
+  for (const auto& state : states_) {
+    if (state->is_function()) return true;
+  }
+  return false;
+}
+
+ScanResult ScriptParser::ProcessKnownTag(Tag& tag) {
+  if (!CheckTimeout()) return ScanResult::Failed;
+  if (!execute_tags_ && tag.id() != kTagVEXA && tag.id() != kTagQUORBEL) {
+    bool ends_function = tag.id() == kTagVxFUNCRETURN || tag.id() == kTagVxFUNCTIONClose;
+    if (!ends_function || !InFunction()) return ScanResult::Done;
+  }
+  if (tag.id() == kTagEXIT || tag.id() == kTagVxEXIT) return ExitScript();
+  for (const auto& state : states_) state->BeforeTag();
+  return Offer(tag);
+}
+
+// Offers a tag from the top state down.
+ScanResult ScriptParser::Offer(Tag& tag) {
+  for (size_t i = states_.size(); i-- > 0;) {
+    bool boundary = states_[i]->is_function();
+    StateResult result = states_[i]->ProcessTag(tag);
+    if (exiting_) return ScanResult::End;  // A function that the tag called ended the script.
+    switch (result) {
+      case StateResult::Failed:
+        return ScanResult::Failed;
+      case StateResult::Done:
+      case StateResult::Handled:
+        return ScanResult::Done;
+      case StateResult::Finished:
+        return CloseStates(i);
+      case StateResult::NotMine:
+        break;
+    }
+    if (boundary) break;
+  }
+  return ReportSyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));
+}
+
+// Leaves the states from the top down to the one at `index`.
+ScanResult ScriptParser::CloseStates(size_t index) {
+  while (states_.size() > index) {
+    std::unique_ptr<ScriptState> state = std::move(states_.back());
+    states_.pop_back();
+    bool left = state->ExitState() != StateResult::Failed;
+    // A state whose own operation called the function that ends the script is still in use.
+    if (exiting_) left_states_.push_back(std::move(state));
+    if (!left) return ScanResult::Failed;
+  }
+  return states_.empty() ? ScanResult::End : ScanResult::Done;
+}
+
+// Ends the script after every open block has been left, the functions among them.
+ScanResult ScriptParser::ExitScript() {
+  exiting_ = true;
+  (void)CloseStates(1);
+  return ScanResult::End;
+}
+
+ScanResult ScriptParser::ProcessText(std::string_view text) {
+  if (!CheckTimeout()) return ScanResult::Failed;
+  for (size_t i = states_.size(); i-- > 0;) {
+    StateResult result = states_[i]->ProcessText(text, output_level_);
+    if (result == StateResult::Failed) return ScanResult::Failed;
+    if (result == StateResult::Finished) return CloseStates(i);
+    if (result != StateResult::NotMine) return ScanResult::Done;
+  }
+  return ReportSyntaxError("Unexpected text");
+}
+
+ScanResult ScriptParser::ProcessNewLine(std::string_view newline) {
+  if (!CheckTimeout()) return ScanResult::Failed;
+  if ((output_level_ & kTextOutput) == 0) return ScanResult::Done;
+  if ((output_level_ & kCompressWhitespace) == 0 || output_->inwhitespace() == 0) {
+    output_->Write(newline);
+  }
+  output_->inwhitespace() = 1;
+  return ScanResult::Done;
+}
+
+ScanResult ScriptParser::ProcessUnknownTag(std::string_view raw) {
+  if (!CheckTimeout()) return ScanResult::Failed;
+  if ((output_level_ & kHtmlOutput) == 0) return ScanResult::Done;
+  output_->inwhitespace() = 0;
+  output_->Write(raw);
+  return ScanResult::Done;
+}
+
+std::unique_ptr<Tag> ScriptParser::SkipTo(std::span<const WantedTag> wanted,
+                                          std::string_view closing_tag) {
+  std::unique_ptr<Tag> found;
+  if (FindTag(found, wanted) == ScanResult::EndOfFile) {
+    SyntaxError(String::Concat({"Unexpected end of file looking for ", closing_tag}));
+  }
+  return found;
+}

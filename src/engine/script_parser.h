@@ -1,0 +1,163 @@
+// ScriptParser: executes one script file. It decides how attribute values are read and evaluated,
+// routes every piece that the scanner finds through a stack of block states, writes what is
+// output, and runs calls of the script's functions.
+//
+// Read in this order: script_parser.cpp (pieces and states), script_values.cpp (attributes),
+// script_calls.cpp (functions), script_settings.cpp (what the VEXA tag sets).
+
+#ifndef VEXA_ENGINE_SCRIPT_PARSER_H_
+#define VEXA_ENGINE_SCRIPT_PARSER_H_
+
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "core/splay_tree.h"
+#include "core/variables.h"
+#include "engine/error_handler.h"
+#include "engine/function.h"
+#include "engine/macro_expander.h"
+#include "engine/parser.h"
+#include "engine/script_state.h"
+#include "engine/tag.h"
+#include "expr/character_source.h"
+#include "expr/expression.h"
+#include "expr/expression_context.h"
+#include "vexa.h"
+
+// Bits of the standard output level.
+enum OutputLevel : int {
+  kVexaOutput = 1,
+  kHtmlOutput = 2,
+  kTextOutput = 4,
+  kCompressWhitespace = 8,
+};
+
+class ScriptParser final : public Parser, public ExpressionContext, private CharacterSource {
+ public:
+  // Both are borrowed and must outlive the parser.
+  ScriptParser(Vexa& host, MacroExpander& source);
+  ~ScriptParser() override;
+
+  // Runs the script from its first line with no block open. 1 when it ran to an end (also one that
+  // a tag asked for), 0 when an error stopped it.
+  int Parse();
+  // Whether Parse is in progress.
+  [[nodiscard]] bool running() const { return running_; }
+
+  // --- For states and tag handlers ---
+  [[nodiscard]] Vexa& host() override { return host_; }
+  [[nodiscard]] Variables& variables() { return host_.vars(); }
+  [[nodiscard]] Output& output() { return *output_; }
+  // Sends what follows to another output; returns the former one. Borrowed.
+  Output& SwitchOutput(Output& output);
+  // Writes a tag's output and keeps the white-space flag; an empty text changes nothing.
+  void WriteValue(std::string_view text);
+
+  // Report an error at the current line. Always return Failed.
+  StateResult SyntaxError(std::string_view message);
+  ScanResult ReportSyntaxError(std::string_view message) override;
+  // Reports a runtime error of `tag`. Done when the page goes on, with the message in the tag's
+  // error variable; else Failed.
+  [[nodiscard]] StateResult RuntimeError(const Tag& tag, std::string_view message);
+  bool ReportExpressionError(std::string_view message) override;
+  bool ReportFileError(std::string_view message) override;
+  // The variable that holds the last runtime error of `tag`.
+  void SetErrorVariable(const Tag& tag, const String& text);
+  // Assigns on behalf of `tag`; a refusal is a runtime error of the tag.
+  [[nodiscard]] StateResult Assign(const Tag& tag, std::string_view name, const String& value);
+
+  void AddState(std::unique_ptr<ScriptState> state) { states_.push_back(std::move(state)); }
+  // The place behind what was read last, and the way back to it.
+  [[nodiscard]] SourcePlace CurrentPlace() const { return source().Place(); }
+  void GoTo(const SourcePlace& place) { source().Return(place); }
+  // Evaluates the expression that starts at `place`, then stands again where it stood. `body` says
+  // that it runs to the tag's end. False after an error was reported.
+  [[nodiscard]] bool EvaluateAt(const SourcePlace& place, ValueForm form, String& value);
+  // Skips to the tag that closes a block; a file that ends first is the error that names
+  // `closing_tag`. Null on failure.
+  [[nodiscard]] std::unique_ptr<Tag> SkipTo(std::span<const WantedTag> wanted,
+                                            std::string_view closing_tag);
+
+  // --- Functions ---
+  [[nodiscard]] const Callable* FindFunction(std::string_view name) override;
+  [[nodiscard]] bool CallFunction(const Callable& function, std::span<String> arguments,
+                                  String& result) override;
+  // The script's own function of that name as far as it is known, or null.
+  [[nodiscard]] Function* FindOwnFunction(std::string_view name) { return functions_.Find(name); }
+  void AddFunction(std::unique_ptr<Function> function) { functions_.Insert(std::move(function)); }
+  // Whether a call of one of the script's own functions is in progress.
+  [[nodiscard]] bool InFunction() const;
+  [[nodiscard]] String& functionreturnvalue() { return function_return_value_; }
+  // Goes one call deeper; false, after an error, when that is deeper than the site allows.
+  [[nodiscard]] bool PushFunctionCall();
+  void PopFunctionCall() { --depth_; }
+  // Makes this parser a callee of `caller`: its error settings, output and depth.
+  void InheritFrom(ScriptParser& caller);
+
+  // --- Settings of the page ---
+  void SetTagDetect(bool on);
+  void SetExpandMacros(bool on);
+  void SetInterpret(std::string_view list);
+  [[nodiscard]] int StandardOutputLevelValue(std::string_view list) const;
+  [[nodiscard]] unsigned ErrorOutputLevelValue(std::string_view list) const;
+  [[nodiscard]] int standardoutputlevel() const { return output_level_; }
+  // Both return the previous level.
+  int SetStandardOutputLevel(int level);
+  unsigned SetErrorOutputLevel(unsigned level) { return errors_.SetErrorOutputLevel(level); }
+  void SetErrorMessage(const String& text) { errors_.SetErrorMessage(text); }
+  void SetDefaultMacroEncoding(std::string_view value);
+  void SetTagErrorSettings(std::string_view tag, std::string_view list);
+
+ protected:
+  [[nodiscard]] const TagTemplate* FindTemplate(std::string_view name) const override;
+  [[nodiscard]] bool IsStopForm(const TagTemplate& form, std::string_view body) const override;
+  [[nodiscard]] ScanResult ProcessKnownTag(Tag& tag) override;
+  [[nodiscard]] ScanResult ProcessUnknownTag(std::string_view raw) override;
+  [[nodiscard]] ScanResult ProcessText(std::string_view text) override;
+  [[nodiscard]] ScanResult ProcessNewLine(std::string_view newline) override;
+  [[nodiscard]] ScanResult GetNameValuePairs(Tag& tag) override;
+  [[nodiscard]] ScanResult GetValue(Tag& tag, const String& name, String& value) override;
+  [[nodiscard]] ScanResult ProcessEmptyValue(Tag& tag, const String& name, String& value) override;
+
+ private:
+  // CharacterSource, for the expression reader.
+  int NextChar() override { return source().GetNextChar(); }
+  void PutBack() override { source().UnGetChar(); }
+  [[nodiscard]] SourcePlace Place() const override { return source().Place(); }
+  void Return(const SourcePlace& place) override { source().Return(place); }
+
+  [[nodiscard]] MacroExpander& macros() { return macros_; }
+  [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
+  bool CheckTimeout();
+  ScanResult Offer(Tag& tag);
+  ScanResult CloseStates(size_t index);
+  ScanResult ExitScript();
+  ScanResult ReportOpenBlock();
+
+  ScanResult GetBody(Tag& tag);
+  ScanResult GetRawBody(Tag& tag);
+  ScanResult GetLoopCondition(Tag& tag);
+  ScanResult GetUnevaluated(ValueForm form, String& text);
+
+  bool CallOwnFunction(const Function& function, std::span<String> arguments, String& result);
+  void ScanForFunction(std::string_view name);
+
+  Vexa& host_;
+  MacroExpander& macros_;
+  Output* output_;
+  ErrorHandler errors_;
+  String function_return_value_;
+  std::vector<std::unique_ptr<ScriptState>> states_;       // the base state is the first
+  std::vector<std::unique_ptr<ScriptState>> left_states_;  // left by the end of the script
+  SplayTree<Function> functions_;
+  bool execute_tags_ = true;
+  int output_level_ = kHtmlOutput | kTextOutput;
+  int depth_ = 0;  // function calls in progress, those of calling scripts included
+  bool running_ = false;
+  bool exiting_ = false;   // a tag asked for the end of the script
+  bool scanning_ = false;  // a forward scan for a function is in progress
+};
+
+#endif  // VEXA_ENGINE_SCRIPT_PARSER_H_

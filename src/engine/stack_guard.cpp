@@ -1,0 +1,32 @@
+// The stack grows down from roughly where the first question was asked.
+
+#include "engine/stack_guard.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace {
+
+constexpr uintptr_t kAssumedStack = 8u << 20;  // bytes, where the system sets no limit
+constexpr uintptr_t kReserve = 512u << 10;     // bytes kept for what one more call may need
+
+uintptr_t StackSize() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
+    return kAssumedStack;
+  }
+  return limit.rlim_cur;
+}
+
+}  // namespace
+
+bool StackIsLow() {
+  char here;
+  static const auto kTop = reinterpret_cast<uintptr_t>(&here);
+  static const uintptr_t kSize = StackSize();
+  auto now = reinterpret_cast<uintptr_t>(&here);
+  uintptr_t used = now < kTop ? kTop - now : 0;
+  return used + std::min(2 * kReserve, kSize / 2) > kSize;
+}

@@ -1,0 +1,13 @@
+// The table of the language's tags: constant data, one row for each spelling.
+
+#ifndef VEXA_ENGINE_TAG_TABLE_H_
+#define VEXA_ENGINE_TAG_TABLE_H_
+
+#include <string_view>
+
+#include "engine/tag.h"
+
+// The template of a tag name, letter case ignored, or null when there is no such tag.
+[[nodiscard]] const TagTemplate* FindTagTemplate(std::string_view name);
+
+#endif  // VEXA_ENGINE_TAG_TABLE_H_

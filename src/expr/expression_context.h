@@ -1,0 +1,41 @@
+// What the expression engine asks of the script that an expression stands in. The executor
+// implements it; unit tests implement it with a few lines.
+
+#ifndef VEXA_EXPR_EXPRESSION_CONTEXT_H_
+#define VEXA_EXPR_EXPRESSION_CONTEXT_H_
+
+#include <span>
+#include <string_view>
+
+#include "core/string.h"
+#include "vexa.h"
+
+// What may be called from an expression: built-in functions and the script's own.
+class Callable {
+ public:
+  virtual ~Callable() = default;
+  [[nodiscard]] virtual int parameter_count() const = 0;
+};
+
+class ExpressionContext {
+ public:
+  virtual ~ExpressionContext() = default;
+
+  [[nodiscard]] virtual Vexa& host() = 0;
+  // Reports an error of an expression at the place where the script stands. Always returns false,
+  // so that callers can return what it returns.
+  virtual bool ReportExpressionError(std::string_view message) = 0;
+  // Reports that a file function could not do its work. The page goes on unless the page's
+  // settings say otherwise; false when it must stop.
+  virtual bool ReportFileError(std::string_view message) = 0;
+  // The function of that name, letter case ignored: a built-in, or one of the script's own, which
+  // is looked for further down in the script when it is not known yet. Null when there is none.
+  // Owned by the context; stays valid while the script runs.
+  [[nodiscard]] virtual const Callable* FindFunction(std::string_view name) = 0;
+  // Runs `function`. False when the script must stop; the error was then already reported.
+  // REQUIRES: as many arguments as the function has parameters.
+  [[nodiscard]] virtual bool CallFunction(const Callable& function, std::span<String> arguments,
+                                          String& result) = 0;
+};
+
+#endif  // VEXA_EXPR_EXPRESSION_CONTEXT_H_
