@@ -1,0 +1,100 @@
+// The thirty operators: their spelling and binding strength, and what each makes of its operands.
+//
+// Every operand and every result is text; each operator decides whether it reads its operands as
+// reals, as 32-bit integers, as truth values or as texts. Nothing is kept in binary form between
+// operators: each result is printed, so (1/3)*3 is 0.999999. Scripts depend on that rounding.
+
+#ifndef VEXA_EXPR_OPERATORS_H_
+#define VEXA_EXPR_OPERATORS_H_
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+#include "core/string.h"
+#include "expr/expression_context.h"
+
+// The numbers are part of the language's definition; the order of the table differs.
+enum class OperatorCode {
+  Add = 0,
+  Subtract = 1,
+  Concatenate = 2,
+  BitAnd = 3,
+  BitOr = 4,
+  BitXor = 5,
+  BitComplement = 6,
+  BitShiftLeft = 7,
+  BitShiftRight = 8,
+  Divide = 9,
+  Multiply = 10,
+  And = 11,
+  Or = 12,
+  In = 13,
+  CaselessIn = 14,
+  EndIn = 15,
+  CaselessEndIn = 16,
+  Equal = 17,
+  NotEqual = 18,
+  GreaterOrEqual = 19,
+  LessOrEqual = 20,
+  LessThan = 21,
+  GreaterThan = 22,
+  Not = 23,
+  Format = 24,
+  Round = 25,
+  Crypt = 26,
+  Modulo = 27,
+  SubStr = 28,
+  Power = 29,
+};
+
+enum class Operands {
+  Prefix,  // one, behind the operator
+  Two,
+};
+
+// Computes an operator. `left` holds the left operand (the only one of a prefix operator) and
+// becomes the result. False after an error was reported through `context`; `left` is then
+// unspecified.
+using OperatorHandler = bool (*)(ExpressionContext& context, String& left, std::string_view right);
+
+struct OperatorInfo {
+  std::string_view spelling;
+  int precedence;  // 1 to 6; higher binds tighter
+  OperatorCode code;
+  Operands operands;
+  OperatorHandler handler;
+
+  [[nodiscard]] bool IsPrefix() const { return operands == Operands::Prefix; }
+};
+
+// All operators, in the order of the language's table.
+[[nodiscard]] std::span<const OperatorInfo> AllOperators();
+
+// The operator spelled `word`, letter case ignored, or null.
+[[nodiscard]] const OperatorInfo* FindOperator(std::string_view word);
+
+// The length of the longest spelling.
+inline constexpr size_t kLongestOperator = 6;
+
+// Whether `c` is an operator by itself and so ends the word before it. "|" and "^" are on purpose
+// although no operator is spelled so: names cannot hold them.
+[[nodiscard]] constexpr bool IsOperatorChar(char c) {
+  return c == '|' || c == '^' || c == '+' || c == '-' || c == '/' || c == '*' || c == '$';
+}
+
+// Computes `op` on the operands as OperatorHandler describes.
+[[nodiscard]] inline bool Operate(const OperatorInfo& op, ExpressionContext& context, String& left,
+                                  std::string_view right) {
+  return op.handler(context, left, right);
+}
+
+// The comparison rule: as numbers when both texts are wholly numbers (the empty text is 0), else
+// byte by byte. Negative, 0 or positive.
+[[nodiscard]] int Compare(std::string_view a, std::string_view b);
+
+// The numeric part of it: -1, 0 or 1, or kNotNumbers when either text is not wholly a number.
+[[nodiscard]] int NumberCompare(std::string_view a, std::string_view b);
+inline constexpr int kNotNumbers = -2;
+
+#endif  // VEXA_EXPR_OPERATORS_H_
