@@ -1,0 +1,41 @@
+// ByteRanges: the record locks that one File holds, as ranges of bytes with a type.
+//
+// The kernel keeps record locks for the whole process and tells nobody which are there, so each
+// File keeps its own account. Ranges never overlap; as with the kernel's locks, adding a range
+// replaces what was known about its bytes.
+
+#ifndef VEXA_FILES_BYTE_RANGES_H_
+#define VEXA_FILES_BYTE_RANGES_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "vexa.h"
+
+// The bytes [start, end).
+struct ByteRange {
+  int64_t start;
+  int64_t end;
+  FileLockType type;
+};
+
+class ByteRanges {
+ public:
+  // The bytes a lock of `length` bytes from `start` covers; length 0 reaches as far as files can.
+  [[nodiscard]] static ByteRange Covered(int64_t start, int64_t length, FileLockType type) {
+    const bool open_end = length == 0 || length > INT64_MAX - start;
+    return {start, open_end ? INT64_MAX : start + length, type};
+  }
+
+  void Add(const ByteRange& range);
+  // Forgets the bytes of `range`, whatever their type.
+  void Remove(const ByteRange& range);
+  void Clear() { ranges_.clear(); }
+  [[nodiscard]] bool empty() const { return ranges_.empty(); }
+  [[nodiscard]] const std::vector<ByteRange>& ranges() const { return ranges_; }
+
+ private:
+  std::vector<ByteRange> ranges_;
+};
+
+#endif  // VEXA_FILES_BYTE_RANGES_H_

@@ -1,0 +1,154 @@
+// Normalising paths, following links, name helpers; see file_paths.h.
+
+#include "files/file_paths.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "files/descriptor.h"
+
+namespace {
+
+// Reads the target of a link of any length. False when `path` is not a link.
+bool ReadLink(const std::string& path, std::string& target) {
+  target.resize(1024);
+  for (;;) {
+    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    if (length < 0) return false;
+    if (static_cast<size_t>(length) < target.size()) {
+      target.resize(static_cast<size_t>(length));
+      return true;
+    }
+    target.resize(target.size() * 2);
+  }
+}
+
+uid_t OwnerOf(const std::string& path) {
+  struct stat status;
+  return ::lstat(path.c_str(), &status) == 0 ? status.st_uid : static_cast<uid_t>(-1);
+}
+
+// One walk over the components of a path. `result_` is the checked part of it.
+class PathWalk {
+ public:
+  PathWalk(std::string_view path, bool links_allowed, bool other_owners_allowed)
+      : path_(path),
+        absolute_(path.starts_with('/')),
+        links_allowed_(links_allowed),
+        other_owners_allowed_(other_owners_allowed) {}
+
+  int Run() {
+    // A component runs from one "/" up to the next; only the first of a relative path has none.
+    for (size_t start = 0; start < path_.size();) {
+      const size_t end = path_.find('/', start + 1);
+      const std::string_view component = path_.substr(start, end - start);
+      if (component == "/..") {
+        GoUp();
+      } else if (component != "/.") {
+        const int outcome = Enter(component);
+        if (outcome != kPathGood) return outcome;
+      }
+      start = end == std::string_view::npos ? path_.size() : end;
+    }
+    return kPathGood;
+  }
+
+  [[nodiscard]] const std::string& result() const { return result_; }
+
+ private:
+  void GoUp() {
+    const size_t slash = result_.rfind('/');
+    if (slash != std::string::npos && result_.substr(slash) != "/..") {
+      result_.resize(slash);
+    } else if (!absolute_) {
+      // The path must not turn into an absolute one: "a/.." leaves nothing, "../.." stays.
+      if (result_.empty() || result_ == ".." || slash != std::string::npos) {
+        result_ += result_.empty() ? ".." : "/..";
+      } else {
+        result_.clear();
+      }
+    }
+  }
+
+  int Enter(std::string_view component) {
+    std::string next = Below(component.starts_with('/') ? component.substr(1) : component);
+    std::string target;
+    if (ReadLink(next, target)) {
+      if (!links_allowed_) return kLinkNotAllowed;
+      const int outcome = FollowChain(next, std::move(target));
+      if (outcome != kPathGood) return outcome;
+    }
+    result_ = std::move(next);
+    return kPathGood;
+  }
+
+  // `name` in the directory reached so far.
+  [[nodiscard]] std::string Below(std::string_view name) const {
+    std::string path = result_;
+    if (absolute_ || !path.empty()) path += '/';
+    path += name;
+    return path;
+  }
+
+  // `first` is a link to `target`. A relative target counts from the directory reached so far at
+  // every hop, on purpose, as scripts' link farms were laid out; Reaches() makes up for it.
+  int FollowChain(const std::string& first, std::string target) {
+    std::string link = first;
+    for (int hops = 1; hops <= kMostLinkHops; ++hops) {
+      if (!target.starts_with('/')) target = Below(target);
+      if (!other_owners_allowed_) {
+        const uid_t owner = OwnerOf(target);
+        if (owner == static_cast<uid_t>(-1)) return kLinkToNothing;
+        if (owner != OwnerOf(link)) return kLinkToOtherOwner;
+      }
+      link = std::move(target);
+      if (!ReadLink(link, target)) return other_owners_allowed_ ? kPathGood : Reaches(first);
+    }
+    return kLinkToNothing;
+  }
+
+  // Whether what the system reaches through `first` belongs to the owner of `first`: the hops above
+  // may have looked at other names than the system will.
+  static int Reaches(const std::string& first) {
+    struct stat status;
+    if (::stat(first.c_str(), &status) != 0) return kLinkToNothing;
+    return status.st_uid == OwnerOf(first) ? kPathGood : kLinkToOtherOwner;
+  }
+
+  std::string_view path_;
+  bool absolute_;
+  bool links_allowed_;
+  bool other_owners_allowed_;
+  std::string result_;
+};
+
+}  // namespace
+
+int FollowPath(String& path, int allow_links, int allow_other_owner) {
+  if (ContainsNul(path)) return kLinkToNothing;
+  PathWalk walk(path.view(), allow_links != 0, allow_other_owner != 0);
+  const int outcome = walk.Run();
+  if (outcome == kPathGood) path.assign(std::string_view(walk.result()));
+  return outcome;
+}
+
+uid_t GetOwnerUID(const String& path) {
+  return ContainsNul(path) ? static_cast<uid_t>(-1) : OwnerOf(std::string(path.view()));
+}
+
+String StripExtension(const String& path) {
+  for (int i = path.length() - 1; i >= 1; --i) {
+    if (path[i] == '.') return path.before(i);
+    if (path[i] == '/') break;
+  }
+  return path;
+}
+
+String StripDirectory(const String& path) {
+  const size_t slash = path.view().rfind('/');
+  return slash == std::string_view::npos ? path : path.after(static_cast<int>(slash));
+}

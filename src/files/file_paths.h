@@ -1,0 +1,35 @@
+// Paths as texts and as chains of links: what the sandbox knows about a name without opening it.
+
+#ifndef VEXA_FILES_FILE_PATHS_H_
+#define VEXA_FILES_FILE_PATHS_H_
+
+#include <sys/types.h>
+
+#include "core/string.h"
+
+// What FollowPath finds.
+enum FollowResult : int {
+  kPathGood = 0,
+  kLinkNotAllowed = 1,
+  kLinkToOtherOwner = 2,
+  kLinkToNothing = 3,
+};
+
+// A chain of links longer than this, or one that runs in a circle, leads to nothing. The system
+// gives up at the same length.
+inline constexpr int kMostLinkHops = 40;
+
+// Takes "." and ".." out of `path` by its text alone and checks every link on the way. Returns
+// kPathGood and replaces `path` by the result, which keeps the names of links, or one of the other
+// results and leaves `path` as it is. Repeated and trailing slashes stay.
+[[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner);
+
+// The owner of `path` itself, not of what a link leads to; (uid_t)-1 on failure.
+[[nodiscard]] uid_t GetOwnerUID(const String& path);
+
+// `path` before the last "." behind its last "/"; a "." at the very start is no extension.
+[[nodiscard]] String StripExtension(const String& path);
+// `path` behind its last "/".
+[[nodiscard]] String StripDirectory(const String& path);
+
+#endif  // VEXA_FILES_FILE_PATHS_H_

@@ -1,0 +1,156 @@
+// Reading, writing and locking an open file; see unix_file.h.
+
+#include "files/unix_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "files/descriptor.h"
+#include "files/unix_file_manager.h"
+
+int UNIXFile::Open(const String& path, int mode) {
+  Close();
+  if (manager_.open(this, path, UNIXFileManager::OpenMode(mode), 0600) < 0) {
+    error_ = manager_.error();
+    return 0;
+  }
+  open_ = true;
+  return 1;
+}
+
+int UNIXFile::Close() {
+  if (open_) {
+    open_ = false;
+    manager_.CloseFile(this);
+  }
+  return 1;
+}
+
+int UNIXFile::Read(char* buffer, int count) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (count < 0) return Fail(EINVAL);
+  const ssize_t got =
+      RetryInterrupted([&] { return ::read(fd, buffer, static_cast<size_t>(count)); });
+  return got < 0 ? Fail() : static_cast<int>(got);
+}
+
+int UNIXFile::Write(const char* data, int count) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (count < 0) return Fail(EINVAL);
+  return WriteFully(fd, data, static_cast<size_t>(count)) < 0 ? Fail() : count;
+}
+
+int64_t UNIXFile::Seek(int64_t offset) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  const off_t reached = ::lseek(fd, offset, SEEK_SET);
+  return reached < 0 ? Fail() : reached;
+}
+
+int64_t UNIXFile::Tell() {
+  int fd;
+  if (!Activate(fd)) return -1;
+  const off_t offset = ::lseek(fd, 0, SEEK_CUR);
+  return offset < 0 ? Fail() : offset;
+}
+
+int64_t UNIXFile::Length() {
+  int fd;
+  if (!Activate(fd)) return -1;
+  struct stat status;
+  return ::fstat(fd, &status) != 0 ? Fail() : status.st_size;
+}
+
+int UNIXFile::Lock(FileLockType type, int64_t start, int64_t length) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (start < 0 || length < 0) return Fail(EINVAL);
+  const ByteRange range = ByteRanges::Covered(start, length, type);
+  return manager_.LockRange(*info_, range) != 0 ? Fail() : 0;
+}
+
+int UNIXFile::Release(int64_t start, int64_t length) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (start < 0 || length < 0) return Fail(EINVAL);
+  const ByteRange range = ByteRanges::Covered(start, length, FileLockType::Shared);
+  return manager_.ReleaseRange(*info_, range) != 0 ? Fail() : 0;
+}
+
+int UNIXFile::ReadAt(int64_t offset, char* buffer, int count) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (count < 0) return Fail(EINVAL);
+  int done = 0;
+  while (done < count) {
+    const ssize_t got = RetryInterrupted([&] {
+      return ::pread(fd, buffer + done, static_cast<size_t>(count - done), offset + done);
+    });
+    if (got < 0) return Fail();
+    if (got == 0) break;
+    done += static_cast<int>(got);
+  }
+  return done;
+}
+
+int UNIXFile::WriteAt(int64_t offset, const char* data, int count) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (count < 0) return Fail(EINVAL);
+  int done = 0;
+  while (done < count) {
+    const ssize_t put = RetryInterrupted([&] {
+      return ::pwrite(fd, data + done, static_cast<size_t>(count - done), offset + done);
+    });
+    if (put < 0) return Fail();
+    done += static_cast<int>(put);
+  }
+  return done;
+}
+
+int UNIXFile::Truncate(int64_t length) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  return RetryInterrupted([&] { return ::ftruncate(fd, length); }) != 0 ? Fail() : 0;
+}
+
+int UNIXFile::Sync() {
+  int fd;
+  if (!Activate(fd)) return -1;
+  return RetryInterrupted([&] { return ::fsync(fd); }) != 0 ? Fail() : 0;
+}
+
+int UNIXFile::StillNamed() {
+  if (!open_) return Fail(EBADF);
+  // The identity is remembered, so an inactive file need not be opened for this.
+  struct stat status;
+  if (::stat(info_->filename().c_str(), &status) == 0) {
+    return IdentityOf(status) == info_->identity() ? 1 : 0;
+  }
+  return errno == ENOENT || errno == ENOTDIR ? 0 : Fail();
+}
+
+bool UNIXFile::Activate(int& fd) {
+  if (!open_) {
+    (void)Fail(EBADF);
+    return false;
+  }
+  fd = manager_.ActivateFile(this);
+  if (fd < 0) error_ = manager_.error();
+  return fd >= 0;
+}
+
+int UNIXFile::Fail() {
+  error_ = manager_.host().lasterror();
+  return -1;
+}
+
+int UNIXFile::Fail(int reason) {
+  errno = reason;
+  return Fail();
+}

@@ -1,0 +1,57 @@
+// UNIXFileInfo: what the manager keeps for one opened File: the descriptor, or what it takes to
+// open the file again.
+//
+// Active: fd() is a descriptor. Inactive: fd() is -1, and the offset is saved. Only the manager
+// moves an info between the two.
+
+#ifndef VEXA_FILES_UNIX_FILE_INFO_H_
+#define VEXA_FILES_UNIX_FILE_INFO_H_
+
+#include <sys/stat.h>
+
+#include <cstdint>
+
+#include "core/string.h"
+#include "files/byte_ranges.h"
+#include "files/descriptor.h"
+
+class UNIXFile;
+
+class UNIXFileInfo {
+ public:
+  // `fd` was opened for `filename` with POSIX `flags` and is `status`; it becomes this object's.
+  UNIXFileInfo(const String& filename, int fd, int flags, const struct stat& status);
+  // Closes the descriptor when there is one.
+  ~UNIXFileInfo();
+  UNIXFileInfo(const UNIXFileInfo&) = delete;
+  UNIXFileInfo& operator=(const UNIXFileInfo&) = delete;
+
+  // The File it belongs to; not owned.
+  UNIXFile* file = nullptr;
+  // The record locks the File holds.
+  ByteRanges locks;
+
+  [[nodiscard]] const String& filename() const { return filename_; }
+  [[nodiscard]] int fd() const { return fd_; }
+  [[nodiscard]] const FileIdentity& identity() const { return identity_; }
+  // Whether it can be closed and opened again unnoticed: true of regular files only.
+  [[nodiscard]] bool reopenable() const { return reopenable_; }
+
+  // Opens the file again where it was left. Returns 0, or -1 with the reason in errno: ESTALE when
+  // the path now names another file.
+  [[nodiscard]] int Activate();
+  // Notes the offset and closes the descriptor. Returns 0, or -1 and does nothing.
+  int Deactivate();
+  // Hands the descriptor over to the caller.
+  [[nodiscard]] int TakeDescriptor();
+
+ private:
+  String filename_;
+  int fd_;
+  int flags_;
+  int64_t offset_ = 0;
+  FileIdentity identity_;
+  bool reopenable_;
+};
+
+#endif  // VEXA_FILES_UNIX_FILE_INFO_H_

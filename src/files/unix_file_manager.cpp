@@ -1,0 +1,211 @@
+// The handle budget and what protects record locks from it; see unix_file_manager.h. The
+// operations on paths are in unix_file_operations.cpp.
+
+#include "files/unix_file_manager.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <iterator>
+#include <utility>
+
+#include "core/number.h"
+#include "files/named_lock.h"
+#include "files/record_lock.h"
+#include "files/unix_file.h"
+
+UNIXFileManager::~UNIXFileManager() {
+  for (UNIXFileInfo& info : active_) info.file->Closed();
+  for (UNIXFileInfo& info : inactive_) info.file->Closed();
+  for (const Parked& parked : parked_) CloseQuietly(parked.fd);
+}
+
+std::unique_ptr<File> UNIXFileManager::Open(const String& path, int mode) {
+  auto file = std::make_unique<UNIXFile>(*this);
+  if (file->Open(path, mode) == 0) {
+    error_ = file->error();
+    return nullptr;
+  }
+  return file;
+}
+
+int UNIXFileManager::OpenMode(int mode) {
+  int flags = O_RDONLY;
+  if ((mode & OpenWrite) != 0) flags = (mode & OpenRead) != 0 ? O_RDWR : O_WRONLY;
+  if ((mode & OpenCreate) != 0) flags |= O_CREAT;
+  if ((mode & OpenTruncate) != 0) flags |= O_TRUNC;
+  if ((mode & OpenAppend) != 0) flags |= O_APPEND;
+  if ((mode & OpenExclusive) != 0) flags |= O_EXCL;
+  return flags;
+}
+
+int UNIXFileManager::open(UNIXFile* file, const String& path, int flags, mode_t permissions) {
+  if (!Usable(path) || FreeFileSpace(1) == 0) return -1;
+  struct stat status;
+  const int fd = OpenDescriptor(path.c_str(), flags, permissions, status);
+  if (fd < 0) return Checked(-1);
+  Adopt(file, path, fd, {flags, status});
+  return fd;
+}
+
+void UNIXFileManager::Adopt(UNIXFile* file, const String& path, int fd, OpenedAs opened) {
+  active_.emplace_front(path, fd, opened.flags, opened.status);
+  active_.front().file = file;
+  file->info_ = active_.begin();
+  file->open_ = true;
+}
+
+std::unique_ptr<File> UNIXFileManager::MakeTemporary(String& path, String& suffix, int mode) {
+  if (!Usable(path) || FreeFileSpace(1) == 0) return nullptr;
+  const int flags = OpenMode(mode | OpenCreate | OpenExclusive);
+  for (unsigned counter = 1; counter <= 0x7FFFFFFF; ++counter) {
+    char digits[9];
+    std::snprintf(digits, sizeof(digits), "%08X", counter);
+    const String name = String::Concat({path.view(), digits});
+    struct stat status;
+    const int fd = OpenDescriptor(name.c_str(), flags, 0600, status);
+    if (fd < 0 && errno == EEXIST) continue;
+    if (fd < 0) {
+      (void)Checked(-1);
+      return nullptr;
+    }
+    auto file = std::make_unique<UNIXFile>(*this);
+    Adopt(file.get(), name, fd, {OpenMode(mode), status});
+    path = name;
+    suffix.cat(digits);
+    return file;
+  }
+  error_ = "Unable to generate unique temporary filename";
+  return nullptr;
+}
+
+int UNIXFileManager::FreeFileSpace(int count) {
+  const int limit = host_.config().maxfiles;
+  if (limit == 0) return 1;
+  if (limit < count) {
+    error_ = String::Concat({"Simultaneous request for ", PrintInteger(count),
+                             " file handles exceeds the 'maxfiles' configuration directive."});
+    return 0;
+  }
+  const auto room = static_cast<size_t>(limit - count);
+  while (active_.size() + parked_.size() > room && DeactivateOne()) {
+  }
+  return 1;
+}
+
+bool UNIXFileManager::DeactivateOne() {
+  for (auto info = active_.end(); info != active_.begin();) {
+    --info;
+    if (!info->reopenable() || HoldsLocks(info->identity()) || info->Deactivate() != 0) continue;
+    inactive_.splice(inactive_.begin(), active_, info);
+    return true;
+  }
+  return false;
+}
+
+int UNIXFileManager::ActivateFile(UNIXFile* file) {
+  const auto info = file->info_;
+  if (info->fd() >= 0) {
+    active_.splice(active_.begin(), active_, info);
+    return info->fd();
+  }
+  if (FreeFileSpace(1) == 0 || Checked(info->Activate()) != 0) return -1;
+  active_.splice(active_.begin(), inactive_, info);
+  return info->fd();
+}
+
+void UNIXFileManager::CloseFile(UNIXFile* file) {
+  const auto info = file->info_;
+  if (info->fd() < 0) {
+    inactive_.erase(info);
+    return;
+  }
+  const ByteRanges held = std::exchange(info->locks, ByteRanges());
+  if (HoldsLocks(info->identity())) {
+    for (const ByteRange& range : held.ranges()) (void)ReleaseRange(*info, range);
+  }
+  (void)CloseDescriptor(info->TakeDescriptor(), info->identity());
+  active_.erase(info);
+}
+
+int UNIXFileManager::LockRange(UNIXFileInfo& info, const ByteRange& range) {
+  // A shared lock would weaken the exclusive one that another File holds on the same bytes.
+  ByteRanges wanted;
+  wanted.Add(range);
+  if (range.type == FileLockType::Shared) {
+    for (const UNIXFileInfo& other : active_) {
+      if (&other == &info || !(other.identity() == info.identity())) continue;
+      for (const ByteRange& held : other.locks.ranges()) {
+        if (held.type == FileLockType::Exclusive) wanted.Remove(held);
+      }
+    }
+  }
+  for (size_t i = 0; i < wanted.ranges().size(); ++i) {
+    if (TakeRecordLock(host_, info.fd(), wanted.ranges()[i]) == 0) continue;
+    const int reason = errno;
+    while (i-- > 0) (void)ReleaseRange(info, wanted.ranges()[i]);
+    errno = reason;
+    return -1;
+  }
+  info.locks.Add(range);
+  return 0;
+}
+
+int UNIXFileManager::ReleaseRange(UNIXFileInfo& info, const ByteRange& range) {
+  info.locks.Remove(range);
+  ByteRanges unlocked;
+  unlocked.Add(range);
+  for (const UNIXFileInfo& other : active_) {
+    if (&other == &info || !(other.identity() == info.identity())) continue;
+    for (const ByteRange& held : other.locks.ranges()) unlocked.Remove(held);
+  }
+  int result = 0;
+  for (const ByteRange& piece : unlocked.ranges()) {
+    if (DropRecordLock(info.fd(), piece) != 0) result = -1;
+  }
+  if (!parked_.empty() && !HoldsLocks(info.identity())) CloseParked(info.identity());
+  return result;
+}
+
+bool UNIXFileManager::HoldsLocks(const FileIdentity& identity) const {
+  return std::any_of(active_.begin(), active_.end(), [&](const UNIXFileInfo& info) {
+    return !info.locks.empty() && info.identity() == identity;
+  });
+}
+
+int UNIXFileManager::CloseDescriptor(int fd, const FileIdentity& identity) {
+  if (HoldsLocks(identity)) {
+    parked_.push_back({identity, fd});
+    return 0;
+  }
+  CloseParked(identity);
+  return ::close(fd);
+}
+
+void UNIXFileManager::CloseParked(const FileIdentity& identity) {
+  std::erase_if(parked_, [&](const Parked& parked) {
+    if (!(parked.identity == identity)) return false;
+    CloseQuietly(parked.fd);
+    return true;
+  });
+}
+
+int UNIXFileManager::Lock(const String& lockfile) {
+  if (!Usable(lockfile) || FreeFileSpace(1) == 0) return -1;
+  return TakeNamedLock(host_, lockfile, error_);
+}
+
+int UNIXFileManager::Checked(int result) {
+  if (result == 0) return 0;
+  error_ = host_.lasterror();
+  return -1;
+}
+
+bool UNIXFileManager::Usable(const String& path) {
+  if (!ContainsNul(path)) return true;
+  error_ = kNulMessage;
+  return false;
+}

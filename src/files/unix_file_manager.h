@@ -1,0 +1,125 @@
+// UNIXFileManager: the file services on POSIX calls, and the budget of `maxfiles` descriptors.
+//
+// Every open File has one UNIXFileInfo in one of two lists: active (with a descriptor, most
+// recently used first) or inactive (closed to save handles, most recently deactivated first).
+// An inactive file is opened again, at its old offset, when it is used.
+//
+// The system drops all record locks a process holds on a file as soon as the process closes any
+// descriptor of that file. Hence, while some File holds a record lock:
+//   - no File of the same file is deactivated, under whatever name it was opened;
+//   - when another File of the same file is closed, or Copy is done with it, its descriptor is
+//     parked, and closed when the last lock on that file is gone.
+// When only such files are left, the budget is exceeded rather than a lock lost. Parked descriptors
+// count as handles.
+
+#ifndef VEXA_FILES_UNIX_FILE_MANAGER_H_
+#define VEXA_FILES_UNIX_FILE_MANAGER_H_
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <vector>
+
+#include "core/string.h"
+#include "files/byte_ranges.h"
+#include "files/descriptor.h"
+#include "files/unix_file_info.h"
+#include "vexa.h"
+
+class UNIXFile;
+
+class UNIXFileManager final : public FileManager {
+ public:
+  // `host` is borrowed and must outlive the manager.
+  explicit UNIXFileManager(Vexa& host) : host_(host) {}
+  // Closes what is still open; the Files then fail all operations, but must not outlive this.
+  ~UNIXFileManager() override;
+  UNIXFileManager(const UNIXFileManager&) = delete;
+  UNIXFileManager& operator=(const UNIXFileManager&) = delete;
+
+  [[nodiscard]] std::unique_ptr<File> Open(const String& path, int mode) override;
+  [[nodiscard]] int Lock(const String& lockfile) override;
+  [[nodiscard]] int Delete(const String& path) override;
+  // Copies in place: a target that exists keeps its name, links and owner. One that this call
+  // created is removed again when the copy fails; one that existed is then incomplete.
+  [[nodiscard]] int Copy(const String& from, const String& to) override;
+  [[nodiscard]] int Rename(const String& from, const String& to) override;
+  [[nodiscard]] int TouchFile(const String& path) override;
+  [[nodiscard]] bool Exists(const String& path) override;
+  [[nodiscard]] int64_t Length(const String& path) override;
+  [[nodiscard]] bool IsDirectory(const String& path) override;
+  [[nodiscard]] int MakeDirectory(const String& path) override;
+  [[nodiscard]] int RemoveDirectory(const String& path) override;
+  [[nodiscard]] int ListDirectory(const String& path, std::vector<String>& names) override;
+  [[nodiscard]] int MakeSymbolicLink(const String& target, const String& link) override;
+  [[nodiscard]] int Mode(const String& path) override;
+  [[nodiscard]] int ChangeMode(const String& path, int mode) override;
+  [[nodiscard]] std::unique_ptr<File> MakeTemporary(String& path, String& suffix,
+                                                    int mode) override;
+  [[nodiscard]] String StripExtension(const String& path) const override;
+  [[nodiscard]] String StripDirectory(const String& path) const override;
+  [[nodiscard]] uid_t GetOwnerUID(const String& path) const override;
+  [[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner) const override;
+  [[nodiscard]] const String& error() const override { return error_; }
+  void Error(const String& message) { error_ = message; }
+
+  // The POSIX flags of OpenMode bits.
+  [[nodiscard]] static int OpenMode(int mode);
+  // Makes room for `count` descriptors within the budget. 1, or 0 when `maxfiles` is less.
+  [[nodiscard]] int FreeFileSpace(int count);
+  // The open files that have a descriptor now.
+  [[nodiscard]] int active_files() const { return static_cast<int>(active_.size()); }
+
+ private:
+  friend class UNIXFile;
+
+  // How a descriptor was opened.
+  struct OpenedAs {
+    int flags;
+    const struct stat& status;
+  };
+  // A descriptor that must not be closed yet.
+  struct Parked {
+    FileIdentity identity;
+    int fd;
+  };
+
+  [[nodiscard]] Vexa& host() { return host_; }
+
+  // For UNIXFile. Returns the descriptor of a new info at the front of the active list, or -1.
+  [[nodiscard]] int open(UNIXFile* file, const String& path, int flags, mode_t permissions);
+  // The descriptor of an open file, opened again when needed, or -1.
+  [[nodiscard]] int ActivateFile(UNIXFile* file);
+  // Puts a freshly opened descriptor at the front of the active list.
+  void Adopt(UNIXFile* file, const String& path, int fd, OpenedAs opened);
+  void CloseFile(UNIXFile* file);
+  // Take and release record locks on an active file. 0, or -1 with the reason in errno.
+  [[nodiscard]] int LockRange(UNIXFileInfo& info, const ByteRange& range);
+  [[nodiscard]] int ReleaseRange(UNIXFileInfo& info, const ByteRange& range);
+
+  // Whether any File holds a record lock on the file.
+  [[nodiscard]] bool HoldsLocks(const FileIdentity& identity) const;
+  // Closes `fd`, or parks it. Returns what close returns.
+  int CloseDescriptor(int fd, const FileIdentity& identity);
+  void CloseParked(const FileIdentity& identity);
+  // Deactivates the least recently used file that may be; false when there is none.
+  bool DeactivateOne();
+
+  // Copies from the open `source` to the file `to`. 0, or -1 with the message stored.
+  [[nodiscard]] int CopyTo(const String& to, int source, const FileIdentity& source_identity);
+  // The same for an open `target`; `block` holds the first `got` bytes of the source.
+  [[nodiscard]] int CopyBlocks(int source, int target, char* block, ssize_t got);
+
+  // 0 when `result` is 0; else stores the system's message and returns -1.
+  [[nodiscard]] int Checked(int result);
+  // Whether `path` can be given to the system; else stores a message.
+  [[nodiscard]] bool Usable(const String& path);
+
+  Vexa& host_;
+  String error_;
+  std::list<UNIXFileInfo> active_;
+  std::list<UNIXFileInfo> inactive_;
+  std::vector<Parked> parked_;
+};
+
+#endif  // VEXA_FILES_UNIX_FILE_MANAGER_H_

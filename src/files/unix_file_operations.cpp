@@ -1,0 +1,167 @@
+// The operations of UNIXFileManager that act on paths rather than open files.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "files/descriptor.h"
+#include "files/file_paths.h"
+#include "files/unix_file_manager.h"
+
+namespace {
+
+constexpr size_t kCopyBlock = 8192;
+
+String WithoutTrailingSlash(const String& path) {
+  return path.view().ends_with('/') ? path.before(path.length() - 1) : path;
+}
+
+}  // namespace
+
+int UNIXFileManager::Delete(const String& path) {
+  return Usable(path) ? Checked(::unlink(path.c_str())) : -1;
+}
+
+int UNIXFileManager::Copy(const String& from, const String& to) {
+  if (!Usable(from) || !Usable(to) || FreeFileSpace(2) == 0) return -1;
+  struct stat status;
+  const int source = OpenDescriptor(from.c_str(), O_RDONLY, 0, status);
+  if (source < 0) return Checked(-1);
+  const int result = CopyTo(to, source, IdentityOf(status));
+  (void)CloseDescriptor(source, IdentityOf(status));
+  return result;
+}
+
+int UNIXFileManager::CopyTo(const String& to, int source, const FileIdentity& source_identity) {
+  // Reading comes first: a source that cannot be read must not cost the target its content.
+  char block[kCopyBlock];
+  const ssize_t got = ReadFully(source, block, sizeof(block));
+  if (got < 0) return Checked(-1);
+
+  struct stat status;
+  bool created = true;
+  int target = OpenDescriptor(to.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600, status);
+  if (target < 0 && errno == EEXIST) {
+    created = false;
+    target = OpenDescriptor(to.c_str(), O_WRONLY | O_CREAT, 0600, status);
+  }
+  if (target < 0) return Checked(-1);
+  const FileIdentity identity = IdentityOf(status);
+  int result = 0;
+  if (identity == source_identity) {
+    error_ = "Source and target are the same file";
+    result = -1;
+  } else if (S_ISREG(status.st_mode)) {
+    result = Checked(RetryInterrupted([&] { return ::ftruncate(target, 0); }));
+  }
+  if (result == 0) result = CopyBlocks(source, target, block, got);
+  // Some file systems tell only now that the disk is full.
+  if (CloseDescriptor(target, identity) != 0 && errno != EINTR && result == 0) {
+    result = Checked(-1);
+  }
+  if (result != 0 && created) (void)::unlink(to.c_str());
+  return result;
+}
+
+int UNIXFileManager::CopyBlocks(int source, int target, char* block, ssize_t got) {
+  while (got > 0) {
+    // A source may grow as fast as it is copied, or have no end.
+    if (host_.timedout()) {
+      error_ = "Timed out while copying";
+      return -1;
+    }
+    if (WriteFully(target, block, static_cast<size_t>(got)) < 0) return Checked(-1);
+    got = ReadFully(source, block, kCopyBlock);
+  }
+  return Checked(static_cast<int>(got));
+}
+
+int UNIXFileManager::Rename(const String& from, const String& to) {
+  if (!Usable(from) || !Usable(to)) return -1;
+  if (::rename(from.c_str(), to.c_str()) == 0) return 0;
+  if (errno != EXDEV) return Checked(-1);
+  return Copy(from, to) == 0 ? Delete(from) : -1;
+}
+
+int UNIXFileManager::TouchFile(const String& path) {
+  return Usable(path) && Checked(::utime(path.c_str(), nullptr)) == 0 ? 1 : 0;
+}
+
+bool UNIXFileManager::Exists(const String& path) {
+  struct stat status;
+  return Usable(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+int64_t UNIXFileManager::Length(const String& path) {
+  struct stat status;
+  if (!Usable(path) || Checked(::stat(path.c_str(), &status)) != 0) return -1;
+  return status.st_size;
+}
+
+bool UNIXFileManager::IsDirectory(const String& path) {
+  struct stat status;
+  return Usable(path) && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+int UNIXFileManager::MakeDirectory(const String& path) {
+  return Usable(path) ? Checked(::mkdir(WithoutTrailingSlash(path).c_str(), 0700)) : -1;
+}
+
+int UNIXFileManager::RemoveDirectory(const String& path) {
+  return Usable(path) ? Checked(::rmdir(WithoutTrailingSlash(path).c_str())) : -1;
+}
+
+int UNIXFileManager::ListDirectory(const String& path, std::vector<String>& names) {
+  if (!Usable(path) || FreeFileSpace(1) == 0) return -1;
+  const auto close = [](DIR* directory) { ::closedir(directory); };
+  const std::unique_ptr<DIR, decltype(close)> directory(::opendir(path.c_str()), close);
+  if (directory == nullptr) return Checked(-1);
+  std::vector<String> found;
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(directory.get());
+    if (entry == nullptr && errno != 0) return Checked(-1);
+    if (entry == nullptr) break;
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") found.emplace_back(name);
+  }
+  std::sort(found.begin(), found.end(),
+            [](const String& a, const String& b) { return a.view() < b.view(); });
+  names = std::move(found);
+  return 0;
+}
+
+int UNIXFileManager::MakeSymbolicLink(const String& target, const String& link) {
+  // The system's reason is not stored, on purpose: callers word this failure themselves.
+  return Usable(target) && Usable(link) ? ::symlink(target.c_str(), link.c_str()) : -1;
+}
+
+int UNIXFileManager::Mode(const String& path) {
+  struct stat status;
+  if (!Usable(path) || Checked(::stat(path.c_str(), &status)) != 0) return -1;
+  return static_cast<int>(status.st_mode);
+}
+
+int UNIXFileManager::ChangeMode(const String& path, int mode) {
+  return Usable(path) ? Checked(::chmod(path.c_str(), static_cast<mode_t>(mode))) : -1;
+}
+
+String UNIXFileManager::StripExtension(const String& path) const { return ::StripExtension(path); }
+
+String UNIXFileManager::StripDirectory(const String& path) const { return ::StripDirectory(path); }
+
+uid_t UNIXFileManager::GetOwnerUID(const String& path) const { return ::GetOwnerUID(path); }
+
+int UNIXFileManager::FollowPath(String& path, int allow_links, int allow_other_owner) const {
+  return ::FollowPath(path, allow_links, allow_other_owner);
+}
