@@ -1,0 +1,65 @@
+// The people's options.
+
+#include "cgi/command_line.h"
+
+#include <cstdlib>
+#include <span>
+#include <string_view>
+
+#include "cgi/standard_output.h"
+#include "cgi/version.h"
+
+namespace {
+
+constexpr std::string_view kHelp =
+    "Vexa runs page scripts for a web server, once for each request, through CGI.\n"
+    "\n"
+    "  vexa --version                       print the version\n"
+    "  vexa --help                          print this text\n";
+
+constexpr int kPrintBuffer = 4096;
+
+using Arguments = std::span<char* const>;
+
+int PrintVersion(Output& out, Arguments) {
+  out.Write("vexa ");
+  out.Write(kVersion);
+  out.Write("\n");
+  return EXIT_SUCCESS;
+}
+
+int PrintHelp(Output& out, Arguments) {
+  out.Write(kHelp);
+  return EXIT_SUCCESS;
+}
+
+struct Option {
+  std::string_view name;
+  // `arguments` are those behind the option. Returns the exit status.
+  int (*handler)(Output& out, Arguments arguments);
+};
+
+constexpr Option kOptions[] = {
+    {"--version", PrintVersion},
+    {"--help", PrintHelp},
+};
+
+const Option* FindOption(std::string_view name) {
+  for (const Option& option : kOptions) {
+    if (option.name == name) return &option;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool IsCommandLine(int argc, char** argv) {
+  return argc > 1 && std::getenv("GATEWAY_INTERFACE") == nullptr &&
+         std::getenv("PATH_INFO") == nullptr && FindOption(argv[1]) != nullptr;
+}
+
+int RunCommandLine(int argc, char** argv) {
+  StandardOutput out(kPrintBuffer);
+  Arguments arguments(argv + 2, argv + argc);
+  return FindOption(argv[1])->handler(out, arguments);
+}

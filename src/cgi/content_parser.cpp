@@ -1,0 +1,23 @@
+// ContentParser: choosing the parser for a body.
+
+#include "cgi/content_parser.h"
+
+#include "cgi/host.h"
+#include "cgi/url_encoded.h"
+#include "core/error.h"
+#include "core/text.h"
+
+int ContentParser::CheckTimeout() const {
+  if (!host_.timedout()) return 0;
+  host_.Error(TimeoutError("Application"));
+  return 1;
+}
+
+std::unique_ptr<ContentParser> NewContentParser(HostBase& host, const String& content_type) {
+  std::string_view type = content_type.view();
+  type = Stripped(type.substr(0, type.find(';')));
+  if (EqualsIgnoreCase(type, "application/x-www-form-urlencoded")) {
+    return std::make_unique<URLEncodedParser>(host);
+  }
+  return nullptr;
+}
