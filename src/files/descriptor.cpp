@@ -57,7 +57,8 @@ ssize_t WriteFully(int descriptor, const char* data, size_t count) {
   while (done < count) {
     const ssize_t put =
         RetryInterrupted([&] { return ::write(descriptor, data + done, count - done); });
-    if (put < 0) return -1;
+    if (put == 0) errno = EIO;
+    if (put <= 0) return -1;
     done += static_cast<size_t>(put);
   }
   return static_cast<ssize_t>(done);

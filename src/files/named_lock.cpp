@@ -23,8 +23,6 @@ constexpr int kTimedOut = 0;
 constexpr int kFailed = -1;
 constexpr int kDeadlock = -2;
 
-constexpr int64_t kNanoseconds = 1'000'000'000;
-
 void SleepTenMilliseconds() {
   const struct timespec pause = {0, 10'000'000};
   // A signal may cut the pause short; the loop then looks at the time limit the sooner.
@@ -142,9 +140,10 @@ class NamedLock {
     if (expiration <= 0) return false;
     struct timespec now;
     if (::clock_gettime(CLOCK_REALTIME, &now) != 0) return false;
-    const int64_t age =
-        (now.tv_sec - status.st_mtim.tv_sec) * kNanoseconds + now.tv_nsec - status.st_mtim.tv_nsec;
-    return age >= expiration * kNanoseconds;
+    // Subtracting from the clock cannot overflow, whatever time the file claims.
+    const time_t oldest = now.tv_sec - expiration;
+    const struct timespec& touched = status.st_mtim;
+    return touched.tv_sec < oldest || (touched.tv_sec == oldest && touched.tv_nsec <= now.tv_nsec);
   }
 
   // Removes the stale lock file that `fd` has open. False when that was not possible, for now or

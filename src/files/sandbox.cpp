@@ -3,6 +3,7 @@
 #include "files/sandbox.h"
 
 #include <string_view>
+#include <utility>
 
 #include "core/encoding.h"
 #include "files/descriptor.h"

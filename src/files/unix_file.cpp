@@ -17,7 +17,6 @@ int UNIXFile::Open(const String& path, int mode) {
     error_ = manager_.error();
     return 0;
   }
-  open_ = true;
   return 1;
 }
 
@@ -107,6 +106,7 @@ int UNIXFile::WriteAt(int64_t offset, const char* data, int count) {
     const ssize_t put = RetryInterrupted([&] {
       return ::pwrite(fd, data + done, static_cast<size_t>(count - done), offset + done);
     });
+    if (put == 0) return Fail(EIO);
     if (put < 0) return Fail();
     done += static_cast<int>(put);
   }

@@ -1,0 +1,157 @@
+// The named lock between real processes: exclusion, dead holders, other hosts, waiting.
+
+#include <string>
+#include <vector>
+
+#include "file_fixture.h"
+
+namespace {
+
+class FileLockTest : public FileFixture {
+ protected:
+  // A process number that nobody has.
+  static std::string DeadProcess() {
+    const pid_t child = Fork([] { return 0; });
+    ExitStatus(child);
+    return std::to_string(child);
+  }
+  // Adds one to the number in a file, slowly enough to lose counts when two do it at once.
+  void Count() const {
+    const int count = std::stoi(Content("count"));
+    ::usleep(200);
+    Make("count", std::to_string(count + 1));
+  }
+  // The directory's entries besides those named.
+  [[nodiscard]] int Leftovers() const {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory())) {
+      const std::string name = entry.path().filename().string();
+      if (name != "count" && name != "x.lck") ++count;
+    }
+    return count;
+  }
+  // Runs `body` in `count` processes at once; all must end with 0.
+  static void InProcesses(int count, const std::function<int()>& body) {
+    std::vector<pid_t> children;
+    for (int i = 0; i < count; ++i) children.push_back(Fork(body));
+    for (const pid_t child : children) EXPECT_EQ(ExitStatus(child), 0);
+  }
+  [[nodiscard]] bool HeldByUs() const {
+    return Content("x.lck") == std::to_string(::getpid()) + ":here";
+  }
+
+  String lock_ = Path("x.lck");
+};
+
+TEST_F(FileLockTest, OnlyOneProcessAtATime) {
+  Make("count", "0");
+  InProcesses(5, [&] {
+    for (int i = 0; i < 12; ++i) {
+      if (files.Lock(lock_) != 1 || !HeldByUs()) return 1;
+      Count();
+      if (files.Delete(lock_) != 0) return 2;
+    }
+    return 0;
+  });
+  EXPECT_EQ(Content("count"), "60");
+  EXPECT_EQ(Leftovers(), 0);
+  EXPECT_FALSE(files.Exists(lock_));
+}
+
+TEST_F(FileLockTest, OnlyOneTakesOverFromADeadHolder) {
+  Make("count", "0");
+  Make("x.lck", DeadProcess() + ":here");
+  // Every holder dies with the lock. A zombie is not dead yet: the parent reaps in any order.
+  constexpr int kProcesses = 24;
+  for (int i = 0; i < kProcesses; ++i) {
+    ASSERT_GT(Fork([&] {
+                if (files.Lock(lock_) != 1) return 1;
+                Count();
+                return 0;
+              }),
+              0);
+  }
+  for (int i = 0; i < kProcesses; ++i) {
+    int status = 0;
+    ASSERT_GT(::wait(&status), 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(Content("count"), std::to_string(kProcesses));
+  EXPECT_EQ(Leftovers(), 0);
+}
+
+TEST_F(FileLockTest, OwnLockIsADeadlock) {
+  ASSERT_EQ(files.Lock(lock_), 1);
+  EXPECT_EQ(files.Mode(lock_) & ~0022, S_IFREG | 0644);
+  EXPECT_EQ(files.Lock(lock_), -2);
+  EXPECT_EQ(files.error(), "Possible deadlock detected");
+  EXPECT_TRUE(HeldByUs());
+  EXPECT_EQ(Leftovers(), 0);
+}
+
+TEST_F(FileLockTest, LiveHolderIsWaitedForUntilTheTimeIsUp) {
+  // The parent of this process is alive, whatever the age of its lock.
+  Make("x.lck", std::to_string(::getppid()) + ":here");
+  SetAge(lock_, 100'000);
+  TimeOutSoon();
+  EXPECT_EQ(files.Lock(lock_), 0);
+  EXPECT_EQ(files.error(), "Timed out waiting for lock");
+  EXPECT_TRUE(files.Exists(lock_));
+  EXPECT_EQ(Leftovers(), 0);
+}
+
+TEST_F(FileLockTest, LocksOfOtherHostsAndWithoutSenseExpire) {
+  for (const std::string& content :
+       {std::string("1:elsewhere"), std::string("1:her"), std::string("1:here\n"),
+        std::string("12"), std::string(), std::string("0:here"), std::string("-1:here"),
+        std::string(2000, 'x')}) {
+    SCOPED_TRACE(content);
+    Make("x.lck", content);
+    SetAge(lock_, 60);
+    host.timed_out = false;
+    TimeOutSoon();
+    EXPECT_EQ(files.Lock(lock_), 0);
+    EXPECT_EQ(Content("x.lck"), content);
+    TearDown();
+
+    host.timed_out = false;
+    SetAge(lock_, 91);
+    EXPECT_EQ(files.Lock(lock_), 1);
+    EXPECT_TRUE(HeldByUs());
+    ASSERT_EQ(files.Delete(lock_), 0);
+  }
+  host.settings.lockexpiration = 0;
+  Make("x.lck", "1:elsewhere");
+  SetAge(lock_, 1'000'000);
+  TimeOutSoon();
+  EXPECT_EQ(files.Lock(lock_), 0);
+}
+
+TEST_F(FileLockTest, WhatCanNeverBecomeALockEnds) {
+  EXPECT_EQ(files.Lock(Path("missing/x.lck")), -1);
+  EXPECT_EQ(files.error(), strerror(ENOENT));
+  EXPECT_EQ(files.Lock(Path(std::string(250, 'n'))), -1);
+  EXPECT_EQ(files.error(), strerror(ENAMETOOLONG));
+  // Things that cannot be read or removed are waited for, not destroyed.
+  ASSERT_EQ(::mkdir(lock_.c_str(), 0700), 0);
+  SetAge(lock_, 1000);
+  TimeOutSoon();
+  EXPECT_EQ(files.Lock(lock_), 0);
+  EXPECT_TRUE(files.IsDirectory(lock_));
+  TearDown();
+  ASSERT_EQ(files.RemoveDirectory(lock_), 0);
+  ASSERT_EQ(::mkfifo(lock_.c_str(), 0600), 0);
+  host.timed_out = false;
+  TimeOutSoon();
+  EXPECT_EQ(files.Lock(lock_), 0);
+  EXPECT_EQ(Leftovers(), 0);
+}
+
+TEST_F(FileLockTest, ScratchFileOfAKilledProcessIsNoHindrance) {
+  Make("x.lck.here." + std::to_string(::getpid()), "left over");
+  EXPECT_EQ(files.Lock(lock_), 1);
+  EXPECT_TRUE(HeldByUs());
+  EXPECT_EQ(Leftovers(), 0);
+}
+
+}  // namespace
