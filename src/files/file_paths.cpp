@@ -2,12 +2,14 @@
 
 #include "files/file_paths.h"
 
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "files/descriptor.h"
 
@@ -75,7 +77,14 @@ class PathWalk {
   }
 
   int Enter(std::string_view component) {
-    std::string next = Below(component.starts_with('/') ? component.substr(1) : component);
+    if (component.starts_with('/')) component.remove_prefix(1);
+    if (result_.size() + component.size() >= PATH_MAX) {
+      // No link can be there, and asking about every component would cost the square of a length
+      // that a script is free to choose.
+      Append(result_, component);
+      return kPathGood;
+    }
+    std::string next = Below(component);
     std::string target;
     if (ReadLink(next, target)) {
       if (!links_allowed_) return kLinkNotAllowed;
@@ -89,9 +98,12 @@ class PathWalk {
   // `name` in the directory reached so far.
   [[nodiscard]] std::string Below(std::string_view name) const {
     std::string path = result_;
+    Append(path, name);
+    return path;
+  }
+  void Append(std::string& path, std::string_view name) const {
     if (absolute_ || !path.empty()) path += '/';
     path += name;
-    return path;
   }
 
   // `first` is a link to `target`. A relative target counts from the directory reached so far at
