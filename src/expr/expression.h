@@ -1,5 +1,6 @@
 // Expression: a parsed expression, read from a script or from a text and evaluated as often as
-// wanted. Reading follows expression_reader, the tree expression_tree, the operators operators.
+// wanted. The way of an expression: expression_reader reads tokens, expression_tree places them,
+// expression_evaluation walks the tree, operators computes.
 //
 // Reading and evaluating never recurse on the machine stack, so an expression of 100,000 terms or
 // 100,000 open parentheses ends in a value or in a clear error. (Calls of the script's own
@@ -21,7 +22,7 @@ class ExpressionTree;
 enum class ValueEnd {
   Failed = 0,      // an error was reported
   Whitespace = 2,  // at white space: more attributes may follow
-  TagEnd = 3,      // the closing `>` was consumed
+  TagEnd = 3,      // the closing `>` was consumed, or a text ended
 };
 
 // Where a value may end, and whether a lone double-quoted constant is itself an expression.

@@ -165,7 +165,7 @@ TEST(OperatorsTest, HashWithASaltFromTheAlphabet) {
 
 TEST(OperatorsTest, FormatByPictures) {
   ExpectValues({
-      {"'5551234567' FMT '(3#)&amp;32;3#-4#'", "(555) 123-4567"},
+      {"'5551234567' FMT '(3#)&32;3#-4#'", "(555) 123-4567"},
       {"'12a' FMT '3#'", "120"},
       {"'a1b2' FMT '*!#'", "ab"},
       {"'a1b2' FMT '!*#'", "ab"},
@@ -175,14 +175,14 @@ TEST(OperatorsTest, FormatByPictures) {
       {"'a1b2' FMT '!2A9'", "12"},
       {"'abcd' FMT 'P2pP'", "ad"},
       {"'abcd' FMT '*P'", "abcd"},
-      {"'abc' FMT 'P&amp;45;P&amp;45;P&amp;45;'", "a-b-c"},
-      {"'ab' FMT '3&amp;42;P'", "***a"},
+      {"'abc' FMT 'P&45;P&45;P&45;'", "a-b-c"},
+      {"'ab' FMT '3&42;P'", "***a"},
       {"'ab' FMT '*-P'", "--a"},
       {"'ab' FMT '0PP'", "a"},
       {"'ab' FMT ' P'", " a"},
       {"'ab' FMT 'x2y'", "xyy"},
-      {"'ab' FMT '&amp;P'", "&a"},
-      {"'ab' FMT '&amp;0;P'", "&a"},
+      {"'ab' FMT '&P'", "&a"},
+      {"'ab' FMT '&0;P'", "&a"},
       {"'12' FMT '(2#)'", "(12"},
       {"'12' FMT '#'", "1"},
       {"'12' FMT '3'", ""},
