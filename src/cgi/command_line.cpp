@@ -6,8 +6,10 @@
 #include <span>
 #include <string_view>
 
+#include "cgi/cgi_vexa.h"
 #include "cgi/standard_output.h"
 #include "cgi/version.h"
+#include "engine/script_check.h"
 
 namespace {
 
@@ -15,7 +17,8 @@ constexpr std::string_view kHelp =
     "Vexa runs page scripts for a web server, once for each request, through CGI.\n"
     "\n"
     "  vexa --version                       print the version\n"
-    "  vexa --help                          print this text\n";
+    "  vexa --help                          print this text\n"
+    "  vexa --check FILE...                 read scripts and print their syntax errors\n";
 
 constexpr int kPrintBuffer = 4096;
 
@@ -33,6 +36,18 @@ int PrintHelp(Output& out, Arguments) {
   return EXIT_SUCCESS;
 }
 
+// 0 when every script is free of syntax errors, else 1.
+int CheckScripts(Output& out, Arguments paths) {
+  char* const program[] = {const_cast<char*>("vexa"), nullptr};
+  CGIVexa host(1, const_cast<char**>(program));
+  bool clean = !paths.empty();
+  if (paths.empty()) out.Write("vexa --check: no file given\n");
+  for (const char* path : paths) {
+    if (!CheckScript(host, path, out)) clean = false;
+  }
+  return clean ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 struct Option {
   std::string_view name;
   // `arguments` are those behind the option. Returns the exit status.
@@ -42,6 +57,7 @@ struct Option {
 constexpr Option kOptions[] = {
     {"--version", PrintVersion},
     {"--help", PrintHelp},
+    {"--check", CheckScripts},
 };
 
 const Option* FindOption(std::string_view name) {

@@ -1,59 +1,12 @@
 // How the executor reads attributes: whole bodies, values evaluated at once, values kept as text,
 // and values whose place is kept because they are evaluated later and again.
 
-#include <algorithm>
-
 #include "core/text.h"
+#include "engine/attribute_forms.h"
 #include "engine/script_parser.h"
 #include "engine/tag_numbers.h"
 
 namespace {
-
-constexpr std::string_view kStop = "STOP";
-
-bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
-  return std::any_of(names.begin(), names.end(),
-                     [name](std::string_view n) { return EqualsIgnoreCase(name, n); });
-}
-
-// Attributes whose double-quoted value is itself an expression.
-ValueForm FormOf(int id, std::string_view name) {
-  bool expression = false;
-  switch (id) {
-    case kTagVxIF:
-    case kTagVxEVAL:
-    case kTagVxWHILE:
-      expression = true;
-      break;
-    case kTagVxMAKEINDEX:
-      expression = IsOneOf(name, {"EXPR", "EXPRESSION"});
-      break;
-    case kTagVxFILTER:
-    case kTagVxIMPORT:
-      expression = IsOneOf(name, {"FILTER"});
-      break;
-    case kTagVxDO:
-      expression = IsOneOf(name, {"VALUE"});
-      break;
-    default:
-      break;
-  }
-  return expression ? ValueForm::ExpressionAttribute : ValueForm::Attribute;
-}
-
-// Values that the tag's handler evaluates, once or for every record.
-bool IsKeptAsText(int id, std::string_view name) {
-  return (id == kTagVxMAKEINDEX || id == kTagVxFILTER || id == kTagVxDO) &&
-         FormOf(id, name) == ValueForm::ExpressionAttribute;
-}
-
-// Values that a loop reads again for every pass.
-bool IsDeferred(int id, std::string_view name) {
-  return id == kTagVxWHILE ||
-         (id == kTagVxIMPORT && FormOf(id, name) == ValueForm::ExpressionAttribute);
-}
-
-bool IsStopWord(std::string_view body) { return IsLeadingPart(Stripped(body), kStop); }
 
 // A source that keeps the text that was read through it.
 class Recorder final : public CharacterSource {
@@ -90,8 +43,7 @@ class Recorder final : public CharacterSource {
 }  // namespace
 
 bool ScriptParser::IsStopForm(const TagTemplate& form, std::string_view body) const {
-  if (form.id == kTagWHILE) return IsStopWord(body);
-  return form.id == kTagIMPORT && EqualsIgnoreCase(Stripped(body), kStop);
+  return IsStopBody(form.id, body);
 }
 
 ScanResult ScriptParser::GetNameValuePairs(Tag& tag) {
@@ -139,13 +91,12 @@ ScanResult ScriptParser::GetLoopCondition(Tag& tag) {
   String body;
   if (EatUntil(body, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
   body.Truncate(body.size() - 1);
-  if (IsStopWord(body)) tag.AddNameValuePair(kStop, {});
+  if (IsStopBody(tag.id(), body)) tag.AddNameValuePair("STOP", {});
   return ScanResult::End;
 }
 
 ScanResult ScriptParser::GetValue(Tag& tag, const String& name, String& value) {
-  bool flat_file = tag.id() == kTagIMPORT || tag.id() == kTagEXPORT;
-  if (flat_file && IsLeadingPart(name, "ORDER")) {
+  if (IsRawOrder(tag.id(), name)) {
     if (EatUntil(value, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
     value.Truncate(value.size() - 1);
     value.StripWhitespace();
@@ -155,7 +106,7 @@ ScanResult ScriptParser::GetValue(Tag& tag, const String& name, String& value) {
     }
     return ScanResult::End;
   }
-  ValueForm form = FormOf(tag.id(), name);
+  ValueForm form = AttributeForm(tag.id(), name);
   if (IsKeptAsText(tag.id(), name)) return GetUnevaluated(form, value);
   SourcePlace start = source().Place();
   Expression expression;

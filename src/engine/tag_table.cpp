@@ -5,6 +5,7 @@
 
 #include "engine/tag_table.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -223,4 +224,9 @@ const TagTemplate* FindTagTemplate(std::string_view name) {
     if (EqualsIgnoreCase(tag.name, name)) return &tag;
   }
   return nullptr;
+}
+
+const TagTemplate* FindTagTemplateByNumber(int id) {
+  return std::find_if(std::begin(kTags), std::end(kTags),
+                      [id](const TagTemplate& tag) { return tag.id == id; });
 }

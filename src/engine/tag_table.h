@@ -10,4 +10,7 @@
 // The template of a tag name, letter case ignored, or null when there is no such tag.
 [[nodiscard]] const TagTemplate* FindTagTemplate(std::string_view name);
 
+// The first row with that number. REQUIRES: a TagNumber.
+[[nodiscard]] const TagTemplate* FindTagTemplateByNumber(int id);
+
 #endif  // VEXA_ENGINE_TAG_TABLE_H_

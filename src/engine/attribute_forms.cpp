@@ -1,0 +1,53 @@
+// The few attributes that are not simply evaluated.
+
+#include "engine/attribute_forms.h"
+
+#include "core/text.h"
+#include "engine/tag_numbers.h"
+
+namespace {
+
+constexpr std::string_view kStop = "STOP";
+
+bool IsExpressionAttribute(int tag, std::string_view name) {
+  switch (tag) {
+    case kTagVxIF:
+    case kTagVxEVAL:
+    case kTagVxWHILE:
+      return true;
+    case kTagVxMAKEINDEX:
+      return EqualsIgnoreCase(name, "EXPR") || EqualsIgnoreCase(name, "EXPRESSION");
+    case kTagVxFILTER:
+    case kTagVxIMPORT:
+      return EqualsIgnoreCase(name, "FILTER");
+    case kTagVxDO:
+      return EqualsIgnoreCase(name, "VALUE");
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+ValueForm AttributeForm(int tag, std::string_view name) {
+  return IsExpressionAttribute(tag, name) ? ValueForm::ExpressionAttribute : ValueForm::Attribute;
+}
+
+bool IsKeptAsText(int tag, std::string_view name) {
+  bool evaluates_itself = tag == kTagVxMAKEINDEX || tag == kTagVxFILTER || tag == kTagVxDO;
+  return evaluates_itself && IsExpressionAttribute(tag, name);
+}
+
+bool IsDeferred(int tag, std::string_view name) {
+  return tag == kTagVxWHILE || (tag == kTagVxIMPORT && IsExpressionAttribute(tag, name));
+}
+
+bool IsRawOrder(int tag, std::string_view name) {
+  return (tag == kTagIMPORT || tag == kTagEXPORT) && IsLeadingPart(name, "ORDER");
+}
+
+bool IsStopBody(int tag, std::string_view body) {
+  // Any leading part of the word stops a WHILE, the empty body too.
+  if (tag == kTagWHILE) return IsLeadingPart(Stripped(body), kStop);
+  return tag == kTagIMPORT && EqualsIgnoreCase(Stripped(body), kStop);
+}
