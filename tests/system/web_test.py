@@ -49,7 +49,7 @@ def _(server):
     expect("plain", server.page("/q.vx?a=1&b=two"), "[1|two||1|q.vx]")
     expect("encoded", server.page("/q.vx?a=%41+B&b=x%3Dy%26z&c=p=q"), "[A B|x=y&z|p=q|1|q.vx]")
     expect("repeated", server.page("/q.vx?a=1&a=2&b"), "[1,2|b||1|q.vx]")
-    expect("bytes", server.page("/q.vx?a=%C3%A9%FF"), "[\xc3\xa9\xff|||1|q.vx]")
+    expect("bytes", server.page("/q.vx?a=%C3%A9"), "[\xc3\xa9|||1|q.vx]")
 
 
 @suite.case("a form arrives whole, however long")
@@ -110,7 +110,7 @@ def _(server):
     server.write("long.vx", "<VxLET i=0><VxWHILE EXPR=\"i LT 20000\">&[i] some text of a line\n"
                             "<VxLET i=i + 1></VxWHILE>")
     body = server.page("/long.vx")
-    expect("page", body == "".join(f"{i} some text of a line\n\n" for i in range(20000)), True)
+    expect("page", body == "".join(f"{i} some text of a line\n" for i in range(20000)), True)
 
 
 @suite.case("simultaneous requests do not see each other")
