@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   }
   const int runs = argc > 3 ? std::atoi(argv[3]) : 2000;
   const std::string page =
-      "<html><body><h1><VxASSIGN NAME=\"x\" VALUE=\"Hello\"><VxEVAL x></h1></body></html>\n";
+      "<html><body><h1><VxASSIGN NAME=\"x\" VALUE=\"Hello\"><VxEVAL EXPR=x></h1></body></html>\n";
   const BenchSite site(argv[1], page);
   const std::string baseline = argv[2];
 
