@@ -233,6 +233,7 @@ TEST_F(ExpressionReadingTest, EndsAttributesAtWhiteSpaceThatNoOperatorFollows) {
                                              {"a $=b>", "a MORE: $=b>"},
                                              {"a FMT = b>", "(a FMT =) MORE: b>"},
                                              {"a FMTX>", "a MORE: FMTX>"},
+                                             {"a substr b>", "(a SUBSTR b) TAGEND:"},
                                              {"a SUBSTRING b>", "a MORE: SUBSTRING b>"},
                                              {"a AND(b)>", "(a AND b) TAGEND:"},
                                              {"a OR'b'>", "(a OR 'b') TAGEND:"},

@@ -201,6 +201,8 @@ TEST(OperatorsTest, LimitFormattedTexts) {
             "ERROR: The left operand to the FMT operator is limited to 512 characters");
   EXPECT_EQ(Format("ab", "99999999999999999999-PP"), String(std::string(kLongestFormatted, '-')));
   EXPECT_EQ(Format("ab", "511-PP"), String(std::string(511, '-') + "a"));
+  // 256 is no character, so it is the count of the semicolon.
+  EXPECT_EQ(Format("ab", "&256;P"), String("&" + std::string(256, ';') + "a"));
   EXPECT_EQ(Format(std::string_view("a\0b", 3), "3P"), std::string_view("a\0b", 3));
 }
 
