@@ -1,5 +1,7 @@
 // The named lock between real processes: exclusion, dead holders, other hosts, waiting.
 
+#include <sys/file.h>
+
 #include <string>
 #include <vector>
 
@@ -78,6 +80,44 @@ TEST_F(FileLockTest, OnlyOneTakesOverFromADeadHolder) {
   }
   EXPECT_EQ(Content("count"), std::to_string(kProcesses));
   EXPECT_EQ(Leftovers(), 0);
+}
+
+TEST_F(FileLockTest, MeetingOneStaleLockTogetherHarmsNobody) {
+  const std::string stale = DeadProcess() + ":here";
+  for (int round = 0; round < 40; ++round) {
+    Make("x.lck", stale);
+    int start[2];
+    ASSERT_EQ(::pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int i = 0; i < 4; ++i) {
+      children.push_back(Fork([&] {
+        char byte;
+        ::close(start[1]);
+        if (::read(start[0], &byte, 1) != 0 || files.Lock(lock_) != 1) return 1;
+        for (int look = 0; look < 5; ++look) {
+          if (!HeldByUs()) return 2;
+          ::usleep(100);
+        }
+        return files.Delete(lock_) == 0 ? 0 : 3;
+      }));
+    }
+    ::close(start[0]);
+    ::close(start[1]);  // lets all of them go at once
+    for (const pid_t child : children) ASSERT_EQ(ExitStatus(child), 0) << "round " << round;
+  }
+}
+
+TEST_F(FileLockTest, StaleLockThatAnotherIsRemovingIsLeftToIt) {
+  Make("x.lck", "1:elsewhere");
+  SetAge(lock_, 1000);
+  const int fd = ::open(lock_.c_str(), O_RDONLY);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  TimeOutSoon();
+  EXPECT_EQ(files.Lock(lock_), 0);
+  EXPECT_EQ(Content("x.lck"), "1:elsewhere");
+  ::close(fd);
+  host.timed_out = false;
+  EXPECT_EQ(files.Lock(lock_), 1);
 }
 
 TEST_F(FileLockTest, OwnLockIsADeadlock) {
