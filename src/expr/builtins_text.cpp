@@ -4,6 +4,7 @@
 #include "expr/builtins_text.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,11 @@ constexpr bool IsControl(char c) { return IsAscii(c) && !IsPrintable(c); }
 // Whether every character is of the class; an empty text counts as yes.
 bool Every(const BuiltinCall& call, bool (*is_member)(char)) {
   return call.ReturnFlag(std::ranges::all_of(call.Text(0).view(), is_member));
+}
+
+// The first of the separators in `text`. Mostly there is one, and looking for it is much quicker.
+size_t FindSeparator(std::string_view text, std::string_view separators) {
+  return separators.size() == 1 ? text.find(separators[0]) : text.find_first_of(separators);
 }
 
 }  // namespace
@@ -111,9 +117,9 @@ bool BuiltinGettoken(const BuiltinCall& call) {
   int32_t tokens_before = call.Integer(2);
   if (tokens_before < 1) return true;
   while (--tokens_before > 0) {
-    const size_t end = rest.find_first_of(separators);
+    const size_t end = FindSeparator(rest, separators);
     if (end == std::string_view::npos) return true;
     rest.remove_prefix(end + 1);
   }
-  return call.Return(rest.substr(0, rest.find_first_of(separators)));
+  return call.Return(rest.substr(0, FindSeparator(rest, separators)));
 }
