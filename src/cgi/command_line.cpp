@@ -38,8 +38,9 @@ int PrintHelp(Output& out, Arguments) {
 
 // 0 when every script is free of syntax errors, else 1.
 int CheckScripts(Output& out, Arguments paths) {
-  char* const program[] = {const_cast<char*>("vexa"), nullptr};
-  CGIVexa host(1, const_cast<char**>(program));
+  char name[] = "vexa";
+  char* program[] = {name, nullptr};
+  CGIVexa host(1, program);
   bool clean = !paths.empty();
   if (paths.empty()) out.Write("vexa --check: no file given\n");
   for (const char* path : paths) {

@@ -3,6 +3,7 @@
 #include "cgi/content_parser.h"
 
 #include "cgi/host.h"
+#include "cgi/multipart.h"
 #include "cgi/url_encoded.h"
 #include "core/error.h"
 #include "core/text.h"
@@ -18,6 +19,9 @@ std::unique_ptr<ContentParser> NewContentParser(HostBase& host, const String& co
   type = Stripped(type.substr(0, type.find(';')));
   if (EqualsIgnoreCase(type, "application/x-www-form-urlencoded")) {
     return std::make_unique<URLEncodedParser>(host);
+  }
+  if (EqualsIgnoreCase(type, "multipart/form-data")) {
+    return std::make_unique<MultipartFormDataParser>(host, content_type);
   }
   return nullptr;
 }

@@ -195,7 +195,7 @@ void HostBase::OrderPackages(std::string_view names) {
   for (PieceReader pieces(names, ","); pieces.Next();) {
     std::string_view name = Stripped(pieces.piece());
     auto found = std::find_if(packages_.begin(), packages_.end(), [name](const auto& package) {
-      return EqualsIgnoreCase(package.name, name);
+      return EqualsIgnoreCase(package.code, name) || EqualsIgnoreCase(package.name, name);
     });
     if (found == packages_.end()) continue;
     ordered.push_back(std::move(*found));

@@ -104,7 +104,8 @@ class HostBase : public Vexa {
   // When the request must be done; 0 when there is no limit.
   [[nodiscard]] time_t deadline() const { return deadline_; }
 
-  // Lists the packages named in `names` (comma-separated), in that order, and no others.
+  // Lists the packages whose codes or names stand in `names` (comma-separated), in that order, and
+  // no others.
   void OrderPackages(std::string_view names);
   // Destroys scripts and databases. A derived class calls this before the files they hold open
   // lose their manager.
