@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 
 #include "core/text.h"
 
@@ -55,13 +56,17 @@ class Terminated {
   const char* text_;
 };
 
+// The same digits as printf's "%.*f": both are exact.
 String Printed(double value, int places) {
   char local[128];
-  int length = std::snprintf(local, sizeof local, "%.*f", places, value);
-  if (static_cast<size_t>(length) < sizeof local) return String(local, length);
+  auto [end, error] =
+      std::to_chars(local, local + sizeof local, value, std::chars_format::fixed, places);
+  if (error == std::errc()) {
+    return std::string_view(local, static_cast<size_t>(end - local));
+  }
   String result;  // Reals are printed in full, whatever their length.
-  char* to = result.Overwrite(static_cast<size_t>(length));
-  std::snprintf(to, static_cast<size_t>(length) + 1, "%.*f", places, value);
+  auto length = static_cast<size_t>(std::snprintf(nullptr, 0, "%.*f", places, value));
+  std::snprintf(result.Overwrite(length), length + 1, "%.*f", places, value);
   return result;
 }
 

@@ -49,6 +49,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
   ScanResult ProcessUnknownTag(std::string_view) override { return ScanResult::Done; }
 
   ScanResult ReportSyntaxError(std::string_view message) override {
+    if (skipping_) return ScanResult::Failed;
     Print(SyntaxError({source().errorname(), line(), {}}, message).message());
     clean_ = false;
     return ScanResult::Failed;
@@ -204,6 +205,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
   Output& out_;
   bool clean_ = true;
   bool in_tag_ = false;                   // the attributes of a known tag are being read
+  bool skipping_ = false;                 // a skip is only tried out
   SourcePlace start_;                     // where they begin
   std::vector<const TagTemplate*> open_;  // the blocks around the current place
 };

@@ -1,0 +1,200 @@
+// String, split, numbers and encodings: the values of the language.
+
+#include "core/string.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "core/encoding.h"
+#include "core/number.h"
+
+namespace {
+
+std::vector<std::string> Split(const char* text, const char* separator, int max) {
+  std::vector<String> pieces(static_cast<size_t>(max));
+  int count = split(text, pieces.data(), max, separator);
+  std::vector<std::string> result;
+  for (int i = 0; i < count; ++i) result.emplace_back(pieces[static_cast<size_t>(i)].view());
+  return result;
+}
+
+String Changed(String text, void (*change)(String&)) {
+  change(text);
+  return text;
+}
+
+using Pieces = std::vector<std::string>;
+
+TEST(StringTest, CapacityGrowsInSteps) {
+  EXPECT_EQ(String().capacity(), 24);
+  EXPECT_EQ(String(static_cast<const char*>(nullptr)).length(), 0);
+  EXPECT_EQ(String(std::string(23, 'x')).capacity(), 24);
+  EXPECT_EQ(String(std::string(24, 'x')).capacity(), 48);
+  EXPECT_EQ(String(std::string(47, 'x')).capacity(), 48);
+  String text(std::string(47, 'x'));
+  text.cat('y');
+  EXPECT_EQ(text.capacity(), 72);
+  text.assign('z');
+  EXPECT_EQ(text.capacity(), 24);
+}
+
+TEST(StringTest, AssignsAndAppendsPartsOfItself) {
+  String text("abcdefghijklmnopqrstuvw");
+  text.cat(text.view());
+  EXPECT_EQ(text, "abcdefghijklmnopqrstuvwabcdefghijklmnopqrstuvw");
+  text.assign(text.view().substr(20, 5));
+  EXPECT_EQ(text, "uvwab");
+  text.prepend(text.view().substr(3));
+  EXPECT_EQ(text, "abuvwab");
+}
+
+TEST(StringTest, CopiesAndMovesKeepBytes) {
+  for (size_t length : {0u, 1u, 22u, 23u, 24u, 25u, 1000u}) {
+    std::string bytes(length, '\0');
+    for (size_t i = 0; i < length; ++i) bytes[i] = static_cast<char>(i * 7);
+    String original(bytes);
+    String copy(original);
+    String moved(std::move(original));
+    EXPECT_EQ(copy.view(), bytes);
+    EXPECT_EQ(moved.view(), bytes);
+    EXPECT_EQ(copy.data()[length], '\0');
+    copy = moved;
+    moved = "short";
+    EXPECT_EQ(copy.view(), bytes);
+  }
+}
+
+TEST(StringTest, TakesParts) {
+  String text("a.bc.d");
+  EXPECT_EQ(text.before(2), "a.");
+  EXPECT_EQ(text.before(9), "a.bc.d");
+  EXPECT_EQ(text.before(-1), "");
+  EXPECT_EQ(text.before("."), "a");
+  EXPECT_EQ(text.before("x"), "a.bc.d");
+  EXPECT_EQ(text.after(0), ".bc.d");
+  EXPECT_EQ(text.after(5), "");
+  EXPECT_EQ(text.after(".", 2), "d");
+  EXPECT_EQ(text.after("x"), "");
+  EXPECT_EQ(text.from(4), ".d");
+  EXPECT_EQ(text.from(6), "");
+  EXPECT_EQ(text.from(".", 2), ".d");
+  EXPECT_EQ(text.at(1, 3), ".b");
+  EXPECT_EQ(text.at(4, 99), ".d");
+  EXPECT_EQ(text.at(6, 7), "");
+  EXPECT_EQ(text.at(3, 1), "");
+  EXPECT_EQ(String("123").padl(5, '0'), "00123");
+  EXPECT_EQ(String("123456").padl(5, '0'), "123456");
+  EXPECT_EQ(String("123").padr(5, '-'), "123--");
+}
+
+TEST(StringTest, Searches) {
+  String text("aaaa");
+  EXPECT_EQ(text.search("", 0), -1);
+  EXPECT_EQ(text.search("aa", 3), -1);
+  EXPECT_EQ(text.search("aa", 2), 2);
+  EXPECT_EQ(text.freq("aa"), 3);
+  EXPECT_TRUE(text.contains('a', 3));
+  EXPECT_FALSE(text.contains('a', 4));
+  EXPECT_TRUE(String("abc").matches("ABC", 0));
+  EXPECT_FALSE(String("abcd").matches("ABC", 0));
+  EXPECT_TRUE(String("xyz").matches("YZ", 1));
+  EXPECT_TRUE(String("x").matches("", 5));
+  EXPECT_FALSE(String("x").matches('x', 2));
+}
+
+TEST(StringTest, ChangesInPlace) {
+  String text("a \t b  ");
+  text.CompressWhitespace();
+  EXPECT_EQ(text, "a b ");
+  text = "\t  a\r\nb ";
+  text.CompressWhitespace();
+  EXPECT_EQ(text, "\ta\rb ");
+  text.StripWhitespace();
+  EXPECT_EQ(text, "a\rb");
+  text = "aaa";
+  text.gsub("aa", "b");
+  EXPECT_EQ(text, "ba");
+  text.gsub("b", "");
+  EXPECT_EQ(text, "a");
+  text.gsub("", "x");
+  EXPECT_EQ(text, "a");
+  text = "  \xe4Z";
+  text.ltrim();
+  text.lowcase();
+  EXPECT_EQ(text, "\xe4z");
+}
+
+TEST(SplitTest, KeepsEmptyPiecesButNoTrailingOne) {
+  EXPECT_EQ(Split("a,,b,", ",", 10), (Pieces{"a", "", "b"}));
+  EXPECT_EQ(Split("a,,b,", ",", 2), (Pieces{"a", ""}));
+  EXPECT_EQ(Split("", ",", 10), Pieces{});
+  EXPECT_EQ(Split("", "", 10), Pieces{""});
+  EXPECT_EQ(Split("ab", "", 10), Pieces{"ab"});
+  EXPECT_EQ(Split("a--b-c", "--", 10), (Pieces{"a", "b-c"}));
+  EXPECT_EQ(Split(",", ",", 10), Pieces{""});
+}
+
+TEST(NumberTest, ReadsPrefixes) {
+  EXPECT_EQ(ReadReal("12abc"), 12);
+  EXPECT_EQ(ReadReal(" -.5e1x"), -5);
+  EXPECT_EQ(ReadReal("abc"), 0);
+  EXPECT_EQ(ReadReal(std::string_view("12345", 2)), 12);
+  EXPECT_EQ(ReadInteger("7.9"), 7);
+  EXPECT_EQ(ReadInteger("99999999999"), INT32_MAX);
+  EXPECT_EQ(ReadInteger("-99999999999"), INT32_MIN);
+  EXPECT_EQ(ReadInteger64("99999999999x"), 99999999999);
+  EXPECT_EQ(ReadInteger64("99999999999999999999"), INT64_MAX);
+}
+
+TEST(NumberTest, ReadsStrictly) {
+  double value = 1;
+  EXPECT_TRUE(ReadStrict("", &value));
+  EXPECT_EQ(value, 0);
+  EXPECT_TRUE(ReadStrict(" 1e2", &value));
+  EXPECT_EQ(value, 100);
+  EXPECT_FALSE(ReadStrict("1 ", &value));
+  EXPECT_FALSE(ReadStrict("1x", &value));
+  EXPECT_FALSE(ReadStrict("1e999", &value));
+  EXPECT_TRUE(ReadStrict("inf", &value));
+  EXPECT_FALSE(ReadStrict(std::string_view("1\0", 2), &value));
+}
+
+TEST(NumberTest, PrintsRealsAsTheCLibraryWould) {
+  EXPECT_EQ(PrintReal(3), "3");
+  EXPECT_EQ(PrintReal(0.1 + 0.2), "0.3");
+  EXPECT_EQ(PrintReal(1.0 / 3), "0.333333");
+  EXPECT_EQ(PrintReal(-0.0000001), "-0");
+  EXPECT_EQ(PrintReal(-0.0), "-0");
+  EXPECT_EQ(PrintReal(100000000000000000000.0), "100000000000000000000");
+  EXPECT_EQ(PrintReal(-999999999999999.0), "-999999999999999");
+  EXPECT_EQ(PrintReal(1e300).length(), 301);
+  EXPECT_EQ(PrintReal(std::sqrt(-1.0)), "-nan");
+  EXPECT_EQ(PrintReal(HUGE_VAL), "inf");
+  EXPECT_EQ(PrintReal(100), "100");
+  EXPECT_EQ(PrintRounded(2, 2), "2.00");
+  EXPECT_EQ(PrintRounded(3.14159, 0), "3");
+  EXPECT_EQ(PrintRounded(0.5, 1 << 30).length(), 2 + kMostPlaces);
+}
+
+TEST(EncodingTest, AttributesRoundTrip) {
+  EXPECT_EQ(Changed("a b&c", EncodeAttribute), "a+b%26c");
+  EXPECT_EQ(Changed("x@y.z-_*\t", EncodeAttribute), "x@y.z-_*\t");
+  EXPECT_EQ(Changed("a+b%2fc", DecodeAttribute), "a b/c");
+  EXPECT_EQ(Changed("100%", DecodeAttribute), "100%");
+  EXPECT_EQ(Changed("%4", DecodeAttribute), "%4");
+  std::string all;
+  for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+  EXPECT_EQ(Changed(Changed(String(all), EncodeAttribute), DecodeAttribute).view(), all);
+}
+
+TEST(EncodingTest, Entities) {
+  EXPECT_EQ(Changed("<a href=\"x\">&", EncodeEntities), "&lt;a href=&quot;x&quot;&gt;&amp;");
+  EXPECT_EQ(Changed("&LT;&nbsp;&quot;&#65;", DecodeEntities), "<nbsp\"#65");
+  EXPECT_EQ(Changed("a&b", DecodeEntities), "a&b");
+  EXPECT_EQ(Changed("a&;b&amp", DecodeEntities), "ab&amp");
+}
+
+}  // namespace
