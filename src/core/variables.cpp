@@ -133,12 +133,11 @@ void Variables::AddGlobalVariable(std::string_view name, const String& value) {
 void Variables::AddFormVariable(std::string_view name, const String& value) {
   Variable* existing = globals_.Find(name);
   if (existing == nullptr) return AddGlobalVariable(name, value);
-  // A plain global never refuses. Reserve first: a form may repeat a name many thousand times.
-  String joined(existing->value());
+  // Globals are plain, so the value may grow in place: a form may repeat a name a million times.
+  String& joined = existing->value_;
   joined.Reserve(joined.size() + value.size() + 1);
   joined.cat(',');
   joined.cat(value.view());
-  (void)existing->SetValue(joined);
 }
 
 void Variables::AddSystemVariable(std::string_view name, const String& value) {

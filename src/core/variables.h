@@ -44,6 +44,9 @@ class Variable {
   String name_;
   String value_;
   String error_;
+
+ private:
+  friend class Variables;  // joins repeated form fields in place
 };
 
 // One scope: variables in the order of their names. Owns them.
