@@ -45,7 +45,7 @@ class BodyReader {
   // is anything else.
   [[nodiscard]] DataEnd ReadFirstLine();
   // Reads a line without its line end, which may be LF alone. TooLong when it has more than
-  // `longest` bytes. A line that the end of the body cuts off is BodyEnd.
+  // `longest` bytes, a CR counted. A line that the end of the body cuts off is BodyEnd.
   [[nodiscard]] LineEnd ReadLine(String& line, size_t longest);
   // Hands all data before the next delimiter to `sink` and consumes the delimiter with its line.
   [[nodiscard]] DataEnd ReadData(PartSink& sink);

@@ -20,7 +20,7 @@
 #include "core/string.h"
 #include "files/unix_file_manager.h"
 
-class CGIVexa final : public HostBase {
+class CGIVexa : public HostBase {
  public:
   // `argv` is what main was given and stays valid. There is one CGIVexa in a process: it takes over
   // the signals that end a request.

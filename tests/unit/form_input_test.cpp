@@ -1,0 +1,150 @@
+// Multipart bodies below the level of pages: delimiters at every edge of the window, and the
+// parameters of headers.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "cgi/body_reader.h"
+#include "cgi/cgi_vexa.h"
+#include "cgi/cookie.h"
+#include "cgi/part_header.h"
+
+namespace {
+
+// A request whose body is a text that arrives in pieces of random length.
+class BodyHost final : public CGIVexa {
+ public:
+  BodyHost(std::string body, int buffer_size, unsigned seed)
+      : CGIVexa(0, nullptr), body_(std::move(body)), chance_(seed) {
+    settings_.contentbuffersize = buffer_size;
+  }
+  const Settings& config() const override { return settings_; }
+  int ReadContent(char* buffer, int count) override {
+    if (count < 1 || next_ == body_.size()) return 0;
+    size_t most = std::min(static_cast<size_t>(count), body_.size() - next_);
+    size_t length = 1 + chance_() % most;
+    body_.copy(buffer, length, next_);
+    next_ += length;
+    return static_cast<int>(length);
+  }
+
+ private:
+  std::string body_;
+  size_t next_ = 0;
+  std::minstd_rand chance_;
+  Settings settings_;
+};
+
+class TextSink final : public PartSink {
+ public:
+  bool Take(std::string_view data) override {
+    text += data;
+    return true;
+  }
+  std::string text;
+};
+
+// Data full of beginnings of delimiters, but without one.
+std::string TrickyData(std::minstd_rand& chance) {
+  static const std::vector<std::string> kPieces = {
+      "\r",        "\n",          "\r\n",         "\r\n-", "\r\n--",         "--edge",
+      "\r\n--edg", "\r\n--edgeX", "\r\n--edge-x", "x",     "\r\n--edge \t!", "\r\n--edge\r\r\n"};
+  std::string data;
+  for (unsigned i = chance() % 12; i > 0; --i) data += kPieces[chance() % kPieces.size()];
+  return data + ".";
+}
+
+TEST(BodyReaderTest, DataComesBackWhereverThePiecesEnd) {
+  const unsigned first_seed = std::random_device()();
+  for (unsigned seed = first_seed; seed != first_seed + 2000; ++seed) {
+    SCOPED_TRACE(seed);
+    std::minstd_rand chance(seed);
+    std::vector<std::string> parts(1 + chance() % 4);
+    std::string body = "--edge\r\n";
+    for (std::string& part : parts) {
+      part = TrickyData(chance);
+      bool last = &part == &parts.back();
+      body += "line\r\n" + part + "\r\n--edge" + (last ? "--" : chance() % 2 ? " \t\r\n" : "\r\n");
+    }
+    BodyHost host(body, static_cast<int>(1 + chance() % 40), seed);
+    BodyReader reader(host, static_cast<int64_t>(body.size()), "edge");
+    auto end = reader.ReadFirstLine();
+    for (const std::string& part : parts) {
+      ASSERT_EQ(BodyReader::DataEnd::Part, end);
+      String line;
+      ASSERT_EQ(BodyReader::LineEnd::Line, reader.ReadLine(line, 5));
+      EXPECT_EQ(line, "line");
+      TextSink sink;
+      end = reader.ReadData(sink);
+      ASSERT_EQ(part, sink.text);
+    }
+    ASSERT_EQ(BodyReader::DataEnd::LastPart, end);
+  }
+}
+
+TEST(BodyReaderTest, ABodyCutOffAnywhereGivesItsDataAndItsEnd) {
+  const std::string body = "--edge\r\ndata\r\n--edge--";
+  for (size_t length = 8; length < body.size(); ++length) {
+    SCOPED_TRACE(length);
+    BodyHost host(body.substr(0, length), 3, 1);
+    BodyReader reader(host, 1000, "edge");
+    ASSERT_EQ(BodyReader::DataEnd::Part, reader.ReadFirstLine());
+    TextSink sink;
+    bool whole = length >= body.size() - 2;  // The delimiter has come, but for its dashes.
+    EXPECT_EQ(whole ? BodyReader::DataEnd::LastPart : BodyReader::DataEnd::BodyEnd,
+              reader.ReadData(sink));
+    EXPECT_EQ(whole ? "data" : body.substr(8, length - 8), sink.text);
+  }
+}
+
+TEST(BodyReaderTest, ALineIsNoLongerThanAllowed) {
+  BodyHost host("--b\r\n12345\r\nx\n123", 2, 1);
+  BodyReader reader(host, 100, "b");
+  ASSERT_EQ(BodyReader::DataEnd::Part, reader.ReadFirstLine());
+  String line;
+  ASSERT_EQ(BodyReader::LineEnd::Line, reader.ReadLine(line, 6));
+  EXPECT_EQ(line, "12345");
+  ASSERT_EQ(BodyReader::LineEnd::Line, reader.ReadLine(line, 6));
+  EXPECT_EQ(line, "x");
+  EXPECT_EQ(BodyReader::LineEnd::TooLong, reader.ReadLine(line, 2));
+}
+
+TEST(PartHeaderTest, ParametersOfHeaders) {
+  struct Case {
+    const char* header;
+    const char* value;  // of the parameter "b"; null: there is none
+  };
+  const Case kCases[] = {
+      {"t; b=x", "x"},
+      {"t;B = x y ; c=d", "x y"},
+      {"t; a=\"; b=no\"; b=yes", "yes"},
+      {"t; a=\"\\\"; b=no\"; b=yes", "yes"},
+      {"t; b=\"C:\\d\\\"q\\\"\"", "C:\\d\"q\""},
+      {"t; b=\"open", "open"},
+      {"t; b=\"", ""},
+      {"t; b=", ""},
+      {"t; b", nullptr},
+      {"t; ab=x; c", nullptr},
+      {"b=x", nullptr},
+      {"", nullptr},
+      {";;;=;b=1", "1"},
+  };
+  for (const Case& test : kCases) {
+    String value;
+    EXPECT_EQ(test.value != nullptr, HeaderParameter(test.header, "b", value)) << test.header;
+    if (test.value != nullptr) {
+      EXPECT_EQ(value, test.value) << test.header;
+    }
+  }
+}
+
+TEST(CookieTest, TheCookieLastsAYear) {
+  EXPECT_EQ(IdentifyingCookie("id", 951782400),  // 29 February 2000
+            "zdxcallerid=id; expires=Wed, 28-Feb-2001 00:00:00 GMT; path=/");
+}
+
+}  // namespace
