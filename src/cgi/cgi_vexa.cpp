@@ -40,12 +40,6 @@ bool FileExists(const String& path) {
   return stat(path.c_str(), &status) == 0;
 }
 
-// The activity log of a site that keeps none.
-class SilentLog final : public ActivityLog {
- public:
-  void Write(LogLevel, std::string_view, std::string_view) override {}
-};
-
 }  // namespace
 
 CGIVexa::CGIVexa(int argc, char** argv)
@@ -54,7 +48,6 @@ CGIVexa::CGIVexa(int argc, char** argv)
       argv_(argv),
       path_info_(environment().Value("PATH_INFO")),
       basename_(AfterLastSlash(ProgramPath())),
-      log_(std::make_unique<SilentLog>()),
       filemanager_(*this),
       output_(kOutputBuffer) {
   InstallSignalHandlers();
@@ -77,6 +70,12 @@ const String& CGIVexa::hostname() const {
 }
 
 bool CGIVexa::timedout() { return interrupted != 0 || HostBase::timedout(); }
+
+void CGIVexa::ScriptEnded() {
+  if (!log_.IsOpen()) return;
+  output_.Flush();
+  log_.ScriptEnded(output_.written_bytes());
+}
 
 // --- Phases 1 to 3 ---------------------------------------------------------------------------
 

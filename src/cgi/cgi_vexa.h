@@ -18,6 +18,7 @@
 #include "cgi/standard_output.h"
 #include "cgi/unix_config.h"
 #include "core/string.h"
+#include "files/activity_log.h"
 #include "files/unix_file_manager.h"
 
 class CGIVexa : public HostBase {
@@ -38,7 +39,7 @@ class CGIVexa : public HostBase {
   // Before a configuration is loaded: the defaults.
   [[nodiscard]] const Settings& config() const override;
   [[nodiscard]] FileManager& filemanager() override { return filemanager_; }
-  [[nodiscard]] ActivityLog& logfile() override { return *log_; }
+  [[nodiscard]] ActivityLog& logfile() override { return log_; }
   [[nodiscard]] Output& output() override { return output_; }
   [[nodiscard]] bool timedout() override;
   [[nodiscard]] String lasterror() override;
@@ -62,6 +63,8 @@ class CGIVexa : public HostBase {
   [[nodiscard]] int StartHeaders(int status) override;
   [[nodiscard]] int OutputCookie() override;
   [[nodiscard]] int EndHeaders() override;
+  void ScriptStarted() override { log_.ScriptStarted(); }
+  void ScriptEnded() override;
 
  private:
   // Whose scripts run with whose data.
@@ -97,6 +100,7 @@ class CGIVexa : public HostBase {
 
   // The data of the script.
   void LookUpOwner();
+  [[nodiscard]] int OpenLog();
   [[nodiscard]] int ChooseDataDirectory(const String& name);
   [[nodiscard]] int ChooseUserDataDirectory(const String& name);
   [[nodiscard]] int CheckDataDirectory();
@@ -115,7 +119,7 @@ class CGIVexa : public HostBase {
   String path_info_;
   String basename_;
   std::unique_ptr<UNIXConfig> config_;
-  std::unique_ptr<ActivityLog> log_;
+  UNIXLogFile log_;
   UNIXFileManager filemanager_;
   StandardOutput output_;
   String data_directory_;

@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "cgi/cgi_vexa.h"
 #include "cgi/standard_output.h"
 #include "cgi/version.h"
 #include "engine/script_check.h"
+#include "xbase/table_check.h"
 
 namespace {
 
@@ -18,7 +20,8 @@ constexpr std::string_view kHelp =
     "\n"
     "  vexa --version                       print the version\n"
     "  vexa --help                          print this text\n"
-    "  vexa --check FILE...                 read scripts and print their syntax errors\n";
+    "  vexa --check FILE...                 read scripts and print their syntax errors\n"
+    "  vexa --check-table FILE [INDEX...]   check a table, its memo file and its indexes\n";
 
 constexpr int kPrintBuffer = 4096;
 
@@ -38,15 +41,24 @@ int PrintHelp(Output& out, Arguments) {
 
 // 0 when every script is free of syntax errors, else 1.
 int CheckScripts(Output& out, Arguments paths) {
-  char name[] = "vexa";
-  char* program[] = {name, nullptr};
-  CGIVexa host(1, program);
+  CGIVexa host(0, nullptr);
   bool clean = !paths.empty();
   if (paths.empty()) out.Write("vexa --check: no file given\n");
   for (const char* path : paths) {
     if (!CheckScript(host, path, out)) clean = false;
   }
   return clean ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+// 0 when everything is good, else 1.
+int CheckTableFiles(Output& out, Arguments paths) {
+  if (paths.empty()) {
+    out.Write("vexa --check-table: no file given\n");
+    return EXIT_FAILURE;
+  }
+  CGIVexa host(0, nullptr);
+  std::vector<String> indexes(paths.begin() + 1, paths.end());
+  return CheckTable(host.filemanager(), String(paths[0]), indexes, out);
 }
 
 struct Option {
@@ -59,6 +71,7 @@ constexpr Option kOptions[] = {
     {"--version", PrintVersion},
     {"--help", PrintHelp},
     {"--check", CheckScripts},
+    {"--check-table", CheckTableFiles},
 };
 
 const Option* FindOption(std::string_view name) {

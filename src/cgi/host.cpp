@@ -34,8 +34,10 @@ int HostBase::Go() {
     return 0;
   }
   script_started_ = true;
+  ScriptStarted();
   // What became of the script is on the page; it does not change the exit status.
   (void)module->scriptparser().Parse();
+  ScriptEnded();
   return 1;
 }
 

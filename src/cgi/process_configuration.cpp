@@ -24,13 +24,17 @@ void SetHardLimit(decltype(RLIMIT_CPU) resource, int value) {
 
 }  // namespace
 
-int CGIVexa::ProcessConfiguration(const String&, const String& name) {
+int CGIVexa::ProcessConfiguration(const String& script, const String& name) {
   OrderPackages(config().packages);
-  if (ChooseDataDirectory(name) == 0 || CheckDataDirectory() == 0 || config_->ReadSiteVars() != 0) {
+  if (OpenLog() == 0 || ChooseDataDirectory(name) == 0 || CheckDataDirectory() == 0 ||
+      config_->ReadSiteVars() != 0) {
     return 0;
   }
   if (mode_ == RunMode::SetUIDRootMode && SwitchToUserMode(owner_.uid) == 0) return 0;
   if (config_->ReadUserSiteVars() != 0) return 0;
+  if (log_.IsOpen()) {
+    log_.SetSubject({owner_.name, owner_.uid, owner_.gid, script, data_directory_});
+  }
   ApplyResourceLimits();
   InstallSearchPath();
   return 1;
@@ -48,12 +52,22 @@ void CGIVexa::LookUpOwner() {
   }
 }
 
+int CGIVexa::OpenLog() {
+  if (config().loglevel == 0 || config().logfile.empty()) return 1;
+  if (!log_.Open(config().logfile, config().loglevel)) {
+    Error(ConfigurationError(config(), "Unable to open log file"));
+    return 0;
+  }
+  LookUpOwner();
+  return 1;
+}
+
 int CGIVexa::ChooseDataDirectory(const String& name) {
   if (mode_ == RunMode::StandardMode) {
     data_directory_ = config().stdmodedatadir;
     return 1;
   }
-  LookUpOwner();
+  if (!log_.IsOpen()) LookUpOwner();
   return ChooseUserDataDirectory(name);
 }
 

@@ -31,5 +31,6 @@ int StandardOutput::DoWrite(const char* text, int length) {
       broken_ = count == 0 || errno != EAGAIN || !WaitUntilWritable();
     }
   }
+  written_bytes_ += written;
   return broken_ ? -1 : written;
 }

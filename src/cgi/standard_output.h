@@ -3,6 +3,8 @@
 #ifndef VEXA_CGI_STANDARD_OUTPUT_H_
 #define VEXA_CGI_STANDARD_OUTPUT_H_
 
+#include <cstdint>
+
 #include "core/output.h"
 
 class StandardOutput final : public Output {
@@ -10,11 +12,14 @@ class StandardOutput final : public Output {
   // `size` is the buffer's size in bytes.
   explicit StandardOutput(int size) : Output(size) {}
   ~StandardOutput() override;
+  // What has left the buffer and was taken by the server.
+  [[nodiscard]] int64_t written_bytes() const { return written_bytes_; }
 
  protected:
   int DoWrite(const char* text, int length) override;
 
  private:
+  int64_t written_bytes_ = 0;
   bool broken_ = false;  // the reader is gone; what is written from then on is dropped
 };
 

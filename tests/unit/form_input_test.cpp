@@ -51,7 +51,7 @@ class TextSink final : public PartSink {
 // Data full of beginnings of delimiters, but without one.
 std::string TrickyData(std::minstd_rand& chance) {
   static const std::vector<std::string> kPieces = {
-      "\r",        "\n",          "\r\n",         "\r\n-", "\r\n--",         "--edge",
+      "\r",        "\n",          "\r\n",         "\r\n-", "\r\n--",         "--edgeY",
       "\r\n--edg", "\r\n--edgeX", "\r\n--edge-x", "x",     "\r\n--edge \t!", "\r\n--edge\r\r\n"};
   std::string data;
   for (unsigned i = chance() % 12; i > 0; --i) data += kPieces[chance() % kPieces.size()];
