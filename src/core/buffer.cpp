@@ -76,8 +76,15 @@ std::string_view Buffer::Run() {
 }
 
 void Buffer::Take(size_t count) {
-  if (counting_ != 0) line_ += static_cast<int>(std::count(next_, next_ + count, '\n'));
-  next_ += count;
+  const char* end = next_ + count;
+  if (counting_ != 0) {
+    for (const char* at = next_; at != end; ++at) {
+      at = static_cast<const char*>(std::memchr(at, '\n', static_cast<size_t>(end - at)));
+      if (at == nullptr) break;
+      ++line_;
+    }
+  }
+  next_ = end;
 }
 
 bool Buffer::Seek(int64_t offset) {

@@ -26,6 +26,7 @@ class Function final : public Callable {
   [[nodiscard]] int parameter_count() const override {
     return static_cast<int>(parameters_.size());
   }
+  [[nodiscard]] bool builtin() const override { return false; }
   // Takes the parameter names from a list separated by commas.
   void SetParameters(std::string_view list);
 

@@ -3,6 +3,7 @@
 #include "engine/macro_expander.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "core/encoding.h"
@@ -109,7 +110,11 @@ bool MacroExpander::NextFileChar(char* c) {
 MacroExpander::Reference MacroExpander::StartMacro() {
   if (next_ == limit_ || *next_ != '&') return Reference::None;
   // Most ampersands of a page begin an ordinary entity: one look tells.
-  if (limit_ - next_ > 1 && next_[1] != '[' && ToLower(next_[1]) != 'a') return Reference::None;
+  constexpr auto kLongest = static_cast<std::ptrdiff_t>(1 + kLongOpening.size());
+  if (limit_ - next_ >= kLongest && next_[1] != '[' &&
+      !EqualsIgnoreCase({next_ + 1, kLongOpening.size()}, kLongOpening)) {
+    return Reference::None;
+  }
   SourcePlace start = {FilePosition(next_), 0, line_};
   if (!ReadOpening()) {
     Buffer::Return(start);

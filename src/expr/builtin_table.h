@@ -31,6 +31,7 @@ class BuiltinFunction final : public Callable {
   // The parameter names separated by ", "; empty when it takes none.
   [[nodiscard]] constexpr std::string_view parameters() const { return parameters_; }
   [[nodiscard]] int parameter_count() const override { return parameter_count_; }
+  [[nodiscard]] bool builtin() const override { return true; }
   [[nodiscard]] BuiltinHandler handler() const { return handler_; }
 
  private:

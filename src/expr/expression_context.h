@@ -15,6 +15,8 @@ class Callable {
  public:
   virtual ~Callable() = default;
   [[nodiscard]] virtual int parameter_count() const = 0;
+  // Whether it is one of the language's own (a BuiltinFunction).
+  [[nodiscard]] virtual bool builtin() const = 0;
 };
 
 class ExpressionContext {

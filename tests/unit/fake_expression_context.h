@@ -78,6 +78,7 @@ class FakeExpressionContext final : public ExpressionContext {
   struct Function final : Callable {
     Function(int count, Work what) : parameters(count), work(std::move(what)) {}
     int parameter_count() const override { return parameters; }
+    bool builtin() const override { return false; }
     int parameters;
     Work work;
   };

@@ -41,6 +41,8 @@ class FakeHost final : public Vexa {
 
   // What the host answers.
   bool timed_out = false;
+  // When above 0, how often timedout() is asked before it becomes true.
+  int64_t polls_left = 0;
   int64_t time_remaining = -1;
   String date = "Thu, 01 Jan 1970 00:00:00 +0000";
   String session_id = "session";
@@ -61,7 +63,10 @@ class FakeHost final : public Vexa {
   Output& output() override { return page; }
   Variables& vars() override { return Given(variables, "vars"); }
 
-  bool timedout() override { return timed_out; }
+  bool timedout() override {
+    if (polls_left > 0 && --polls_left == 0) timed_out = true;
+    return timed_out;
+  }
   int64_t timeremaining() override { return time_remaining; }
   String lasterror() override { return String(std::strerror(errno)); }
   String currentdate() override { return date; }
