@@ -230,6 +230,7 @@ int ZDXIndexFile::SeekEntry(std::string_view key, uint32_t recordnum, bool& foun
   if (Descend(SearchKey(key, 1, header_.flags)) == 0) return 0;
   for (uint64_t steps = 0; OnEntry(); ++steps) {
     if (stack_.Top().recordnum(stack_.Top().cursor) == recordnum) {
+      found = true;
       return 1;
     }
     if (steps > most) return FailCorrupt();

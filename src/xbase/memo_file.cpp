@@ -13,6 +13,9 @@ namespace {
 // Most texts are short: the first read takes one block, the next ones more.
 constexpr int kLargestChunk = 16 * kMemoBlockSize;
 
+// So many blocks may be counted that are not in the file.
+constexpr int64_t kMostMissingBlocks = 65536;
+
 int64_t BlocksOf(int64_t bytes) { return (bytes + kMemoBlockSize - 1) / kMemoBlockSize; }
 
 }  // namespace
@@ -92,6 +95,10 @@ int MemoFile::ReadBlock(int block, String& text) {
 int MemoFile::PassStoredBlocks() {
   const int64_t length = file_->Length();
   if (length < 0) return Fail("reading from", ": " + file_->error());
+  // After a power cut the header may be ahead of the file, but not by much.
+  if (firstfreeblock_ > BlocksOf(length) + kMostMissingBlocks) {
+    return Fail("writing to", ": The number of blocks does not fit the file's size");
+  }
   // A damaged header must not send a text over those that stand already.
   const int64_t block = std::max<int64_t>({firstfreeblock_, BlocksOf(length), 1});
   if (block > INT32_MAX) return Fail("writing to", ": The file is full");

@@ -174,16 +174,30 @@ int XBaseTable::Update() {
   return TouchHeader();
 }
 
+int XBaseTable::CheckEnd(int64_t offset) {
+  const int64_t length = file_->Length();
+  if (length < 0) return Fail("reading from", file_->error());
+  // An append that died has left at most one record.
+  bool fits = length >= offset && length <= offset + header_.recordlength + 1;
+  if (length > offset && !fits) {
+    char mark;
+    String reason;
+    if (ReadExactly(*file_, offset, &mark, 1, reason) == 0) return Fail("reading from", reason);
+    fits = mark == kEndOfTable;  // What follows it is nobody's.
+  }
+  return fits ? 1 : Fail("writing to", "The number of records does not fit the file's size");
+}
+
 int XBaseTable::Append() {
   if (file_ == nullptr) return 0;
   RangeLock lock;
   if (LockStart(lock, FileLockType::Exclusive, header_.headerlength) == 0) return 0;
   if (ReadHeader() == 0) return 0;
   if (header_.numrecords == INT32_MAX) return Fail("writing to", "The table is full");
-  if (BuildRecord(kLiveMark) == 0) return 0;
+  const int64_t offset = header_.RecordOffset(header_.numrecords + 1);
+  if (CheckEnd(offset) == 0 || BuildRecord(kLiveMark) == 0) return 0;
   record_[static_cast<size_t>(header_.recordlength)] = kEndOfTable;
   String reason;
-  const int64_t offset = header_.RecordOffset(header_.numrecords + 1);
   if (WriteExactly(*file_, offset, record_.data(), header_.recordlength + 1, reason) == 0) {
     return Fail("writing to", reason);
   }

@@ -137,6 +137,8 @@ class XBaseTable {
   [[nodiscard]] int LockCurrentRecord(RangeLock& lock);
   // Reads the header again and writes it with today's date.
   [[nodiscard]] int TouchHeader();
+  // Fails when a record at `offset` would leave a gap, or lie over records that do not count.
+  [[nodiscard]] int CheckEnd(int64_t offset);
   // Puts mark and field values into record_, storing changed memo texts first.
   [[nodiscard]] int BuildRecord(char mark);
 

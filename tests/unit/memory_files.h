@@ -1,0 +1,202 @@
+// MemoryFiles: a file manager whose files are byte vectors, for tests that damage files, make
+// operations fail, or stop a "process" at any of its operations. Also counts the locks that are
+// held, so that a test can tell that all were given back.
+
+#ifndef VEXA_TESTS_UNIT_MEMORY_FILES_H_
+#define VEXA_TESTS_UNIT_MEMORY_FILES_H_
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vexa.h"
+
+class MemoryFiles final : public FileManager {
+ public:
+  using Bytes = std::string;
+
+  // What the next operations meet. Operations are counted from 1 by Arm.
+  enum class Fault {
+    None,
+    FailOne,  // operation `at` fails, a write having done half of its work
+    Die,      // from operation `at` on nothing happens any more, as after a kill
+  };
+  void Arm(Fault fault, int at) {
+    fault_ = fault;
+    at_ = at;
+    operations_ = 0;
+  }
+  void Disarm() { Arm(Fault::None, 0); }
+  // Operations since Arm.
+  [[nodiscard]] int operations() const { return operations_; }
+
+  // Ranges that are locked now.
+  [[nodiscard]] int locks() const { return locks_; }
+  // A file's bytes, to look at or to damage; created when missing.
+  Bytes& operator[](const char* path) {
+    auto& file = files_[path];
+    if (file == nullptr) file = std::make_shared<Bytes>();
+    return *file;
+  }
+  [[nodiscard]] bool Has(const char* path) const { return files_.count(path) != 0; }
+  [[nodiscard]] std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& [name, bytes] : files_) names.push_back(name);
+    return names;
+  }
+  // The content of all files, to come back to.
+  [[nodiscard]] std::map<std::string, Bytes> Snapshot() const {
+    std::map<std::string, Bytes> copy;
+    for (const auto& [name, bytes] : files_) copy[name] = *bytes;
+    return copy;
+  }
+  void Restore(const std::map<std::string, Bytes>& snapshot) {
+    files_.clear();
+    for (const auto& [name, bytes] : snapshot) files_[name] = std::make_shared<Bytes>(bytes);
+  }
+
+  std::unique_ptr<File> Open(const String& path, int mode) override {
+    if (!Proceed()) return nullptr;
+    const std::string name = path.c_str();
+    if (!Has(name.c_str()) && (mode & OpenCreate) == 0) {
+      error_ = "No such file or directory";
+      return nullptr;
+    }
+    Bytes& bytes = (*this)[name.c_str()];
+    if ((mode & OpenTruncate) != 0) bytes.clear();
+    return std::make_unique<OpenFile>(*this, name, files_[name]);
+  }
+  int Delete(const String& path) override {
+    if (!Proceed()) return -1;
+    return files_.erase(path.c_str()) != 0 ? 0 : -1;
+  }
+  int Rename(const String& from, const String& to) override {
+    if (!Proceed()) return -1;
+    auto it = files_.find(from.c_str());
+    if (it == files_.end()) return -1;
+    files_[to.c_str()] = it->second;
+    files_.erase(from.c_str());
+    return 0;
+  }
+  bool Exists(const String& path) override { return !dead() && Has(path.c_str()); }
+  int64_t Length(const String& path) override {
+    return Has(path.c_str()) ? std::ssize((*this)[path.c_str()]) : -1;
+  }
+  int Mode(const String& path) override { return Has(path.c_str()) ? 0100600 : -1; }
+  int ChangeMode(const String& /*path*/, int /*mode*/) override { return 0; }
+  std::unique_ptr<File> MakeTemporary(String& path, String& suffix, int mode) override {
+    for (int i = 1;; ++i) {
+      char digits[16];
+      std::snprintf(digits, sizeof digits, "%08X", static_cast<unsigned>(i));
+      const String name = path + digits;
+      if (Has(name.c_str())) continue;
+      auto file = Open(name, mode | OpenCreate);
+      if (file == nullptr) return nullptr;
+      path = name;
+      suffix.cat(digits);
+      return file;
+    }
+  }
+  String StripExtension(const String& path) const override {
+    const size_t point = path.view().rfind('.');
+    return point == std::string_view::npos ? path : String(path.view().substr(0, point));
+  }
+  const String& error() const override { return error_; }
+
+  // Not needed by what is tested with this.
+  int Lock(const String&) override { return -1; }
+  int Copy(const String&, const String&) override { return -1; }
+  int TouchFile(const String&) override { return 0; }
+  bool IsDirectory(const String&) override { return false; }
+  int MakeDirectory(const String&) override { return -1; }
+  int RemoveDirectory(const String&) override { return -1; }
+  int ListDirectory(const String&, std::vector<String>&) override { return -1; }
+  int MakeSymbolicLink(const String&, const String&) override { return -1; }
+  String StripDirectory(const String& path) const override { return path; }
+  uid_t GetOwnerUID(const String&) const override { return static_cast<uid_t>(-1); }
+  int FollowPath(String&, int, int) const override { return 0; }
+
+ private:
+  class OpenFile final : public File {
+   public:
+    OpenFile(MemoryFiles& manager, std::string name, std::shared_ptr<Bytes> bytes)
+        : manager_(manager), name_(std::move(name)), bytes_(std::move(bytes)) {}
+    ~OpenFile() override { manager_.locks_ -= static_cast<int>(ranges_.size()); }
+
+    int ReadAt(int64_t offset, char* buffer, int count) override {
+      if (!Proceed()) return -1;
+      const int64_t left = std::max<int64_t>(0, std::ssize(*bytes_) - offset);
+      const auto got = static_cast<size_t>(std::min<int64_t>(left, count));
+      if (got > 0) std::memcpy(buffer, bytes_->data() + offset, got);
+      return static_cast<int>(got);
+    }
+    int WriteAt(int64_t offset, const char* data, int count) override {
+      const bool proceed = Proceed();
+      auto size = static_cast<size_t>(count);
+      if (!proceed) size = manager_.fault_ == Fault::FailOne ? size / 2 : 0;
+      const auto start = static_cast<size_t>(offset);
+      if (size > 0 && start + size > bytes_->size()) bytes_->resize(start + size);
+      if (size > 0) std::memcpy(bytes_->data() + start, data, size);
+      return proceed ? count : -1;
+    }
+    int Lock(FileLockType /*type*/, int64_t start, int64_t length) override {
+      if (!Proceed()) return -1;
+      if (ranges_.insert({start, length}).second) ++manager_.locks_;
+      return 0;
+    }
+    int Release(int64_t start, int64_t length) override {
+      if (ranges_.erase({start, length}) != 0) --manager_.locks_;
+      return 0;
+    }
+    int64_t Length() override { return Proceed() ? std::ssize(*bytes_) : -1; }
+    int Sync() override { return Proceed() ? 0 : -1; }
+    int StillNamed() override {
+      if (!Proceed()) return -1;
+      auto it = manager_.files_.find(name_);
+      return it != manager_.files_.end() && it->second == bytes_ ? 1 : 0;
+    }
+    const String& error() const override { return error_; }
+
+    // Not needed by what is tested with this.
+    int Read(char*, int) override { return -1; }
+    int Write(const char*, int) override { return -1; }
+    int64_t Seek(int64_t) override { return -1; }
+    int64_t Tell() override { return -1; }
+    int Truncate(int64_t) override { return -1; }
+
+   private:
+    bool Proceed() {
+      if (manager_.Proceed()) return true;
+      error_ = manager_.error_;
+      return false;
+    }
+
+    MemoryFiles& manager_;
+    std::string name_;
+    std::shared_ptr<Bytes> bytes_;
+    std::set<std::pair<int64_t, int64_t>> ranges_;
+    String error_;
+  };
+
+  [[nodiscard]] bool dead() const { return fault_ == Fault::Die && operations_ >= at_; }
+  bool Proceed() {
+    ++operations_;
+    error_ = "Input/output error";
+    return !(fault_ == Fault::FailOne && operations_ == at_) && !dead();
+  }
+
+  std::map<std::string, std::shared_ptr<Bytes>> files_;
+  String error_;
+  Fault fault_ = Fault::None;
+  int at_ = 0;
+  int operations_ = 0;
+  int locks_ = 0;
+};
+
+#endif  // VEXA_TESTS_UNIT_MEMORY_FILES_H_
