@@ -43,10 +43,12 @@ int UNIXFileManager::OpenMode(int mode) {
 
 int UNIXFileManager::open(UNIXFile* file, const String& path, int flags, mode_t permissions) {
   if (!Usable(path) || FreeFileSpace(1) == 0) return -1;
+  const bool creates = (flags & O_CREAT) != 0 && LogsFiles() && !Exists(path);
   struct stat status;
   const int fd = OpenDescriptor(path.c_str(), flags, permissions, status);
   if (fd < 0) return Checked(-1);
   Adopt(file, path, fd, {flags, status});
+  LogFile(creates ? "FILECREATED" : "FILEOPENED", path);
   return fd;
 }
 
@@ -73,6 +75,7 @@ std::unique_ptr<File> UNIXFileManager::MakeTemporary(String& path, String& suffi
     }
     auto file = std::make_unique<UNIXFile>(*this);
     Adopt(file.get(), name, fd, {OpenMode(mode), status});
+    LogFile("FILECREATED", name);
     path = name;
     suffix.cat(digits);
     return file;
@@ -194,7 +197,17 @@ void UNIXFileManager::CloseParked(const FileIdentity& identity) {
 
 int UNIXFileManager::Lock(const String& lockfile) {
   if (!Usable(lockfile) || FreeFileSpace(1) == 0) return -1;
-  return TakeNamedLock(host_, lockfile, error_);
+  const int result = TakeNamedLock(host_, lockfile, error_);
+  if (result == 1) LogFile("FILECREATED", lockfile);
+  return result;
+}
+
+bool UNIXFileManager::LogsFiles() const {
+  return host_.config().loglevel >= static_cast<int>(LogLevel::Files);
+}
+
+void UNIXFileManager::LogFile(std::string_view event, std::string_view detail) {
+  if (LogsFiles()) host_.logfile().Write(LogLevel::Files, event, detail);
 }
 
 int UNIXFileManager::Checked(int result) {

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "core/string.h"
@@ -109,6 +110,10 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] int CopyTo(const String& to, int source, const FileIdentity& source_identity);
   // The same for an open `target`; `block` holds the first `got` bytes of the source.
   [[nodiscard]] int CopyBlocks(int source, int target, char* block, ssize_t got);
+
+  // Whether the activity log wants to know of files.
+  [[nodiscard]] bool LogsFiles() const;
+  void LogFile(std::string_view event, std::string_view detail);
 
   // 0 when `result` is 0; else stores the system's message and returns -1.
   [[nodiscard]] int Checked(int result);

@@ -28,7 +28,9 @@ String WithoutTrailingSlash(const String& path) {
 }  // namespace
 
 int UNIXFileManager::Delete(const String& path) {
-  return Usable(path) ? Checked(::unlink(path.c_str())) : -1;
+  if (!Usable(path) || Checked(::unlink(path.c_str())) != 0) return -1;
+  LogFile("FILEDELETED", path);
+  return 0;
 }
 
 int UNIXFileManager::Copy(const String& from, const String& to) {
@@ -36,6 +38,7 @@ int UNIXFileManager::Copy(const String& from, const String& to) {
   struct stat status;
   const int source = OpenDescriptor(from.c_str(), O_RDONLY, 0, status);
   if (source < 0) return Checked(-1);
+  LogFile("FILEOPENED", from);
   const int result = CopyTo(to, source, IdentityOf(status));
   (void)CloseDescriptor(source, IdentityOf(status));
   return result;
@@ -55,6 +58,7 @@ int UNIXFileManager::CopyTo(const String& to, int source, const FileIdentity& so
     target = OpenDescriptor(to.c_str(), O_WRONLY | O_CREAT, 0600, status);
   }
   if (target < 0) return Checked(-1);
+  LogFile(created ? "FILECREATED" : "FILEOPENED", to);
   const FileIdentity identity = IdentityOf(status);
   int result = 0;
   if (identity == source_identity) {
@@ -87,7 +91,10 @@ int UNIXFileManager::CopyBlocks(int source, int target, char* block, ssize_t got
 
 int UNIXFileManager::Rename(const String& from, const String& to) {
   if (!Usable(from) || !Usable(to)) return -1;
-  if (::rename(from.c_str(), to.c_str()) == 0) return 0;
+  if (::rename(from.c_str(), to.c_str()) == 0) {
+    LogFile("FILERENAMED", String::Concat({from, " -> ", to}));
+    return 0;
+  }
   if (errno != EXDEV) return Checked(-1);
   return Copy(from, to) == 0 ? Delete(from) : -1;
 }
