@@ -19,6 +19,7 @@ bool IsExpressionAttribute(int tag, std::string_view name) {
       return EqualsIgnoreCase(name, "EXPR") || EqualsIgnoreCase(name, "EXPRESSION");
     case kTagVxFILTER:
     case kTagVxIMPORT:
+    case kTagIMPORT:
       return EqualsIgnoreCase(name, "FILTER");
     case kTagVxDO:
       return EqualsIgnoreCase(name, "VALUE");
@@ -39,7 +40,8 @@ bool IsKeptAsText(int tag, std::string_view name) {
 }
 
 bool IsDeferred(int tag, std::string_view name) {
-  return tag == kTagVxWHILE || (tag == kTagVxIMPORT && IsExpressionAttribute(tag, name));
+  if (tag == kTagVxWHILE) return true;
+  return (tag == kTagVxIMPORT || tag == kTagIMPORT) && IsExpressionAttribute(tag, name);
 }
 
 bool IsRawOrder(int tag, std::string_view name) {

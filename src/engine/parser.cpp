@@ -208,6 +208,8 @@ ScanResult Parser::FindNextTag() {
   for (;;) {
     ScanResult text = ProcessTextUntilTag();
     if (text != ScanResult::End) return text;
+    text = EndText();
+    if (text != ScanResult::Done) return text;
     const TagTemplate* form = nullptr;
     switch (ReadConstruct(form)) {
       case Construct::Failed:

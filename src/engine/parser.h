@@ -52,6 +52,8 @@ class Parser {
   [[nodiscard]] virtual ScanResult ProcessUnknownTag(std::string_view raw) = 0;
   [[nodiscard]] virtual ScanResult ProcessText(std::string_view text) = 0;
   [[nodiscard]] virtual ScanResult ProcessNewLine(std::string_view newline) = 0;
+  // A run of text ended at a tag, which is read next. Done, or what a delivery returned.
+  [[nodiscard]] virtual ScanResult EndText() { return ScanResult::Done; }
   // Reports a scanning error at the current line. Always returns Failed.
   virtual ScanResult ReportSyntaxError(std::string_view message) = 0;
 

@@ -55,14 +55,16 @@ bool ScriptParser::CallOwnFunction(const Function& function, std::span<String> a
     locals.Insert(std::make_unique<Variable>(function.parameters()[i], std::move(arguments[i])));
   }
   const size_t noted = states_.size();
+  TextFilter* filter = SwitchTextFilter(nullptr);
   AddState(std::make_unique<FunctionState>(*this, function, locals));
   function_return_value_.clear();
   ScanResult scanned = ScanResult::More;
   while (scanned == ScanResult::More && states_.size() > noted) scanned = FindNextTag();
   PopFunctionCall();
+  SwitchTextFilter(filter);
   if (exiting_) return false;
   if (scanned == ScanResult::EndOfFile) ReportOpenBlock();
-  states_.resize(std::min(noted, states_.size()));
+  DropStates(noted);
   result = std::move(function_return_value_);
   function_return_value_.clear();
   return scanned == ScanResult::More;
@@ -84,4 +86,5 @@ void ScriptParser::InheritFrom(ScriptParser& caller) {
   errors_.CopySettings(caller.errors_);
   output_ = caller.output_;
   depth_ = caller.depth_;
+  watchers_ = caller.watchers_;
 }

@@ -11,11 +11,12 @@ ScriptParser::ScriptParser(Vexa& host, MacroExpander& source)
   AddState(std::make_unique<ScriptState>(*this));
 }
 
-ScriptParser::~ScriptParser() = default;
+ScriptParser::~ScriptParser() { DropStates(0); }
 
 int ScriptParser::Parse() {
-  states_.resize(1);
+  DropStates(1);
   left_states_.clear();
+  filter_ = nullptr;
   exiting_ = false;
   GoTo({});
   running_ = true;
@@ -117,7 +118,7 @@ ScanResult ScriptParser::ProcessKnownTag(Tag& tag) {
     if (!ends_function || !InFunction()) return ScanResult::Done;
   }
   if (tag.id() == kTagEXIT || tag.id() == kTagVxEXIT) return ExitScript();
-  for (const auto& state : states_) state->BeforeTag();
+  for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
   return Offer(tag);
 }
 
@@ -143,6 +144,11 @@ ScanResult ScriptParser::Offer(Tag& tag) {
   return ReportSyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));
 }
 
+// A state may still lead to what the one below it owns.
+void ScriptParser::DropStates(size_t count) {
+  while (states_.size() > count) states_.pop_back();
+}
+
 // Leaves the states from the top down to the one at `index`.
 ScanResult ScriptParser::CloseStates(size_t index) {
   while (states_.size() > index) {
@@ -165,6 +171,21 @@ ScanResult ScriptParser::ExitScript() {
 
 ScanResult ScriptParser::ProcessText(std::string_view text) {
   if (!CheckTimeout()) return ScanResult::Failed;
+  if (filter_ == nullptr) return OfferText(text);
+  String filtered;
+  filter_->Add(text, filtered);
+  return filtered.empty() ? ScanResult::Done : OfferText(filtered);
+}
+
+ScanResult ScriptParser::EndText() {
+  if (filter_ == nullptr) return ScanResult::Done;
+  String rest;
+  filter_->End(rest);
+  return rest.empty() ? ScanResult::Done : OfferText(rest);
+}
+
+// Offers a text from the top state down.
+ScanResult ScriptParser::OfferText(std::string_view text) {
   for (size_t i = states_.size(); i-- > 0;) {
     StateResult result = states_[i]->ProcessText(text, output_level_);
     if (result == StateResult::Failed) return ScanResult::Failed;
@@ -176,6 +197,7 @@ ScanResult ScriptParser::ProcessText(std::string_view text) {
 
 ScanResult ScriptParser::ProcessNewLine(std::string_view newline) {
   if (!CheckTimeout()) return ScanResult::Failed;
+  if (ScanResult ended = EndText(); ended != ScanResult::Done) return ended;
   if ((output_level_ & kTextOutput) == 0) return ScanResult::Done;
   if ((output_level_ & kCompressWhitespace) == 0 || output_->inwhitespace() == 0) {
     output_->Write(newline);

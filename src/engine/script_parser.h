@@ -11,6 +11,7 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/splay_tree.h"
@@ -21,6 +22,7 @@
 #include "engine/parser.h"
 #include "engine/script_state.h"
 #include "engine/tag.h"
+#include "engine/text_filter.h"
 #include "expr/character_source.h"
 #include "expr/expression.h"
 #include "expr/expression_context.h"
@@ -52,6 +54,9 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   [[nodiscard]] Output& output() { return *output_; }
   // Sends what follows to another output; returns the former one. Borrowed.
   Output& SwitchOutput(Output& output);
+  // Passes the script's text through `filter` from here on (null: no filter), outside of functions;
+  // returns the former one. Borrowed.
+  TextFilter* SwitchTextFilter(TextFilter* filter) { return std::exchange(filter_, filter); }
   // Writes a tag's output and keeps the white-space flag; an empty text changes nothing.
   void WriteValue(std::string_view text);
 
@@ -68,7 +73,15 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   // Assigns on behalf of `tag`; a refusal is a runtime error of the tag.
   [[nodiscard]] StateResult Assign(const Tag& tag, std::string_view name, const String& value);
 
+  // False, after the error was reported, when the request's time is up. For handlers that work
+  // long without a tag; the executor itself asks before every piece.
+  [[nodiscard]] bool CheckTimeout();
+
   void AddState(std::unique_ptr<ScriptState> state) { states_.push_back(std::move(state)); }
+  // From here on `state` is told of every tag of this script and of the scripts it runs, until it
+  // is removed, which must happen before it is destroyed.
+  void AddWatcher(ScriptState* state) { watchers_->push_back(state); }
+  void RemoveWatcher(ScriptState* state) { std::erase(*watchers_, state); }
   // The place behind what was read last, and the way back to it.
   [[nodiscard]] SourcePlace CurrentPlace() const { return source().Place(); }
   void GoTo(const SourcePlace& place) { source().Return(place); }
@@ -93,7 +106,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   // Goes one call deeper; false, after an error, when that is deeper than the site allows.
   [[nodiscard]] bool PushFunctionCall();
   void PopFunctionCall() { --depth_; }
-  // Makes this parser a callee of `caller`: its error settings, output and depth.
+  // Makes this parser a callee of `caller`: its error settings, output, watchers and depth.
   void InheritFrom(ScriptParser& caller);
 
   // --- Settings of the page ---
@@ -117,6 +130,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   [[nodiscard]] ScanResult ProcessUnknownTag(std::string_view raw) override;
   [[nodiscard]] ScanResult ProcessText(std::string_view text) override;
   [[nodiscard]] ScanResult ProcessNewLine(std::string_view newline) override;
+  [[nodiscard]] ScanResult EndText() override;
   [[nodiscard]] ScanResult GetNameValuePairs(Tag& tag) override;
   [[nodiscard]] ScanResult GetValue(Tag& tag, const String& name, String& value) override;
   [[nodiscard]] ScanResult ProcessEmptyValue(Tag& tag, const String& name, String& value) override;
@@ -130,9 +144,11 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
 
   [[nodiscard]] MacroExpander& macros() { return macros_; }
   [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
-  bool CheckTimeout();
   ScanResult Offer(Tag& tag);
+  ScanResult OfferText(std::string_view text);
   ScanResult CloseStates(size_t index);
+  // Destroys the states from the top down until `count` are left, without leaving their blocks.
+  void DropStates(size_t count);
   ScanResult ExitScript();
   ScanResult ReportOpenBlock();
 
@@ -147,10 +163,14 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   Vexa& host_;
   MacroExpander& macros_;
   Output* output_;
+  TextFilter* filter_ = nullptr;  // of the text outside of functions
   ErrorHandler errors_;
   String function_return_value_;
   std::vector<std::unique_ptr<ScriptState>> states_;       // the base state is the first
   std::vector<std::unique_ptr<ScriptState>> left_states_;  // left by the end of the script
+  // Told of every tag; one list for a script and all the scripts it runs.
+  std::shared_ptr<std::vector<ScriptState*>> watchers_ =
+      std::make_shared<std::vector<ScriptState*>>();
   SplayTree<Function> functions_;
   bool execute_tags_ = true;
   int output_level_ = kHtmlOutput | kTextOutput;

@@ -33,7 +33,8 @@ class ScriptState {
   [[nodiscard]] virtual std::string_view closing_tag() const { return {}; }
   // Whether tags and texts stop here: nothing passes the boundary of a function.
   [[nodiscard]] virtual bool is_function() const { return false; }
-  // Called before every tag while the block is open.
+  // Called before every tag of this script and of those it runs, while this state watches them
+  // (ScriptParser::AddWatcher).
   virtual void BeforeTag() {}
 
  protected:

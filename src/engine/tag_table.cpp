@@ -13,9 +13,13 @@
 #include "core/text.h"
 #include "engine/block_tags.h"
 #include "engine/function_tags.h"
+#include "engine/localized_tags.h"
+#include "engine/lock_tags.h"
 #include "engine/script_parser.h"
 #include "engine/simple_tags.h"
 #include "engine/tag_numbers.h"
+#include "files/file_tags.h"
+#include "files/import_tags.h"
 
 namespace {
 
@@ -87,7 +91,7 @@ constexpr AttributeTemplate kFilter[] = {{"NAME", AttributeKind::Optional},
                                          {"VIEW", AttributeKind::Optional},
                                          {"FILTER", AttributeKind::Optional}};
 
-// The stop, delete and return tags travel down to the block that understands them.
+// These tags travel down to the block that understands them.
 StateResult LeaveToBlock(ScriptParser&, Tag&) { return StateResult::NotMine; }
 
 // A tag whose subject is not part of this build.
@@ -98,14 +102,14 @@ StateResult ReportUnsupported(ScriptParser& parser, Tag& tag) {
 constexpr TagTemplate kTags[] = {
     {"IF", kTagIF, kTagIFClose, {}, ProcessVxIF},
     {"/IF", kTagIFClose, 0, {}, nullptr},
-    {"IMPORT", kTagIMPORT, kTagIMPORTClose, {}, ReportUnsupported},
-    {"/IMPORT", kTagIMPORTClose, 0, {}, ReportUnsupported},
-    {"EXPORT", kTagEXPORT, 0, {}, ReportUnsupported},
+    {"IMPORT", kTagIMPORT, kTagIMPORTClose, {}, ProcessVxIMPORT},
+    {"/IMPORT", kTagIMPORTClose, 0, {}, nullptr},
+    {"EXPORT", kTagEXPORT, 0, {}, ProcessVxEXPORT},
     {"LET", kTagLET, 0, {}, ProcessVxLET},
     {"EVAL", kTagEVAL, 0, {}, ProcessEVAL},
     {"EVALUATE", kTagEVAL, 0, {}, ProcessEVAL},
     {"HIDE", kTagHIDE, 0, {}, ProcessHIDE},
-    {"FILE", kTagFILE, 0, {}, ReportUnsupported},
+    {"FILE", kTagFILE, 0, {}, ProcessFILE},
     {"MAIL", kTagMAIL, kTagMAILClose, {}, ReportUnsupported},
     {"/MAIL", kTagMAILClose, 0, {}, ReportUnsupported},
     {"WHILE", kTagWHILE, kTagWHILEClose, {}, ProcessVxWHILE},
@@ -117,10 +121,10 @@ constexpr TagTemplate kTags[] = {
     {"VxIF", kTagVxIF, kTagVxIFClose, {}, ProcessVxIF},
     {"VxELSE", kTagVxELSE, kTagVxIFClose, {}, nullptr},
     {"/VxIF", kTagVxIFClose, 0, {}, nullptr},
-    {"VxIMPORT", kTagVxIMPORT, kTagVxIMPORTClose, kImport, ReportUnsupported},
+    {"VxIMPORT", kTagVxIMPORT, kTagVxIMPORTClose, kImport, ProcessVxIMPORT},
     {"VxIMPORTSTOP", kTagVxIMPORTSTOP, 0, {}, LeaveToBlock},
-    {"/VxIMPORT", kTagVxIMPORTClose, 0, {}, ReportUnsupported},
-    {"VxEXPORT", kTagVxEXPORT, 0, kImport, ReportUnsupported},
+    {"/VxIMPORT", kTagVxIMPORTClose, 0, {}, nullptr},
+    {"VxEXPORT", kTagVxEXPORT, 0, kImport, ProcessVxEXPORT},
     {"VxLET", kTagVxLET, 0, {}, ProcessVxLET},
     {"VxASSIGN", kTagVxASSIGN, 0, kAssign, ProcessVxASSIGN},
     {"VxEVAL", kTagVxEVAL, 0, {}, ProcessVxEVAL},
@@ -148,14 +152,13 @@ constexpr TagTemplate kTags[] = {
     {"VxCOMMENT", kTagVxCOMMENT, kTagVxCOMMENTClose, {}, nullptr},
     {"/VxCOMMENT", kTagVxCOMMENTClose, 0, {}, nullptr},
     {"VxDO", kTagVxDO, 0, kDo, ProcessVxDO},
-    {"VxLOCKFILE", kTagVxLOCKFILE, kTagVxLOCKFILEClose, kFile, ReportUnsupported},
-    {"/VxLOCKFILE", kTagVxLOCKFILEClose, 0, {}, ReportUnsupported},
-    {"VxLOCALIZED", kTagVxLOCALIZED, kTagVxLOCALIZEDClose, kLocalized, ReportUnsupported},
-    {"/VxLOCALIZED", kTagVxLOCALIZEDClose, 0, {}, ReportUnsupported},
-    {"VxLOCALIZED-TOKEN", kTagVxLOCALIZEDTOKEN, 0, kAssign, ReportUnsupported},
-    {"VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXT, kTagVxLOCALIZEDTEXTClose, kLanguage,
-     ReportUnsupported},
-    {"/VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXTClose, 0, {}, ReportUnsupported},
+    {"VxLOCKFILE", kTagVxLOCKFILE, kTagVxLOCKFILEClose, kFile, ProcessVxLOCKFILE},
+    {"/VxLOCKFILE", kTagVxLOCKFILEClose, 0, {}, nullptr},
+    {"VxLOCALIZED", kTagVxLOCALIZED, kTagVxLOCALIZEDClose, kLocalized, ProcessVxLOCALIZED},
+    {"/VxLOCALIZED", kTagVxLOCALIZEDClose, 0, {}, nullptr},
+    {"VxLOCALIZED-TOKEN", kTagVxLOCALIZEDTOKEN, 0, kAssign, LeaveToBlock},
+    {"VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXT, kTagVxLOCALIZEDTEXTClose, kLanguage, LeaveToBlock},
+    {"/VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXTClose, 0, {}, nullptr},
     {"VxEXIT", kTagVxEXIT, 0, {}, nullptr},
     {"VxOPEN", kTagVxOPEN, 0, kOpen, ReportUnsupported},
     {"VxCLOSE", kTagVxCLOSE, 0, kName, ReportUnsupported},

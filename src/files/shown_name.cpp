@@ -1,0 +1,11 @@
+// Showing names of files.
+
+#include "files/shown_name.h"
+
+#include "core/encoding.h"
+
+String ShownName(std::string_view name) {
+  String shown = EntityEncoded(name);
+  shown.gsub(std::string_view("\0", 1), "\\0");
+  return String::Concat({"'", shown, "'"});
+}
