@@ -44,8 +44,9 @@ int Output::Flush() {
 void Output::Resize(int size) {
   if (Usable(size) == size_) return;
   Flush();
+  // The new buffer first: when there is no memory for it, the old one still serves the error page.
+  buffer_ = std::make_unique<char[]>(static_cast<size_t>(Usable(size)));
   size_ = Usable(size);
-  buffer_ = std::make_unique<char[]>(static_cast<size_t>(size_));
 }
 
 StringOutput::StringOutput(int size) : Output(size) {}

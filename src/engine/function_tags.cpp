@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "core/encoding.h"
 #include "engine/function_declaration.h"
 #include "engine/module.h"
 #include "engine/script_parser.h"
@@ -60,7 +61,7 @@ StateResult ProcessVxDO(ScriptParser& parser, Tag& tag) {
   std::unique_ptr<Module> fresh;
   if (!tag.Has("VALUE") && module->scriptparser().running()) {
     fresh = std::make_unique<Module>(parser.host());
-    if (!fresh->Open(module->filepath(), tag.Value("FILE"), message)) {
+    if (!fresh->Open(module->filepath(), EntityEncoded(tag.Value("FILE")), message)) {
       return parser.RuntimeError(tag, message);
     }
     module = fresh.get();
