@@ -64,6 +64,9 @@ class XBaseTable {
   [[nodiscard]] int UpdateDeleted(int deleted);
   // Reads the header again, so that records appended by other processes can be reached.
   [[nodiscard]] int Refresh();
+  // How often the files were opened anew because others took their place. Record numbers from
+  // before such a change mean nothing after it.
+  [[nodiscard]] int generation() const { return generation_; }
   // Takes the deleted records out of the table, and memo texts that no record names out of the
   // memo file. No record is current then. On failure the table is as it was.
   // REQUIRES: the caller holds the locks of the table's open indexes, and builds them anew.
@@ -159,6 +162,7 @@ class XBaseTable {
   std::unique_ptr<MemoFile> memo_;  // only when the version is kVersionWithMemo
   TableHeader header_;
   int recordnum_ = 0;
+  int generation_ = 0;
   int deleted_ = 0;  // the current record's mark, 0 or 1
   std::vector<std::unique_ptr<XBaseField>> fields_;
   // The bytes of a record on their way in or out, and one more for the end of file mark.

@@ -1,0 +1,597 @@
+// Index files: their bytes, messages and searches, and what damage, failing operations and
+// processes that die at any moment come to.
+
+#include <memory>
+#include <random>
+
+#include "index_model.h"
+#include "table_fixture.h"
+#include "xbase/index_builder.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+class IndexFile : public TableFixture {
+ protected:
+  // An empty index at people.vxx, small enough that everything happens to it soon.
+  int CreateSmall(ZDXIndexFile& index, uint32_t flags = 0) {
+    return index.Create("people.vxx", "people.vxx", {"NAME", flags, {3, 427, 20}});
+  }
+  static int CreateStandard(ZDXIndexFile& index, uint32_t flags = 0) {
+    return index.Create("people.vxx", "people.vxx", {"NAME", flags, {}});
+  }
+  static int Open(ZDXIndexFile& index) {
+    return index.Open("people.vxx", "people.vxx", OpenRead | OpenWrite);
+  }
+  static void InsertAll(ZDXIndexFile& index, const std::vector<std::string>& keys) {
+    uint32_t record = 0;
+    for (const std::string& key : keys) ASSERT_EQ(index.Insert(++record, key), 1);
+  }
+  // The record found, and the key there.
+  static std::string Found(ZDXIndexFile& index, std::string_view key, int exact) {
+    uint32_t record;
+    if (index._Find(key, exact, record) == 0) return std::string(index.error().view());
+    return std::to_string(record) + " " + std::string(index.CursorKey().view());
+  }
+};
+
+// --- Bytes -----------------------------------------------------------------------------------
+
+TEST_F(IndexFile, CreateWritesTheDocumentedBytes) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(index.Create("people.vxx", "people", {"UPPER(name)", 5, {}}), 1);
+  const std::string& bytes = files["people.vxx"];
+  EXPECT_EQ(bytes.size(), 2048u);
+  EXPECT_EQ(bytes.substr(0, 27),
+            "ZDXI\x03\0\0\0\0\x02\0\0\0\x01\0\0\0\x08\0\0\x04\x6C\0\x05\0\0\0"s);
+  EXPECT_EQ(bytes.substr(27, 400), "UPPER(name)" + std::string(389, '\0'));
+  EXPECT_EQ(bytes.substr(1024), std::string(1024, '\0'));
+
+  ASSERT_EQ(index.Insert(7, "abc"), 1);
+  EXPECT_EQ(bytes.substr(1024, 16), "\x01\0\0\0\0\0\0\0\x07\0\0\0abc\0"s);
+  EXPECT_EQ(Get32(bytes.data() + 5), 1u);
+}
+
+TEST_F(IndexFile, TheNinthKeySplitsTheRoot) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  InsertAll(index, {"1", "2", "3", "4", "5", "6", "7", "8"});
+  EXPECT_EQ(index.numpages(), 2u);
+  ASSERT_EQ(index.Insert(9, "9"), 1);
+  EXPECT_EQ(index.numpages(), 4u);
+  EXPECT_EQ(index.startingpage(), 3u);
+  const std::string& bytes = files["people.vxx"];
+  const auto page = [&](size_t number, size_t entry) {
+    return bytes.data() + number * 1024 + 4 + entry * 108;
+  };
+  EXPECT_EQ(bytes.size(), 4096u);
+  EXPECT_EQ(Get32(bytes.data() + 3 * 1024), 1u);
+  EXPECT_EQ(Get32(page(3, 0)), 1u);
+  EXPECT_EQ(std::string(page(3, 0) + 8), "5");
+  EXPECT_EQ(Get32(page(3, 1)), 2u);
+  EXPECT_EQ(Get32(bytes.data() + 1024), 4u);
+  EXPECT_EQ(std::string(page(1, 0) + 8), "1");
+  EXPECT_EQ(Get32(bytes.data() + 2 * 1024), 4u);
+  EXPECT_EQ(std::string(page(2, 0) + 8), "6");
+}
+
+// --- Order and search ------------------------------------------------------------------------
+
+TEST_F(IndexFile, FlagsDecideTheOrder) {
+  const std::vector<std::string> keys = {"10", "9", "abc"};
+  const auto walk_with = [&](uint32_t flags) {
+    ZDXIndexFile index(files);
+    EXPECT_EQ(CreateStandard(index, flags), 1);
+    InsertAll(index, keys);
+    return Walk(index);
+  };
+  EXPECT_EQ(walk_with(0), "9:2 10:1 abc:3");
+  EXPECT_EQ(walk_with(kIndexString), "10:1 9:2 abc:3");
+  EXPECT_EQ(walk_with(kIndexDescending), "abc:3 10:1 9:2");
+  EXPECT_EQ(walk_with(kIndexDescending | kIndexString), "abc:3 9:2 10:1");
+}
+
+TEST_F(IndexFile, WhatCountsAsANumber) {
+  int order;
+  EXPECT_TRUE(ZDXIndexFile::NumberCompare("9", "10", order));
+  EXPECT_EQ(order, -1);
+  EXPECT_TRUE(ZDXIndexFile::NumberCompare("1.50", " 15e-1", order));
+  EXPECT_EQ(order, 0);
+  for (const char* text : {"1 ", "1a", "a", "1e999", "-1e999", "nan", "."}) {
+    EXPECT_FALSE(ZDXIndexFile::NumberCompare("1", text, order)) << text;
+  }
+  EXPECT_LT(ZDXIndexFile::Compare("10", "9a", 1, 0), 0);
+  EXPECT_GT(ZDXIndexFile::Compare("10", "9", 1, 0), 0);
+  EXPECT_LT(ZDXIndexFile::Compare("10", "9", 1, kIndexString), 0);
+  EXPECT_EQ(ZDXIndexFile::Compare("ab", "abc", 0, 0), 0);
+  EXPECT_LT(ZDXIndexFile::Compare("ab", "abc", 1, 0), 0);
+  EXPECT_LT(ZDXIndexFile::Compare("a", "\xE4", 1, 0), 0) << "bytes are unsigned";
+}
+
+TEST_F(IndexFile, UniqueRefusesWhatIsThere) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index, kIndexUnique), 1);
+  ASSERT_EQ(index.Insert(1, "abc"), 1);
+  EXPECT_EQ(index.Insert(2, "abc"), 0);
+  EXPECT_EQ(
+      index.error(),
+      "Index 'people.vxx' was created with the UNIQUE flag and the key 'abc' already exists in "
+      "the index file");
+  EXPECT_EQ(index.CheckUnique("abc", 2), 0);
+  EXPECT_EQ(index.CheckUnique("abc", 1), 1);
+  EXPECT_EQ(index.CheckUnique("abd", 2), 1);
+  EXPECT_EQ(Walk(index), "abc:1");
+}
+
+TEST_F(IndexFile, EqualKeysStandLastFirst) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  InsertAll(index, {"abc", "abd", "abc"});
+  EXPECT_EQ(Found(index, "abc", 1), "3 abc");
+  EXPECT_EQ(Walk(index), "abc:3 abc:1 abd:2");
+  bool found;
+  ASSERT_EQ(index._Seek("abc", 1, found), 1);
+  ASSERT_TRUE(found);
+  uint32_t record;
+  ASSERT_EQ(index._Next(record), 1);
+  EXPECT_EQ(record, 2u);
+  ASSERT_EQ(index._Next(record), 1);
+  EXPECT_EQ(record, 0u);
+  EXPECT_EQ(index.CursorKey(), "abd") << "the end moves nothing";
+  ASSERT_EQ(index._Seek("abc", 2, found), 1);
+  EXPECT_TRUE(found) << "all entries from the key on are looked at";
+  ASSERT_EQ(index._Seek("abd", 1, found), 1);
+  EXPECT_FALSE(found);
+}
+
+TEST_F(IndexFile, FindingKeysAndBeginnings) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateSmall(index), 1);
+  InsertAll(index, {"abc", "abd", "b", "", "zz"});
+  EXPECT_EQ(Found(index, "ab", 0), "1 abc");
+  EXPECT_EQ(Found(index, "ab", 1), "1 abc");
+  EXPECT_FALSE(index.CursorEquals("ab"));
+  EXPECT_EQ(Found(index, "abd", 1), "2 abd");
+  EXPECT_TRUE(index.CursorEquals("abd"));
+  EXPECT_EQ(Found(index, "ac", 0), "0 ");
+  EXPECT_EQ(Found(index, "ac", 1), "3 b");
+  EXPECT_EQ(Found(index, "zzz", 1), "0 ");
+  EXPECT_EQ(Found(index, "", 0), "4 ");
+  EXPECT_EQ(Found(index, std::string(12, 'a'), 0), "0 ") << "longer than any key";
+
+  ZDXIndexFile numbers(files);
+  ASSERT_EQ(numbers.Create("n.vxx", "n", {"N", 0, {3, 427, 20}}), 1);
+  InsertAll(numbers, {"100", "9", "10", "20", "1000", "2"});
+  EXPECT_EQ(Found(numbers, "10", 0), "3 10");
+  EXPECT_EQ(Found(numbers, "10.0", 0), "3 10");
+  EXPECT_EQ(Found(numbers, "1", 0), "3 10") << "begins so, though 2 and 9 come before it";
+  EXPECT_EQ(Found(numbers, "100", 0), "1 100");
+  EXPECT_EQ(Found(numbers, "7", 0), "0 ");
+}
+
+TEST_F(IndexFile, LongKeysAndNulsAreCut) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  ASSERT_EQ(index.Insert(1, std::string(150, 'x')), 1);
+  ASSERT_EQ(index.Insert(2, "ab\0cd"s), 1);
+  EXPECT_EQ(Walk(index), "ab:2 " + std::string(99, 'x') + ":1");
+  ASSERT_EQ(index.Delete(1, std::string(150, 'x')), 1);
+  ASSERT_EQ(index.Delete(2, "ab"), 1);
+  EXPECT_EQ(Walk(index), "");
+}
+
+TEST_F(IndexFile, MixedKeysCanAlwaysBeDeleted) {
+  // 10 is below 1a, 1a below 2, 2 below 10: no order fits, yet nothing gets stuck.
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateSmall(index), 1);
+  std::mt19937 random(7);
+  std::vector<std::string> keys;
+  for (int i = 0; i < 300; ++i) {
+    keys.push_back(std::to_string(random() % 200) + (random() % 2 == 0 ? "" : "a"));
+  }
+  InsertAll(index, keys);
+  for (size_t i = 0; i < keys.size(); ++i) {
+    ASSERT_EQ(index.Delete(static_cast<uint32_t>(i + 1), keys[i]), 1) << i;
+  }
+  EXPECT_EQ(Walk(index), "");
+}
+
+// --- Opening ---------------------------------------------------------------------------------
+
+TEST_F(IndexFile, OpeningRefusesWhatIsNoIndex) {
+  ZDXIndexFile index(files);
+  EXPECT_EQ(Open(index), 0);
+  EXPECT_EQ(index.error(), "Error opening 'people.vxx': No such file or directory");
+  ASSERT_EQ(CreateStandard(index), 1);
+  index.Close();
+  std::string& bytes = files["people.vxx"];
+  const auto error_with = [&](size_t place, std::string_view replacement) {
+    const std::string saved = bytes;
+    bytes.replace(place, replacement.size(), replacement);
+    EXPECT_EQ(Open(index), 0);
+    bytes = saved;
+    return std::string(index.error().view());
+  };
+  const std::string no_index = "'people.vxx' is either corrupt or is not a valid index file";
+  EXPECT_EQ(error_with(0, "zDXI"), no_index);
+  EXPECT_EQ(error_with(4, "\x04"), "'people.vxx' was created by a newer version of the software");
+  EXPECT_EQ(error_with(9, "\x01"), no_index) << "pages";
+  EXPECT_EQ(error_with(13, "\0"s), no_index) << "root";
+  EXPECT_EQ(error_with(17, "\0"s), no_index) << "order";
+  EXPECT_EQ(error_with(17, "\x0A"), no_index) << "more keys than fit";
+  EXPECT_EQ(error_with(19, "\0\0"s), no_index) << "page size";
+  EXPECT_EQ(error_with(19, "\0\x03"s), no_index) << "page size";
+  EXPECT_EQ(error_with(21, "\0\0"s), no_index) << "entry size";
+  EXPECT_EQ(error_with(21, "\x08"), no_index) << "no room for keys";
+  bytes.resize(426);
+  EXPECT_EQ(Open(index), 0);
+  EXPECT_EQ(index.error(), "Error reading from 'people.vxx': Unexpected end of file");
+}
+
+TEST_F(IndexFile, CreatingFailsWithoutLeavingAFile) {
+  ZDXIndexFile index(files);
+  EXPECT_EQ(index.Create(nullptr, "x.vxx", "x", {"A", 0, {}}), 0);
+  EXPECT_EQ(index.error(), "Internal error opening 'x'");
+  EXPECT_EQ(index.Create("x.vxx", "x", {String(std::string(400, 'a')), 0, {}}), 0);
+  EXPECT_EQ(index.error(), "Error creating 'x': The key expression is longer than 399 characters");
+  EXPECT_FALSE(files.Has("x.vxx"));
+  ASSERT_EQ(index.Create("x.vxx", "x", {String(std::string(399, 'a')), 0, {}}), 1);
+  EXPECT_EQ(index.Open("x.vxx", "x", OpenRead), 1);
+  EXPECT_EQ(index.keyexpression(), std::string(399, 'a'));
+}
+
+// --- Building --------------------------------------------------------------------------------
+
+TEST_F(IndexFile, AFailedBuildChangesNothing) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  ASSERT_EQ(index.Insert(1, "old"), 1);
+  const auto before = files.Snapshot();
+  {
+    XBaseIndexBuilder builder(files, {"NAME", kIndexUnique, {}});
+    for (uint32_t record = 1; record <= 20; ++record)
+      builder.Add(record, record % 13 == 3 ? "two" : std::to_string(record));
+    EXPECT_EQ(builder.Write("people.vxx", "people"), 0);
+    EXPECT_EQ(builder.error(),
+              "Index 'people' was created with the UNIQUE flag and the key 'two' already exists in "
+              "the index file");
+  }
+  EXPECT_EQ(files.Snapshot(), before);
+  for (int at = 1;; ++at) {
+    files.Arm(MemoryFiles::Fault::FailOne, at);
+    bool failed;
+    {
+      XBaseIndexBuilder builder(files, {"NAME", 0, {3, 427, 20}});
+      for (uint32_t record = 1; record <= 20; ++record) builder.Add(record, "key");
+      failed = builder.Write("people.vxx", "people") == 0 || builder.Install() == 0;
+      if (failed) {
+        EXPECT_NE(builder.error(), "");
+      }
+    }
+    files.Disarm();
+    if (!failed) break;
+    EXPECT_EQ(files.Snapshot(), before) << "operation " << at;
+  }
+  EXPECT_EQ(Walk(index).substr(0, 14), "key:20 key:19 ") << "the open index follows the new file";
+}
+
+TEST_F(IndexFile, UniqueBuildsFindDoublesAmongMixedKeys) {
+  XBaseIndexBuilder builder(files, {"NAME", kIndexUnique, {}});
+  builder.Add(1, "10");
+  builder.Add(2, "1a");
+  builder.Add(3, "2");
+  builder.Add(4, "10.0");
+  EXPECT_EQ(builder.Write("people.vxx", "people"), 0);
+}
+
+// --- Damage ----------------------------------------------------------------------------------
+
+// Uses an index in every way; whatever happens, it must end and give all locks back.
+void UseIndex(MemoryFiles& files) {
+  ZDXIndexFile index(files);
+  uint32_t record = 0;
+  bool found;
+  const auto end = [&] {
+    index.Close();
+    StringOutput out;
+    const String path("people.vxx");
+    (void)CheckTable(files, "people.dbf", std::span(&path, 1), out);
+    EXPECT_EQ(files.locks(), 0);
+  };
+  if (index.Open("people.vxx", "people.vxx", OpenRead | OpenWrite) == 0) {
+    EXPECT_NE(index.error(), "");
+    return end();
+  }
+  int steps = 0;
+  for (int ok = index._First(record); ok != 0 && record != 0; ok = index._Next(record)) ++steps;
+  for (int ok = index._Last(record); ok != 0 && record != 0; ok = index._Prev(record)) --steps;
+  for (const char* key : {"a", "k15", "zz"}) {
+    (void)index._Find(key, 1, record);
+    (void)index._Find(key, 0, record);
+    (void)index._Find("15", 0, record);
+    (void)index._Seek(key, 15, found);
+    (void)index.CheckUnique(key, 1);
+  }
+  for (uint32_t n = 1; n <= 12; ++n) {
+    (void)index.Delete(n, "k" + std::to_string(n + 10));
+    (void)index.Insert(n + 100, "k" + std::to_string(n + 13));
+  }
+  end();
+}
+
+TEST_F(IndexFile, EveryDamagedByteAndEveryLengthIsSurvived) {
+  XBaseTable table(files);
+  ASSERT_EQ(TableFixture::Create(table, {Field("NAME", XBaseFieldType::CHAR, 10)}), 1);
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateSmall(index), 1);
+  for (uint32_t n = 1; n <= 30; ++n) {
+    const std::string name = "k" + std::to_string(n + 10);
+    ASSERT_EQ(Append(table, {name}), 1);
+    ASSERT_EQ(index.Insert(n, name), 1);
+  }
+  ASSERT_EQ(Faults({"people.vxx"}), "");
+  table.Close();
+  index.Close();
+  const auto good = files.Snapshot();
+  const size_t size = good.at("people.vxx").size();
+  std::mt19937 random(3);
+  const auto flip_at = [&](size_t at, int flip) {
+    files.Restore(good);
+    std::string& bytes = files["people.vxx"];
+    bytes[at] = static_cast<char>(bytes[at] ^ flip);
+    UseIndex(files);
+  };
+  for (size_t at = 0; at < kIndexHeaderSize; ++at) {
+    for (int flip : {0xFF, 0x01, 0x02, 0x80}) {
+      if (at < 40 || flip == 0xFF) flip_at(at, flip);
+    }
+  }
+  // In every page, the counts, child pages and record numbers, and some of the rest.
+  for (size_t page = 1; page * 427 < size; ++page) {
+    for (size_t at = 0; at < 4 + 4 * 20; ++at) {
+      if (at < 4 || (at - 4) % 20 < 9) {
+        flip_at(page * 427 + at, 1 << random() % 8);
+        flip_at(page * 427 + at, static_cast<int>(random() % 16));
+      }
+    }
+  }
+  for (size_t length = 0; length < size; length += 1 + random() % 40) {
+    files.Restore(good);
+    files["people.vxx"].resize(length);
+    UseIndex(files);
+  }
+}
+
+TEST_F(IndexFile, CyclesAndWrongPagesAreNamed) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  InsertAll(index, {"1", "2", "3", "4", "5", "6", "7", "8", "9"});
+  const auto good = files.Snapshot();
+  const auto errors_with = [&](size_t place, std::string_view replacement) {
+    std::string errors;
+    const auto use = [&](auto operation) {
+      files.Restore(good);
+      files["people.vxx"].replace(place, replacement.size(), replacement);
+      ZDXIndexFile damaged(files);
+      if (Open(damaged) == 0 || operation(damaged) == 0) {
+        if (errors.find(damaged.error().view()) == std::string::npos)
+          errors += damaged.error().view();
+      } else {
+        errors += "none";
+      }
+    };
+    uint32_t record;
+    use([&](ZDXIndexFile& i) { return i._First(record); });
+    use([&](ZDXIndexFile& i) { return i._Find("1", 1, record); });
+    use([&](ZDXIndexFile& i) { return i.Insert(10, "1"); });
+    use([&](ZDXIndexFile& i) { return i.Delete(1, "1"); });
+    EXPECT_EQ(files.locks(), 0);
+    return errors;
+  };
+  EXPECT_EQ(errors_with(3 * 1024 + 4, "\x03"), "'people.vxx': File is corrupt");
+  EXPECT_EQ(errors_with(3 * 1024 + 4, "\x05"),
+            "Error 'people.vxx' is corrupt (the page number is larger than the total pages )");
+  EXPECT_EQ(errors_with(3 * 1024 + 4, "\x04"),
+            "Error reading from 'people.vxx': Unexpected end of file");
+  EXPECT_EQ(errors_with(1024, "\x0A"),
+            "File is corrupt (the number of entries is larger than the maximum entries possible).");
+  // A count of pages that would put new pages over old ones.
+  files.Restore(good);
+  files["people.vxx"][9] = 3;
+  ZDXIndexFile damaged(files);
+  ASSERT_EQ(Open(damaged), 1);
+  std::string error;
+  for (int i = 0; i < 9 && error.empty(); ++i) {
+    if (damaged.Insert(20, "0") == 0) error = damaged.error().view();
+  }
+  EXPECT_EQ(error, "'people.vxx': File is corrupt");
+}
+
+TEST_F(IndexFile, WalksThroughATangledTreeEnd) {
+  // Every child of every page is the page below: no cycle, but 4^n ways through it.
+  ZDXIndexHeader header;
+  header.shape = {3, 427, 20};
+  const uint32_t levels = 40;
+  header.numpages = levels + 1;
+  std::string& bytes = files["people.vxx"];
+  bytes.resize(size_t{levels + 1} * 427);
+  header.Encode(bytes.data());
+  for (uint32_t number = 1; number <= levels; ++number) {
+    char* page = bytes.data() + number * 427;
+    Put32(page, 3);
+    for (uint32_t i = 0; i <= 3; ++i) {
+      Put32(page + 4 + i * 20, number == levels ? 0 : number + 1);
+      Put32(page + 8 + i * 20, 1);
+    }
+  }
+  ZDXIndexFile index(files);
+  ASSERT_EQ(Open(index), 1);
+  uint32_t record;
+  bool found;
+  ASSERT_EQ(index._First(record), 1);
+  while (index._Next(record) != 0 && record != 0) {
+  }
+  EXPECT_EQ(index.error(), "'people.vxx': File is corrupt");
+  EXPECT_EQ(index._Seek("", 99, found), 0);
+  EXPECT_EQ(index._Find("5", 0, record), 0);
+  EXPECT_EQ(index.Delete(99, ""), 0);
+  EXPECT_EQ(files.locks(), 0);
+}
+
+// --- Processes that die ----------------------------------------------------------------------
+
+// A record with its keys in two indexes, as the database writes it. Returns 1 when all was written.
+int AddPerson(XBaseTable& table, const std::vector<XBaseIndex*>& indexes, const std::string& name) {
+  std::vector<XBaseIndexLock> locks(indexes.size());
+  for (size_t i = 0; i < indexes.size(); ++i) {
+    if (locks[i].Take(*indexes[i]) == 0) return 0;
+  }
+  table.fields()[0]->Set(String(name));
+  table.fields()[1]->Set(String("note of " + name));
+  if (table.Append() == 0) return 0;
+  for (XBaseIndex* index : indexes) {
+    if (index->Insert(static_cast<uint32_t>(table.recordnum()), name) == 0) return 0;
+  }
+  return 1;
+}
+
+class DyingProcess : public IndexFile {
+ protected:
+  static constexpr int kPeople = 26;
+
+  void SetUp() override {
+    XBaseTable table(files);
+    ASSERT_EQ(TableFixture::Create(table, NamesAndNotes()), 1);
+    XBaseIndex one(files);
+    XBaseIndex two(files);
+    ASSERT_EQ(one.Create("people.vxx", "people.vxx", {"NAME", 0, {3, 427, 20}}), 1);
+    ASSERT_EQ(two.Create("other.vxx", "other.vxx", {"NAME", kIndexDescending, {4, 427, 20}}), 1);
+    // Names in no order, so that pages split in the middle as well.
+    for (int i = 0; i < kPeople; ++i) {
+      ASSERT_EQ(AddPerson(table, {&one, &two}, Name(i)), 1);
+    }
+    ASSERT_EQ(Faults({"people.vxx", "other.vxx"}), "");
+    good_ = files.Snapshot();
+  }
+  static std::string Name(int i) { return std::string(1, static_cast<char>('a' + i * 7 % 26)); }
+
+  // Runs `operation` again and again, dying (or failing) ever later, until it gets through; after
+  // each time the files must pass `check`, which is told whether the operation had returned well.
+  template <typename Operation, typename Check>
+  void RunAll(MemoryFiles::Fault fault, Operation operation, Check check) {
+    for (int at = 1;; ++at) {
+      SCOPED_TRACE("operation " + std::to_string(at));
+      files.Restore(good_);
+      bool done;
+      {
+        XBaseTable table(files);
+        XBaseIndex one(files);
+        XBaseIndex two(files);
+        ASSERT_EQ(TableFixture::Open(table), 1);
+        ASSERT_EQ(one.Open("one", "people.vxx", "people.vxx"), 1);
+        ASSERT_EQ(two.Open("two", "other.vxx", "other.vxx"), 1);
+        files.Arm(fault, at);
+        done = operation(table, one, two) != 0;
+        const bool reached = files.operations() >= at;
+        files.Disarm();
+        if (!reached) {
+          ASSERT_TRUE(done);
+          ASSERT_GT(at, 5);
+          return;
+        }
+      }
+      EXPECT_EQ(files.locks(), 0);
+      check(done);
+      if (HasFatalFailure()) return;
+    }
+  }
+  // Whatever an index lacks or holds too much, it must say so, and searching must not fail.
+  void CheckIndex(const char* name, int people) {
+    ZDXIndexFile index(files);
+    ASSERT_EQ(index.Open(name, name, OpenRead | OpenWrite), 1);
+    int good = 0;
+    for (int i = 0; i < people; ++i) {
+      bool found;
+      ASSERT_EQ(index._Seek(Name(i), static_cast<uint32_t>(i + 1), found), 1);
+      good += found ? 1 : 0;
+    }
+    const TreeWalk tree = TreeWalker::Walk(files[name]);
+    const bool right =
+        tree.fault.empty() && good == people && static_cast<int>(tree.entries.size()) == people;
+    EXPECT_TRUE(right || !Faults({name}).empty()) << name << " is wrong and the checker is silent";
+  }
+  void CheckPeople() {
+    EXPECT_EQ(Faults(), "");
+    XBaseTable table(files);
+    ASSERT_EQ(TableFixture::Open(table), 1);
+    ASSERT_GE(table.numrecords(), kPeople);
+    for (int i = 0; i < kPeople; ++i) {
+      EXPECT_EQ(Values(table, i + 1), Name(i) + "|note of " + Name(i));
+    }
+  }
+
+  std::map<std::string, std::string> good_;
+};
+
+TEST_F(DyingProcess, AppendLosesNoRecord) {
+  for (auto fault : {MemoryFiles::Fault::Die, MemoryFiles::Fault::FailOne}) {
+    RunAll(
+        fault,
+        [](XBaseTable& table, XBaseIndex& one, XBaseIndex& two) {
+          for (int i = kPeople; i < kPeople + 3; ++i) {
+            if (AddPerson(table, {&one, &two}, Name(i)) == 0) return 0;
+          }
+          return 1;
+        },
+        [this](bool /*done*/) {
+          CheckPeople();
+          XBaseTable table(files);
+          ASSERT_EQ(TableFixture::Open(table), 1);
+          CheckIndex("people.vxx", table.numrecords());
+          CheckIndex("other.vxx", table.numrecords());
+        });
+  }
+}
+
+// A torn index page is possible when a single write is cut short, which a kill does not do to
+// pages that lie within a page of memory; so deletions are only killed, not failed half way.
+TEST_F(DyingProcess, DeletionsTakeNoOtherKeyAway) {
+  for (int victim = 0; victim < kPeople; victim += 5) {
+    RunAll(
+        MemoryFiles::Fault::Die,
+        [&](XBaseTable& /*table*/, XBaseIndex& one, XBaseIndex& two) {
+          for (int i = victim; i < victim + 6 && i < kPeople; ++i) {
+            const auto record = static_cast<uint32_t>(i + 1);
+            if (one.Delete(record, Name(i)) == 0 || two.Delete(record, Name(i)) == 0) return 0;
+          }
+          return 1;
+        },
+        [&](bool /*done*/) {
+          for (const char* name : {"people.vxx", "other.vxx"}) {
+            ZDXIndexFile index(files);
+            ASSERT_EQ(index.Open(name, name, OpenRead), 1);
+            for (int i = 0; i < kPeople; ++i) {
+              bool found;
+              ASSERT_EQ(index._Seek(Name(i), static_cast<uint32_t>(i + 1), found), 1);
+              EXPECT_TRUE(found || (i >= victim && i < victim + 6)) << name << " lost " << Name(i);
+            }
+          }
+        });
+  }
+}
+
+TEST_F(DyingProcess, FailedLocksAndChecksLeaveNothingLocked) {
+  RunAll(
+      MemoryFiles::Fault::FailOne,
+      [](XBaseTable& table, XBaseIndex& one, XBaseIndex& two) {
+        XBaseIndexLock first;
+        XBaseIndexLock second;
+        if (first.Take(two) == 0 || second.Take(one) == 0) return 0;
+        if (one.CheckUnique("q", 1) == 0 || two.CheckUnique("q", 1) == 0) return 0;
+        return table.Refresh();
+      },
+      [this](bool /*done*/) { EXPECT_EQ(files.Snapshot(), good_); });
+}
+
+}  // namespace
