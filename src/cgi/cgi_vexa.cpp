@@ -56,6 +56,7 @@ CGIVexa::CGIVexa(int argc, char** argv)
 CGIVexa::~CGIVexa() {
   // Scripts and databases hold files open, which must be closed before their manager goes.
   ReleaseScripts();
+  LogEnd();
   if (path_environment_ != nullptr) setenv("PATH", "", 1);
 }
 
@@ -71,8 +72,9 @@ const String& CGIVexa::hostname() const {
 
 bool CGIVexa::timedout() { return interrupted != 0 || HostBase::timedout(); }
 
-void CGIVexa::ScriptEnded() {
-  if (!log_.IsOpen()) return;
+// However the script ended: this is called when all that it held has been released.
+void CGIVexa::LogEnd() {
+  if (!script_started() || !log_.IsOpen()) return;
   output_.Flush();
   log_.ScriptEnded(output_.written_bytes());
 }

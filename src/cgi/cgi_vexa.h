@@ -64,7 +64,6 @@ class CGIVexa : public HostBase {
   [[nodiscard]] int OutputCookie() override;
   [[nodiscard]] int EndHeaders() override;
   void ScriptStarted() override { log_.ScriptStarted(); }
-  void ScriptEnded() override;
 
  private:
   // Whose scripts run with whose data.
@@ -101,6 +100,7 @@ class CGIVexa : public HostBase {
   // The data of the script.
   void LookUpOwner();
   [[nodiscard]] int OpenLog();
+  void LogEnd();
   [[nodiscard]] int ChooseDataDirectory(const String& name);
   [[nodiscard]] int ChooseUserDataDirectory(const String& name);
   [[nodiscard]] int CheckDataDirectory();

@@ -37,7 +37,6 @@ int HostBase::Go() {
   ScriptStarted();
   // What became of the script is on the page; it does not change the exit status.
   (void)module->scriptparser().Parse();
-  ScriptEnded();
   return 1;
 }
 
@@ -135,6 +134,7 @@ void HostBase::RequireHeaders(int status) {
 }
 
 void HostBase::WriteError(std::string_view text) {
+  logfile().Write(LogLevel::Errors, "ERROR", text);
   output().Write(text);
   output().Write("\r\n");
   output().Flush();

@@ -101,9 +101,8 @@ class HostBase : public Vexa {
   [[nodiscard]] int AddContentVariables();
   [[nodiscard]] int ResetGlobalTimeout();
 
-  // Told when the script begins to run and when it has ended.
+  // Told when the script begins to run.
   virtual void ScriptStarted() {}
-  virtual void ScriptEnded() {}
 
   // When the request must be done; 0 when there is no limit.
   [[nodiscard]] time_t deadline() const { return deadline_; }
