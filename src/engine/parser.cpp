@@ -37,6 +37,14 @@ ScanResult Parser::ProcessTextUntilTag() {
     std::string_view run = source_.Run();
     if (run.empty()) return ScanResult::EndOfFile;
     ScanResult result = ScanResult::Done;
+    if (CopiesPlainText()) {
+      if (size_t plain = PlainLength(run); plain > 0) {
+        source_.Take(plain);
+        result = ProcessPlain(run.substr(0, plain));
+        if (result != ScanResult::Done) return result;
+        continue;
+      }
+    }
     size_t length = TextRunLength(run);
     if (length > 0) {
       source_.TakeWithinLine(length);
@@ -52,6 +60,29 @@ ScanResult Parser::ProcessTextUntilTag() {
       result = newline ? ProcessNewLine(piece) : ProcessText(piece);
     }
     if (result != ScanResult::Done) return result;
+  }
+}
+
+bool Parser::CopiesPlainText() const { return false; }
+
+ScanResult Parser::ProcessPlain(std::string_view text) { return ProcessText(text); }
+
+// How much of `run` is text and whole tags that are not ours, so that it can be copied at once.
+// Whatever needs a closer look ends it: our tags, comments, odd constructs, what is cut off.
+size_t Parser::PlainLength(std::string_view run) const {
+  for (size_t at = 0;;) {
+    at = FindByte<'<', '\\'>(run, at);
+    if (at == run.size() || run[at] == '\\') return at;
+    size_t name_end = at + 1;
+    while (name_end < run.size() && run[name_end] != '>' && !IsWhitespace(run[name_end])) {
+      ++name_end;
+    }
+    std::string_view name = run.substr(at + 1, name_end - at - 1);
+    bool odd = name_end == run.size() || name.empty() || name[0] == '#' || name[0] == '!';
+    if (odd || IsLeadingPart(name, kCommentTag) || FindTemplate(name) != nullptr) return at;
+    size_t end = TagEnd(run, name_end);
+    if (end == std::string_view::npos) return at;
+    at = end;
   }
 }
 
@@ -111,14 +142,14 @@ bool Parser::SkipWhitespace() {
   return false;
 }
 
-ScanResult Parser::EatUntil(String& out, char stop, std::string_view shown_stop) {
+ScanResult Parser::EatUntilTagEnd(String& out) {
   bool quoted = false;
   for (;;) {
     std::string_view run = source_.Run();
-    if (run.empty()) return UnexpectedEndLookingFor(shown_stop);
-    for (size_t i = 0; i < run.size(); ++i) {
+    if (run.empty()) return UnexpectedEndLookingFor("&gt;");
+    for (size_t i = FindByte<'>', '"'>(run); i < run.size(); i = FindByte<'>', '"'>(run, i + 1)) {
       if (run[i] == '"') quoted = !quoted;
-      if (run[i] != stop || quoted) continue;
+      if (run[i] == '"' || quoted) continue;
       out.Reserve(out.size() + i + 1);
       out.cat(run.substr(0, i + 1));
       source_.Take(i + 1);
@@ -218,7 +249,7 @@ ScanResult Parser::FindNextTag() {
       case Construct::Skipped:
         continue;
       case Construct::Unknown:
-        if (EatUntil(raw_, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+        if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
         [[fallthrough]];
       case Construct::Comment: {
         ScanResult result = ProcessUnknownTag(raw_);
@@ -252,7 +283,7 @@ ScanResult Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTa
                                     [form](const WantedTag& w) { return w.id == form->id; });
     if (match == wanted.end() || (match->closing_id < 0 && depth > 0)) {
       raw_.clear();
-      if (EatUntil(raw_, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+      if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
       continue;
     }
     if (match->closing_id > 0) {
@@ -263,7 +294,7 @@ ScanResult Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTa
     }
     if (depth > 0) {
       --depth;
-      if (EatUntil(raw_, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+      if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
       continue;
     }
     auto tag = std::make_unique<Tag>(*form);
@@ -278,7 +309,7 @@ bool Parser::IsStopForm(const TagTemplate&, std::string_view) const { return fal
 // Skips the rest of a block's opening tag.
 ScanResult Parser::SkipOpener(const TagTemplate& form, bool* opens) {
   raw_.clear();
-  if (EatUntil(raw_, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+  if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
   std::string_view body = raw_;
   body.remove_suffix(1);
   *opens = !IsStopForm(form, body);

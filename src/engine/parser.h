@@ -54,6 +54,10 @@ class Parser {
   [[nodiscard]] virtual ScanResult ProcessNewLine(std::string_view newline) = 0;
   // A run of text ended at a tag, which is read next. Done, or what a delivery returned.
   [[nodiscard]] virtual ScanResult EndText() { return ScanResult::Done; }
+  // Whether text, newlines and tags of other languages are all just copied to the output now, so
+  // that a stretch of them may be delivered whole to ProcessPlain.
+  [[nodiscard]] virtual bool CopiesPlainText() const;
+  [[nodiscard]] virtual ScanResult ProcessPlain(std::string_view text);
   // Reports a scanning error at the current line. Always returns Failed.
   virtual ScanResult ReportSyntaxError(std::string_view message) = 0;
 
@@ -74,8 +78,8 @@ class Parser {
   // Checks required attributes and fills in defaults. Done, or Failed.
   [[nodiscard]] ScanResult ValidateTag(Tag& tag);
 
-  // Reads to `stop` (included) outside double quotes, appending what is read to `out`.
-  [[nodiscard]] ScanResult EatUntil(String& out, char stop, std::string_view shown_stop);
+  // Reads to the tag's `>` (included) outside double quotes, appending what is read to `out`.
+  [[nodiscard]] ScanResult EatUntilTagEnd(String& out);
   // Appends white space to `out`. Done before another byte, or EndOfFile.
   ScanResult EatWhitespace(String& out);
   // Skips white space; false at the end of the file.
@@ -90,6 +94,7 @@ class Parser {
 
   ScanResult ProcessTextUntilTag();
   ScanResult SkipTextUntilTag();
+  size_t PlainLength(std::string_view run) const;
   bool TakeTextPiece(String& piece);
   Construct ReadConstruct(const TagTemplate*& form);
   ScanResult EatHTMLComment(String& out);

@@ -40,9 +40,10 @@ void ScriptParser::ScanForFunction(std::string_view name) {
 
 bool ScriptParser::CallFunction(const Callable& function, std::span<String> arguments,
                                 String& result) {
-  if (const auto* builtin = dynamic_cast<const BuiltinFunction*>(&function)) {
+  if (function.builtin()) {
     result.clear();
-    return builtin->handler()(BuiltinCall(*this, arguments, result));
+    const auto& builtin = static_cast<const BuiltinFunction&>(function);
+    return builtin.handler()(BuiltinCall(*this, arguments, result));
   }
   return CallOwnFunction(static_cast<const Function&>(function), arguments, result);
 }

@@ -85,8 +85,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
     SourcePlace end = source().Place();
     source().Return(start_);
     String skipped;
-    bool misleads =
-        EatUntil(skipped, '>', "&gt;") == ScanResult::Failed || !(source().Place() == end);
+    bool misleads = EatUntilTagEnd(skipped) == ScanResult::Failed || !(source().Place() == end);
     source().Return(end);
     if (misleads) {
       Print(String::Concat({source().errorname(), ": Line ", PrintInteger(line()),
@@ -146,7 +145,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
 
   ScanResult SkipRest() {
     String rest;
-    return EatUntil(rest, '>', "&gt;") == ScanResult::Failed ? ScanResult::Failed : ScanResult::End;
+    return EatUntilTagEnd(rest) == ScanResult::Failed ? ScanResult::Failed : ScanResult::End;
   }
 
   ScanResult ReadTag(Tag& tag) {
@@ -155,7 +154,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
       return ReadAttributes(tag);
     }
     String body;
-    if (EatUntil(body, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+    if (EatUntilTagEnd(body) == ScanResult::Failed) return ScanResult::Failed;
     body.Truncate(body.size() - 1);
     if (IsStopBody(tag.id(), body)) {
       tag.AddNameValuePair("STOP", {});

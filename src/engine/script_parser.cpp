@@ -214,6 +214,18 @@ ScanResult ScriptParser::ProcessUnknownTag(std::string_view raw) {
   return ScanResult::Done;
 }
 
+// No state treats text in a way of its own; what changes text on its way is a filter.
+bool ScriptParser::CopiesPlainText() const {
+  constexpr int kCopied = kHtmlOutput | kTextOutput;
+  return filter_ == nullptr && (output_level_ & (kCopied | kCompressWhitespace)) == kCopied;
+}
+
+ScanResult ScriptParser::ProcessPlain(std::string_view text) {
+  if (!CheckTimeout()) return ScanResult::Failed;
+  WriteValue(text);
+  return ScanResult::Done;
+}
+
 std::unique_ptr<Tag> ScriptParser::SkipTo(std::span<const WantedTag> wanted,
                                           std::string_view closing_tag) {
   std::unique_ptr<Tag> found;

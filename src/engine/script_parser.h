@@ -131,6 +131,8 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   [[nodiscard]] ScanResult ProcessText(std::string_view text) override;
   [[nodiscard]] ScanResult ProcessNewLine(std::string_view newline) override;
   [[nodiscard]] ScanResult EndText() override;
+  [[nodiscard]] bool CopiesPlainText() const override;
+  [[nodiscard]] ScanResult ProcessPlain(std::string_view text) override;
   [[nodiscard]] ScanResult GetNameValuePairs(Tag& tag) override;
   [[nodiscard]] ScanResult GetValue(Tag& tag, const String& name, String& value) override;
   [[nodiscard]] ScanResult ProcessEmptyValue(Tag& tag, const String& name, String& value) override;

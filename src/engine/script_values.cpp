@@ -79,7 +79,7 @@ ScanResult ScriptParser::GetBody(Tag& tag) {
 
 ScanResult ScriptParser::GetRawBody(Tag& tag) {
   String body;
-  if (EatUntil(body, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+  if (EatUntilTagEnd(body) == ScanResult::Failed) return ScanResult::Failed;
   body.Truncate(body.size() - 1);
   body.StripWhitespace();
   tag.AddNameValuePair("", std::move(body));
@@ -89,7 +89,7 @@ ScanResult ScriptParser::GetRawBody(Tag& tag) {
 ScanResult ScriptParser::GetLoopCondition(Tag& tag) {
   tag.Defer(source().Place());
   String body;
-  if (EatUntil(body, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+  if (EatUntilTagEnd(body) == ScanResult::Failed) return ScanResult::Failed;
   body.Truncate(body.size() - 1);
   if (IsStopBody(tag.id(), body)) tag.AddNameValuePair("STOP", {});
   return ScanResult::End;
@@ -97,7 +97,7 @@ ScanResult ScriptParser::GetLoopCondition(Tag& tag) {
 
 ScanResult ScriptParser::GetValue(Tag& tag, const String& name, String& value) {
   if (IsRawOrder(tag.id(), name)) {
-    if (EatUntil(value, '>', "&gt;") == ScanResult::Failed) return ScanResult::Failed;
+    if (EatUntilTagEnd(value) == ScanResult::Failed) return ScanResult::Failed;
     value.Truncate(value.size() - 1);
     value.StripWhitespace();
     if (value[0] == '"') {

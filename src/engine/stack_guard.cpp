@@ -23,10 +23,10 @@ uintptr_t StackSize() {
 }  // namespace
 
 bool StackIsLow() {
-  char here;
-  static const auto kTop = reinterpret_cast<uintptr_t>(&here);
+  // Not the address of a local: checking tools may keep locals elsewhere.
+  auto now = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  static const uintptr_t kTop = now;
   static const uintptr_t kSize = StackSize();
-  auto now = reinterpret_cast<uintptr_t>(&here);
   uintptr_t used = now < kTop ? kTop - now : 0;
   return used + std::min(2 * kReserve, kSize / 2) > kSize;
 }

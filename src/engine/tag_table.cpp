@@ -20,6 +20,8 @@
 #include "engine/tag_numbers.h"
 #include "files/file_tags.h"
 #include "files/import_tags.h"
+#include "xbase/database_tags.h"
+#include "xbase/record_tags.h"
 
 namespace {
 
@@ -160,26 +162,26 @@ constexpr TagTemplate kTags[] = {
     {"VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXT, kTagVxLOCALIZEDTEXTClose, kLanguage, LeaveToBlock},
     {"/VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXTClose, 0, {}, nullptr},
     {"VxEXIT", kTagVxEXIT, 0, {}, nullptr},
-    {"VxOPEN", kTagVxOPEN, 0, kOpen, ReportUnsupported},
-    {"VxCLOSE", kTagVxCLOSE, 0, kName, ReportUnsupported},
-    {"VxSKIP", kTagVxSKIP, 0, kSkip, ReportUnsupported},
-    {"VxGO", kTagVxGO, 0, kGo, ReportUnsupported},
-    {"VxPRIMARY", kTagVxPRIMARY, 0, kPrimary, ReportUnsupported},
-    {"VxFIND", kTagVxFIND, 0, kFind, ReportUnsupported},
-    {"VxSETINDEX", kTagVxSETINDEX, 0, kSetIndex, ReportUnsupported},
-    {"VxUPDATE", kTagVxUPDATE, 0, kNameView, ReportUnsupported},
-    {"VxDELETE", kTagVxDELETE, 0, kNameView, ReportUnsupported},
-    {"VxUNDELETE", kTagVxUNDELETE, 0, kNameView, ReportUnsupported},
-    {"VxADD", kTagVxADD, 0, kNameView, ReportUnsupported},
-    {"VxMAKEINDEX", kTagVxMAKEINDEX, 0, kMakeIndex, ReportUnsupported},
-    {"VxPACK", kTagVxPACK, 0, kName, ReportUnsupported},
-    {"VxREINDEX", kTagVxREINDEX, 0, kName, ReportUnsupported},
-    {"VxCREATE", kTagVxCREATE, 0, kCreate, ReportUnsupported},
-    {"VxREVEALSTRUCTURE", kTagVxREVEALSTRUCTURE, 0, kReveal, ReportUnsupported},
-    {"VxOPENVIEW", kTagVxOPENVIEW, 0, kOpenView, ReportUnsupported},
-    {"VxCLOSEVIEW", kTagVxCLOSEVIEW, 0, kNameView, ReportUnsupported},
-    {"VxQUERY", kTagVxQUERY, 0, kQuery, ReportUnsupported},
-    {"VxFILTER", kTagVxFILTER, 0, kFilter, ReportUnsupported},
+    {"VxOPEN", kTagVxOPEN, 0, kOpen, ProcessVxOPEN},
+    {"VxCLOSE", kTagVxCLOSE, 0, kName, ProcessVxCLOSE},
+    {"VxSKIP", kTagVxSKIP, 0, kSkip, ProcessVxSKIP},
+    {"VxGO", kTagVxGO, 0, kGo, ProcessVxGO},
+    {"VxPRIMARY", kTagVxPRIMARY, 0, kPrimary, ProcessVxPRIMARY},
+    {"VxFIND", kTagVxFIND, 0, kFind, ProcessVxFIND},
+    {"VxSETINDEX", kTagVxSETINDEX, 0, kSetIndex, ProcessVxSETINDEX},
+    {"VxUPDATE", kTagVxUPDATE, 0, kNameView, ProcessVxUPDATE},
+    {"VxDELETE", kTagVxDELETE, 0, kNameView, ProcessVxDELETE},
+    {"VxUNDELETE", kTagVxUNDELETE, 0, kNameView, ProcessVxUNDELETE},
+    {"VxADD", kTagVxADD, 0, kNameView, ProcessVxADD},
+    {"VxMAKEINDEX", kTagVxMAKEINDEX, 0, kMakeIndex, ProcessVxMAKEINDEX},
+    {"VxPACK", kTagVxPACK, 0, kName, ProcessVxPACK},
+    {"VxREINDEX", kTagVxREINDEX, 0, kName, ProcessVxREINDEX},
+    {"VxCREATE", kTagVxCREATE, 0, kCreate, ProcessVxCREATE},
+    {"VxREVEALSTRUCTURE", kTagVxREVEALSTRUCTURE, 0, kReveal, ProcessVxREVEALSTRUCTURE},
+    {"VxOPENVIEW", kTagVxOPENVIEW, 0, kOpenView, ProcessVxOPENVIEW},
+    {"VxCLOSEVIEW", kTagVxCLOSEVIEW, 0, kNameView, ProcessVxCLOSEVIEW},
+    {"VxQUERY", kTagVxQUERY, 0, kQuery, ProcessVxQUERY},
+    {"VxFILTER", kTagVxFILTER, 0, kFilter, ProcessVxFILTER},
     {"VEXA", kTagVEXA, 0, {}, ProcessVEXA},
 };
 

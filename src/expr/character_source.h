@@ -28,9 +28,7 @@ class TextSource final : public CharacterSource {
     return next_ < text_.size() ? static_cast<unsigned char>(text_[next_++]) : -1;
   }
   void PutBack() override { --next_; }
-  [[nodiscard]] SourcePlace Place() const override {
-    return {static_cast<int64_t>(next_), 0, 0};
-  }
+  [[nodiscard]] SourcePlace Place() const override { return {static_cast<int64_t>(next_), 0, 0}; }
   void Return(const SourcePlace& place) override { next_ = static_cast<size_t>(place.position); }
 
  private:

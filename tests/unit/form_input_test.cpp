@@ -54,7 +54,7 @@ std::string TrickyData(std::minstd_rand& chance) {
       "\r",        "\n",          "\r\n",         "\r\n-", "\r\n--",         "--edgeY",
       "\r\n--edg", "\r\n--edgeX", "\r\n--edge-x", "x",     "\r\n--edge \t!", "\r\n--edge\r\r\n"};
   std::string data;
-  for (unsigned i = chance() % 12; i > 0; --i) data += kPieces[chance() % kPieces.size()];
+  for (auto i = chance() % 12; i > 0; --i) data += kPieces[chance() % kPieces.size()];
   return data + ".";
 }
 

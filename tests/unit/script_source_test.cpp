@@ -26,7 +26,8 @@ const std::string kScripts[] = {
     "<VxWHILE EXPR=1><VxFUNCRETURN VALUE='G'></VxWHILE></VxFUNCTION><VxEVAL EXPR=g(1)>\n",
     "<VxASSIGN NAME=\"o\" VALUE=\"<VxWHILE EXPR=n LT 2>\nin\"><VxASSIGN NAME=\"t\" VALUE=\"<VxLET "
     "n=n + 1>\"><VxASSIGN NAME=\"c\" VALUE=\"</VxWHILE>\n\">&[o]:&[t]:&[c]&[o]never&[c]\n</VxIF>",
-    "<VEXA STANDARDOUTPUTLEVEL=\"html,text,compress\">  a  b \t\n\n <p>  c<VxHIDE FIELDS=\"v,w\">  d"
+    "<VEXA STANDARDOUTPUTLEVEL=\"html,text,compress\">  a  b \t\n\n <p>  c<VxHIDE FIELDS=\"v,w\">  "
+    "d"
     "<HIDE v, w><VEXA INTERPRET=\"tags\">&[v]&amp;[v]<VxSMTP FROM=1 TO=2 MAILHOST=3>e</VxSMTP>",
 };
 
