@@ -21,6 +21,7 @@ bool EndsWithinLine(File& file) {
 
 bool FlatFileWriter::NeedsQuotes(std::string_view field) const {
   if (field.find_first_of("\"\r\n") != std::string_view::npos) return true;
+  if (field.size() < delimiter_.size()) return false;
   return memmem(field.data(), field.size(), delimiter_.data(), delimiter_.size()) != nullptr;
 }
 
