@@ -13,9 +13,12 @@
 #include <ctime>
 
 #include "cgi/cgi_vexa.h"
+#include "core/encoding.h"
 #include "core/number.h"
+#include "core/text.h"
 #include "engine/module.h"
 #include "files/sandbox.h"
+#include "xbase/xbase_database.h"
 
 String CGIVexa::lasterror() { return std::strerror(errno); }
 
@@ -72,7 +75,11 @@ int CGIVexa::ResolvePath(const String& name, String& resolved, PathType type, St
   return sandbox.ResolvePath(name, resolved, type, message);
 }
 
-std::unique_ptr<Database> CGIVexa::NewDatabase(const String& type, const String&, String& message) {
-  message = String::Concat({"Unsupported database type '", type, "'"});
+std::unique_ptr<Database> CGIVexa::NewDatabase(const String& type, const String& name,
+                                               String& message) {
+  if (EqualsIgnoreCase(type, XBaseDatabase::kType)) {
+    return std::make_unique<XBaseDatabase>(*this, name);
+  }
+  message = String::Concat({"Unsupported database type '", EntityEncoded(type), "'"});
   return nullptr;
 }

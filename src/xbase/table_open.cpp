@@ -119,6 +119,7 @@ int XBaseTable::Reopen() {
   file_ = std::move(opened.file);
   memo_ = std::move(opened.memo);
   header_ = opened.header;
+  ++generation_;
   recordnum_ = 0;
   deleted_ = 0;
   return 1;
