@@ -169,6 +169,9 @@ class Database {
   [[nodiscard]] virtual DatabaseView* PrimaryView() = 0;
   virtual void SetPrimaryView(DatabaseView* view) = 0;
   virtual void RemoveView(DatabaseView* view) = 0;
+  // Whether an operation is under way that runs functions of the page: the database and its views
+  // must not be closed then.
+  [[nodiscard]] virtual bool InUse() const { return false; }
 };
 
 // --- Log and packages ------------------------------------------------------------------------
