@@ -25,7 +25,11 @@ endif()
 if(VEXA_FAST_START)
   target_compile_options(vexa_options INTERFACE -ffunction-sections -fdata-sections
     -fvisibility=hidden -fvisibility-inlines-hidden)
-  target_link_options(vexa_program_options INTERFACE -static-libstdc++ -static-libgcc
+  # The compiler's own list of libraries would bring the mathematics library back in, which is
+  # loaded when a page first computes with it (src/expr/math_library.h).
+  target_link_libraries(vexa_program_options INTERFACE
+    -Wl,-Bstatic -lstdc++ -lgcc -lgcc_eh -Wl,-Bdynamic -lc)
+  target_link_options(vexa_program_options INTERFACE -nodefaultlibs
     -Wl,--gc-sections -Wl,--as-needed -Wl,-O1 -Wl,--hash-style=gnu -Wl,-z,lazy
     -Wl,-z,noseparate-code -s)
 endif()

@@ -6,15 +6,25 @@
 #define VEXA_EXPR_BUILTINS_MATH_H_
 
 #include "expr/builtin_call.h"
+#include "expr/math_library.h"
 
-// A function of the C library with one and with two real arguments.
+// A function that the compiler turns into a few instructions.
 template <double (*function)(double)>
-bool BuiltinReal(const BuiltinCall& call) {
+bool BuiltinPlainReal(const BuiltinCall& call) {
   return call.ReturnReal(function(call.Real(0)));
 }
-template <double (*function)(double, double)>
+
+// Functions of the mathematics library with one and with two real arguments.
+template <MathName kName>
 bool BuiltinReal(const BuiltinCall& call) {
-  return call.ReturnReal(function(call.Real(0), call.Real(1)));
+  double result;
+  return CallMathFunction<kName>(call.context(), result, call.Real(0)) && call.ReturnReal(result);
+}
+template <MathName kName>
+bool BuiltinReal2(const BuiltinCall& call) {
+  double result;
+  return CallMathFunction<kName>(call.context(), result, call.Real(0), call.Real(1)) &&
+         call.ReturnReal(result);
 }
 
 bool BuiltinInt(const BuiltinCall& call);

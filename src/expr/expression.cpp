@@ -15,6 +15,10 @@ ValueEnd Expression::Read(CharacterSource& source, ValueForm form, ExpressionCon
   auto tree = std::make_unique<ExpressionTree>();
   ValueEnd end = ExpressionReader(source, form, context, *tree).Read();
   if (end == ValueEnd::Failed) return end;
+  if (form == ValueForm::OptionalExpression && tree->IsDoubleQuotedConstant() &&
+      !Stripped(tree->ConstantText()).empty()) {
+    form = ValueForm::ExpressionAttribute;
+  }
   bool may_quote_expression = form == ValueForm::ExpressionAttribute || form == ValueForm::Body;
   if (may_quote_expression && tree->IsDoubleQuotedConstant()) {
     // One level only: a constant within the quotes is a text.

@@ -29,6 +29,7 @@ enum class ValueEnd {
 enum class ValueForm {
   Attribute,            // ends at `>` or at white space that no operator follows
   ExpressionAttribute,  // the same; a lone double-quoted constant is read again as an expression
+  OptionalExpression,   // the same; a blank constant is no expression but stays a text
   Body,                 // ends at `>` only; a lone double-quoted constant is read again
   Text,                 // ends at the end of the source
 };

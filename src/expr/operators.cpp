@@ -15,6 +15,7 @@
 #include "core/text.h"
 #include "expr/expression.h"
 #include "expr/format_picture.h"
+#include "expr/math_library.h"
 
 namespace {
 
@@ -57,8 +58,10 @@ bool Divide(ExpressionContext& context, String& left, std::string_view right) {
   return SetReal(left, ReadReal(left) / divisor);
 }
 
-bool Power(ExpressionContext&, String& left, std::string_view right) {
-  return SetReal(left, std::pow(ReadReal(left), ReadReal(right)));
+bool Power(ExpressionContext& context, String& left, std::string_view right) {
+  double power;
+  return CallMathFunction<"pow">(context, power, ReadReal(left), ReadReal(right)) &&
+         SetReal(left, power);
 }
 
 bool Round(ExpressionContext&, String& left, std::string_view right) {
