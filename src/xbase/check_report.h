@@ -26,7 +26,9 @@ class CheckReport {
     if (++faults_ <= kMostFaults) Print(text);
   }
   void Fault(std::string_view before, int64_t number, std::string_view after) {
-    Fault(String::Concat({before, PrintInteger(number), after}));
+    if (faults_ < kMostFaults) return Fault(String::Concat({before, PrintInteger(number), after}));
+    ++total_;
+    ++faults_;
   }
   // Something worth knowing that is no fault.
   void Note(std::string_view text) { Print(text); }
@@ -38,17 +40,15 @@ class CheckReport {
     }
   }
   // Faults in all files.
-  [[nodiscard]] int total() const { return total_; }
-  // Faults in this file so far.
-  [[nodiscard]] int faults() const { return faults_; }
+  [[nodiscard]] int64_t total() const { return total_; }
 
  private:
   void Print(std::string_view text) { out_.Write(String::Concat({file_, ": ", text, "\n"})); }
 
   Output& out_;
   String file_;
-  int faults_ = 0;
-  int total_ = 0;
+  int64_t faults_ = 0;
+  int64_t total_ = 0;
 };
 
 #endif  // VEXA_XBASE_CHECK_REPORT_H_

@@ -37,7 +37,7 @@ void IndexChecker::Check(RecordReader* table) {
   }
   reached_.assign(size_t{pages_in_file_} + 1, false);
   if (table_ != nullptr) {
-    named_.assign(static_cast<size_t>(table_->header().numrecords) + 1, false);
+    named_.assign(static_cast<size_t>(table_->RecordsInFile()) + 1, false);
     FindKeyField();
   }
   Walk();

@@ -183,7 +183,10 @@ int ZDXIndexFile::Step(Direction direction, uint32_t& recordnum) {
   recordnum = 0;
   if (!positioned_) return 1;
   RangeLock lock;
-  if (Enter(lock, FileLockType::Shared) == 0) return 0;
+  const bool was_held = held_.held();
+  if ((was_held ? Enter(lock, FileLockType::Shared) : TakeLock(lock, FileLockType::Shared)) == 0) {
+    return 0;
+  }
   if (CountStep(direction) == 0) return 0;
   if (stack_is_cursor_) {
     const size_t depth = stack_.depth();
@@ -194,9 +197,11 @@ int ZDXIndexFile::Step(Direction direction, uint32_t& recordnum) {
     stack_.SetDepth(depth);
     stack_.Top().cursor = cursor;
     if (move == Move::Done) return 1;
+    // A failure may only mean that the header in memory is too old for the pages.
     KeepCursorEntry();
-    if (move == Move::Failed) return 0;
   }
+  // While the pages are what they were, the header cannot tell anything new.
+  if (!was_held && ReadHeader() == 0) return 0;
   return StepAfresh(direction, recordnum);
 }
 

@@ -2,6 +2,7 @@
 
 #include "xbase/record_reader.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "core/number.h"
@@ -61,6 +62,11 @@ int RecordReader::OpenMemo(const String& path) {
   if (file == nullptr) return Fail("the memo file cannot be opened: " + files_.error());
   memo_ = std::make_unique<MemoFile>(std::move(file), memopath);
   return memo_->ReadHeaderLocked() != 0 ? 1 : Fail(memo_->error());
+}
+
+int RecordReader::RecordsInFile() {
+  const int64_t room = (file_->Length() - header_.headerlength) / header_.recordlength;
+  return static_cast<int>(std::clamp<int64_t>(room, 0, header_.numrecords));
 }
 
 int RecordReader::Read(int n) {

@@ -21,6 +21,8 @@ class RecordReader {
 
   // Opens and locks the table and its memo file, and reads the header.
   [[nodiscard]] int Open(const String& path);
+  // Records that count and are wholly in the file.
+  [[nodiscard]] int RecordsInFile();
   // Reads record `n`, from 1.
   [[nodiscard]] int Read(int n);
   // Of the record last read: its deletion mark, and the bytes of a field.

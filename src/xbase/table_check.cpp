@@ -87,7 +87,8 @@ void TableChecker::CheckMemoHeader() {
 }
 
 void TableChecker::CheckRecords() {
-  for (int n = 1; n <= reader_->header().numrecords; ++n) {
+  const int count = reader_->RecordsInFile();
+  for (int n = 1; n <= count; ++n) {
     if (reader_->Read(n) == 0) {
       report_.Fault(reader_->error());
       return;

@@ -1,0 +1,178 @@
+// Fuzzing of tables, memo files and indexes with libFuzzer: the input is split into the bytes of
+// the three files, which are then opened, walked, changed and checked. Anything but a message or a
+// right answer is a finding.
+//
+//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -Isrc -Itests/unit \
+//     tests/fuzz/xbase_fuzz.cpp src/xbase/{file_access,index_*,memo_*,record_reader}.cpp ...
+//
+// tests/fuzz/run builds and runs it. Seeds come from XBaseSeeds below: with the environment
+// variable VEXA_FUZZ_SEEDS the program writes them to that directory and ends.
+//
+// The input begins with the lengths of the table and the memo file, two bytes each, little-endian;
+// the index is the rest.
+
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+#include <string>
+
+#include "memory_files.h"
+#include "xbase/byte_order.h"
+#include "xbase/index_builder.h"
+#include "xbase/table_check.h"
+#include "xbase/xbase_index.h"
+#include "xbase/xbase_table.h"
+
+namespace {
+
+constexpr char kTable[] = "t.dbf";
+constexpr char kMemo[] = "t.dbt";
+constexpr char kIndex[] = "t.vxx";
+constexpr int kMostSteps = 300;
+
+void Require(bool condition, const char* text) {
+  if (condition) return;
+  std::fprintf(stderr, "%s\n", text);
+  std::abort();
+}
+
+void UseTable(MemoryFiles& files) {
+  XBaseTable table(files);
+  if (table.Open(kTable, kTable, OpenRead | OpenWrite) == 0) {
+    Require(!table.error().empty(), "opening failed without a message");
+    return;
+  }
+  const int count = std::min(table.numrecords(), kMostSteps);
+  for (int n = 1; n <= count && table.Goto(n) != 0; ++n) {
+    for (const auto& field : table.fields()) (void)field->data();
+  }
+  for (const auto& field : table.fields()) field->Set(String("12 new values"));
+  const int appended = table.Append();
+  if (appended != 0) {
+    Require(table.Goto(table.numrecords()) != 0, "an appended record cannot be read");
+    for (const auto& field : table.fields()) {
+      const std::string_view whole = "12 new values";
+      const auto length = static_cast<size_t>(field->length());
+      if (field->type() == XBaseFieldType::CHAR) {
+        std::string_view cut = whole.substr(0, length);
+        while (cut.ends_with(' ')) cut.remove_suffix(1);
+        Require(field->data() == cut, "a text changed on its way");
+      }
+      if (field->type() == XBaseFieldType::MEMO) {
+        Require(field->data() == whole, "a memo text changed on its way");
+      }
+    }
+  }
+  if (table.Goto(1) != 0 && table.UpdateDeleted(1) != 0) (void)table.Update();
+  (void)table.Pack();
+}
+
+void UseIndex(MemoryFiles& files) {
+  XBaseIndex index(files);
+  if (index.Open("i", kIndex, kIndex) == 0) {
+    Require(!index.error().empty(), "opening failed without a message");
+    return;
+  }
+  uint32_t record = 0;
+  bool found = false;
+  int steps = 0;
+  for (int ok = index.First(record); ok != 0 && record != 0 && ++steps < kMostSteps;) {
+    ok = index.Next(record);
+  }
+  for (int ok = index.Last(record); ok != 0 && record != 0 && --steps > -kMostSteps;) {
+    ok = index.Prev(record);
+  }
+  for (const char* key : {"", "1", "k05", "zz"}) {
+    (void)index.Find(key, 0, record);
+    (void)index.Find(key, 1, record);
+    (void)index.Seek(key, 5, found);
+  }
+  XBaseIndexLock lock;
+  if (lock.Take(index) == 0) return;
+  for (uint32_t n = 1; n <= 12; ++n) {
+    char key[8];
+    std::snprintf(key, sizeof key, "k%02u", n);
+    (void)index.Delete(n, key);
+    if (index.CheckUnique(key, n) != 0) (void)index.Insert(n, key);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size < 4) return 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  MemoryFiles files;
+  const size_t table_size = Get16(bytes.data());
+  const size_t memo_size = Get16(bytes.data() + 2);
+  std::string_view rest = bytes.substr(4);
+  files[kTable] = rest.substr(0, table_size);
+  rest.remove_prefix(std::min(rest.size(), table_size));
+  files[kMemo] = rest.substr(0, memo_size);
+  rest.remove_prefix(std::min(rest.size(), memo_size));
+  files[kIndex] = rest;
+
+  const String index(kIndex);
+  StringOutput out;
+  const int before = CheckTable(files, kTable, std::span(&index, 1), out);
+  UseTable(files);
+  UseIndex(files);
+  StringOutput after;
+  (void)CheckTable(files, kTable, {}, after);
+  after.Flush();
+  // Whatever was good stays good when it is used.
+  if (before == 0) Require(after.data().contains(": good"), "using a good table damaged it");
+  Require(files.locks() == 0, "a lock was kept");
+  return 0;
+}
+
+// --- Seeds -----------------------------------------------------------------------------------
+
+namespace {
+
+// A table of `records` with every type of field, and an index of its first field.
+std::string Seed(int records, uint32_t flags, ZDXIndexShape shape) {
+  MemoryFiles files;
+  XBaseTable table(files);
+  Require(table.Create({kTable, kTable, "", ""}, {{"NAME", XBaseFieldType::CHAR, 6, 0},
+                                                  {"AGE", XBaseFieldType::NUMBER, 5, 1},
+                                                  {"BORN", XBaseFieldType::DATE, 8, 0},
+                                                  {"PAID", XBaseFieldType::BOOL, 1, 0},
+                                                  {"NOTE", XBaseFieldType::MEMO, 10, 0}}) != 0,
+          "no seed");
+  XBaseIndexBuilder builder(files, {"NAME", flags, shape});
+  for (int n = 1; n <= records; ++n) {
+    char key[8];
+    std::snprintf(key, sizeof key, "k%02d", n);
+    const char* values[] = {key, "12.5", "20011231", "T", n % 3 == 0 ? "" : "a note"};
+    for (size_t i = 0; i < 5; ++i) table.fields()[i]->Set(String(values[i]));
+    Require(table.Append() != 0, "no seed");
+    builder.Add(static_cast<uint32_t>(n), key);
+  }
+  table.Close();
+  Require(builder.Write(kIndex, kIndex) != 0 && builder.Install() != 0, "no seed");
+  std::string seed(4, '\0');
+  Put16(seed.data(), static_cast<uint16_t>(files[kTable].size()));
+  Put16(seed.data() + 2, static_cast<uint16_t>(files[kMemo].size()));
+  return seed + files[kTable] + files[kMemo] + files[kIndex];
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  const char* directory = std::getenv("VEXA_FUZZ_SEEDS");
+  if (directory == nullptr) return 0;
+  const ZDXIndexShape small{3, 427, 20};
+  const std::string seeds[] = {Seed(0, 0, small), Seed(2, kIndexUnique, small),
+                               Seed(9, kIndexDescending | kIndexString, small), Seed(20, 0, small),
+                               Seed(10, 0, {})};
+  int number = 0;
+  for (const std::string& seed : seeds) {
+    const std::string path = std::string(directory) + "/seed" + std::to_string(++number);
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    Require(file != nullptr, "the seeds cannot be written");
+    Require(std::fwrite(seed.data(), 1, seed.size(), file) == seed.size(), "short write");
+    std::fclose(file);
+  }
+  std::exit(0);
+}
