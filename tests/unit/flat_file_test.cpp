@@ -116,6 +116,28 @@ TEST_F(FlatFileTest, RandomFieldsComeBack) {
   }
 }
 
+TEST_F(FlatFileTest, AnyFileReadsTheSameInAnyBuffer) {
+  const unsigned seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const std::string alphabet = "a-\"\r\n";
+  const Records like(20, Record(3));
+  for (int round = 0; round < 300; ++round) {
+    std::string content;
+    for (size_t n = random() % 40; n > 0; --n) content += alphabet[random() % alphabet.size()];
+    Make("flat", content);
+    for (const std::string& delimiter : {std::string("-"), std::string("--a"), std::string("\r")}) {
+      host.settings.importbuffersize = 8192;
+      const Records records = ReadLike(like, delimiter);
+      for (const int buffer : {1, 2, 3, 5}) {
+        host.settings.importbuffersize = buffer;
+        ASSERT_EQ(ReadLike(like, delimiter), records)
+            << ::testing::PrintToString(content) << " at " << delimiter << ", buffer " << buffer;
+      }
+    }
+  }
+}
+
 TEST_F(FlatFileTest, LargeFieldsComeBackAndSurplusOnesAreDropped) {
   std::string large(1 << 20, 'x');
   for (size_t i = 0; i < large.size(); i += 1000) large[i] = i % 3000 == 0 ? '"' : '\n';
