@@ -44,20 +44,27 @@ const NameValuePair* FindFields(const Tag& tag) {
   return nullptr;
 }
 
-// False after a syntax error. The legacy tags have no template that requires their attributes.
-bool ReadTag(ScriptParser& parser, const Tag& tag, FlatFile& flat) {
-  const NameValuePair* file = tag.Find("FILE");
-  const NameValuePair* fields = FindFields(tag);
-  const NameValuePair* delimiter = tag.Find("DELIMITER");
-  std::string_view missing;
-  if (delimiter == nullptr) missing = "DELIMITER";
-  if (fields == nullptr) missing = IsLegacy(tag) ? "ORDER" : "FIELDS";
-  if (file == nullptr) missing = "FILE";
-  if (!missing.empty()) {
+// The attribute itself; null, after a syntax error, when the tag does not have it. The legacy tags
+// have no template that requires their attributes.
+const NameValuePair* Required(ScriptParser& parser, const Tag& tag, std::string_view name) {
+  const bool fields = name == "FIELDS";
+  const NameValuePair* pair = fields ? FindFields(tag) : tag.Find(name);
+  if (pair == nullptr) {
+    if (fields && IsLegacy(tag)) name = "ORDER";
     parser.SyntaxError(
-        String::Concat({tag.name(), " requires the ", missing, " attribute to be specified"}));
-    return false;
+        String::Concat({tag.name(), " requires the ", name, " attribute to be specified"}));
   }
+  return pair;
+}
+
+// False after a syntax error.
+bool ReadTag(ScriptParser& parser, const Tag& tag, FlatFile& flat) {
+  const NameValuePair* file = Required(parser, tag, "FILE");
+  if (file == nullptr) return false;
+  const NameValuePair* fields = Required(parser, tag, "FIELDS");
+  if (fields == nullptr) return false;
+  const NameValuePair* delimiter = Required(parser, tag, "DELIMITER");
+  if (delimiter == nullptr) return false;
   flat.file = file->value;
   flat.delimiter = delimiter->value;
   for (PieceReader pieces(fields->value, ","); pieces.Next();) {
