@@ -15,27 +15,33 @@ namespace {
 class RunningModule {
  public:
   RunningModule(ScriptParser& caller, Module& module)
-      : host_(caller.host()), former_(host_.currentmodule()) {
+      : host_(caller.host()),
+        former_(host_.currentmodule()),
+        callee_(module.scriptparser()),
+        nested_(&callee_ != &caller && callee_.running()),
+        own_(callee_.settings()) {
     host_.SetCurrentModule(&module);
-    module.scriptparser().InheritFrom(caller);
+    callee_.TakeOver(caller.settings());
   }
-  ~RunningModule() { host_.SetCurrentModule(former_); }
+  ~RunningModule() {
+    host_.SetCurrentModule(former_);
+    if (nested_) callee_.TakeOver(own_);
+  }
   RunningModule(const RunningModule&) = delete;
   RunningModule& operator=(const RunningModule&) = delete;
 
  private:
   Vexa& host_;
   Module* former_;
+  ScriptParser& callee_;
+  bool nested_;  // the module waits further out for the caller, and goes on as it was
+  ScriptParser::CallSettings own_;
 };
 
 // Evaluates the kept text of VALUE with the module's functions, into the variable called NAME.
 StateResult EvaluateIn(Module& module, ScriptParser& parser, const Tag& tag) {
-  ScriptParser& callee = module.scriptparser();
-  Expression expression;
   String value;
-  if (!expression.ReadText(tag.Value("VALUE"), callee) || !expression.Evaluate(callee, value)) {
-    return StateResult::Failed;
-  }
+  if (!module.scriptparser().EvaluateText(tag.Value("VALUE"), value)) return StateResult::Failed;
   return parser.Assign(tag, tag.Value("NAME"), value);
 }
 

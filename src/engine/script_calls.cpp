@@ -1,6 +1,7 @@
 // Calls of functions: finding them, entering and leaving them, and the depth limit.
 
 #include <algorithm>
+#include <utility>
 
 #include "core/number.h"
 #include "core/text.h"
@@ -83,9 +84,22 @@ bool ScriptParser::PushFunctionCall() {
   return false;
 }
 
-void ScriptParser::InheritFrom(ScriptParser& caller) {
-  errors_.CopySettings(caller.errors_);
-  output_ = caller.output_;
-  depth_ = caller.depth_;
-  watchers_ = caller.watchers_;
+void ScriptParser::TakeOver(const CallSettings& settings) {
+  errors_.CopySettings(settings.errors);
+  output_ = settings.output;
+  depth_ = settings.depth;
+  watchers_ = settings.watchers;
+}
+
+bool ScriptParser::EvaluateText(std::string_view text, String& value) {
+  const bool in_use = std::exchange(running_, true);
+  Expression expression;
+  bool evaluated = expression.ReadText(text, *this) && expression.Evaluate(*this, value);
+  running_ = in_use;
+  if (in_use || !exiting_) return evaluated;
+  // The script ended, but its functions can be called again.
+  exiting_ = false;
+  left_states_.clear();
+  value.clear();
+  return true;
 }

@@ -162,10 +162,15 @@ ScanResult ScriptParser::CloseStates(size_t index) {
   return states_.empty() ? ScanResult::End : ScanResult::Done;
 }
 
-// Ends the script after every open block has been left, the functions among them.
+// Ends the script after every open block has been left, the functions among them. A block that
+// cannot be left ends that, but functions still are: their local scopes die with their calls.
 ScanResult ScriptParser::ExitScript() {
   exiting_ = true;
   (void)CloseStates(1);
+  for (; states_.size() > 1; states_.pop_back()) {
+    if (states_.back()->is_function()) (void)states_.back()->ExitState();
+    left_states_.push_back(std::move(states_.back()));
+  }
   return ScanResult::End;
 }
 

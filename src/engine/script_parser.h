@@ -45,7 +45,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   // Runs the script from its first line with no block open. 1 when it ran to an end (also one that
   // a tag asked for), 0 when an error stopped it.
   int Parse();
-  // Whether Parse is in progress.
+  // Whether Parse or EvaluateText is in progress.
   [[nodiscard]] bool running() const { return running_; }
 
   // --- For states and tag handlers ---
@@ -106,8 +106,19 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   // Goes one call deeper; false, after an error, when that is deeper than the site allows.
   [[nodiscard]] bool PushFunctionCall();
   void PopFunctionCall() { --depth_; }
-  // Makes this parser a callee of `caller`: its error settings, output, watchers and depth.
-  void InheritFrom(ScriptParser& caller);
+  // What a script takes over from the one that runs it, for as long as it runs: settings() of the
+  // one, given to TakeOver of the other.
+  struct CallSettings {
+    ErrorHandler errors;
+    Output* output;
+    int depth;
+    std::shared_ptr<std::vector<ScriptState*>> watchers;
+  };
+  [[nodiscard]] CallSettings settings() const { return {errors_, output_, depth_, watchers_}; }
+  void TakeOver(const CallSettings& settings);
+  // Evaluates `text` with this script's functions, for a script that runs it. A function that ends
+  // this script makes the value empty. False after an error was reported.
+  [[nodiscard]] bool EvaluateText(std::string_view text, String& value);
 
   // --- Settings of the page ---
   void SetTagDetect(bool on);
