@@ -106,14 +106,12 @@ int ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
     return 0;
   }
   for (int i = 0; i < kMostReplacements; ++i) {
-    if (lock.Take(*file_, type, 0, kIndexHeaderSize) == 0) {
-      return Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
-    }
+    const int locked = lock.Take(*file_, type, 0, kIndexHeaderSize);
+    if (locked == 0) Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
     const int named = file_->StillNamed();
-    if (named > 0) return 1;
-    const String reason = ": " + file_->error();
+    if (named > 0) return locked;
+    if (named < 0) return locked == 0 ? 0 : Fail("reading from", ": " + file_->error());
     lock.Release();
-    if (named < 0) return Fail("reading from", reason);
     KeepCursorEntry();
     if (OpenFile(file_, header_) == 0) return 0;
   }

@@ -12,11 +12,13 @@ int XBaseMemoField::Read(const unsigned char* recordbytes) {
   current_.text.clear();
   current_.held = false;
   current_.changed = false;
+  current_.lost = false;
   original_held_ = false;
   return 1;
 }
 
 int XBaseMemoField::Write(unsigned char* recordbytes) {
+  if (current_.lost) return table()->MemoTextLost(name());
   if (NeedsMemoBlock()) {
     const int block = table()->WriteMemoBlock(current_.text);
     if (block < 0) return 0;
@@ -40,6 +42,7 @@ void XBaseMemoField::Set(const char* text, int length) {
   current_.text = std::string_view(text, static_cast<size_t>(length));
   current_.held = true;
   current_.changed = true;
+  current_.lost = false;
 }
 
 const String& XBaseMemoField::data() {
@@ -57,6 +60,7 @@ void XBaseMemoField::Load() {
 void XBaseMemoField::Detach() {
   for (int i = 0; i < 2; ++i) {
     Load();
+    current_.lost = current_.lost || !current_.held;
     current_.held = true;
     current_.changed = true;
     SwapOriginal();

@@ -28,7 +28,8 @@ class XBaseMemoField final : public XBaseField {
   void SwapOriginal() override;
   void SetOriginal() override;
   [[nodiscard]] bool NeedsMemoBlock() const override;
-  // Reads the texts that are still in the file and takes them for changed.
+  // Reads the texts that are still in the file and takes them for changed. One that cannot be read
+  // is lost: writing the field fails until it is set.
   void Detach() override;
 
  private:
@@ -37,6 +38,7 @@ class XBaseMemoField final : public XBaseField {
     String text;
     bool held = false;     // whether `text` is the text
     bool changed = false;  // whether the text is not in the file
+    bool lost = false;     // whether the file went away before the text could be read
   };
 
   // Brings the current text in. Without success it is not held, so that the next one to ask

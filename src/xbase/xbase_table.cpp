@@ -38,6 +38,11 @@ int XBaseTable::FailReplaced() {
   return Fail("writing to", "The table was replaced by another process");
 }
 
+int XBaseTable::MemoTextLost(const String& field) {
+  return Fail("writing to", String::Concat({"The text of field '", field,
+                                            "' could not be read before the table was replaced"}));
+}
+
 int XBaseTable::MemoNumberTooLong(const String& field) {
   return Fail("writing to",
               String::Concat({"The field '", field, "' is too short for a memo block number"}));
@@ -74,14 +79,12 @@ int XBaseTable::WriteHeader() {
 
 int XBaseTable::LockStart(RangeLock& lock, FileLockType type, int64_t length) {
   for (int i = 0; i < kMostReplacements; ++i) {
-    if (lock.Take(*file_, type, 0, length) == 0) {
-      return FailLock(type == FileLockType::Shared ? "read" : "write");
-    }
+    const int locked = lock.Take(*file_, type, 0, length);
+    if (locked == 0) FailLock(type == FileLockType::Shared ? "read" : "write");
     const int named = file_->StillNamed();
-    if (named > 0) return 1;
-    const String reason = file_->error();
+    if (named > 0) return locked;
+    if (named < 0) return locked == 0 ? 0 : Fail("reading from", file_->error());
     lock.Release();
-    if (named < 0) return Fail("reading from", reason);
     if (Reopen() == 0) return 0;
   }
   return Fail("reading from", "The table is replaced again and again");
@@ -106,14 +109,15 @@ int XBaseTable::Goto(int n) {
     if (file_ == nullptr || n < 1 || n > header_.numrecords) return 0;
     RangeLock lock;
     const int64_t offset = header_.RecordOffset(n);
-    if (lock.Take(*file_, FileLockType::Shared, offset, header_.recordlength) == 0) {
-      return FailLock("read");
-    }
+    const int locked = lock.Take(*file_, FileLockType::Shared, offset, header_.recordlength) != 0
+                           ? 1
+                           : FailLock("read");
     if (file_->StillNamed() == 0) {
       lock.Release();
       if (Reopen() == 0) return 0;
       continue;
     }
+    if (locked == 0) return 0;
     String reason;
     if (ReadExactly(*file_, offset, record_.data(), header_.recordlength, reason) == 0) {
       return Fail("reading from", reason);
@@ -135,10 +139,10 @@ int XBaseTable::LockCurrentRecord(RangeLock& lock) {
     return Fail("writing to", "There is no current record");
   }
   const int64_t offset = header_.RecordOffset(recordnum_);
-  if (lock.Take(*file_, FileLockType::Exclusive, offset, header_.recordlength) == 0) {
-    return FailLock("write");
-  }
-  if (file_->StillNamed() != 0) return 1;
+  const int locked = lock.Take(*file_, FileLockType::Exclusive, offset, header_.recordlength) != 0
+                         ? 1
+                         : FailLock("write");
+  if (file_->StillNamed() != 0) return locked;
   lock.Release();
   return FailReplaced();
 }

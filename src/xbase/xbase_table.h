@@ -78,8 +78,10 @@ class XBaseTable {
   [[nodiscard]] int WriteMemoHeader();
   [[nodiscard]] int ReadMemoBlock(int block, String& text);
   [[nodiscard]] int WriteMemoBlock(std::string_view text);
-  // Stores the message that a memo field is too narrow for a block number. Returns 0.
+  // Store the message that a memo field is too narrow for a block number, or that its text went
+  // with the old file. Return 0.
   int MemoNumberTooLong(const String& field);
+  int MemoTextLost(const String& field);
 
   // Those of every field.
   void SwapOriginal();

@@ -36,6 +36,9 @@ class MemoryFiles final : public FileManager {
   // Operations since Arm.
   [[nodiscard]] int operations() const { return operations_; }
 
+  // From now on, reading a file that its path does not name any more fails.
+  void BreakReplacedFiles() { break_replaced_ = true; }
+
   // Ranges that are locked now.
   [[nodiscard]] int locks() const { return locks_; }
   // A file's bytes, to look at or to damage; created when missing.
@@ -131,6 +134,7 @@ class MemoryFiles final : public FileManager {
 
     int ReadAt(int64_t offset, char* buffer, int count) override {
       if (!Proceed()) return -1;
+      if (manager_.break_replaced_ && StillNamed() == 0) return -1;
       const int64_t left = std::max<int64_t>(0, std::ssize(*bytes_) - offset);
       const auto got = static_cast<size_t>(std::min<int64_t>(left, count));
       if (got > 0) std::memcpy(buffer, bytes_->data() + offset, got);
@@ -197,6 +201,7 @@ class MemoryFiles final : public FileManager {
   int at_ = 0;
   int operations_ = 0;
   int locks_ = 0;
+  bool break_replaced_ = false;
 };
 
 #endif  // VEXA_TESTS_UNIT_MEMORY_FILES_H_

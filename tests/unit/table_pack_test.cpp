@@ -178,4 +178,26 @@ TEST_F(TablePack, OtherProcessesGoOnWithTheNewFile) {
   EXPECT_EQ(files.locks(), 0);
 }
 
+TEST_F(TablePack, ATextThatWentWithTheOldFileIsNotWrittenAsEmpty) {
+  XBaseTable adder(files);
+  ASSERT_EQ(Open(adder), 1);
+  ASSERT_EQ(adder.Goto(4), 1);
+  {
+    XBaseTable packer(files);
+    ASSERT_EQ(Open(packer), 1);
+    ASSERT_EQ(packer.Pack(), 1);
+  }
+  // From locking the new table on, the old memo file can no longer be read.
+  files.BreakReplacedFiles();
+  EXPECT_EQ(adder.Append(), 0);
+  EXPECT_EQ(
+      adder.error(),
+      "Error writing to 'people': The text of field 'NOTE' could not be read before the table "
+      "was replaced");
+  EXPECT_EQ(Live(), Expected());
+  adder.fields()[1]->Set(String("given anew"));
+  ASSERT_EQ(adder.Append(), 1);
+  EXPECT_EQ(Live(), Expected() + "p4|given anew\n");
+}
+
 }  // namespace

@@ -209,6 +209,29 @@ TEST_F(TableProcesses, EightProcessesAtOnce) {
   }
 }
 
+TEST_F(TableProcesses, FewHandlesAreEnough) {
+  // Four files take turns on one handle, and are opened by name again and again.
+  host.settings.maxfiles = 1;
+  Worker worker(files, directory());
+  ASSERT_TRUE(worker.ok());
+  std::mt19937 random(5);
+  for (int i = 1; i <= 100; ++i) {
+    ASSERT_TRUE(worker.Add(RandomName(random), i)) << worker.error();
+    ASSERT_TRUE(worker.Rename(1 + i / 2, RandomName(random))) << worker.error();
+  }
+  EXPECT_EQ(Faults(), "");
+  ASSERT_TRUE(worker.Mark(10, 1));
+
+  // Another process packs meanwhile; the table's file may be closed at that moment.
+  EXPECT_EQ(ExitStatus(Start([](Worker& other) { return other.table().Pack() != 0 ? 0 : 1; })), 0);
+  Rebuild();
+  ASSERT_TRUE(worker.Rename(20, "packed")) << worker.error();
+  ASSERT_TRUE(worker.Add("added", 1000)) << worker.error();
+  EXPECT_EQ(worker.table().numrecords(), 100);
+  EXPECT_TRUE(worker.ReadAlong(1000, true)) << worker.error();
+  EXPECT_EQ(Faults(), "");
+}
+
 TEST_F(TableProcesses, KilledAtRandomWhileWriting) {
   const int kills = FromEnvironment("VEXA_TEST_KILLS", 40);
   const char* given = std::getenv("VEXA_TEST_SEED");
