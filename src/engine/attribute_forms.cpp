@@ -31,7 +31,9 @@ bool IsExpressionAttribute(int tag, std::string_view name) {
 }  // namespace
 
 ValueForm AttributeForm(int tag, std::string_view name) {
-  return IsExpressionAttribute(tag, name) ? ValueForm::ExpressionAttribute : ValueForm::Attribute;
+  if (!IsExpressionAttribute(tag, name)) return ValueForm::Attribute;
+  // An empty filter takes the filter away.
+  return tag == kTagVxFILTER ? ValueForm::OptionalExpression : ValueForm::ExpressionAttribute;
 }
 
 bool IsKeptAsText(int tag, std::string_view name) {

@@ -2,6 +2,7 @@
 
 #include "expr/expression.h"
 
+#include "core/text.h"
 #include "expr/expression_reader.h"
 #include "expr/expression_tree.h"
 
