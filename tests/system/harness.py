@@ -7,6 +7,7 @@ A case fails when it raises; `expect` raises with both values in the message.
 import argparse
 import os
 import pathlib
+import pwd
 import shutil
 import signal
 import socket
@@ -21,6 +22,10 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 
 class Failure(Exception):
     """Something was not as expected; the text says what."""
+
+
+class Skip(Exception):
+    """The case needs something that this machine does not have; the text says what."""
 
 
 def expect(what, actual, expected):
@@ -73,6 +78,8 @@ class Suite:
         for name, function in cases:
             try:
                 function(*arguments)
+            except Skip as reason:
+                print(f"SKIP {self.name}: {name}: {reason}")
             except Failure as failure:
                 print(f"FAIL {self.name}: {name}\n  {failure}")
                 failed += 1
@@ -92,13 +99,23 @@ def free_port():
 
 
 class WebServer:
-    """lighttpd on a free port of 127.0.0.1, with a site of its own below a temporary directory:
+    """A web server on a free port of 127.0.0.1, with a site of its own below a temporary directory:
     `site` is the script directory, `data` the data directory. A context manager."""
 
     STARTUP_SECONDS = 20
+    NAME = "lighttpd"
+    CONFIG_OPTIONS = []  # of scripts/web-server-config
 
     def __init__(self, build):
         self.program = build / "vexa"
+
+    @staticmethod
+    def command():
+        """The server and its options; its configuration file comes behind them."""
+        return [shutil.which("lighttpd") or "/usr/sbin/lighttpd", "-D", "-f"]
+
+    def start(self, command):
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
 
     def __enter__(self):
         # As realpath: the program refuses script directories that lie behind links.
@@ -113,15 +130,12 @@ class WebServer:
             f"tempdir={self.directory}/tmp\nserveradmin=admin@example.com\n")
         self.port = free_port()
         config = subprocess.run(
-            [ROOT / "scripts/web-server-config", self.directory / "vexa", self.site,
-             self.directory, str(self.port)],
+            [ROOT / "scripts/web-server-config", *self.CONFIG_OPTIONS, self.directory / "vexa",
+             self.site, self.directory, str(self.port)],
             check=True, capture_output=True, text=True).stdout
-        (self.directory / "lighttpd.conf").write_text(config)
+        (self.directory / "server.conf").write_text(config)
         self.log = open(self.directory / "server.log", "w+b")
-        self.server = subprocess.Popen(
-            [shutil.which("lighttpd") or "/usr/sbin/lighttpd", "-D", "-f",
-             self.directory / "lighttpd.conf"],
-            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+        self.server = self.start([*self.command(), self.directory / "server.conf"])
         try:
             self._wait_until_it_answers()
         except Failure:
@@ -174,3 +188,25 @@ class WebServer:
         status, _, body = self.curl(path, *arguments)
         expect(f"status of {path}", status, 200)
         return body
+
+
+class ApacheServer(WebServer):
+    """Apache httpd in the place of lighttpd. It refuses to be root, so then it and the pages run as
+    the user that Debian keeps for web servers."""
+
+    NAME = "Apache"
+    CONFIG_OPTIONS = ["--apache"]
+
+    @staticmethod
+    def command():
+        return [shutil.which("apache2") or "/usr/sbin/apache2", "-D", "FOREGROUND", "-f"]
+
+    def start(self, command):
+        user = {}
+        if os.getuid() == 0:
+            account = pwd.getpwnam("www-data")
+            user = {"user": account.pw_uid, "group": account.pw_gid, "extra_groups": []}
+            for path in [self.directory, *self.directory.rglob("*")]:
+                os.chown(path, account.pw_uid, account.pw_gid)
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log,
+                                stderr=self.log, **user)
