@@ -11,11 +11,13 @@ ScriptParser::ScriptParser(Vexa& host, MacroExpander& source)
   AddState(std::make_unique<ScriptState>(*this));
 }
 
-ScriptParser::~ScriptParser() { DropStates(0); }
+ScriptParser::~ScriptParser() {
+  left_states_.clear();
+  DropStates(0);
+}
 
 int ScriptParser::Parse() {
   DropStates(1);
-  left_states_.clear();
   filter_ = nullptr;
   exiting_ = false;
   GoTo({});
@@ -25,6 +27,7 @@ int ScriptParser::Parse() {
     result = FindNextTag();
   } while (result == ScanResult::More);
   if (result == ScanResult::EndOfFile && states_.size() > 1) result = ReportOpenBlock();
+  left_states_.clear();  // Blocks that could not be left let go of their locks.
   running_ = false;
   return result == ScanResult::Failed && !exiting_ ? 0 : 1;
 }
@@ -61,13 +64,17 @@ StateResult ScriptParser::SyntaxError(std::string_view message) {
   return StateResult::Failed;
 }
 
+// Reports a runtime error of the tag of that form; whether the page goes on, with the message in
+// the tag's error variable.
+bool ScriptParser::ReportRuntimeError(const TagTemplate& form, std::string_view message) {
+  unsigned code = kRuntimeErrors | static_cast<unsigned>(form.id);
+  if (errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) == 0) return false;
+  SetErrorVariable(form, message);
+  return true;
+}
+
 StateResult ScriptParser::RuntimeError(const Tag& tag, std::string_view message) {
-  unsigned code = kRuntimeErrors | static_cast<unsigned>(tag.id());
-  if (errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) == 0) {
-    return StateResult::Failed;
-  }
-  SetErrorVariable(tag, message);
-  return StateResult::Done;
+  return ReportRuntimeError(tag.form(), message) ? StateResult::Done : StateResult::Failed;
 }
 
 bool ScriptParser::ReportExpressionError(std::string_view message) {
@@ -77,13 +84,12 @@ bool ScriptParser::ReportExpressionError(std::string_view message) {
 
 // File functions of expressions answer for their failures as the FILE tag does.
 bool ScriptParser::ReportFileError(std::string_view message) {
-  unsigned code = kRuntimeErrors | static_cast<unsigned>(kTagFILE);
-  return errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) != 0;
+  return ReportRuntimeError(*FindTagTemplateByNumber(kTagFILE), message);
 }
 
-void ScriptParser::SetErrorVariable(const Tag& tag, const String& text) {
+void ScriptParser::SetErrorVariable(const TagTemplate& form, const String& text) {
   // A page may hide the name behind a variable that refuses; the error was shown all the same.
-  (void)variables().SetVariable(String::Concat({tag.name(), "_Error"}), text);
+  (void)variables().SetVariable(String::Concat({form.name, "_Error"}), text);
 }
 
 StateResult ScriptParser::Assign(const Tag& tag, std::string_view name, const String& value) {
