@@ -56,7 +56,7 @@ bool MacroExpander::Return(const SourcePlace& place) {
 
 int MacroExpander::GetUncommonChar() {
   while (next_ != limit_ || NextSpan()) {
-    if (*next_ == '&' && watching_ && StartMacro() != Reference::None) continue;
+    if (*next_ == '&' && watching_ && !IsPlainAmpersand()) continue;
     if (*next_ == '\n') line_ += counting_;
     return static_cast<unsigned char>(*next_++);
   }
@@ -86,7 +86,7 @@ size_t MacroExpander::RunLength() {
   if (!watching_) return length;
   const char* from = next_;
   if (*next_ == '&') {
-    if (StartMacro() != Reference::None) return 0;
+    if (!IsPlainAmpersand()) return 0;
     // The check may have read on and gone back, so the span may be another one now.
     from = next_ + 1;
     length = static_cast<size_t>(limit_ - next_);
@@ -105,6 +105,10 @@ bool MacroExpander::NextFileChar(char* c) {
   if (*c == '\n') ++line_;
   return true;
 }
+
+// At an '&' of the file: whether it is still to be delivered and begins no reference. Looking may
+// find that the file became shorter, and the '&' gone.
+bool MacroExpander::IsPlainAmpersand() { return StartMacro() == Reference::None && next_ != limit_; }
 
 // At an '&' of the file. When no reference begins there nothing is consumed.
 MacroExpander::Reference MacroExpander::StartMacro() {

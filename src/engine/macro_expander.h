@@ -43,6 +43,7 @@ class MacroExpander final : public Buffer {
   enum class Reference { None, Empty, Started };
 
   Reference StartMacro();
+  bool IsPlainAmpersand();
   bool ReadOpening();
   bool ReadName(String& name);
   void Expand(const String& content);
