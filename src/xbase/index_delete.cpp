@@ -25,7 +25,7 @@ int ZDXIndexFile::Delete(uint32_t recordnum, std::string_view key) {
 // Stands on the entry to delete.
 int ZDXIndexFile::FindToDelete(std::string_view key, uint32_t recordnum) {
   const SearchKey wanted(key, 1, header_.flags);
-  uint64_t most;
+  uint64_t most = 0;
   if (EntriesInFile(most) == 0) return 0;
   const auto matches = [&](const ZDXIndexPage& page) {
     return page.recordnum(page.cursor) == recordnum;

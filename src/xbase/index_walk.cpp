@@ -230,7 +230,7 @@ int ZDXIndexFile::StepAfresh(Direction direction, uint32_t& recordnum) {
 // entries from the first equal one on are looked at.
 int ZDXIndexFile::SeekEntry(std::string_view key, uint32_t recordnum, bool& found) {
   found = false;
-  uint64_t most;
+  uint64_t most = 0;
   if (EntriesInFile(most) == 0) return 0;
   if (Descend(SearchKey(key, 1, header_.flags)) == 0) return 0;
   for (uint64_t steps = 0; OnEntry(); ++steps) {
@@ -258,7 +258,7 @@ int ZDXIndexFile::_Seek(std::string_view key, uint32_t recordnum, bool& found) {
 // Stands on the first entry that begins with the key, looking at all of them: those that begin
 // alike are not neighbours in the order of numbers.
 int ZDXIndexFile::ScanFor(const SearchKey& prefix) {
-  uint64_t most;
+  uint64_t most = 0;
   if (EntriesInFile(most) == 0 || GoToEnd(Direction::Forward) == 0) return 0;
   for (uint64_t steps = 0; OnEntry(); ++steps) {
     if (prefix.Compare(stack_.Top().key(stack_.Top().cursor)) == 0) return 1;

@@ -106,7 +106,10 @@ int XBaseTable::TouchHeader() {
 
 int XBaseTable::Goto(int n) {
   for (int i = 0; i < kMostReplacements; ++i) {
-    if (file_ == nullptr || n < 1 || n > header_.numrecords) return 0;
+    if (file_ == nullptr || n < 1 || n > header_.numrecords) {
+      error_.clear();
+      return 0;
+    }
     RangeLock lock;
     const int64_t offset = header_.RecordOffset(n);
     const int locked = lock.Take(*file_, FileLockType::Shared, offset, header_.recordlength) != 0

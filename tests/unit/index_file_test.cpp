@@ -76,6 +76,35 @@ TEST_F(IndexFile, TheNinthKeySplitsTheRoot) {
   EXPECT_EQ(std::string(page(2, 0) + 8), "6");
 }
 
+TEST_F(IndexFile, AnEvenNumberOfKeysSplitsBelowItsMiddle) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateSmall(index), 1);
+  InsertAll(index, {"1", "2", "3", "4"});
+  const char* bytes = files["people.vxx"].data();
+  EXPECT_EQ(Get32(bytes + 427), 1u);
+  EXPECT_EQ(Get32(bytes + 2 * 427), 2u);
+  EXPECT_EQ(std::string(bytes + 3 * 427 + 12), "2");
+}
+
+TEST_F(IndexFile, PagesBelowThreeKeysAreRepaired) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  InsertAll(index, {"1", "2", "3", "4", "5", "6", "7", "8", "9"});
+  const auto keys_in = [&](size_t page) { return Get32(files["people.vxx"].data() + page * 1024); };
+  ASSERT_EQ(index.Delete(1, "1"), 1);
+  EXPECT_EQ(keys_in(1), 3u);
+  EXPECT_EQ(keys_in(2), 4u);
+  ASSERT_EQ(index.Delete(2, "2"), 1);
+  EXPECT_EQ(keys_in(1), 3u) << "one came through the root";
+  EXPECT_EQ(keys_in(2), 3u);
+  EXPECT_EQ(std::string(files["people.vxx"].data() + 3 * 1024 + 12), "6");
+  ASSERT_EQ(index.Delete(9, "9"), 1);
+  EXPECT_EQ(keys_in(1), 6u) << "merged";
+  EXPECT_EQ(index.startingpage(), 1u);
+  EXPECT_EQ(index.numpages(), 4u) << "pages are never freed";
+  EXPECT_EQ(Walk(index), "3:3 4:4 5:5 6:6 7:7 8:8");
+}
+
 // --- Order and search ------------------------------------------------------------------------
 
 TEST_F(IndexFile, FlagsDecideTheOrder) {
@@ -143,6 +172,40 @@ TEST_F(IndexFile, EqualKeysStandLastFirst) {
   EXPECT_TRUE(found) << "all entries from the key on are looked at";
   ASSERT_EQ(index._Seek("abd", 1, found), 1);
   EXPECT_FALSE(found);
+}
+
+TEST_F(IndexFile, StepsMayGoToAndFroForever) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  InsertAll(index, {"1", "2"});
+  uint32_t record;
+  ASSERT_EQ(index._First(record), 1);
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(index._Next(record), 1);
+    ASSERT_EQ(record, 2u);
+    ASSERT_EQ(index._Prev(record), 1);
+    ASSERT_EQ(record, 1u);
+  }
+}
+
+TEST_F(IndexFile, ACursorNoticesThatItsPageWasMergedAway) {
+  ZDXIndexFile index(files);
+  ASSERT_EQ(CreateStandard(index), 1);
+  InsertAll(index, {"1", "2", "3", "4", "5", "6", "7", "8", "9"});
+  ZDXIndexFile other(files);
+  ASSERT_EQ(Open(other), 1);
+  ASSERT_EQ(other.Delete(9, "9"), 1);
+  EXPECT_EQ(Found(index, "6", 1), "6 6");
+  // The page of 6 goes into its left sibling, where other things happen then.
+  ASSERT_EQ(other.Delete(1, "1"), 1);
+  ASSERT_EQ(other.Delete(2, "2"), 1);
+  ASSERT_EQ(other.Insert(10, "6.5"), 1);
+  ASSERT_EQ(other.Delete(7, "7"), 1);
+  uint32_t record;
+  ASSERT_EQ(index._Next(record), 1);
+  EXPECT_EQ(record, 10u);
+  ASSERT_EQ(index._Next(record), 1);
+  EXPECT_EQ(record, 8u);
 }
 
 TEST_F(IndexFile, FindingKeysAndBeginnings) {
@@ -507,7 +570,8 @@ class DyingProcess : public IndexFile {
     }
   }
   // Whatever an index lacks or holds too much, it must say so, and searching must not fail.
-  void CheckIndex(const char* name, int people) {
+  // After a kill, no key that was there may be out of reach.
+  void CheckIndex(const char* name, int people, MemoryFiles::Fault fault) {
     ZDXIndexFile index(files);
     ASSERT_EQ(index.Open(name, name, OpenRead | OpenWrite), 1);
     int good = 0;
@@ -515,6 +579,9 @@ class DyingProcess : public IndexFile {
       bool found;
       ASSERT_EQ(index._Seek(Name(i), static_cast<uint32_t>(i + 1), found), 1);
       good += found ? 1 : 0;
+      if (fault == MemoryFiles::Fault::Die && i < kPeople) {
+        EXPECT_TRUE(found) << name << " lost " << Name(i);
+      }
     }
     const TreeWalk tree = TreeWalker::Walk(files[name]);
     const bool right =
@@ -544,12 +611,12 @@ TEST_F(DyingProcess, AppendLosesNoRecord) {
           }
           return 1;
         },
-        [this](bool /*done*/) {
+        [this, fault](bool /*done*/) {
           CheckPeople();
           XBaseTable table(files);
           ASSERT_EQ(TableFixture::Open(table), 1);
-          CheckIndex("people.vxx", table.numrecords());
-          CheckIndex("other.vxx", table.numrecords());
+          CheckIndex("people.vxx", table.numrecords(), fault);
+          CheckIndex("other.vxx", table.numrecords(), fault);
         });
   }
 }

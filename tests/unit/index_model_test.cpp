@@ -24,6 +24,12 @@ struct Case {
   uint32_t different;
 };
 
+// By hand, VEXA_TEST_OPERATIONS=100000 makes every case that long.
+int OperationsOf(const Case& c) {
+  const char* given = std::getenv("VEXA_TEST_OPERATIONS");
+  return given != nullptr ? std::atoi(given) : c.operations;
+}
+
 std::ostream& operator<<(std::ostream& out, const Case& c) {
   return out << "flags" << c.flags << "_order" << c.shape.order << (c.numbers ? "_n" : "_w")
              << c.different;
@@ -184,9 +190,10 @@ class IndexModelTest : public ::testing::TestWithParam<Case> {
 
 TEST_P(IndexModelTest, RandomOperationsAgree) {
   SCOPED_TRACE("VEXA_TEST_SEED=" + std::to_string(seed_));
-  for (int i = 0; i < GetParam().operations; ++i) {
+  const int operations = OperationsOf(GetParam());
+  for (int i = 0; i < operations; ++i) {
     // The tree grows and shrinks in turns, down to nothing.
-    const bool growing = i / (GetParam().operations / 6 + 1) % 2 == 0;
+    const bool growing = i / (operations / 6 + 1) % 2 == 0;
     const uint32_t what = Random(100);
     if (what < 70) {
       growing == (what < 52) ? Insert() : Delete();
