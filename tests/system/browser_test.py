@@ -212,6 +212,8 @@ def _(visit):
     visit.browser.type("#address", "Graz")
     visit.browser.press("form button")
     expect_in("answer", visit.browser.texts(".answer")[0], "Only 3 are left.")
+    visit.go(f"/shop/order.vx?token={1:032d}&id=3&quantity=1&customer=c&address=a")
+    expect_in("answer to a link", visit.browser.texts(".answer")[0], "Please order from")
     visit.go("/shop/admin/orders.vx")
     visit.shoot("orders")
     expect("orders", len(visit.browser.texts("table tr")), 2)
