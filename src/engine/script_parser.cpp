@@ -64,13 +64,17 @@ StateResult ScriptParser::SyntaxError(std::string_view message) {
   return StateResult::Failed;
 }
 
+// Reports a runtime error of the tag of that form; whether the page goes on, with the message in
+// the tag's error variable.
+bool ScriptParser::ReportRuntimeError(const TagTemplate& form, std::string_view message) {
+  unsigned code = kRuntimeErrors | static_cast<unsigned>(form.id);
+  if (errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) == 0) return false;
+  SetErrorVariable(form, message);
+  return true;
+}
+
 StateResult ScriptParser::RuntimeError(const Tag& tag, std::string_view message) {
-  unsigned code = kRuntimeErrors | static_cast<unsigned>(tag.id());
-  if (errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) == 0) {
-    return StateResult::Failed;
-  }
-  SetErrorVariable(tag, message);
-  return StateResult::Done;
+  return ReportRuntimeError(tag.form(), message) ? StateResult::Done : StateResult::Failed;
 }
 
 bool ScriptParser::ReportExpressionError(std::string_view message) {
@@ -80,13 +84,12 @@ bool ScriptParser::ReportExpressionError(std::string_view message) {
 
 // File functions of expressions answer for their failures as the FILE tag does.
 bool ScriptParser::ReportFileError(std::string_view message) {
-  unsigned code = kRuntimeErrors | static_cast<unsigned>(kTagFILE);
-  return errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) != 0;
+  return ReportRuntimeError(*FindTagTemplateByNumber(kTagFILE), message);
 }
 
-void ScriptParser::SetErrorVariable(const Tag& tag, const String& text) {
+void ScriptParser::SetErrorVariable(const TagTemplate& form, const String& text) {
   // A page may hide the name behind a variable that refuses; the error was shown all the same.
-  (void)variables().SetVariable(String::Concat({tag.name(), "_Error"}), text);
+  (void)variables().SetVariable(String::Concat({form.name, "_Error"}), text);
 }
 
 StateResult ScriptParser::Assign(const Tag& tag, std::string_view name, const String& value) {

@@ -68,8 +68,8 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   [[nodiscard]] StateResult RuntimeError(const Tag& tag, std::string_view message);
   bool ReportExpressionError(std::string_view message) override;
   bool ReportFileError(std::string_view message) override;
-  // The variable that holds the last runtime error of `tag`.
-  void SetErrorVariable(const Tag& tag, const String& text);
+  // The variable that holds the last runtime error of the tag of that form.
+  void SetErrorVariable(const TagTemplate& form, const String& text);
   // Assigns on behalf of `tag`; a refusal is a runtime error of the tag.
   [[nodiscard]] StateResult Assign(const Tag& tag, std::string_view name, const String& value);
 
@@ -157,6 +157,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
 
   [[nodiscard]] MacroExpander& macros() { return macros_; }
   [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
+  bool ReportRuntimeError(const TagTemplate& form, std::string_view message);
   ScanResult Offer(Tag& tag);
   ScanResult OfferText(std::string_view text);
   ScanResult CloseStates(size_t index);

@@ -7,7 +7,7 @@
 #include "engine/script_parser.h"
 
 StateResult ScriptState::ProcessTag(Tag& tag) {
-  parser_.SetErrorVariable(tag, {});
+  parser_.SetErrorVariable(tag.form(), {});
   TagHandler handler = tag.form().handler;
   if (handler != nullptr) return handler(parser_, tag);
   return parser_.SyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));

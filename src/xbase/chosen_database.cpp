@@ -61,6 +61,6 @@ StateResult ReportFailure(ScriptParser& parser, const Tag& tag, const String& me
 
 StateResult Conclude(ScriptParser& parser, const Tag& tag, DatabaseView& view, DataResult result) {
   if (result == DataResult::Failed) return ReportFailure(parser, tag, view.error());
-  if (result == DataResult::EndOfData) parser.SetErrorVariable(tag, "EOF");
+  if (result == DataResult::EndOfData) parser.SetErrorVariable(tag.form(), "EOF");
   return StateResult::Handled;
 }
