@@ -108,7 +108,9 @@ bool MacroExpander::NextFileChar(char* c) {
 
 // At an '&' of the file: whether it is still to be delivered and begins no reference. Looking may
 // find that the file became shorter, and the '&' gone.
-bool MacroExpander::IsPlainAmpersand() { return StartMacro() == Reference::None && next_ != limit_; }
+bool MacroExpander::IsPlainAmpersand() {
+  return StartMacro() == Reference::None && next_ != limit_;
+}
 
 // At an '&' of the file. When no reference begins there nothing is consumed.
 MacroExpander::Reference MacroExpander::StartMacro() {
