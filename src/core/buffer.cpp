@@ -24,6 +24,10 @@ bool Buffer::Open(const String& filename, const String& errorname) {
   return file_ != nullptr && FillBuffer(0);
 }
 
+const String& Buffer::error() const {
+  return file_ == nullptr ? owner_.filemanager().error() : file_->error();
+}
+
 void Buffer::Close() {
   file_.reset();
   base_ = 0;

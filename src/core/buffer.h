@@ -30,8 +30,10 @@ class Buffer {
   Buffer& operator=(const Buffer&) = delete;
 
   // Opens `filename`, which messages call `errorname`, and reads its first block. False when it
-  // cannot be opened or read; errno then tells why.
+  // cannot be opened or read; error() then tells why.
   [[nodiscard]] bool Open(const String& filename, const String& errorname);
+  // Why the last Open failed. Valid until the next operation on files.
+  [[nodiscard]] const String& error() const;
   void Close();
 
   // The next byte (0 to 255), or -1 at the end of the file (also after a read error).

@@ -11,6 +11,6 @@ int Module::Open(const String& path, const String& name, String& message) {
   size_t slash = text.rfind('/');
   directory_ = slash == std::string_view::npos ? String() : String(text.substr(0, slash));
   if (source_.Open(path, name)) return 1;
-  message = String::Concat({"Unable to open ", name, ": ", host_.lasterror()});
+  message = String::Concat({"Unable to open ", name, ": ", source_.error()});
   return 0;
 }

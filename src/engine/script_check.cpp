@@ -214,6 +214,6 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
 bool CheckScript(Vexa& host, const String& path, Output& out) {
   Buffer source(host, kBlockSize);
   if (source.Open(path, path)) return ScriptChecker(host, source, out).Check();
-  out.Write(String::Concat({"Unable to open ", path, ": ", host.lasterror(), "\n"}));
+  out.Write(String::Concat({"Unable to open ", path, ": ", source.error(), "\n"}));
   return false;
 }
