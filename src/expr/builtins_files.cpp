@@ -146,9 +146,29 @@ bool Copy(const BuiltinCall& call, const Roots& roots) {
   return FailTwo(call, kCopying, reason);
 }
 
+std::string_view WithoutTrailingSlashes(std::string_view path) {
+  while (path.ends_with('/')) path.remove_suffix(1);
+  return path;
+}
+
+// Pages may not move the directory that all their files, or they themselves, are in.
+bool IsRoot(const BuiltinCall& call, const String& path, PathType root) {
+  String top;
+  String refusal;
+  // A name that begins with "/" may mean the whole machine, an empty one the module's directory.
+  const String name = root == kData ? "" : "/";
+  return call.host().ResolvePath(name, top, root, refusal) != 0 &&
+         WithoutTrailingSlashes(path) == WithoutTrailingSlashes(top);
+}
+
 bool Rename(const BuiltinCall& call, const Roots& roots) {
   TwoPaths paths;
   if (!paths.Resolve(call, roots)) return FailTwo(call, kRenaming, paths.reason);
+  if (IsRoot(call, paths.source, roots.source)) {
+    const bool data = roots.source == kData;
+    return FailTwo(call, kRenaming,
+                   data ? "It is the data directory itself" : "It is the script directory itself");
+  }
   FileManager& files = call.host().filemanager();
   if (files.Rename(paths.source, paths.destination) < 0) {
     return FailTwo(call, kRenaming, files.error());
