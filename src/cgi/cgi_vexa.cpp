@@ -30,7 +30,8 @@ void InstallSignalHandlers() {
     sigaction(signal, &action, nullptr);
   }
   action.sa_handler = SIG_IGN;
-  sigaction(SIGALRM, &action, nullptr);
+  // A file that grows past the limit of the process is an error of its writer, not the end.
+  for (int signal : {SIGALRM, SIGXFSZ}) sigaction(signal, &action, nullptr);
 }
 
 String AfterLastSlash(std::string_view path) { return path.substr(path.rfind('/') + 1); }

@@ -291,6 +291,34 @@ def _():
             (1, "Fatal Error: Out of memory\r\n"))
 
 
+@suite.case("a file that grows past the server's limit is an error of its writer")
+def _():
+    with Site() as site:
+        site.write("site/index.vx", UPLOAD_PAGE)
+        upload = form(field("f", b"x" * 100_000, "f"))
+        small = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (20_000, 20_000))
+        expect("upload", site.run(upload, CONTENT_TYPE=MULTIPART, preexec_fn=small),
+               (0, "Fatal Error: Unable to store the upload: File too large\r\n"))
+        expect("files", site.files(), [])
+        site.write("site/index.vx",
+                   "<VEXA FILE_ERROR=\"nodisplay\"><VxLOCKFILE FILE=\"l\">"
+                   "<FILE WRITE=\"f\" VALUE=padl('', 100000, 'x')></VxLOCKFILE>&[FILE_Error]")
+        expect("page", site.run(preexec_fn=small),
+               (1, "Error writing 'f': File too large"))
+        expect("files", site.files(), ["f"])
+
+
+@suite.case("a file larger than any text cannot be read into a variable")
+def _():
+    with Site() as site:
+        site.write("site/index.vx", "<FILE READ=\"f\" NAME=\"x\">[&[x]]")
+        with open(site.data / "f", "wb") as file:
+            file.truncate(3 << 30)
+        expect("page", site.run(),
+               (1, "index.vx: Line 1: Runtime Error: Error reading 'f': "
+                "The file is too large for a variable\r\n[]"))
+
+
 # --- Users -----------------------------------------------------------------------------------
 
 def owner():
@@ -351,6 +379,25 @@ def _():
         site.program.chmod(0o4755)
         expect_in("set-user-ID mode", site.run()[1],
                   "Configuration Error: root is not authorized to use Vexa Script<BR>")
+
+
+@suite.case("a configured directory may be a link to another owner's only where that is allowed")
+def _():
+    if not IS_ROOT:
+        return  # Only root can make files of two owners.
+    with Site() as site:
+        script = site.write("other/index.vx", "ok")
+        give_to(DAEMON, script.parent)
+        (site.directory / "link").symlink_to("other")
+        problem = ("references a symbolic link to a directory or file owned by a different user"
+                   "<BR>\n")
+        for key, bits in (("vexaroot", 1), ("stdmodedatadir", 4)):
+            link = f"vexaroot={{DIR}}/other\n{key}={{DIR}}/link\n"
+            site.configure(f"{link}securityoptions={bits}\n")
+            expect_in(key, site.run()[1],
+                      f"Configuration Error: The directory configured as {key} {problem}")
+            site.configure(f"{link}securityoptions={bits * 3}\n")
+            expect(key, site.run(), (1, "ok"))
 
 
 @suite.case("authorization files are refused in the open")
