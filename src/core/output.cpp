@@ -9,7 +9,8 @@ int Usable(int size) { return size < 1 ? 1 : size; }
 }  // namespace
 
 Output::Output(int size)
-    : size_(Usable(size)), buffer_(std::make_unique<char[]>(static_cast<size_t>(size_))) {}
+    : size_(Usable(size)),
+      buffer_(std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size_))) {}
 
 int Output::Write(const char* text, int length) {
   std::string_view bytes =
@@ -45,7 +46,7 @@ void Output::Resize(int size) {
   if (Usable(size) == size_) return;
   Flush();
   // The new buffer first: when there is no memory for it, the old one still serves the error page.
-  buffer_ = std::make_unique<char[]>(static_cast<size_t>(Usable(size)));
+  buffer_ = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(Usable(size)));
   size_ = Usable(size);
 }
 
