@@ -212,6 +212,7 @@ TEST_F(FileManagerTest, CopyThatRunsOutOfRoomOrTimeLeavesNoHalfTarget) {
 
   host.timed_out = true;
   EXPECT_EQ(files.Copy("/dev/zero", Path("endless")), -1);
+  EXPECT_EQ(files.error(), "Timed out while copying");
   EXPECT_FALSE(files.Exists(Path("endless")));
 }
 
