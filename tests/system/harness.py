@@ -160,7 +160,12 @@ class WebServer:
         self.server.send_signal(signal.SIGTERM)
         self.server.wait()
         self.log.close()
+        logs = "".join(log.read_text(errors="replace") for log in self.directory.glob("*.log"))
         shutil.rmtree(self.directory)
+        # A server takes no notice of how a program ends.
+        for sign in ("Sanitizer", "runtime error:"):
+            if sign in logs:
+                raise Failure(f"a program of {self.NAME} reported: {logs}")
 
     def write(self, name, text):
         path = self.site / name
