@@ -25,7 +25,7 @@ bool UploadFunctions::Find() {
 }
 
 bool UploadFunctions::FindOne(std::string_view name, int parameters, const Callable*& function) {
-  function = parser_.FindFunction(name);
+  if (!parser_.FindFunction(name, function)) return false;
   if (function == nullptr || function->parameter_count() == parameters) return true;
   host_.Error(FatalError(
       String::Concat({"Function '", name, "' must be declared with ", PrintInteger(parameters),

@@ -26,6 +26,13 @@ std::vector<size_t> RestartPoints(std::string_view text) {
   return points;
 }
 
+// Appends to what is kept, if anything is.
+void Keep(String* kept, std::string_view text) {
+  if (kept == nullptr) return;
+  kept->Reserve(kept->size() + text.size());
+  kept->cat(text);
+}
+
 }  // namespace
 
 // --- Text ------------------------------------------------------------------------------------
@@ -142,7 +149,7 @@ bool Parser::SkipWhitespace() {
   return false;
 }
 
-ScanResult Parser::EatUntilTagEnd(String& out) {
+ScanResult Parser::ReadUntilTagEnd(String* out) {
   bool quoted = false;
   for (;;) {
     std::string_view run = source_.Run();
@@ -150,24 +157,22 @@ ScanResult Parser::EatUntilTagEnd(String& out) {
     for (size_t i = FindByte<'>', '"'>(run); i < run.size(); i = FindByte<'>', '"'>(run, i + 1)) {
       if (run[i] == '"') quoted = !quoted;
       if (run[i] == '"' || quoted) continue;
-      out.Reserve(out.size() + i + 1);
-      out.cat(run.substr(0, i + 1));
+      Keep(out, run.substr(0, i + 1));
       source_.Take(i + 1);
       return ScanResult::Done;
     }
-    out.Reserve(out.size() + run.size());
-    out.cat(run);
+    Keep(out, run);
     source_.Take(run.size());
   }
 }
 
 // A `>` ends the comment once two dashes in a row were read; one that comes too early leaves the
 // count as it is, on purpose, so that `->->` ends a comment too.
-ScanResult Parser::EatHTMLComment(String& out) {
+ScanResult Parser::ReadHTMLComment(String* out) {
   int dashes = 0;
   for (int c = source_.GetNextChar(); c >= 0; c = source_.GetNextChar()) {
-    out.Reserve(out.size() + 1);
-    out.cat(static_cast<char>(c));
+    char byte = static_cast<char>(c);
+    Keep(out, {&byte, 1});
     if (c == '-') {
       ++dashes;
     } else if (c != '>') {
@@ -195,7 +200,7 @@ ScanResult Parser::FindText(std::string_view text, std::string_view shown) {
 
 // Reads what stands behind a `<` that comes next: up to the end of a comment or skipped construct,
 // or just the name of a tag. `raw_` then holds what was read of a Comment or Unknown tag.
-Parser::Construct Parser::ReadConstruct(const TagTemplate*& form) {
+Parser::Construct Parser::ReadConstruct(const TagTemplate*& form, RawText raw) {
   source_.GetNextChar();
   raw_ = "<";
   name_.clear();
@@ -223,7 +228,8 @@ Parser::Construct Parser::ReadConstruct(const TagTemplate*& form) {
       return Construct::Comment;
     }
     source_.UnGetChar();
-    return EatHTMLComment(raw_) == ScanResult::Done ? Construct::Comment : Construct::Failed;
+    ScanResult read = ReadHTMLComment(raw == RawText::Keep ? &raw_ : nullptr);
+    return read == ScanResult::Done ? Construct::Comment : Construct::Failed;
   }
   source_.UnGetChar();
   // Any leading part of the name opens a comment block, on purpose: also the empty name of `<>`.
@@ -242,7 +248,7 @@ ScanResult Parser::FindNextTag() {
     text = EndText();
     if (text != ScanResult::Done) return text;
     const TagTemplate* form = nullptr;
-    switch (ReadConstruct(form)) {
+    switch (ReadConstruct(form, RawText::Keep)) {
       case Construct::Failed:
         return ScanResult::Failed;
       case Construct::EndOfFile:
@@ -273,7 +279,7 @@ ScanResult Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTa
   for (int64_t depth = 0;;) {
     if (SkipTextUntilTag() == ScanResult::EndOfFile) return ScanResult::EndOfFile;
     const TagTemplate* form = nullptr;
-    Construct construct = ReadConstruct(form);
+    Construct construct = ReadConstruct(form, RawText::Drop);
     if (construct == Construct::Failed) return ScanResult::Failed;
     if (construct == Construct::EndOfFile) return ScanResult::EndOfFile;
     if (construct == Construct::Skipped || construct == Construct::Comment) continue;
@@ -282,8 +288,7 @@ ScanResult Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTa
                      : std::find_if(wanted.begin(), wanted.end(),
                                     [form](const WantedTag& w) { return w.id == form->id; });
     if (match == wanted.end() || (match->closing_id < 0 && depth > 0)) {
-      raw_.clear();
-      if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
+      if (SkipUntilTagEnd() == ScanResult::Failed) return ScanResult::Failed;
       continue;
     }
     if (match->closing_id > 0) {
@@ -294,7 +299,7 @@ ScanResult Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTa
     }
     if (depth > 0) {
       --depth;
-      if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
+      if (SkipUntilTagEnd() == ScanResult::Failed) return ScanResult::Failed;
       continue;
     }
     auto tag = std::make_unique<Tag>(*form);

@@ -79,7 +79,9 @@ class Parser {
   [[nodiscard]] ScanResult ValidateTag(Tag& tag);
 
   // Reads to the tag's `>` (included) outside double quotes, appending what is read to `out`.
-  [[nodiscard]] ScanResult EatUntilTagEnd(String& out);
+  [[nodiscard]] ScanResult EatUntilTagEnd(String& out) { return ReadUntilTagEnd(&out); }
+  // The same without keeping what is read, however much it is.
+  [[nodiscard]] ScanResult SkipUntilTagEnd() { return ReadUntilTagEnd(nullptr); }
   // Appends white space to `out`. Done before another byte, or EndOfFile.
   ScanResult EatWhitespace(String& out);
   // Skips white space; false at the end of the file.
@@ -96,8 +98,12 @@ class Parser {
   ScanResult SkipTextUntilTag();
   size_t PlainLength(std::string_view run) const;
   bool TakeTextPiece(String& piece);
-  Construct ReadConstruct(const TagTemplate*& form);
-  ScanResult EatHTMLComment(String& out);
+  // What becomes of the text of comments and unknown tags.
+  enum class RawText { Keep, Drop };
+
+  ScanResult ReadUntilTagEnd(String* out);
+  Construct ReadConstruct(const TagTemplate*& form, RawText raw);
+  ScanResult ReadHTMLComment(String* out);
   ScanResult FindText(std::string_view text, std::string_view shown);
   ScanResult GetNextNameValuePair(Tag& tag);
   ScanResult SkipOpener(const TagTemplate& form, bool* opens);

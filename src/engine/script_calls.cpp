@@ -13,30 +13,34 @@
 #include "expr/builtin_call.h"
 #include "expr/builtin_table.h"
 
-const Callable* ScriptParser::FindFunction(std::string_view name) {
-  if (const BuiltinFunction* builtin = FindBuiltin(name)) return builtin;
-  if (const Function* function = functions_.Find(name)) return function;
-  if (scanning_) return nullptr;
-  ScanForFunction(name);
-  return functions_.Find(name);
+bool ScriptParser::FindFunction(std::string_view name, const Callable*& function) {
+  function = FindBuiltin(name);
+  if (function == nullptr) function = functions_.Find(name);
+  if (function != nullptr || scanning_) return true;
+  if (!ScanForFunction(name)) return false;
+  function = functions_.Find(name);
+  return true;
 }
 
 // Registers the functions declared further down, up to and including the one called `name`, and
-// comes back.
-void ScriptParser::ScanForFunction(std::string_view name) {
+// comes back. False after an error was reported.
+bool ScriptParser::ScanForFunction(std::string_view name) {
   static constexpr WantedTag kWanted[] = {{kTagVxFUNCTION, 0}};
   SourcePlace noted = source().Place();
   scanning_ = true;
   std::unique_ptr<Tag> found;
-  while (FindTag(found, kWanted) == ScanResult::Done) {
+  ScanResult result = FindTag(found, kWanted);
+  while (result == ScanResult::Done) {
     bool wanted = EqualsIgnoreCase(found->Value("NAME"), name);
-    if (ValidateTag(*found) == ScanResult::Failed ||
-        DeclareFunction(*this, *found) == StateResult::Failed || wanted) {
-      break;
-    }
+    bool declared = ValidateTag(*found) == ScanResult::Done &&
+                    DeclareFunction(*this, *found) != StateResult::Failed;
+    if (!declared) result = ScanResult::Failed;
+    if (!declared || wanted) break;
+    result = FindTag(found, kWanted);
   }
   scanning_ = false;
   GoTo(noted);
+  return result != ScanResult::Failed;
 }
 
 bool ScriptParser::CallFunction(const Callable& function, std::span<String> arguments,

@@ -84,8 +84,9 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
     if (result == ScanResult::Failed) return result;
     SourcePlace end = source().Place();
     source().Return(start_);
-    String skipped;
-    bool misleads = EatUntilTagEnd(skipped) == ScanResult::Failed || !(source().Place() == end);
+    skipping_ = true;
+    bool misleads = SkipRest() == ScanResult::Failed || !(source().Place() == end);
+    skipping_ = false;
     source().Return(end);
     if (misleads) {
       Print(String::Concat({source().errorname(), ": Line ", PrintInteger(line()),
@@ -121,7 +122,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
     return false;
   }
   bool ReportFileError(std::string_view) override { return false; }
-  const Callable* FindFunction(std::string_view) override { return nullptr; }
+  bool FindFunction(std::string_view, const Callable*&) override { return false; }
   bool CallFunction(const Callable&, std::span<String>, String&) override { return false; }
 
   // Messages are written for pages; a terminal wants plain text.
@@ -144,8 +145,7 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
   }
 
   ScanResult SkipRest() {
-    String rest;
-    return EatUntilTagEnd(rest) == ScanResult::Failed ? ScanResult::Failed : ScanResult::End;
+    return SkipUntilTagEnd() == ScanResult::Failed ? ScanResult::Failed : ScanResult::End;
   }
 
   ScanResult ReadTag(Tag& tag) {

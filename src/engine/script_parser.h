@@ -94,7 +94,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
                                             std::string_view closing_tag);
 
   // --- Functions ---
-  [[nodiscard]] const Callable* FindFunction(std::string_view name) override;
+  [[nodiscard]] bool FindFunction(std::string_view name, const Callable*& function) override;
   [[nodiscard]] bool CallFunction(const Callable& function, std::span<String> arguments,
                                   String& result) override;
   // The script's own function of that name as far as it is known, or null.
@@ -172,7 +172,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   ScanResult GetUnevaluated(ValueForm form, String& text);
 
   bool CallOwnFunction(const Function& function, std::span<String> arguments, String& result);
-  void ScanForFunction(std::string_view name);
+  bool ScanForFunction(std::string_view name);
 
   Vexa& host_;
   MacroExpander& macros_;

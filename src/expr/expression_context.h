@@ -30,10 +30,11 @@ class ExpressionContext {
   // Reports that a file function could not do its work. The page goes on unless the page's
   // settings say otherwise; false when it must stop.
   virtual bool ReportFileError(std::string_view message) = 0;
-  // The function of that name, letter case ignored: a built-in, or one of the script's own, which
-  // is looked for further down in the script when it is not known yet. Null when there is none.
-  // Owned by the context; stays valid while the script runs.
-  [[nodiscard]] virtual const Callable* FindFunction(std::string_view name) = 0;
+  // Sets `function` to the function of that name, letter case ignored: a built-in, or one of the
+  // script's own, which is looked for further down in the script when it is not known yet. Null
+  // when there is none. It is owned by the context and stays valid while the script runs. False
+  // when looking for it ended in an error; that was then reported.
+  [[nodiscard]] virtual bool FindFunction(std::string_view name, const Callable*& function) = 0;
   // Runs `function`. False when the script must stop; the error was then already reported.
   // REQUIRES: as many arguments as the function has parameters.
   [[nodiscard]] virtual bool CallFunction(const Callable& function, std::span<String> arguments,

@@ -165,7 +165,8 @@ bool ExpressionTree::OperateOn(const Node& node, ExpressionContext& context, Val
 bool ExpressionTree::CheckFunctionCall(const Node& node, ExpressionContext& context,
                                        Values& values) const {
   std::string_view name = TextOf(node);
-  const Callable* function = context.FindFunction(name);
+  const Callable* function;
+  if (!context.FindFunction(name, function)) return false;
   if (function == nullptr) {
     return context.ReportExpressionError(
         String::Concat({"Call to undefined function '", name, "'"}));

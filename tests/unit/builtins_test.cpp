@@ -33,7 +33,10 @@ class FakeScript final : public ExpressionContext {
     errors.emplace_back(message);
     return goes_on;
   }
-  const Callable* FindFunction(std::string_view name) override { return FindBuiltin(name); }
+  bool FindFunction(std::string_view name, const Callable*& function) override {
+    function = FindBuiltin(name);
+    return true;
+  }
   bool CallFunction(const Callable&, std::span<String>, String&) override { return false; }
 
   FakeHost& fake() { return host_; }

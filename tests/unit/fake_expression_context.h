@@ -61,9 +61,10 @@ class FakeExpressionContext final : public ExpressionContext {
     errors.emplace_back(message);
     return true;
   }
-  const Callable* FindFunction(std::string_view name) override {
+  bool FindFunction(std::string_view name, const Callable*& function) override {
     auto found = functions_.find(std::string(String(name).lower().view()));
-    return found == functions_.end() ? nullptr : &found->second;
+    function = found == functions_.end() ? nullptr : &found->second;
+    return true;
   }
   bool CallFunction(const Callable& function, std::span<String> arguments,
                     String& result) override {
