@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The shop of the example site as its visitors meet it: in a real browser, behind lighttpd and
-behind Apache httpd. Every case is run with each server. Pictures of what the browser showed are left
-in BUILD/screenshots.
+behind Apache httpd. Every case is run with each server. Pictures of what the browser showed are
+left in BUILD/screenshots.
 
 Without Chromium or Apache httpd the cases that need them are skipped, and say so."""
 
@@ -131,9 +131,10 @@ def png(width, height, colour):
         return (struct.pack(">I", len(data)) + kind + data +
                 struct.pack(">I", zlib.crc32(kind + data)))
 
+    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
     rows = (b"\0" + bytes(colour) * width) * height
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) +
+            chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
 @case("the start page leads to every example")
