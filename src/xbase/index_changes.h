@@ -2,7 +2,7 @@
 // What was done can be taken back as long as the changes have not been kept.
 //
 //   IndexChanges changes;
-//   if (changes.Insert(index, number, key) == 0 || table.Append() == 0) return changes.TakeBack();
+//   if (changes.Insert(index, number, key) == 0 || table.Update() == 0) return 0;  // taken back
 //   changes.Keep();
 
 #ifndef VEXA_XBASE_INDEX_CHANGES_H_

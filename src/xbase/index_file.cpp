@@ -110,8 +110,8 @@ int ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
     if (locked == 0) Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
     const int named = file_->StillNamed();
     if (named > 0) return locked;
-    if (named < 0) return locked == 0 ? 0 : Fail("reading from", ": " + file_->error());
     lock.Release();
+    if (named < 0) return locked == 0 ? 0 : Fail("reading from", ": " + file_->error());
     KeepCursorEntry();
     if (OpenFile(file_, header_) == 0) return 0;
   }

@@ -28,6 +28,8 @@ class TableLock {
   [[nodiscard]] int TakeHeader(const XBaseTable& table);
   [[nodiscard]] int TakeRecord(const XBaseTable& table, int number);
   void Release() { lock_.Release(); }
+  // Whether the locked file has lost its path to another one.
+  [[nodiscard]] bool Replaced() { return file_ != nullptr && file_->StillNamed() == 0; }
   // Gives the lock back and closes the file, which is kept open for the next lock.
   void Close();
 

@@ -124,7 +124,9 @@ class XBaseDatabase final : public Database {
   // Adds the current record as record `number`.
   [[nodiscard]] int AddKeys(Builders& builders, int number);
   [[nodiscard]] int WriteAll(Builders& builders);
-  [[nodiscard]] int InstallAll(Builders& builders);
+  // Whether the indexes that are replaced still fit the table.
+  enum class OldIndexes { Good, Wrong };
+  [[nodiscard]] int InstallAll(Builders& builders, OldIndexes old);
   [[nodiscard]] int PackLocked();
 
   Vexa& host_;

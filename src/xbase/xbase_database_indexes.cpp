@@ -162,11 +162,17 @@ int XBaseDatabase::WriteAll(Builders& builders) {
   return 1;
 }
 
-int XBaseDatabase::InstallAll(Builders& builders) {
-  for (const auto& builder : builders) {
-    if (builder->Install() == 0) return Fail(builder->error());
+int XBaseDatabase::InstallAll(Builders& builders, OldIndexes old) {
+  int result = 1;
+  for (size_t i = 0; i < builders.size(); ++i) {
+    if (builders[i]->Install() != 0) continue;
+    result = Fail(builders[i]->error());
+    // A missing index is told of when it is opened; one that names wrong records never.
+    if (old == OldIndexes::Wrong) {
+      (void)host_.filemanager().Delete(indexes_.members()[i]->index.filepath());
+    }
   }
-  return 1;
+  return result;
 }
 
 int XBaseDatabase::Reindex() {
@@ -177,7 +183,7 @@ int XBaseDatabase::Reindex() {
   const Holding holding(*this);
   Builders builders = MakeBuilders();
   const int visited = ForEachRecord([&](int number) { return AddKeys(builders, number); });
-  return visited != 0 && WriteAll(builders) != 0 ? InstallAll(builders) : 0;
+  return visited != 0 && WriteAll(builders) != 0 ? InstallAll(builders, OldIndexes::Good) : 0;
 }
 
 // --- Packing ---------------------------------------------------------------------------------
@@ -203,7 +209,10 @@ int XBaseDatabase::PackLocked() {
   const int visited =
       ForEachRecord([&](int) { return table_.deleted() != 0 ? 1 : AddKeys(builders, ++kept); });
   if (visited == 0 || WriteAll(builders) == 0) return 0;
-  if (table_.Pack() == 0) return FailTable();
+  const int packed = table_.Pack();
+  // It may have failed only after the packed table was in place.
+  if (packed == 0 && !table_lock_.Replaced()) return FailTable();
   record_.Clear();
-  return InstallAll(builders);
+  const int installed = InstallAll(builders, OldIndexes::Wrong);
+  return packed != 0 ? installed : FailTable();
 }

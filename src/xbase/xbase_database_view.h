@@ -97,6 +97,8 @@ class XBaseDatabaseView final : public DatabaseView {
   // Changes, in xbase_view_changes.cpp.
   [[nodiscard]] DataResult Mark(int deleted);
   [[nodiscard]] DataResult AddLocked(const std::vector<String>& keys);
+  // Takes the appended record out of the table and goes back to the record before.
+  void TakeBackAppend(const XBaseRecord::Position& former);
   [[nodiscard]] DataResult UpdateLocked();
   [[nodiscard]] int CollectChanges(const std::vector<XBaseRecord::Edit>& edits,
                                    std::vector<KeyChange>& changes);

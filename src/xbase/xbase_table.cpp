@@ -219,6 +219,21 @@ int XBaseTable::Append() {
   return 1;
 }
 
+int XBaseTable::RemoveLast() {
+  recordnum_ = 0;
+  deleted_ = 0;
+  RangeLock lock;
+  if (LockStart(lock, FileLockType::Exclusive, header_.headerlength) == 0) return 0;
+  if (ReadHeader() == 0) return 0;
+  if (header_.numrecords == 0) return Fail("writing to", "There is no record to take out");
+  --header_.numrecords;
+  if (WriteHeader() == 0) return 0;
+  String reason;
+  const int64_t offset = header_.RecordOffset(header_.numrecords + 1);
+  if (WriteExactly(*file_, offset, &kEndOfTable, 1, reason) == 0) return Fail("writing to", reason);
+  return 1;
+}
+
 int XBaseTable::UpdateDeleted(int deleted) {
   {
     RangeLock lock;

@@ -60,6 +60,9 @@ class XBaseTable {
   [[nodiscard]] int Update();
   // Writes the values of the fields as a new record at the end; it becomes the current one.
   [[nodiscard]] int Append();
+  // Takes the last record out again, which was just appended. No record is current then.
+  // REQUIRES: the caller has kept other processes from appending since.
+  [[nodiscard]] int RemoveLast();
   // Sets or clears the deletion mark of the current record.
   [[nodiscard]] int UpdateDeleted(int deleted);
   // Reads the header again, so that records appended by other processes can be reached.

@@ -1,8 +1,9 @@
 // Changing records: adding, updating, deleting, and the table that shows the structure of another;
 // see xbase_database_view.h.
 //
-// Index entries are inserted before the record is written and deleted after it. So a process that
-// dies in between leaves an entry too many, which the checker reports, but no record out of reach.
+// A new record is written before its keys. An update inserts new keys before it writes the record
+// and deletes old ones after it. So a process that dies in between leaves a record without keys, or
+// under one key too many, but no key that leads to nothing.
 
 #include <utility>
 
@@ -50,24 +51,34 @@ DataResult XBaseDatabaseView::AddLocked(const std::vector<String>& keys) {
   std::vector<XBaseIndexLock> locks;
   if (indexes.Lock(locks) == 0) return FailIndexes();
   const HeldTableLock held(database_.tablelock());
-  IndexChanges done;
-  if (!indexes.empty()) {
-    // From here on nobody else appends, so the number of the new record is known.
-    if (database_.tablelock().TakeHeader(table) == 0) return Fail(database_.tablelock().error());
-    if (table.Refresh() == 0) return FailTable();
+  // From here on nobody else appends, so what was appended can be taken out again.
+  if (!indexes.empty() && database_.tablelock().TakeHeader(table) == 0) {
+    return Fail(database_.tablelock().error());
   }
-  const uint32_t number = static_cast<uint32_t>(table.numrecords()) + 1;
   for (size_t i = 0; i < keys.size(); ++i) {
     XBaseIndex& index = indexes.members()[i]->index;
     if (index.CheckUnique(keys[i], 0) == 0) return Fail(index.error());
   }
+  const XBaseRecord::Position former = record_.Save();
+  if (table.Append() == 0) return FailTable();
+  IndexChanges done;
   for (size_t i = 0; i < keys.size(); ++i) {
     XBaseIndex& index = indexes.members()[i]->index;
-    if (done.Insert(index, number, keys[i]) == 0) return Fail(index.error());
+    if (done.Insert(index, static_cast<uint32_t>(table.recordnum()), keys[i]) != 0) continue;
+    (void)Fail(index.error());
+    done.TakeBack();
+    TakeBackAppend(former);
+    return DataResult::Failed;
   }
-  if (table.Append() == 0) return FailTable();
   done.Keep();
   return DataResult::Done;
+}
+
+void XBaseDatabaseView::TakeBackAppend(const XBaseRecord::Position& former) {
+  // The first failure is being reported; a second one adds nothing.
+  (void)database_.table().RemoveLast();
+  if (former.number == 0 || record_.Read(former.number) == 0) record_.Clear();
+  record_.Apply(former.edits);
 }
 
 // --- Updating --------------------------------------------------------------------------------

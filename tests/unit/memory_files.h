@@ -24,15 +24,20 @@ class MemoryFiles final : public FileManager {
   // What the next operations meet. Operations are counted from 1 by Arm.
   enum class Fault {
     None,
-    FailOne,  // operation `at` fails, a write having done half of its work
-    Die,      // from operation `at` on nothing happens any more, as after a kill
+    FailOne,    // operation `at` fails, a write having done half of its work
+    RefuseOne,  // operation `at` fails, having done nothing
+    Die,        // from operation `at` on nothing happens any more, as after a kill
   };
   void Arm(Fault fault, int at) {
     fault_ = fault;
     at_ = at;
     operations_ = 0;
+    refused_rewrite_.clear();
   }
   void Disarm() { Arm(Fault::None, 0); }
+  // The file in which bytes that were there already could not be written over since Arm; empty when
+  // there was none.
+  [[nodiscard]] const std::string& refused_rewrite() const { return refused_rewrite_; }
   // Operations since Arm.
   [[nodiscard]] int operations() const { return operations_; }
 
@@ -145,6 +150,9 @@ class MemoryFiles final : public FileManager {
       auto size = static_cast<size_t>(count);
       if (!proceed) size = manager_.fault_ == Fault::FailOne ? size / 2 : 0;
       const auto start = static_cast<size_t>(offset);
+      if (!proceed && start + static_cast<size_t>(count) <= bytes_->size()) {
+        manager_.refused_rewrite_ = name_;
+      }
       if (size > 0 && start + size > bytes_->size()) bytes_->resize(start + size);
       if (size > 0) std::memcpy(bytes_->data() + start, data, size);
       return proceed ? count : -1;
@@ -192,7 +200,8 @@ class MemoryFiles final : public FileManager {
   bool Proceed() {
     ++operations_;
     error_ = "Input/output error";
-    return !(fault_ == Fault::FailOne && operations_ == at_) && !dead();
+    const bool one = fault_ == Fault::FailOne || fault_ == Fault::RefuseOne;
+    return !(one && operations_ == at_) && !dead();
   }
 
   std::map<std::string, std::shared_ptr<Bytes>> files_;
@@ -200,6 +209,7 @@ class MemoryFiles final : public FileManager {
   Fault fault_ = Fault::None;
   int at_ = 0;
   int operations_ = 0;
+  std::string refused_rewrite_;
   int locks_ = 0;
   bool break_replaced_ = false;
 };
