@@ -2,10 +2,7 @@
 // the three files, which are then opened, walked, changed and checked. Anything but a message or a
 // right answer is a finding.
 //
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -Isrc -Itests/unit \
-//     tests/fuzz/xbase_fuzz.cpp src/xbase/{file_access,index_*,memo_*,record_reader}.cpp ...
-//
-// tests/fuzz/run builds and runs it. Seeds come from XBaseSeeds below: with the environment
+// tests/fuzz/xbase_run builds and runs it. Its seeds come from Seed below: with the environment
 // variable VEXA_FUZZ_SEEDS the program writes them to that directory and ends.
 //
 // The input begins with the lengths of the table and the memo file, two bytes each, little-endian;
