@@ -5,12 +5,12 @@ put there. Then what must not cost it anything: full disks and files that may no
 
 import os
 import pathlib
-import shutil
+import re
 import subprocess
 import sys
 import tempfile
 
-from harness import Failure, Suite, expect, expect_in
+from harness import ROOT, Failure, Suite, expect, expect_in
 from program_site import ProgramSite, page_of
 
 # Where Debian keeps dbfread, for a python3 that is not Debian's.
@@ -159,6 +159,45 @@ def changing_together():
                 requests.append(("reindex.vx", ""))
         site.run_all(requests)
         site.expect_rows({n: added(n) for n in range(300)})
+
+
+def documented_example():
+    """The page that the documentation shows in full."""
+    text = (ROOT / "docs/databases.md").read_text().split("## A complete example")[1]
+    lines = text.split("\n## ")[0].splitlines()
+    return "\n".join(line[4:] for line in lines if line.startswith("    ")) + "\n"
+
+
+@suite.case("the example of the documentation lists, searches, adds, edits and deletes")
+def example():
+    with ProgramSite(suite.build) as site:
+        site.write("people.vx", documented_example())
+
+        def page(query=""):
+            text = site.page("people.vx", query)
+            if "Error" in text:
+                raise Failure(f"{query}: {text}")
+            return text
+
+        def names(text):
+            return re.findall("<TR><TD>([^<]*)<TD>", text)
+
+        expect("the first visit", names(page()), [])
+        for i in range(45):
+            page(f"do=save&name=Person+{i:02}&age={i}&notes=a+%26+b")
+        expect("the first page", names(page()), [f"Person {i:02}" for i in range(20)])
+        expect("the last page", names(page("from=40")), [f"Person {i:02}" for i in range(40, 45)])
+        expect("a search", names(page("search=person+3"))[0], "Person 30")
+        expect("a search for nothing", names(page("search=x")), [])
+        form = page("edit=8")
+        expect_in("the form", form, '<INPUT NAME="name" VALUE="Person 07">')
+        expect_in("the form", form, "a &amp; b</TEXTAREA>")
+        page("do=save&id=8&name=%3CAda%3E&age=x&notes=")
+        expect("the first name", names(page())[0], "&lt;Ada&gt;")
+        page("do=delete&id=1")
+        expect("after deleting", names(page())[:2], ["&lt;Ada&gt;", "Person 01"])
+        expect_in("a new form", page("edit=1"), '<INPUT NAME="name">')
+        expect_in("the way on", page("from=20"), 'people.vx?from=40')
 
 
 # --- Disks -----------------------------------------------------------------------------------
