@@ -71,7 +71,10 @@ const String& CGIVexa::hostname() const {
   return config_ == nullptr ? unknown : config_->virtualhost();
 }
 
-bool CGIVexa::timedout() { return interrupted != 0 || HostBase::timedout(); }
+bool CGIVexa::timedout() {
+  // A page that nobody can read any more ends like an interrupted one.
+  return interrupted != 0 || output_.broken() || HostBase::timedout();
+}
 
 // However the script ended: this is called when all that it held has been released.
 void CGIVexa::LogEnd() {

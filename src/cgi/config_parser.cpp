@@ -67,7 +67,8 @@ UNIXConfigParser::LineEnd UNIXConfigParser::GetNextLine(String& text) {
         if (!text.empty()) return LineEnd::Line;
         break;
       default:
-        if (!text.empty() || !IsWhitespace(static_cast<char>(c))) text.cat(static_cast<char>(c));
+        if (!text.empty() || !IsWhitespace(static_cast<char>(c)))
+          text.Accumulate(static_cast<char>(c));
     }
   }
 }
@@ -82,14 +83,14 @@ void UNIXConfigParser::EatComment() {
 // What a backslash and the character after it stand for.
 void UNIXConfigParser::CatEscaped(String& text) {
   int c = source_.GetNextChar();
-  if (c != '#' && c != '<' && c != '\\' && c != '\r' && c != '\n') text.cat('\\');
+  if (c != '#' && c != '<' && c != '\\' && c != '\r' && c != '\n') text.Accumulate('\\');
   if (c == -1) return;
-  text.cat(static_cast<char>(c));
+  text.Accumulate(static_cast<char>(c));
   if (c != '\r') return;
   // CR and LF together are one line end.
   c = source_.GetNextChar();
   if (c == '\n') {
-    text.cat('\n');
+    text.Accumulate('\n');
   } else if (c != -1) {
     source_.UnGetChar();
   }
@@ -116,7 +117,7 @@ bool UNIXConfigParser::GetTag() {
   String name;
   for (; c != '>' && !IsWhitespace(static_cast<char>(c)); c = source_.GetNextChar()) {
     if (c == -1) return SyntaxError("Unexpected end of file in tag");
-    name.cat(static_cast<char>(c));
+    name.Accumulate(static_cast<char>(c));
   }
   if (name.view().starts_with("##")) return c == '>' || FindText("##>", "##&gt;");
   if (name.view().starts_with("!--")) return c == '>' || EatHTMLComment();
@@ -152,7 +153,7 @@ UNIXConfigParser::Scan UNIXConfigParser::GetNextNameValuePair(Tag& tag) {
   if (c == '>') return Scan::TagEnd;
   Attribute pair;
   while (c != -1) {
-    pair.name.cat(static_cast<char>(c));
+    pair.name.Accumulate(static_cast<char>(c));
     c = source_.GetNextChar();
     if (c == '=' || c == '>' || (c != -1 && IsWhitespace(static_cast<char>(c)))) break;
   }
@@ -185,7 +186,7 @@ UNIXConfigParser::Scan UNIXConfigParser::GetValue(const Tag& tag, String& value)
   do {
     if (c == -1) return UnexpectedEnd(tag);
     if (c == '"') quoted = !quoted;
-    value.cat(static_cast<char>(c));
+    value.Accumulate(static_cast<char>(c));
     c = source_.GetNextChar();
   } while (quoted || (c != '>' && c != '/' && !IsWhitespace(static_cast<char>(c))));
   // A quoted value loses its first and its last character.

@@ -33,10 +33,10 @@ class SiteVarsParser {
     for (; c != -1 && c != '\n'; c = GetChar()) {
       if (c == '\\') {
         c = GetChar();
-        if (c != '#' && c != '<' && c != '\\' && c != '\n') text_.cat('\\');
+        if (c != '#' && c != '<' && c != '\\' && c != '\n') text_.Accumulate('\\');
         if (c == -1) break;
       }
-      text_.cat(static_cast<char>(c));
+      text_.Accumulate(static_cast<char>(c));
     }
     return true;
   }

@@ -14,6 +14,8 @@ class StandardOutput final : public Output {
   ~StandardOutput() override;
   // What has left the buffer and was taken by the server.
   [[nodiscard]] int64_t written_bytes() const { return written_bytes_; }
+  // Whether a write failed, so that nobody reads on.
+  [[nodiscard]] bool broken() const { return broken_; }
 
  protected:
   int DoWrite(const char* text, int length) override;

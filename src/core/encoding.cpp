@@ -91,8 +91,7 @@ String EntityEncoded(std::string_view text) {
   for (char c : text) {
     std::string_view entity = EntityOf(c);
     if (entity.empty()) {
-      result.Reserve(result.size() + 1);
-      result.cat(c);
+      result.Accumulate(c);
     } else {
       result.Reserve(result.size() + entity.size());
       result.cat(entity);

@@ -69,6 +69,11 @@ class String {
       cat(std::string_view(&c, 1));
     }
   }
+  // Appends to a text that grows byte by byte to any length: the room doubles when it is used up.
+  void Accumulate(char c) {
+    if (length_ + 1 >= capacity_) Reserve(length_ + 1);
+    cat(c);
+  }
   void prepend(std::string_view text);
   void prepend(char c) { prepend(std::string_view(&c, 1)); }
   void clear();

@@ -155,8 +155,7 @@ bool MacroExpander::ReadName(String& name) {
   char c;
   while (NextFileChar(&c)) {
     if (c != ']') {
-      name.Reserve(name.size() + 1);
-      name.cat(c);
+      name.Accumulate(c);
       continue;
     }
     if ((next_ != limit_ || NextBlock()) && *next_ == ';') ++next_;

@@ -134,8 +134,7 @@ ScanResult Parser::EatWhitespace(String& out) {
       source_.UnGetChar();
       return ScanResult::Done;
     }
-    out.Reserve(out.size() + 1);
-    out.cat(static_cast<char>(c));
+    out.Accumulate(static_cast<char>(c));
   }
   return ScanResult::EndOfFile;
 }
@@ -213,8 +212,7 @@ Parser::Construct Parser::ReadConstruct(const TagTemplate*& form, RawText raw) {
       return Construct::Failed;
     }
     if (ending == '>' || IsWhitespace(static_cast<char>(ending))) break;
-    name_.Reserve(name_.size() + 1);
-    name_.cat(static_cast<char>(ending));
+    name_.Accumulate(static_cast<char>(ending));
   }
   raw_.cat(name_.view());
   if (name_.view().starts_with("##")) {
@@ -339,7 +337,7 @@ ScanResult Parser::GetNextNameValuePair(Tag& tag) {
   if (c == '>') return ScanResult::End;
   String name;
   do {
-    name.cat(static_cast<char>(c));
+    name.Accumulate(static_cast<char>(c));
     c = source_.GetNextChar();
   } while (c >= 0 && c != '=' && c != '>' && !IsWhitespace(static_cast<char>(c)));
   if (c >= 0 && IsWhitespace(static_cast<char>(c))) {

@@ -15,8 +15,7 @@ class Recorder final : public CharacterSource {
   int NextChar() override {
     int c = source_.NextChar();
     if (c >= 0) {
-      text_.Reserve(text_.size() + 1);
-      text_.cat(static_cast<char>(c));
+      text_.Accumulate(static_cast<char>(c));
     }
     return c;
   }

@@ -28,8 +28,7 @@ String Escaped(std::string_view text, size_t longest) {
     }
     const auto byte = static_cast<unsigned char>(c);
     if (byte >= ' ' && byte != 0x7F && c != '\\') {
-      out.Reserve(out.size() + 1);
-      out.cat(c);
+      out.Accumulate(c);
       continue;
     }
     char code[8];

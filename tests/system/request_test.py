@@ -263,6 +263,16 @@ def _():
         program.stderr.close()
 
 
+@suite.case("a response that cannot be stored ends the page")
+def _():
+    with Site() as site, open("/dev/full", "wb") as full:
+        site.write("site/index.vx", '<VxLET i=0><VxWHILE EXPR="1">0123456789</VxWHILE>')
+        program = site.start(stdout=full)
+        program.wait(timeout=60)
+        expect("status", program.returncode, 1)
+        program.stderr.close()
+
+
 @suite.case("a response that does not block arrives whole")
 def _():
     with Site() as site:
