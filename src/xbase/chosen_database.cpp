@@ -13,7 +13,7 @@ String InUseMessage(const Database& database) {
                          "' is in use by its own filter or key expression"});
 }
 
-Database* ChooseDatabase(ScriptParser& parser, const Tag& tag, String& message) {
+Database* GetDatabase(ScriptParser& parser, const Tag& tag, String& message) {
   const NameValuePair* const name = tag.Find("NAME");
   if (name == nullptr) {
     Database* const primary = parser.host().PrimaryDB();
@@ -37,9 +37,8 @@ DatabaseView* FindViewOf(Database& database, const Tag& tag, String& message) {
   return view;
 }
 
-DatabaseView* ChooseView(ScriptParser& parser, const Tag& tag, Database*& database,
-                         String& message) {
-  database = ChooseDatabase(parser, tag, message);
+DatabaseView* GetView(ScriptParser& parser, const Tag& tag, Database*& database, String& message) {
+  database = GetDatabase(parser, tag, message);
   if (database == nullptr) return nullptr;
   if (tag.Has("VIEW")) return FindViewOf(*database, tag, message);
   DatabaseView* const view = database->PrimaryView();
@@ -50,9 +49,9 @@ DatabaseView* ChooseView(ScriptParser& parser, const Tag& tag, Database*& databa
   return view;
 }
 
-DatabaseView* ChooseView(ScriptParser& parser, const Tag& tag, String& message) {
+DatabaseView* GetView(ScriptParser& parser, const Tag& tag, String& message) {
   Database* database;
-  return ChooseView(parser, tag, database, message);
+  return GetView(parser, tag, database, message);
 }
 
 StateResult ReportFailure(ScriptParser& parser, const Tag& tag, const String& message) {

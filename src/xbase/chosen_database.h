@@ -13,11 +13,11 @@
 #include "vexa.h"
 
 // Each returns null with `message` set on failure. The host owns what is returned.
-[[nodiscard]] Database* ChooseDatabase(ScriptParser& parser, const Tag& tag, String& message);
+[[nodiscard]] Database* GetDatabase(ScriptParser& parser, const Tag& tag, String& message);
 // `database` is set to the view's.
-[[nodiscard]] DatabaseView* ChooseView(ScriptParser& parser, const Tag& tag, Database*& database,
-                                       String& message);
-[[nodiscard]] DatabaseView* ChooseView(ScriptParser& parser, const Tag& tag, String& message);
+[[nodiscard]] DatabaseView* GetView(ScriptParser& parser, const Tag& tag, Database*& database,
+                                    String& message);
+[[nodiscard]] DatabaseView* GetView(ScriptParser& parser, const Tag& tag, String& message);
 // The view called VIEW.
 [[nodiscard]] DatabaseView* FindViewOf(Database& database, const Tag& tag, String& message);
 

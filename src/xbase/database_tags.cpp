@@ -68,7 +68,7 @@ StateResult ProcessVxCREATE(ScriptParser& parser, Tag& tag) {
 
 StateResult ProcessVxCLOSE(ScriptParser& parser, Tag& tag) {
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   if (database->InUse()) return parser.RuntimeError(tag, InUseMessage(*database));
   return CloseAndRemove(parser, *database);
@@ -96,7 +96,7 @@ StateResult ProcessVxPRIMARY(ScriptParser& parser, Tag& tag) {
 
 StateResult ProcessVxSETINDEX(ScriptParser& parser, Tag& tag) {
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   return Conclude(parser, tag, *database, database->OpenIndexes(tag.Value("INDEXES")));
 }
@@ -109,7 +109,7 @@ StateResult ProcessVxMAKEINDEX(ScriptParser& parser, Tag& tag) {
         tag, String::Concat({tag.name(), " requires the EXPR attribute to be specified"}));
   }
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   return Conclude(
       parser, tag, *database,
@@ -118,14 +118,14 @@ StateResult ProcessVxMAKEINDEX(ScriptParser& parser, Tag& tag) {
 
 StateResult ProcessVxREINDEX(ScriptParser& parser, Tag& tag) {
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   return Conclude(parser, tag, *database, database->Reindex());
 }
 
 StateResult ProcessVxPACK(ScriptParser& parser, Tag& tag) {
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   if (database->InUse()) return parser.RuntimeError(tag, InUseMessage(*database));
   if (database->Pack() != DataResult::Failed) return StateResult::Handled;
@@ -137,7 +137,7 @@ StateResult ProcessVxPACK(ScriptParser& parser, Tag& tag) {
 
 StateResult ProcessVxOPENVIEW(ScriptParser& parser, Tag& tag) {
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   const String& view = tag.Value("VIEW");
   if (database->FindView(view) != nullptr) {
@@ -151,7 +151,7 @@ StateResult ProcessVxOPENVIEW(ScriptParser& parser, Tag& tag) {
 StateResult ProcessVxCLOSEVIEW(ScriptParser& parser, Tag& tag) {
   String message;
   Database* database;
-  DatabaseView* const view = ChooseView(parser, tag, database, message);
+  DatabaseView* const view = GetView(parser, tag, database, message);
   if (view == nullptr) return parser.RuntimeError(tag, message);
   if (database->InUse()) return parser.RuntimeError(tag, InUseMessage(*database));
   database->RemoveView(view);
@@ -160,7 +160,7 @@ StateResult ProcessVxCLOSEVIEW(ScriptParser& parser, Tag& tag) {
 
 StateResult ProcessVxQUERY(ScriptParser& parser, Tag& tag) {
   String message;
-  Database* const database = ChooseDatabase(parser, tag, message);
+  Database* const database = GetDatabase(parser, tag, message);
   if (database == nullptr) return parser.RuntimeError(tag, message);
   return Conclude(parser, tag, *database, database->RunQuery(tag.Value("QUERY")));
 }

@@ -14,7 +14,7 @@ namespace {
 template <typename Operation>
 StateResult OnView(ScriptParser& parser, const Tag& tag, Operation operation) {
   String message;
-  DatabaseView* const view = ChooseView(parser, tag, message);
+  DatabaseView* const view = GetView(parser, tag, message);
   if (view == nullptr) return parser.RuntimeError(tag, message);
   return Conclude(parser, tag, *view, operation(*view));
 }

@@ -3,12 +3,20 @@
 
 #include "xbase/xbase_database.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "core/encoding.h"
 #include "core/text.h"
 #include "xbase/field_specification.h"
+#include "xbase/table_pack.h"
 #include "xbase/xbase_database_view.h"
+
+namespace {
+
+constexpr char kMemoExtension[] = ".dbt";
+
+}  // namespace
 
 XBaseDatabase::XBaseDatabase(Vexa& host, const String& name)
     : host_(host),
@@ -36,13 +44,22 @@ int XBaseDatabase::FailIndexes() {
 int XBaseDatabase::ResolveTable(const String& name, XBaseTableNames& names, String& message) {
   FileManager& files = host_.filemanager();
   names.dataerrorpath = name;
-  names.memoerrorpath = files.StripExtension(name) + ".dbt";
+  names.memoerrorpath = files.StripExtension(name) + kMemoExtension;
   if (host_.ResolvePath(name, names.datapath, PathType::DataPath, message) == 0) return 0;
-  names.memopath = files.StripExtension(names.datapath) + ".dbt";
-  // A memo file that is a link must not lead out of the data directory either.
+  names.memopath = files.StripExtension(names.datapath) + kMemoExtension;
+  // Files beside the table that are links must not lead out of the data directory either.
   String ignored;
-  if (!files.Exists(names.memopath)) return 1;
-  return host_.ResolvePath(names.memoerrorpath, ignored, PathType::DataPath, message);
+  for (const String& beside :
+       {names.memoerrorpath, PackName(names.dataerrorpath), PackName(names.memoerrorpath)}) {
+    if (host_.ResolvePath(beside, ignored, PathType::DataPath, message) == 0) return 0;
+  }
+  return 1;
+}
+
+int XBaseDatabase::CheckMemoName(const XBaseTableNames& names, bool has_memo) {
+  if (!has_memo || !(names.datapath == names.memopath)) return 1;
+  return Fail(String::Concat(
+      {"The table '", names.dataerrorpath, "' has the name that its memo file would have"}));
 }
 
 int XBaseDatabase::OpenTable(const String& name, const String& path) {
@@ -65,6 +82,10 @@ int XBaseDatabase::Open(const String& database, const String& /*user*/,
   if (ResolveTable(database, names, error_) == 0 || OpenTable(database, names.datapath) == 0) {
     return 0;
   }
+  if (CheckMemoName(names, table_.version() == kVersionWithMemo) == 0) {
+    table_.Close();
+    return 0;
+  }
   Begin();
   return GoFirst();
 }
@@ -85,6 +106,13 @@ int XBaseDatabase::CreateTable(XBaseTable& table, const String& name,
                                String& message) {
   XBaseTableNames names;
   if (ResolveTable(name, names, message) == 0) return 0;
+  const bool has_memo = std::any_of(fields.begin(), fields.end(), [](const auto& field) {
+    return field.type == XBaseFieldType::MEMO;
+  });
+  if (CheckMemoName(names, has_memo) == 0) {
+    message = error_;
+    return 0;
+  }
   if (IsOpenTable(names.datapath) || IsOpenTable(names.memopath)) {
     message = EntityEncoded(
         String::Concat({"Error creating '", name, "': The table is in use by an open database"}));

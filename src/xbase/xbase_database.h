@@ -101,6 +101,7 @@ class XBaseDatabase final : public Database {
 
   // The paths of a table and its memo file from the name in a script. 1, or 0 with `message` set.
   [[nodiscard]] int ResolveTable(const String& name, XBaseTableNames& names, String& message);
+  [[nodiscard]] int CheckMemoName(const XBaseTableNames& names, bool has_memo);
   // Opens it for reading only when the system does not allow more.
   [[nodiscard]] int OpenTable(const String& name, const String& path);
   // Makes record variables and view of the table that was just opened.
