@@ -48,16 +48,16 @@ int XBaseIndexSet::Add(const String& name) {
   if (member == nullptr) return 0;
   ++version_;
   Member* const opened = member.get();
-  Member* const former = FindPath(opened->index.filepath());
-  if (former == nullptr) {
+  const auto former = std::find_if(members_.begin(), members_.end(), [&](const auto& other) {
+    return other->index.filepath() == opened->index.filepath();
+  });
+  if (former == members_.end()) {
     members_.push_back(std::move(member));
     if (members_.size() == 1) primary_ = opened;
     return 1;
   }
-  for (auto& place : members_) {
-    if (place.get() == former) place = std::move(member);
-  }
-  if (primary_ == former) primary_ = opened;
+  if (primary_ == former->get()) primary_ = opened;
+  *former = std::move(member);
   return 1;
 }
 
@@ -77,13 +77,6 @@ void XBaseIndexSet::Close() {
   members_.clear();
 }
 
-XBaseIndexSet::Member* XBaseIndexSet::FindPath(const String& path) const {
-  for (const auto& member : members_) {
-    if (member->index.filepath() == path) return member.get();
-  }
-  return nullptr;
-}
-
 int XBaseIndexSet::Key(const Member& member, String& key) {
   error_.clear();
   if (!record_.Evaluate(member.key, key)) return 0;
@@ -99,13 +92,6 @@ int XBaseIndexSet::Keys(std::vector<String>& keys) {
     if (Key(*member, keys.emplace_back()) == 0) return 0;
   }
   return 1;
-}
-
-int XBaseIndexSet::OriginalKeys(std::vector<String>& keys) {
-  record_.table().SwapOriginal();
-  const int result = Keys(keys);
-  record_.table().SwapOriginal();
-  return result;
 }
 
 int XBaseIndexSet::OriginalKey(const Member& member, String& key) {

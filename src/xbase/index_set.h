@@ -45,15 +45,12 @@ class XBaseIndexSet {
   [[nodiscard]] Member* primary() const { return primary_; }
   // Changes whenever an index is opened, closed or made primary.
   [[nodiscard]] int version() const { return version_; }
-  // The open index at that path, or null.
-  [[nodiscard]] Member* FindPath(const String& path) const;
 
   // The key that the record's values give in `member`.
   [[nodiscard]] int Key(const Member& member, String& key);
   // The keys for all indexes, in the order of members().
   [[nodiscard]] int Keys(std::vector<String>& keys);
-  // The keys of the record as it was read.
-  [[nodiscard]] int OriginalKeys(std::vector<String>& keys);
+  // The key of the record as it was read, without what was assigned since.
   [[nodiscard]] int OriginalKey(const Member& member, String& key);
   // Takes the exclusive locks of all indexes, in the order that is the same everywhere.
   [[nodiscard]] int Lock(std::vector<XBaseIndexLock>& locks);
