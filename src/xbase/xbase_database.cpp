@@ -8,7 +8,7 @@
 
 #include "core/encoding.h"
 #include "core/text.h"
-#include "xbase/field_specification.h"
+#include "xbase/field_list.h"
 #include "xbase/table_pack.h"
 #include "xbase/xbase_database_view.h"
 
@@ -95,7 +95,7 @@ int XBaseDatabase::Create(const String& database, const String& fields) {
   error_.clear();
   std::vector<XBaseField::Declaration> declared;
   String message;
-  if (ParseFieldSpecification(fields, declared, message) == 0) return Fail(message);
+  if (ParseFieldList(fields, declared, message) == 0) return Fail(message);
   if (CreateTable(table_, database, declared, error_) == 0) return 0;
   Begin();
   return 1;

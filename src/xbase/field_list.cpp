@@ -1,7 +1,7 @@
 // Reading field specifications. Some messages carry tabs in the place of spaces on purpose: pages
 // compare them with the text they know.
 
-#include "xbase/field_specification.h"
+#include "xbase/field_list.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -147,9 +147,9 @@ class Declaration {
 
 }  // namespace
 
-int ParseFieldSpecification(const String& specification,
-                            std::vector<XBaseField::Declaration>& fields, String& message) {
-  std::string_view rest = specification;
+int ParseFieldList(const String& list, std::vector<XBaseField::Declaration>& fields,
+                   String& message) {
+  std::string_view rest = list;
   if (Stripped(rest).empty()) {
     message = "Field specification does not define any\tfields";
     return 0;

@@ -5,8 +5,8 @@
 // A declaration is a name and a type; a length stands in parentheses directly behind its type.
 // Letter case does not matter, names become upper-case. White space is space, tab, CR and LF.
 
-#ifndef VEXA_XBASE_FIELD_SPECIFICATION_H_
-#define VEXA_XBASE_FIELD_SPECIFICATION_H_
+#ifndef VEXA_XBASE_FIELD_LIST_H_
+#define VEXA_XBASE_FIELD_LIST_H_
 
 #include <vector>
 
@@ -14,8 +14,7 @@
 #include "xbase/xbase_field.h"
 
 // Appends the declared fields to `fields`. 1, or 0 with `message` set to the first fault.
-[[nodiscard]] int ParseFieldSpecification(const String& specification,
-                                          std::vector<XBaseField::Declaration>& fields,
-                                          String& message);
+[[nodiscard]] int ParseFieldList(const String& list, std::vector<XBaseField::Declaration>& fields,
+                                 String& message);
 
-#endif  // VEXA_XBASE_FIELD_SPECIFICATION_H_
+#endif  // VEXA_XBASE_FIELD_LIST_H_
