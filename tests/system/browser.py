@@ -106,6 +106,16 @@ class Browser:
     def source(self):
         return self._do("GET", "/source")
 
+    def source_with(self, text):
+        """The source of the page once it holds the text; of a page that never does, what it is at
+        last. On a busy machine a page may be asked for before the browser has built it."""
+        end = time.monotonic() + self.ANSWER_SECONDS
+        source = self.source()
+        while text not in source and time.monotonic() < end:
+            time.sleep(0.05)
+            source = self.source()
+        return source
+
     def texts(self, selector):
         """The texts of all such elements, as a reader sees them."""
         return [self._do("GET", f"/element/{element}/text") for element in self._elements(selector)]

@@ -87,7 +87,7 @@ class Visit:
 
     def look(self):
         """Fails when the page the browser shows is not whole."""
-        source = self.browser.source()
+        source = self.browser.source_with("</footer>")
         for word in (" Error: ", "Vx", "&amp;["):
             if word in source:
                 raise Failure(f"{self.browser.url()} contains {word!r}: {source}")
