@@ -97,6 +97,8 @@ void ScriptParser::TakeOver(const CallSettings& settings) {
 
 bool ScriptParser::EvaluateText(std::string_view text, String& value) {
   const bool in_use = std::exchange(running_, true);
+  // A script that ran before stands at its end, where no function can be found.
+  if (!in_use) GoTo({});
   Expression expression;
   bool evaluated = expression.ReadText(text, *this) && expression.Evaluate(*this, value);
   running_ = in_use;
