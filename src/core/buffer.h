@@ -105,7 +105,8 @@ class Buffer {
   bool watching_ = false;  // an '&' in the span needs a look before it is handed out
   int counting_ = 1;       // 1 while the span is the file's own text, else 0
   int line_ = 1;
-  // For a subclass that watches for '&': the next one of the block at or behind next_, or limit_.
+  // For a subclass that watches for '&': the next one of the block that it has to look at, or
+  // limit_. It is at or behind next_.
   // Null when it is not known; every jump and every new block resets it.
   const char* ampersand_ = nullptr;
 

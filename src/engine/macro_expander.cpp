@@ -16,6 +16,14 @@ namespace {
 constexpr std::string_view kShortOpening = "[";
 constexpr std::string_view kLongOpening = "amp;[";
 
+// Whether one look at the '&' at `at` and the bytes before `limit` tells that no reference begins
+// there. Most ampersands of a page begin an ordinary entity.
+bool IsOrdinary(const char* at, const char* limit) {
+  constexpr auto kLongest = static_cast<std::ptrdiff_t>(1 + kLongOpening.size());
+  return limit - at >= kLongest && at[1] != '[' &&
+         !EqualsIgnoreCase({at + 1, kLongOpening.size()}, kLongOpening);
+}
+
 // The encoding that `word` selects; `standard` when it is none of the three words.
 MacroEncoding EncodingOf(std::string_view word, MacroEncoding standard) {
   if (word.empty()) return standard;
@@ -92,8 +100,11 @@ size_t MacroExpander::RunLength() {
     length = static_cast<size_t>(limit_ - next_);
   }
   if (ampersand_ == nullptr || ampersand_ < from) {
-    const void* found = std::memchr(from, '&', static_cast<size_t>(limit_ - from));
-    ampersand_ = found == nullptr ? limit_ : static_cast<const char*>(found);
+    ampersand_ = from;
+    do {
+      const void* found = std::memchr(ampersand_, '&', static_cast<size_t>(limit_ - ampersand_));
+      ampersand_ = found == nullptr ? limit_ : static_cast<const char*>(found);
+    } while (IsOrdinary(ampersand_, limit_) && ++ampersand_ != limit_);
   }
   return std::min(length, static_cast<size_t>(ampersand_ - next_));
 }
@@ -115,12 +126,7 @@ bool MacroExpander::IsPlainAmpersand() {
 // At an '&' of the file. When no reference begins there nothing is consumed.
 MacroExpander::Reference MacroExpander::StartMacro() {
   if (next_ == limit_ || *next_ != '&') return Reference::None;
-  // Most ampersands of a page begin an ordinary entity: one look tells.
-  constexpr auto kLongest = static_cast<std::ptrdiff_t>(1 + kLongOpening.size());
-  if (limit_ - next_ >= kLongest && next_[1] != '[' &&
-      !EqualsIgnoreCase({next_ + 1, kLongOpening.size()}, kLongOpening)) {
-    return Reference::None;
-  }
+  if (IsOrdinary(next_, limit_)) return Reference::None;
   SourcePlace start = {FilePosition(next_), 0, line_};
   if (!ReadOpening()) {
     Buffer::Return(start);
