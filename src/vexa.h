@@ -66,6 +66,9 @@ class File {
   [[nodiscard]] virtual int Truncate(int64_t length) = 0;
   // Waits until what was written is on the disk. Returns 0, or a negative value.
   [[nodiscard]] virtual int Sync() = 0;
+  // Sets the times of this very file to now, also when its path names another one meanwhile.
+  // Returns 0, or a negative value.
+  [[nodiscard]] virtual int Touch() = 0;
   // Whether the path it was opened with still names this file: 1 yes, 0 no (it was replaced or
   // removed), negative when that cannot be told.
   [[nodiscard]] virtual int StillNamed() = 0;

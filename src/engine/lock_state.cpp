@@ -26,8 +26,14 @@ LockState::LockState(ScriptParser& parser, const String& path)
 
 bool LockState::IsOurs() { return file_ == nullptr || file_->StillNamed() != 0; }
 
+// Through the open file: by its name, a lock that another host took over in this very moment would
+// be refreshed for it. Without an open file there is only the name.
 void LockState::BeforeTag() {
-  if (IsOurs()) (void)parser().host().filemanager().TouchFile(path_);
+  if (file_ != nullptr) {
+    (void)file_->Touch();
+  } else {
+    (void)parser().host().filemanager().TouchFile(path_);
+  }
 }
 
 void LockState::Release() {

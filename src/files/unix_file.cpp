@@ -125,6 +125,12 @@ int UNIXFile::Sync() {
   return RetryInterrupted([&] { return ::fsync(fd); }) != 0 ? Fail() : 0;
 }
 
+int UNIXFile::Touch() {
+  int fd;
+  if (!Activate(fd)) return -1;
+  return ::futimens(fd, nullptr) != 0 ? Fail() : 0;
+}
+
 int UNIXFile::StillNamed() {
   if (!open_) return Fail(EBADF);
   // The identity is remembered, so an inactive file need not be opened for this.

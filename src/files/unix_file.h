@@ -44,6 +44,7 @@ class UNIXFile final : public File {
   [[nodiscard]] int WriteAt(int64_t offset, const char* data, int count) override;
   [[nodiscard]] int Truncate(int64_t length) override;
   [[nodiscard]] int Sync() override;
+  [[nodiscard]] int Touch() override;
   [[nodiscard]] int StillNamed() override;
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }

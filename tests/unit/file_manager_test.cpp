@@ -67,6 +67,24 @@ TEST_F(FileManagerTest, FileThatIsGoneOrReplacedIsNotReopened) {
   EXPECT_EQ(Next(*b, 5), "other");  // the failed attempts have cost it nothing
 }
 
+TEST_F(FileManagerTest, TouchingReachesTheOpenFileAndNoOtherOfItsName) {
+  using std::filesystem::last_write_time;
+  auto a = files.Open(Make("a"), OpenRead);
+  SetAge(Path("a"), 1000);
+  const auto old = last_write_time(Path("a").c_str());
+  EXPECT_EQ(a->Touch(), 0) << a->error().view();
+  EXPECT_GT(last_write_time(Path("a").c_str()), old);
+  SetAge(Make("new"), 1000);
+  ASSERT_EQ(files.Rename(Path("new"), Path("a")), 0);
+  const auto other = last_write_time(Path("a").c_str());
+  EXPECT_EQ(a->Touch(), 0) << a->error().view();
+  EXPECT_EQ(last_write_time(Path("a").c_str()), other);
+  host.settings.maxfiles = 1;
+  auto b = files.Open(Make("b"), OpenRead);  // puts the descriptor of `a` to rest
+  EXPECT_LT(a->Touch(), 0);
+  EXPECT_EQ(last_write_time(Path("a").c_str()), other);
+}
+
 TEST_F(FileManagerTest, OffsetsBeyondFourGigabytesSurviveReopening) {
   host.settings.maxfiles = 1;
   const int64_t far = (int64_t{5} << 30) + 1;

@@ -168,6 +168,7 @@ class MemoryFiles final : public FileManager {
     }
     int64_t Length() override { return Proceed() ? std::ssize(*bytes_) : -1; }
     int Sync() override { return Proceed() ? 0 : -1; }
+    int Touch() override { return Proceed() ? 0 : -1; }
     int StillNamed() override {
       if (!Proceed()) return -1;
       auto it = manager_.files_.find(name_);
