@@ -18,10 +18,11 @@
 
 #include "fake_host.h"
 #include "files/unix_file_manager.h"
-#include "xbase/index_builder.h"
-#include "xbase/xbase_index.h"
-#include "xbase/xbase_table.h"
+#include "xbase/index/index_builder.h"
+#include "xbase/index/xbase_index.h"
+#include "xbase/table/xbase_table.h"
 
+namespace vexa {
 namespace {
 
 constexpr int kRecords = 100'000;
@@ -248,3 +249,4 @@ void XbaseBuildMillion(benchmark::State& state) {
 BENCHMARK(XbaseBuildMillion)->Arg(0)->Arg(kIndexString)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+}  // namespace vexa

@@ -7,11 +7,13 @@
 #include <string_view>
 #include <vector>
 
-#include "cgi/cgi_vexa.h"
 #include "cgi/standard_output.h"
-#include "cgi/version.h"
+#include "core/version.h"
 #include "engine/script_check.h"
-#include "xbase/table_check.h"
+#include "host/cgi_vexa.h"
+#include "xbase/check/table_check.h"
+
+namespace vexa {
 
 namespace {
 
@@ -93,3 +95,5 @@ int RunCommandLine(int argc, char** argv) {
   Arguments arguments(argv + 2, argv + argc);
   return FindOption(argv[1])->handler(out, arguments);
 }
+
+}  // namespace vexa

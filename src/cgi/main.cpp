@@ -4,11 +4,12 @@
 #include <new>
 #include <stdexcept>
 
-#include "cgi/cgi_vexa.h"
 #include "cgi/command_line.h"
 #include "cgi/standard_descriptors.h"
 #include "core/error.h"
+#include "host/cgi_vexa.h"
 
+namespace vexa {
 namespace {
 
 // The one place where the standard library's allocation failures end. Everything the script held
@@ -25,10 +26,11 @@ int RunRequest(CGIVexa& host) {
 }
 
 }  // namespace
+}  // namespace vexa
 
 int main(int argc, char** argv) {
-  if (!FillStandardDescriptors()) return EXIT_FAILURE;
-  if (IsCommandLine(argc, argv)) return RunCommandLine(argc, argv);
-  CGIVexa host(argc, argv);
-  return RunRequest(host);
+  if (!vexa::FillStandardDescriptors()) return EXIT_FAILURE;
+  if (vexa::IsCommandLine(argc, argv)) return vexa::RunCommandLine(argc, argv);
+  vexa::CGIVexa host(argc, argv);
+  return vexa::RunRequest(host);
 }

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+namespace vexa {
+
 bool FillStandardDescriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) != -1) continue;
@@ -13,3 +15,5 @@ bool FillStandardDescriptors() {
   }
   return true;
 }
+
+}  // namespace vexa

@@ -4,7 +4,11 @@
 #ifndef VEXA_CGI_STANDARD_DESCRIPTORS_H_
 #define VEXA_CGI_STANDARD_DESCRIPTORS_H_
 
+namespace vexa {
+
 // Opens /dev/null for each of the descriptors 0 to 2 that is closed. False when that fails.
 [[nodiscard]] bool FillStandardDescriptors();
+
+}  // namespace vexa
 
 #endif  // VEXA_CGI_STANDARD_DESCRIPTORS_H_

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 
+namespace vexa {
+
 namespace {
 
 // Some servers hand out a descriptor that does not block. False when waiting was interrupted.
@@ -34,3 +36,5 @@ int StandardOutput::DoWrite(const char* text, int length) {
   written_bytes_ += written;
   return broken_ ? -1 : written;
 }
+
+}  // namespace vexa

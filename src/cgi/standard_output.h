@@ -7,6 +7,8 @@
 
 #include "core/output.h"
 
+namespace vexa {
+
 class StandardOutput final : public Output {
  public:
   // `size` is the buffer's size in bytes.
@@ -24,5 +26,7 @@ class StandardOutput final : public Output {
   int64_t written_bytes_ = 0;
   bool broken_ = false;  // the reader is gone; what is written from then on is dropped
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CGI_STANDARD_OUTPUT_H_

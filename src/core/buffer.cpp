@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cstring>
 
-#include "vexa.h"
+#include "core/file.h"
 
-Buffer::Buffer(Vexa& owner, int size)
-    : owner_(owner),
+namespace vexa {
+
+Buffer::Buffer(FileManager& files, int size)
+    : files_(files),
       size_(size < 1 ? 1 : size),
       block_(std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size_))) {
   span_begin_ = next_ = limit_ = block_.get();
@@ -20,13 +22,11 @@ bool Buffer::Open(const String& filename, const String& errorname) {
   filename_ = filename;
   errorname_ = errorname;
   Close();
-  file_ = owner_.filemanager().Open(filename, OpenRead);
+  file_ = files_.Open(filename, OpenRead);
   return file_ != nullptr && FillBuffer(0);
 }
 
-const String& Buffer::error() const {
-  return file_ == nullptr ? owner_.filemanager().error() : file_->error();
-}
+const String& Buffer::error() const { return file_ == nullptr ? files_.error() : file_->error(); }
 
 void Buffer::Close() {
   file_.reset();
@@ -108,3 +108,5 @@ bool Buffer::Return(const SourcePlace& place) {
   line_ = place.line;
   return Seek(place.position);
 }
+
+}  // namespace vexa

@@ -18,13 +18,15 @@
 #include "core/source_place.h"
 #include "core/string.h"
 
+namespace vexa {
+
 class File;
-class Vexa;
+class FileManager;
 
 class Buffer {
  public:
-  // `owner` gives access to the file manager; `size` is the block size in bytes (at least 1).
-  Buffer(Vexa& owner, int size);
+  // `files` is borrowed; `size` is the block size in bytes (at least 1).
+  Buffer(FileManager& files, int size);
   virtual ~Buffer();
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
@@ -97,7 +99,6 @@ class Buffer {
   [[nodiscard]] int64_t FilePosition(const char* byte) const {
     return base_ + (byte - block_.get());
   }
-  [[nodiscard]] Vexa& owner() const { return owner_; }
 
   const char* span_begin_ = nullptr;
   const char* next_ = nullptr;
@@ -113,7 +114,7 @@ class Buffer {
  private:
   [[nodiscard]] bool FillBuffer(int64_t base);
 
-  Vexa& owner_;
+  FileManager& files_;
   std::unique_ptr<File> file_;
   int size_;
   std::unique_ptr<char[]> block_;
@@ -122,5 +123,7 @@ class Buffer {
   String filename_;
   String errorname_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_BUFFER_H_

@@ -7,6 +7,8 @@
 
 #include "core/text.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr std::string_view kEscapedPunctuation = "~`!#$%^&()+={}[]|\\:;\"'<>,?/";
@@ -131,3 +133,5 @@ void DecodeEntities(String& text) {
   }
   text = std::move(result);
 }
+
+}  // namespace vexa

@@ -7,6 +7,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 // Which encoding a macro's value gets.
 enum class MacroEncoding { None = 0, Attribute = 1, Entities = 2 };
 
@@ -24,5 +26,7 @@ void EncodeEntities(String& text);
 void DecodeEntities(String& text);
 // `text` with its markup characters as entities, for error messages that quote a request.
 [[nodiscard]] String EntityEncoded(std::string_view text);
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_ENCODING_H_

@@ -4,6 +4,8 @@
 
 #include "core/number.h"
 
+namespace vexa {
+
 namespace {
 
 // What a person who meets a configuration problem is told to do about it.
@@ -45,3 +47,5 @@ SyntaxError::SyntaxError(const ErrorPlace& place, std::string_view text)
 
 ExpressionError::ExpressionError(const ErrorPlace& place, std::string_view text)
     : Error(200, kExpressionErrors, AtPlace(place, ": Expression Error: ", text)) {}
+
+}  // namespace vexa

@@ -10,6 +10,8 @@
 #include "core/settings.h"
 #include "core/string.h"
 
+namespace vexa {
+
 // Error codes: the top byte is the category, the low bits number a tag's runtime error.
 inline constexpr unsigned kRuntimeErrors = 0x01000000;
 inline constexpr unsigned kExpressionErrors = 0x02000000;
@@ -80,5 +82,7 @@ class ExpressionError : public Error {
  public:
   ExpressionError(const ErrorPlace& place, std::string_view text);
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_ERROR_H_

@@ -13,6 +13,8 @@
 
 #include "core/text.h"
 
+namespace vexa {
+
 namespace {
 
 // Up to this many digits a whole number is exact in a double and in 64 bits.
@@ -135,3 +137,5 @@ String PrintRounded(double value, int places) {
   if (places > kMostPlaces) places = kMostPlaces;
   return Printed(value, places < 0 ? 6 : places);
 }
+
+}  // namespace vexa

@@ -11,6 +11,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 // The real that `text` begins with.
 [[nodiscard]] double ReadReal(std::string_view text);
 // The base-10 integer that `text` begins with; values beyond 32 bits saturate.
@@ -28,5 +30,7 @@
 // kMostPlaces are cut to it, so that a script cannot ask for gigabytes of zeros.
 [[nodiscard]] String PrintRounded(double value, int places);
 inline constexpr int kMostPlaces = 1000;
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_NUMBER_H_

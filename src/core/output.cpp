@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace vexa {
+
 namespace {
 int Usable(int size) { return size < 1 ? 1 : size; }
 }  // namespace
@@ -59,3 +61,5 @@ int StringOutput::DoWrite(const char* text, int length) {
   data_.cat(text, length);
   return length;
 }
+
+}  // namespace vexa

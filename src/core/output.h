@@ -10,6 +10,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 class Output {
  public:
   // `size` is the buffer's size in bytes; less than 1 counts as 1.
@@ -63,5 +65,7 @@ class StringOutput final : public Output {
  private:
   String data_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_OUTPUT_H_

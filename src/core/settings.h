@@ -7,6 +7,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 // Bits of `securityoptions`. The first two of each path type say which links its paths may pass.
 enum SecurityOption : int {
   kScriptLinks = 0x001,
@@ -61,5 +63,7 @@ struct Settings {
   int lockexpiration = 90;
   String lockhostname;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_SETTINGS_H_

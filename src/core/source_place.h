@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+namespace vexa {
+
 // `position` is a byte offset in the file; `expansion_offset` counts the bytes already taken from
 // the macro expansion that begins there (0 outside of macros); `line` is the line number at this
 // place, from 1.
@@ -17,5 +19,7 @@ struct SourcePlace {
     return a.position == b.position && a.expansion_offset == b.expansion_offset;
   }
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_SOURCE_PLACE_H_

@@ -15,6 +15,8 @@
 
 #include "core/text.h"
 
+namespace vexa {
+
 template <typename T>
 class SplayTree {
  public:
@@ -135,5 +137,7 @@ class SplayTree {
 
   std::unique_ptr<Node> root_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_SPLAY_TREE_H_

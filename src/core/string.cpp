@@ -9,6 +9,8 @@
 
 #include "core/text.h"
 
+namespace vexa {
+
 namespace {
 
 size_t CapacityFor(size_t length) {
@@ -342,3 +344,5 @@ bool PieceReader::Next() {
   rest_.remove_prefix(at + separator_.size());
   return true;
 }
+
+}  // namespace vexa

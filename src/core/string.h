@@ -19,6 +19,8 @@
 #include <span>
 #include <string_view>
 
+namespace vexa {
+
 class String {
  public:
   static constexpr size_t kCapacityStep = 24;
@@ -182,5 +184,7 @@ class PieceReader {
   std::string_view piece_;
   bool done_ = false;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_STRING_H_

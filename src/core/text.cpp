@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace vexa {
+
 int CompareIgnoreCase(std::string_view a, std::string_view b) {
   size_t common = std::min(a.size(), b.size());
   for (size_t i = 0; i < common; ++i) {
@@ -29,3 +31,5 @@ std::string_view Stripped(std::string_view text) {
   while (!text.empty() && IsWhitespace(text.back())) text.remove_suffix(1);
   return text;
 }
+
+}  // namespace vexa

@@ -6,6 +6,8 @@
 
 #include <string_view>
 
+namespace vexa {
+
 [[nodiscard]] constexpr bool IsWhitespace(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
@@ -27,5 +29,7 @@
 [[nodiscard]] bool IsLeadingPart(std::string_view part, std::string_view keyword);
 // `text` without white space at both ends; a view into `text`.
 [[nodiscard]] std::string_view Stripped(std::string_view text);
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_TEXT_H_

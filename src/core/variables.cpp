@@ -3,7 +3,8 @@
 #include "core/variables.h"
 
 #include "core/text.h"
-#include "vexa.h"
+
+namespace vexa {
 
 namespace {
 
@@ -26,7 +27,7 @@ Variable* VariableTree::SetVariable(std::string_view name, const String& value) 
   return nullptr;
 }
 
-Variables::Variables(Vexa& host) : host_(host) { systems_.push_back(&system_); }
+Variables::Variables(FieldSource& fields) : fields_(fields) { systems_.push_back(&system_); }
 
 ScopedName Variables::Scope(std::string_view name) {
   ScopedName result;
@@ -58,7 +59,7 @@ Variable* Variables::Find(std::string_view name) {
   if (!locals_.empty()) {
     if (Variable* variable = locals_.back()->Find(name)) return variable;
   }
-  if (Variable* variable = FindField(name, {})) return variable;
+  if (Variable* variable = fields_.FindField(name, {})) return variable;
   return globals_.Find(name);
 }
 
@@ -71,7 +72,7 @@ Variable* Variables::FindIn(const ScopedName& name) {
     case VariableScope::System:
       return FindSystem(name.variable);
     case VariableScope::Database:
-      return FindField(name.variable, name.database);
+      return fields_.FindField(name.variable, name.database);
     case VariableScope::Unqualified:
       break;
   }
@@ -79,23 +80,13 @@ Variable* Variables::FindIn(const ScopedName& name) {
   if (!locals_.empty()) {
     if (Variable* variable = locals_.back()->Find(name.variable)) return variable;
   }
-  if (Variable* variable = FindField(name.variable, {})) return variable;
+  if (Variable* variable = fields_.FindField(name.variable, {})) return variable;
   return globals_.Find(name.variable);
 }
 
 Variable* Variables::FindSystem(std::string_view name) {
   for (auto scope = systems_.rbegin(); scope != systems_.rend(); ++scope) {
     if (Variable* variable = (*scope)->Find(name)) return variable;
-  }
-  return nullptr;
-}
-
-Variable* Variables::FindField(std::string_view variable, std::string_view database) {
-  for (const auto& open : host_.databases()) {
-    if (!database.empty() && !EqualsIgnoreCase(open->name(), database)) continue;
-    for (DatabaseView* view : open->views()) {
-      if (Variable* field = view->FindVariable(variable)) return field;
-    }
   }
   return nullptr;
 }
@@ -165,3 +156,5 @@ void Variables::GetLocalVariableList(VariableList& list) const {
   if (locals_.empty()) return;
   locals_.back()->ForEach([&list](Variable& variable) { list.push_back(&variable); });
 }
+
+}  // namespace vexa

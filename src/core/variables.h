@@ -19,7 +19,7 @@
 #include "core/splay_tree.h"
 #include "core/string.h"
 
-class Vexa;
+namespace vexa {
 
 // A named value. Subclasses compute their value or check what is assigned.
 class Variable {
@@ -60,6 +60,15 @@ class VariableTree : public SplayTree<Variable> {
 // Names and values in a fixed order, for callers that want a whole scope at once.
 using VariableList = std::vector<Variable*>;
 
+// Where the fields of open databases come from.
+class FieldSource {
+ public:
+  virtual ~FieldSource() = default;
+  // The field of that name in the first view that has one, of `database` (empty: of any), or null.
+  // Letter case is ignored. Valid until a database is closed.
+  [[nodiscard]] virtual Variable* FindField(std::string_view field, std::string_view database) = 0;
+};
+
 enum class VariableScope { Local = 0, Global = 1, System = 2, Database = 3, Unqualified = 4 };
 
 // A written name taken apart. The texts are upper-case, so what a script creates is stored so.
@@ -71,8 +80,8 @@ struct ScopedName {
 
 class Variables {
  public:
-  // `host` gives access to the open databases; borrowed.
-  explicit Variables(Vexa& host);
+  // `fields` is borrowed.
+  explicit Variables(FieldSource& fields);
 
   [[nodiscard]] static ScopedName Scope(std::string_view name);
 
@@ -108,15 +117,16 @@ class Variables {
  private:
   Variable* FindIn(const ScopedName& name);
   Variable* FindSystem(std::string_view name);
-  Variable* FindField(std::string_view variable, std::string_view database);
   VariableTree& locals_or_globals() { return locals_.empty() ? globals_ : *locals_.back(); }
 
-  Vexa& host_;
+  FieldSource& fields_;
   VariableTree globals_;
   VariableTree system_;
   std::vector<VariableTree*> locals_;   // the last is the running function's
   std::vector<VariableTree*> systems_;  // system_ at the bottom
   String empty_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_CORE_VARIABLES_H_

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace vexa {
+
 namespace {
 
 constexpr unsigned kCategoryMask = 0xFF000000;
@@ -22,7 +24,7 @@ bool IsNonFatal(unsigned code) {
 
 }  // namespace
 
-int ErrorHandler::Error(unsigned code, const ::Error& error) {
+int ErrorHandler::Error(unsigned code, const vexa::Error& error) {
   ErrorSettings settings = Settings(code);
   if (!message_.empty()) host_.Error(message_);
   bool shown =
@@ -53,3 +55,5 @@ ErrorHandler::ErrorSettings ErrorHandler::Settings(unsigned code) const {
   if (auto found = changed_.find(code); found != changed_.end()) return found->second;
   return {.fatal = !IsNonFatal(code), .display = true};
 }
+
+}  // namespace vexa

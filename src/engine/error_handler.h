@@ -11,13 +11,15 @@
 #include "core/string.h"
 #include "vexa.h"
 
+namespace vexa {
+
 class ErrorHandler {
  public:
   explicit ErrorHandler(Vexa& host) : host_(host) {}
 
   // Handles `error` under `code`: shows it where the settings say so. Returns 1 when the script
   // may go on, 0 when it must stop.
-  [[nodiscard]] int Error(unsigned code, const ::Error& error);
+  [[nodiscard]] int Error(unsigned code, const vexa::Error& error);
   // Which categories are shown, as a mask of their top bytes. Returns the previous mask.
   unsigned SetErrorOutputLevel(unsigned level);
   // A text that is shown before every error; empty for none. Returns the previous one.
@@ -40,5 +42,7 @@ class ErrorHandler {
   String message_;
   std::map<unsigned, ErrorSettings> changed_;  // only what the page changed
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_ERROR_HANDLER_H_

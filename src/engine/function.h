@@ -10,6 +10,8 @@
 #include "core/string.h"
 #include "expr/expression_context.h"
 
+namespace vexa {
+
 // Output levels that mean "the function has none of its own".
 inline constexpr int kNoOutputLevel = 255;
 inline constexpr unsigned kNoErrorLevel = 0x7F000000;
@@ -38,5 +40,7 @@ class Function final : public Callable {
   SourcePlace body_;
   std::vector<String> parameters_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_FUNCTION_H_

@@ -8,8 +8,10 @@
 #include "core/text.h"
 #include "engine/function.h"
 #include "engine/script_parser.h"
-#include "engine/tag_numbers.h"
 #include "expr/builtin_table.h"
+#include "tags/tag_numbers.h"
+
+namespace vexa {
 
 void Function::SetParameters(std::string_view list) {
   for (PieceReader pieces(list, ","); pieces.Next();) {
@@ -45,3 +47,5 @@ StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
   return parser.SkipTo(kBodyEnd, "&lt;/VxFUNCTION&gt;") != nullptr ? StateResult::Handled
                                                                    : StateResult::Failed;
 }
+
+}  // namespace vexa

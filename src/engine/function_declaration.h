@@ -5,10 +5,14 @@
 
 #include "engine/tag.h"
 
+namespace vexa {
+
 class ScriptParser;
 
 // Registers the function that a VxFUNCTION `tag`, just read, declares, and skips its body. Meeting
 // the same declaration again only skips. Handled, or Failed after an error was reported.
 [[nodiscard]] StateResult DeclareFunction(ScriptParser& parser, const Tag& tag);
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_FUNCTION_DECLARATION_H_

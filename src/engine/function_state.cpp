@@ -3,7 +3,9 @@
 #include "engine/function_state.h"
 
 #include "engine/script_parser.h"
-#include "engine/tag_numbers.h"
+#include "tags/tag_numbers.h"
+
+namespace vexa {
 
 FunctionState::FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals)
     : ScriptState(parser), return_place_(parser.CurrentPlace()) {
@@ -43,3 +45,5 @@ StateResult FunctionState::ExitState() {
   scope_pushed_ = false;
   return StateResult::Handled;
 }
+
+}  // namespace vexa

@@ -8,6 +8,8 @@
 #include "engine/function.h"
 #include "engine/script_state.h"
 
+namespace vexa {
+
 class FunctionState final : public ScriptState {
  public:
   // `locals` holds the arguments under the parameters' names; both are borrowed.
@@ -27,5 +29,7 @@ class FunctionState final : public ScriptState {
   unsigned saved_error_level_ = kNoErrorLevel;
   bool scope_pushed_ = true;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_FUNCTION_STATE_H_

@@ -10,6 +10,8 @@
 #include "core/text.h"
 #include "core/variables.h"
 
+namespace vexa {
+
 namespace {
 
 // What may stand between the '&' and the name. Editors that escape ampersands write the long one.
@@ -173,12 +175,12 @@ bool MacroExpander::ReadName(String& name) {
 // Makes the encoded value of the variable that `content` names the expansion.
 void MacroExpander::Expand(const String& content) {
   std::string_view name = Stripped(content);
-  MacroEncoding encoding = owner().defaultmacroencoding();
+  MacroEncoding encoding = host_.defaultmacroencoding();
   if (size_t colon = name.find(':'); colon != std::string_view::npos) {
     encoding = EncodingOf(Stripped(name.substr(colon + 1)), encoding);
     name = Stripped(name.substr(0, colon));
   }
-  expansion_ = owner().vars().Value(name);
+  expansion_ = host_.vars().Value(name);
   if (encoding == MacroEncoding::Attribute) EncodeAttribute(expansion_);
   if (encoding == MacroEncoding::Entities) EncodeEntities(expansion_);
 }
@@ -207,3 +209,5 @@ void MacroExpander::EndExpansion() {
 void MacroExpander::DropExpansion() {
   if (expanding_) EndExpansion();
 }
+
+}  // namespace vexa

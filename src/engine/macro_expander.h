@@ -21,9 +21,14 @@
 #include "core/string.h"
 #include "vexa.h"
 
+namespace vexa {
+
 class MacroExpander final : public Buffer {
  public:
-  MacroExpander(Vexa& owner, int size) : Buffer(owner, size) { watching_ = true; }
+  // `host` is borrowed; `size` is the block size in bytes.
+  MacroExpander(Vexa& host, int size) : Buffer(host.filemanager(), size), host_(host) {
+    watching_ = true;
+  }
 
   // Switches expansion on or off. An expansion in progress is delivered to its end.
   void SetExpandMacros(bool expand);
@@ -52,6 +57,7 @@ class MacroExpander final : public Buffer {
   void DropExpansion();
   bool NextFileChar(char* c);
 
+  Vexa& host_;
   bool expand_ = true;
   bool expanding_ = false;
   String expansion_;
@@ -61,5 +67,7 @@ class MacroExpander final : public Buffer {
   const char* file_next_ = nullptr;
   const char* file_limit_ = nullptr;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_MACRO_EXPANDER_H_

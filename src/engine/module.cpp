@@ -2,6 +2,8 @@
 
 #include "engine/module.h"
 
+namespace vexa {
+
 Module::Module(Vexa& host)
     : host_(host), source_(host, host.config().templatebuffersize), parser_(host, source_) {}
 
@@ -14,3 +16,5 @@ int Module::Open(const String& path, const String& name, String& message) {
   message = String::Concat({"Unable to open ", name, ": ", source_.error()});
   return 0;
 }
+
+}  // namespace vexa

@@ -8,6 +8,8 @@
 #include "engine/script_parser.h"
 #include "vexa.h"
 
+namespace vexa {
+
 class Module {
  public:
   // `host` is borrowed.
@@ -31,5 +33,7 @@ class Module {
   MacroExpander source_;
   ScriptParser parser_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_MODULE_H_

@@ -9,6 +9,8 @@
 #include "core/text.h"
 #include "engine/text_scan.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr std::string_view kCommentTag = "VxCOMMENT";
@@ -387,3 +389,5 @@ ScanResult Parser::UnexpectedEndLookingFor(std::string_view shown) {
   return ReportSyntaxError(
       String::Concat({"Unexpected end of file while looking for '", shown, "'"}));
 }
+
+}  // namespace vexa

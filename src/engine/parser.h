@@ -16,6 +16,8 @@
 #include "core/string.h"
 #include "engine/tag.h"
 
+namespace vexa {
+
 // What a scanning operation came to.
 enum class ScanResult : int {
   Failed = 0,  // an error was reported; stop
@@ -114,5 +116,7 @@ class Parser {
   String raw_;   // the tag being scanned, as written
   String name_;  // its name
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_PARSER_H_

@@ -9,9 +9,11 @@
 #include "engine/function_state.h"
 #include "engine/script_parser.h"
 #include "engine/stack_guard.h"
-#include "engine/tag_numbers.h"
 #include "expr/builtin_call.h"
 #include "expr/builtin_table.h"
+#include "tags/tag_numbers.h"
+
+namespace vexa {
 
 bool ScriptParser::FindFunction(std::string_view name, const Callable*& function) {
   function = FindBuiltin(name);
@@ -82,9 +84,10 @@ bool ScriptParser::PushFunctionCall() {
   if (depth_ <= host_.config().maxfunctiondepth && !StackIsLow()) return true;
   String limit = PrintInteger(host_.config().maxfunctiondepth);
   (void)errors_.Error(
-      kDepthError, ::RuntimeError(CurrentErrorPlace(),
-                                  String::Concat({"The maximum number of nested function calls (",
-                                                  limit, ") has been exceeded"})));
+      kDepthError,
+      vexa::RuntimeError(CurrentErrorPlace(),
+                         String::Concat({"The maximum number of nested function calls (", limit,
+                                         ") has been exceeded"})));
   return false;
 }
 
@@ -109,3 +112,5 @@ bool ScriptParser::EvaluateText(std::string_view text, String& value) {
   value.clear();
   return true;
 }
+
+}  // namespace vexa

@@ -9,11 +9,13 @@
 #include "core/encoding.h"
 #include "core/error.h"
 #include "core/number.h"
-#include "engine/attribute_forms.h"
 #include "engine/parser.h"
-#include "engine/tag_numbers.h"
-#include "engine/tag_table.h"
 #include "expr/expression.h"
+#include "tags/attribute_forms.h"
+#include "tags/tag_numbers.h"
+#include "tags/tag_table.h"
+
+namespace vexa {
 
 namespace {
 
@@ -212,8 +214,10 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
 }  // namespace
 
 bool CheckScript(Vexa& host, const String& path, Output& out) {
-  Buffer source(host, kBlockSize);
+  Buffer source(host.filemanager(), kBlockSize);
   if (source.Open(path, path)) return ScriptChecker(host, source, out).Check();
   out.Write(String::Concat({"Unable to open ", path, ": ", source.error(), "\n"}));
   return false;
 }
+
+}  // namespace vexa

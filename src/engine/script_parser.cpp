@@ -3,8 +3,10 @@
 #include "engine/script_parser.h"
 
 #include "core/text.h"
-#include "engine/tag_numbers.h"
-#include "engine/tag_table.h"
+#include "tags/tag_numbers.h"
+#include "tags/tag_table.h"
+
+namespace vexa {
 
 ScriptParser::ScriptParser(Vexa& host, MacroExpander& source)
     : Parser(source), host_(host), macros_(source), output_(&host.output()), errors_(host) {
@@ -60,7 +62,7 @@ ScanResult ScriptParser::ReportSyntaxError(std::string_view message) {
 }
 
 StateResult ScriptParser::SyntaxError(std::string_view message) {
-  (void)errors_.Error(kSyntaxErrors, ::SyntaxError(CurrentErrorPlace(), message));
+  (void)errors_.Error(kSyntaxErrors, vexa::SyntaxError(CurrentErrorPlace(), message));
   return StateResult::Failed;
 }
 
@@ -68,7 +70,7 @@ StateResult ScriptParser::SyntaxError(std::string_view message) {
 // the tag's error variable.
 bool ScriptParser::ReportRuntimeError(const TagTemplate& form, std::string_view message) {
   unsigned code = kRuntimeErrors | static_cast<unsigned>(form.id);
-  if (errors_.Error(code, ::RuntimeError(CurrentErrorPlace(), message)) == 0) return false;
+  if (errors_.Error(code, vexa::RuntimeError(CurrentErrorPlace(), message)) == 0) return false;
   SetErrorVariable(form, message);
   return true;
 }
@@ -78,7 +80,7 @@ StateResult ScriptParser::RuntimeError(const Tag& tag, std::string_view message)
 }
 
 bool ScriptParser::ReportExpressionError(std::string_view message) {
-  (void)errors_.Error(kExpressionErrors, ::ExpressionError(CurrentErrorPlace(), message));
+  (void)errors_.Error(kExpressionErrors, vexa::ExpressionError(CurrentErrorPlace(), message));
   return false;
 }
 
@@ -245,3 +247,5 @@ std::unique_ptr<Tag> ScriptParser::SkipTo(std::span<const WantedTag> wanted,
   }
   return found;
 }
+
+}  // namespace vexa

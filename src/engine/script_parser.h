@@ -28,6 +28,8 @@
 #include "expr/expression_context.h"
 #include "vexa.h"
 
+namespace vexa {
+
 // Bits of the standard output level.
 enum OutputLevel : int {
   kVexaOutput = 1,
@@ -193,5 +195,7 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   bool exiting_ = false;   // a tag asked for the end of the script
   bool scanning_ = false;  // a forward scan for a function is in progress
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_SCRIPT_PARSER_H_

@@ -5,7 +5,9 @@
 
 #include "core/text.h"
 #include "engine/script_parser.h"
-#include "engine/tag_table.h"
+#include "tags/tag_table.h"
+
+namespace vexa {
 
 namespace {
 
@@ -98,3 +100,5 @@ void ScriptParser::SetTagErrorSettings(std::string_view tag, std::string_view li
     }
   }
 }
+
+}  // namespace vexa

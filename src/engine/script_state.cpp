@@ -6,6 +6,8 @@
 #include "core/text.h"
 #include "engine/script_parser.h"
 
+namespace vexa {
+
 StateResult ScriptState::ProcessTag(Tag& tag) {
   parser_.SetErrorVariable(tag.form(), {});
   TagHandler handler = tag.form().handler;
@@ -25,3 +27,5 @@ StateResult ScriptState::ProcessText(std::string_view text, int level) {
   parser_.WriteValue(compressed);
   return StateResult::Handled;
 }
+
+}  // namespace vexa

@@ -13,6 +13,8 @@
 
 #include "engine/tag.h"
 
+namespace vexa {
+
 class ScriptParser;
 
 class ScriptState {
@@ -43,5 +45,7 @@ class ScriptState {
  private:
   ScriptParser& parser_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_SCRIPT_STATE_H_

@@ -2,9 +2,11 @@
 // and values whose place is kept because they are evaluated later and again.
 
 #include "core/text.h"
-#include "engine/attribute_forms.h"
 #include "engine/script_parser.h"
-#include "engine/tag_numbers.h"
+#include "tags/attribute_forms.h"
+#include "tags/tag_numbers.h"
+
+namespace vexa {
 
 namespace {
 
@@ -158,3 +160,5 @@ bool ScriptParser::EvaluateAt(const SourcePlace& place, ValueForm form, String& 
   if (evaluated) GoTo(noted);
   return evaluated;
 }
+
+}  // namespace vexa

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdint>
 
+namespace vexa {
+
 namespace {
 
 constexpr uintptr_t kAssumedStack = 8u << 20;  // bytes, where the system sets no limit
@@ -30,3 +32,5 @@ bool StackIsLow() {
   uintptr_t used = now < kTop ? kTop - now : 0;
   return used + std::min(2 * kReserve, kSize / 2) > kSize;
 }
+
+}  // namespace vexa

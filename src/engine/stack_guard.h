@@ -4,7 +4,11 @@
 #ifndef VEXA_ENGINE_STACK_GUARD_H_
 #define VEXA_ENGINE_STACK_GUARD_H_
 
+namespace vexa {
+
 // Whether less than a safe reserve of the stack is left.
 [[nodiscard]] bool StackIsLow();
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_STACK_GUARD_H_

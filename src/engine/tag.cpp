@@ -4,6 +4,8 @@
 
 #include "core/text.h"
 
+namespace vexa {
+
 void NameValuePair::RemoveQuotes() {
   value.StripWhitespace();
   std::string_view text = value;
@@ -28,3 +30,5 @@ const String& Tag::Value(std::string_view name) const {
   const NameValuePair* pair = Find(name);
   return pair == nullptr ? kAbsent : pair->value;
 }
+
+}  // namespace vexa

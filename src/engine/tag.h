@@ -12,6 +12,8 @@
 #include "core/source_place.h"
 #include "core/string.h"
 
+namespace vexa {
+
 class ScriptParser;
 class Tag;
 
@@ -85,5 +87,7 @@ class Tag {
   std::vector<NameValuePair> attributes_;
   SourcePlace deferred_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_TAG_H_

@@ -8,6 +8,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 class TextFilter {
  public:
   virtual ~TextFilter() = default;
@@ -16,5 +18,7 @@ class TextFilter {
   // The run ended, at a tag, a line end or the end of the file: appends what was kept back.
   virtual void End(String& out) = 0;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_TEXT_FILTER_H_

@@ -10,6 +10,8 @@
 #include <emmintrin.h>
 #endif
 
+namespace vexa {
+
 // The offset at or behind `from` of the first byte of `text` that is one of `Stops`; the size of
 // `text` when there is none.
 template <char... Stops>
@@ -44,5 +46,7 @@ template <char... Stops>
     if (i >= text.size()) return std::string_view::npos;
   }
 }
+
+}  // namespace vexa
 
 #endif  // VEXA_ENGINE_TEXT_SCAN_H_

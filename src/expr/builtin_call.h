@@ -15,6 +15,8 @@
 #include "expr/expression_context.h"
 #include "vexa.h"
 
+namespace vexa {
+
 class BuiltinCall {
  public:
   // Everything is borrowed. REQUIRES: as many arguments as the function has parameters; `result`
@@ -54,5 +56,7 @@ class BuiltinCall {
 
 // A built-in function's work. False when the script must stop (the error was reported).
 using BuiltinHandler = bool (*)(const BuiltinCall& call);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTIN_CALL_H_

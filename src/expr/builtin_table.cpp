@@ -17,6 +17,8 @@
 #include "expr/builtins_text.h"
 #include "expr/builtins_time.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
@@ -151,3 +153,5 @@ const BuiltinFunction* FindBuiltin(std::string_view name) {
 }
 
 std::span<const BuiltinFunction, kBuiltinCount> Builtins() { return kBuiltins; }
+
+}  // namespace vexa

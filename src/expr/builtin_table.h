@@ -13,6 +13,8 @@
 #include "expr/builtin_call.h"
 #include "expr/expression_context.h"
 
+namespace vexa {
+
 class BuiltinFunction final : public Callable {
  public:
   // `parameters` is the list of the parameter names separated by ", ". Both texts must live as
@@ -47,5 +49,7 @@ inline constexpr size_t kBuiltinCount = 92;
 [[nodiscard]] const BuiltinFunction* FindBuiltin(std::string_view name);
 // All of them, in the order of the manual.
 [[nodiscard]] std::span<const BuiltinFunction, kBuiltinCount> Builtins();
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTIN_TABLE_H_

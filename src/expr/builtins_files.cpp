@@ -9,8 +9,11 @@
 #include <string_view>
 
 #include "core/encoding.h"
+#include "core/file.h"
 #include "core/string.h"
 #include "vexa.h"
+
+namespace vexa {
 
 namespace {
 
@@ -210,3 +213,5 @@ bool BuiltinFmode(const BuiltinCall& call) { return Mode(call, kData); }
 bool BuiltinSmode(const BuiltinCall& call) { return Mode(call, kScript); }
 bool BuiltinFsymlink(const BuiltinCall& call) { return MakeSymbolicLink(call, {kData, kData}); }
 bool BuiltinSsymlink(const BuiltinCall& call) { return MakeSymbolicLink(call, {kScript, kScript}); }
+
+}  // namespace vexa

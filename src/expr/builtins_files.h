@@ -10,6 +10,8 @@
 
 #include "expr/builtin_call.h"
 
+namespace vexa {
+
 bool BuiltinFexists(const BuiltinCall& call);
 bool BuiltinSexists(const BuiltinCall& call);
 bool BuiltinFmkdir(const BuiltinCall& call);
@@ -32,5 +34,7 @@ bool BuiltinFmode(const BuiltinCall& call);
 bool BuiltinSmode(const BuiltinCall& call);
 bool BuiltinFsymlink(const BuiltinCall& call);
 bool BuiltinSsymlink(const BuiltinCall& call);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTINS_FILES_H_

@@ -12,6 +12,8 @@
 #include "core/variables.h"
 #include "vexa.h"
 
+namespace vexa {
+
 namespace {
 
 bool Recode(const BuiltinCall& call, void (*recode)(String& text)) {
@@ -112,3 +114,5 @@ bool BuiltinSetdefaultlanguage(const BuiltinCall& call) {
   call.host().SetDefaultLanguage(call.Text(0));
   return true;
 }
+
+}  // namespace vexa

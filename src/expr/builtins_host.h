@@ -6,6 +6,8 @@
 
 #include "expr/builtin_call.h"
 
+namespace vexa {
+
 bool BuiltinEncodeattribute(const BuiltinCall& call);
 bool BuiltinDecodeattribute(const BuiltinCall& call);
 bool BuiltinEncodeentities(const BuiltinCall& call);
@@ -20,5 +22,7 @@ bool BuiltinPackageDefaultpath(const BuiltinCall& call);
 bool BuiltinPackageExtract(const BuiltinCall& call);
 bool BuiltinSetlanguage(const BuiltinCall& call);
 bool BuiltinSetdefaultlanguage(const BuiltinCall& call);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTINS_HOST_H_

@@ -7,6 +7,8 @@
 
 #include "core/number.h"
 
+namespace vexa {
+
 bool BuiltinInt(const BuiltinCall& call) { return call.ReturnInteger(call.Integer(0)); }
 
 bool BuiltinRnd(const BuiltinCall& call) {
@@ -17,3 +19,5 @@ bool BuiltinRandom(const BuiltinCall& call) {
   const int64_t maximum = call.Integer(0);
   return call.ReturnInteger(maximum < 1 ? 0 : std::rand() % (maximum + 1));
 }
+
+}  // namespace vexa

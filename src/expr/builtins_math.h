@@ -8,6 +8,8 @@
 #include "expr/builtin_call.h"
 #include "expr/math_library.h"
 
+namespace vexa {
+
 // A function that the compiler turns into a few instructions.
 template <double (*function)(double)>
 bool BuiltinPlainReal(const BuiltinCall& call) {
@@ -30,5 +32,7 @@ bool BuiltinReal2(const BuiltinCall& call) {
 bool BuiltinInt(const BuiltinCall& call);
 bool BuiltinRnd(const BuiltinCall& call);
 bool BuiltinRandom(const BuiltinCall& call);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTINS_MATH_H_

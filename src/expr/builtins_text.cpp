@@ -12,6 +12,8 @@
 #include "core/string.h"
 #include "core/text.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
@@ -123,3 +125,5 @@ bool BuiltinGettoken(const BuiltinCall& call) {
   }
   return call.Return(rest.substr(0, FindSeparator(rest, separators)));
 }
+
+}  // namespace vexa

@@ -6,6 +6,8 @@
 
 #include "expr/builtin_call.h"
 
+namespace vexa {
+
 bool BuiltinAsciivalue(const BuiltinCall& call);
 bool BuiltinAsciichar(const BuiltinCall& call);
 bool BuiltinSubstring(const BuiltinCall& call);
@@ -30,5 +32,7 @@ bool BuiltinPadl(const BuiltinCall& call);
 bool BuiltinPadr(const BuiltinCall& call);
 bool BuiltinGlosub(const BuiltinCall& call);
 bool BuiltinGettoken(const BuiltinCall& call);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTINS_TEXT_H_

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <ctime>
 
+namespace vexa {
+
 namespace {
 
 constexpr int64_t kSecondsPerHour = 3600;
@@ -86,3 +88,5 @@ bool BuiltinMktime(const BuiltinCall& call) {
   return call.ReturnInteger(days * kSecondsPerDay + hours * kSecondsPerHour +
                             int64_t{call.Integer(4)} * 60 + call.Integer(5));
 }
+
+}  // namespace vexa

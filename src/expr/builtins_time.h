@@ -6,6 +6,8 @@
 
 #include "expr/builtin_call.h"
 
+namespace vexa {
+
 bool BuiltinTimeMonth(const BuiltinCall& call);
 bool BuiltinTimeYear(const BuiltinCall& call);
 bool BuiltinTimeHour(const BuiltinCall& call);
@@ -16,5 +18,7 @@ bool BuiltinTimeDayOfMonth(const BuiltinCall& call);
 bool BuiltinTimeDayOfYear(const BuiltinCall& call);
 bool BuiltinTimezone(const BuiltinCall& call);
 bool BuiltinMktime(const BuiltinCall& call);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_BUILTINS_TIME_H_

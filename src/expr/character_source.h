@@ -8,6 +8,8 @@
 
 #include "core/source_place.h"
 
+namespace vexa {
+
 class CharacterSource {
  public:
   virtual ~CharacterSource() = default;
@@ -35,5 +37,7 @@ class TextSource final : public CharacterSource {
   std::string_view text_;
   size_t next_ = 0;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_CHARACTER_SOURCE_H_

@@ -6,6 +6,8 @@
 #include "expr/expression_reader.h"
 #include "expr/expression_tree.h"
 
+namespace vexa {
+
 Expression::Expression() = default;
 Expression::~Expression() = default;
 Expression::Expression(Expression&& other) noexcept = default;
@@ -59,3 +61,5 @@ bool Expression::IsTrue(std::string_view text) {
 }
 
 String Expression::Printed() const { return tree_ ? tree_->Printed() : String(); }
+
+}  // namespace vexa

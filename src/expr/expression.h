@@ -16,6 +16,8 @@
 #include "expr/character_source.h"
 #include "expr/expression_context.h"
 
+namespace vexa {
+
 class ExpressionTree;
 
 // How the reading of a value ended.
@@ -61,5 +63,7 @@ class Expression {
  private:
   std::unique_ptr<ExpressionTree> tree_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_EXPRESSION_H_

@@ -10,6 +10,8 @@
 #include "core/string.h"
 #include "vexa.h"
 
+namespace vexa {
+
 // What may be called from an expression: built-in functions and the script's own.
 class Callable {
  public:
@@ -40,5 +42,7 @@ class ExpressionContext {
   [[nodiscard]] virtual bool CallFunction(const Callable& function, std::span<String> arguments,
                                           String& result) = 0;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_EXPRESSION_CONTEXT_H_

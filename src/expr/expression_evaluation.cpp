@@ -19,6 +19,8 @@
 #include "core/variables.h"
 #include "expr/expression_tree.h"
 
+namespace vexa {
+
 // --- The order of evaluation -----------------------------------------------------------------
 
 void ExpressionTree::Finish() {
@@ -191,3 +193,5 @@ bool ExpressionTree::Call(const Node& node, ExpressionContext& context, Values& 
   values.texts[values.text_count++] = std::move(result);
   return true;
 }
+
+}  // namespace vexa

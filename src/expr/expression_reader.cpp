@@ -5,6 +5,8 @@
 #include "core/text.h"
 #include "expr/operators.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr std::string_view kOperatorExpected = "Expected operator, found '";
@@ -316,3 +318,5 @@ ExpressionReader::Step ExpressionReader::FailOnToken(std::string_view expected,
 ExpressionReader::Step ExpressionReader::FailOnQuote(char quote) {
   return Fail(quote == '"' ? "Unexpected &quot;" : "Unexpected '");
 }
+
+}  // namespace vexa

@@ -35,6 +35,8 @@
 #include "expr/expression_context.h"
 #include "expr/expression_tree.h"
 
+namespace vexa {
+
 class ExpressionReader {
  public:
   // Everything is borrowed for the reader's life. `tree` must be new.
@@ -89,5 +91,7 @@ class ExpressionReader {
   bool after_gap_ = false;  // white space stands between the operand and here
   std::string token_;       // the word or the text being read
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_EXPRESSION_READER_H_

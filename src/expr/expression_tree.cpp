@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace vexa {
+
 ExpressionTree::ExpressionTree() { StartTree(); }
 
 // --- Building --------------------------------------------------------------------------------
@@ -248,3 +250,5 @@ void ExpressionTree::PrintNode(NodeIndex index, String& out,
   add_text(" ");
   add_text(node.op->spelling);
 }
+
+}  // namespace vexa

@@ -33,6 +33,8 @@
 #include "expr/expression_context.h"
 #include "expr/operators.h"
 
+namespace vexa {
+
 enum class ExpressionElement : uint8_t { Group, Constant, Variable, Call, Argument, Operator };
 
 // How a constant was written.
@@ -156,5 +158,7 @@ class ExpressionTree {
   size_t most_texts_ = 0;      // how many texts an evaluation holds at most
   size_t most_functions_ = 0;  // how many calls wait for their arguments at most
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_EXPRESSION_TREE_H_

@@ -6,6 +6,8 @@
 
 #include "core/text.h"
 
+namespace vexa {
+
 namespace {
 
 enum class ItemKind {
@@ -146,3 +148,5 @@ String Format(std::string_view value, std::string_view picture) {
   }
   return result;
 }
+
+}  // namespace vexa

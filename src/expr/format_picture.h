@@ -23,6 +23,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 // The most bytes a value that is formatted may have, and the most its result gets.
 inline constexpr size_t kLongestFormatted = 512;
 
@@ -30,5 +32,7 @@ inline constexpr size_t kLongestFormatted = 512;
 // without a code at the end of the picture is ignored, and an "&" that no number and ";" follow
 // stands for itself.
 [[nodiscard]] String Format(std::string_view value, std::string_view picture);
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_FORMAT_PICTURE_H_

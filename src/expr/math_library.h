@@ -9,6 +9,8 @@
 
 #include "expr/expression_context.h"
 
+namespace vexa {
+
 // The address of the function `name` of the mathematics library. Null, after an expression error
 // was reported, when the system cannot load it.
 [[nodiscard]] void* FindMathFunction(const char* name, ExpressionContext& context);
@@ -30,5 +32,7 @@ template <MathName kName, typename... Reals>
   result = function(arguments...);
   return true;
 }
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_MATH_LIBRARY_H_

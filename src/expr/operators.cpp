@@ -17,6 +17,8 @@
 #include "expr/format_picture.h"
 #include "expr/math_library.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr std::string_view kDivideByZero = "Divide by 0";
@@ -332,3 +334,5 @@ int Compare(std::string_view a, std::string_view b) {
   int order = NumberCompare(a, b);
   return order == kNotNumbers ? a.compare(b) : order;
 }
+
+}  // namespace vexa

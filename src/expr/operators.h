@@ -14,6 +14,8 @@
 #include "core/string.h"
 #include "expr/expression_context.h"
 
+namespace vexa {
+
 // The numbers are part of the language's definition; the order of the table differs.
 enum class OperatorCode {
   Add = 0,
@@ -96,5 +98,7 @@ inline constexpr size_t kLongestOperator = 6;
 // The numeric part of it: -1, 0 or 1, or kNotNumbers when either text is not wholly a number.
 [[nodiscard]] int NumberCompare(std::string_view a, std::string_view b);
 inline constexpr int kNotNumbers = -2;
+
+}  // namespace vexa
 
 #endif  // VEXA_EXPR_OPERATORS_H_

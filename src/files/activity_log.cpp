@@ -14,6 +14,8 @@
 #include "core/number.h"
 #include "files/descriptor.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr mode_t kPermissions = 0640;  // a group may be given the right to read it
@@ -109,3 +111,5 @@ void UNIXLogFile::Write(LogLevel level, std::string_view event, std::string_view
   (void)RetryInterrupted([&] { return ::write(descriptor_, line.data(), line.size()); });
   errno = reason;
 }
+
+}  // namespace vexa

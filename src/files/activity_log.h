@@ -21,6 +21,8 @@
 #include "core/string.h"
 #include "vexa.h"
 
+namespace vexa {
+
 // Whose script a request runs.
 struct LogSubject {
   String owner;
@@ -62,5 +64,7 @@ class UNIXLogFile final : public ActivityLog {
   String identity_;  // the detail of the start
   std::chrono::steady_clock::time_point started_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_ACTIVITY_LOG_H_

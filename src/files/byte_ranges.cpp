@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+namespace vexa {
+
 void ByteRanges::Add(const ByteRange& range) {
   Remove(range);
   ranges_.push_back(range);
@@ -28,3 +30,5 @@ void ByteRanges::Remove(const ByteRange& range) {
     if (behind.start < behind.end) ranges_.push_back(behind);
   }
 }
+
+}  // namespace vexa

@@ -10,7 +10,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "vexa.h"
+#include "core/file.h"
+
+namespace vexa {
 
 // The bytes [start, end).
 struct ByteRange {
@@ -37,5 +39,7 @@ class ByteRanges {
  private:
   std::vector<ByteRange> ranges_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_BYTE_RANGES_H_

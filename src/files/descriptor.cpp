@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+namespace vexa {
+
 bool ContainsNul(const String& path) { return std::memchr(path.data(), 0, path.size()) != nullptr; }
 
 int OpenDescriptor(const char* path, int flags, mode_t permissions, struct stat& status) {
@@ -63,3 +65,5 @@ ssize_t WriteFully(int descriptor, const char* data, size_t count) {
   }
   return static_cast<ssize_t>(done);
 }
+
+}  // namespace vexa

@@ -11,6 +11,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 // Which file a descriptor or path leads to, whatever its name.
 struct FileIdentity {
   dev_t device = 0;
@@ -46,5 +48,7 @@ void CloseQuietly(int descriptor);
 [[nodiscard]] ssize_t ReadFully(int descriptor, char* buffer, size_t count);
 // Writes all `count` bytes; returns `count`, or -1 when any of them could not be written.
 [[nodiscard]] ssize_t WriteFully(int descriptor, const char* data, size_t count);
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_DESCRIPTOR_H_

@@ -13,6 +13,8 @@
 
 #include "files/descriptor.h"
 
+namespace vexa {
+
 namespace {
 
 // Reads the target of a link of any length. False when `path` is not a link.
@@ -164,3 +166,5 @@ String StripDirectory(const String& path) {
   const size_t slash = path.view().rfind('/');
   return slash == std::string_view::npos ? path : path.after(static_cast<int>(slash));
 }
+
+}  // namespace vexa

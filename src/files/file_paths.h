@@ -7,6 +7,8 @@
 
 #include "core/string.h"
 
+namespace vexa {
+
 // What FollowPath finds.
 enum FollowResult : int {
   kPathGood = 0,
@@ -31,5 +33,7 @@ inline constexpr int kMostLinkHops = 40;
 [[nodiscard]] String StripExtension(const String& path);
 // `path` behind its last "/".
 [[nodiscard]] String StripDirectory(const String& path);
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_FILE_PATHS_H_

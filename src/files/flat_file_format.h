@@ -22,6 +22,8 @@
 #include <cstddef>
 #include <string_view>
 
+namespace vexa {
+
 inline constexpr size_t kLongestDelimiter = 4096;
 
 // What is wrong with a delimiter, as a sentence; empty when nothing is.
@@ -32,5 +34,7 @@ inline constexpr size_t kLongestDelimiter = 4096;
   if (delimiter.size() > kLongestDelimiter) return "The delimiter is longer than 4096 bytes";
   return {};
 }
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_FLAT_FILE_FORMAT_H_

@@ -8,6 +8,8 @@
 
 #include "files/locked_file.h"
 
+namespace vexa {
+
 std::unique_ptr<FlatFileReader> FlatFileReader::Open(Vexa& host, const String& path,
                                                      std::string_view delimiter, String& error) {
   std::unique_ptr<File> file = OpenLocked(host, path, OpenRead, error);
@@ -115,3 +117,5 @@ FlatFileReader::FieldEnd FlatFileReader::ReadPlain(String* field) {
   }
   return FieldEnd::Record;
 }
+
+}  // namespace vexa

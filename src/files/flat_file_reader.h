@@ -12,8 +12,11 @@
 #include <span>
 #include <string_view>
 
+#include "core/file.h"
 #include "core/string.h"
 #include "vexa.h"
+
+namespace vexa {
 
 class FlatFileReader {
  public:
@@ -61,5 +64,7 @@ class FlatFileReader {
   bool failed_ = false;
   String error_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_FLAT_FILE_READER_H_

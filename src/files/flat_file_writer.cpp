@@ -8,6 +8,8 @@
 
 #include "files/locked_file.h"
 
+namespace vexa {
+
 namespace {
 
 // Whether the file ends within a line. False also when its end cannot be read.
@@ -71,3 +73,5 @@ bool FlatFileWriter::AppendTo(Vexa& host, const String& path, String& error) con
   const std::string_view before = EndsWithinLine(*file) ? "\n" : "";
   return AppendWhole(*file, String::Concat({before, record_, "\n"}), error);
 }
+
+}  // namespace vexa

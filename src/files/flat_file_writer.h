@@ -8,6 +8,8 @@
 #include "core/string.h"
 #include "vexa.h"
 
+namespace vexa {
+
 class FlatFileWriter {
  public:
   // REQUIRES: `delimiter`, which is borrowed, has no DelimiterProblem.
@@ -33,5 +35,7 @@ class FlatFileWriter {
   bool has_fields_ = false;
   int plain_start_ = -1;  // where the last field begins in the record, -1 when it is quoted
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_FLAT_FILE_WRITER_H_

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 
+namespace vexa {
+
 namespace {
 
 bool Fail(const File& file, String& error) {
@@ -73,3 +75,5 @@ bool ReadContent(File& file, String& content, String& error) {
   content.Truncate(static_cast<size_t>(got));
   return true;
 }
+
+}  // namespace vexa

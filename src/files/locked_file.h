@@ -10,8 +10,11 @@
 #include <memory>
 #include <string_view>
 
+#include "core/file.h"
 #include "core/string.h"
 #include "vexa.h"
+
+namespace vexa {
 
 // Opens `path` (a finished path) with OpenMode bits and locks all of it: exclusively when it is
 // opened for writing, else shared. Closing the file gives the lock up. Null with `error` set when
@@ -28,5 +31,7 @@
 [[nodiscard]] bool ReplaceContent(File& file, std::string_view data, String& error);
 // Reads the whole content.
 [[nodiscard]] bool ReadContent(File& file, String& content, String& error);
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_LOCKED_FILE_H_

@@ -16,6 +16,8 @@
 #include "core/number.h"
 #include "files/descriptor.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr int kTaken = 1;
@@ -177,3 +179,5 @@ int TakeNamedLock(Vexa& host, const String& lockfile, String& error) {
   NamedLock lock(host, lockfile, error);
   return lock.Take();
 }
+
+}  // namespace vexa

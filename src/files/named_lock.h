@@ -17,9 +17,13 @@
 #include "core/string.h"
 #include "vexa.h"
 
+namespace vexa {
+
 // Waits for the lock named `lockfile` until it is taken or `host` has timed out. 1 taken, 0 timed
 // out, -1 error, -2 this process holds it already; the message is then in `error`.
 // REQUIRES: no NUL in `lockfile`.
 [[nodiscard]] int TakeNamedLock(Vexa& host, const String& lockfile, String& error);
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_NAMED_LOCK_H_

@@ -11,6 +11,8 @@
 
 #include "files/descriptor.h"
 
+namespace vexa {
+
 namespace {
 
 // While it lives, a signal interrupts waiting system calls five times a second. Without it a wait
@@ -79,3 +81,5 @@ int DropRecordLock(int fd, const ByteRange& range) {
   struct flock lock = Describe(range, F_UNLCK);
   return RetryInterrupted([&] { return ::fcntl(fd, F_SETLKW, &lock); });
 }
+
+}  // namespace vexa

@@ -6,10 +6,14 @@
 #include "files/byte_ranges.h"
 #include "vexa.h"
 
+namespace vexa {
+
 // Waits for the lock `range` on the open file `fd`, at most until `host` has timed out. Returns 0,
 // or -1 with the reason in errno: EINTR when the time was up.
 [[nodiscard]] int TakeRecordLock(Vexa& host, int fd, const ByteRange& range);
 // Unlocks the bytes of `range`. Returns 0, or -1 with the reason in errno.
 [[nodiscard]] int DropRecordLock(int fd, const ByteRange& range);
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_RECORD_LOCK_H_

@@ -9,6 +9,8 @@
 #include "files/descriptor.h"
 #include "files/file_paths.h"
 
+namespace vexa {
+
 namespace {
 
 // What rules paths of one type.
@@ -97,3 +99,5 @@ const String& Sandbox::Root(PathType type) const {
   }
   return data_directory;
 }
+
+}  // namespace vexa

@@ -5,9 +5,12 @@
 #ifndef VEXA_FILES_SANDBOX_H_
 #define VEXA_FILES_SANDBOX_H_
 
+#include "core/file.h"
 #include "core/settings.h"
 #include "core/string.h"
 #include "vexa.h"
+
+namespace vexa {
 
 // The directories of a request and the settings that rule them. Everything is borrowed.
 struct Sandbox {
@@ -27,5 +30,7 @@ struct Sandbox {
   [[nodiscard]] String Candidate(const String& name, PathType type) const;
   [[nodiscard]] const String& Root(PathType type) const;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_SANDBOX_H_

@@ -11,6 +11,8 @@
 #include "files/descriptor.h"
 #include "files/unix_file_manager.h"
 
+namespace vexa {
+
 int UNIXFile::Open(const String& path, int mode) {
   Close();
   if (manager_.open(this, path, UNIXFileManager::OpenMode(mode), 0600) < 0) {
@@ -160,3 +162,5 @@ int UNIXFile::Fail(int reason) {
   errno = reason;
   return Fail();
 }
+
+}  // namespace vexa

@@ -13,9 +13,11 @@
 #include <cstdint>
 #include <list>
 
+#include "core/file.h"
 #include "core/string.h"
 #include "files/unix_file_info.h"
-#include "vexa.h"
+
+namespace vexa {
 
 class UNIXFileManager;
 
@@ -62,5 +64,7 @@ class UNIXFile final : public File {
   std::list<UNIXFileInfo>::iterator info_;
   String error_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_UNIX_FILE_H_

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 
+namespace vexa {
+
 UNIXFileInfo::UNIXFileInfo(const String& filename, int fd, int flags, const struct stat& status)
     : filename_(filename),
       fd_(fd),
@@ -51,3 +53,5 @@ int UNIXFileInfo::TakeDescriptor() {
   fd_ = -1;
   return fd;
 }
+
+}  // namespace vexa

@@ -15,6 +15,8 @@
 #include "files/byte_ranges.h"
 #include "files/descriptor.h"
 
+namespace vexa {
+
 class UNIXFile;
 
 class UNIXFileInfo {
@@ -53,5 +55,7 @@ class UNIXFileInfo {
   FileIdentity identity_;
   bool reopenable_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_UNIX_FILE_INFO_H_

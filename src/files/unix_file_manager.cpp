@@ -16,6 +16,8 @@
 #include "files/record_lock.h"
 #include "files/unix_file.h"
 
+namespace vexa {
+
 UNIXFileManager::~UNIXFileManager() {
   for (UNIXFileInfo& info : active_) info.file->Closed();
   for (UNIXFileInfo& info : inactive_) info.file->Closed();
@@ -221,3 +223,5 @@ bool UNIXFileManager::Usable(const String& path) {
   error_ = kNulMessage;
   return false;
 }
+
+}  // namespace vexa

@@ -21,11 +21,14 @@
 #include <string_view>
 #include <vector>
 
+#include "core/file.h"
 #include "core/string.h"
 #include "files/byte_ranges.h"
 #include "files/descriptor.h"
 #include "files/unix_file_info.h"
 #include "vexa.h"
+
+namespace vexa {
 
 class UNIXFile;
 
@@ -126,5 +129,7 @@ class UNIXFileManager final : public FileManager {
   std::list<UNIXFileInfo> inactive_;
   std::vector<Parked> parked_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_FILES_UNIX_FILE_MANAGER_H_

@@ -17,6 +17,8 @@
 #include "files/file_paths.h"
 #include "files/unix_file_manager.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr size_t kCopyBlock = 8192;
@@ -162,12 +164,18 @@ int UNIXFileManager::ChangeMode(const String& path, int mode) {
   return Usable(path) ? Checked(::chmod(path.c_str(), static_cast<mode_t>(mode))) : -1;
 }
 
-String UNIXFileManager::StripExtension(const String& path) const { return ::StripExtension(path); }
+String UNIXFileManager::StripExtension(const String& path) const {
+  return vexa::StripExtension(path);
+}
 
-String UNIXFileManager::StripDirectory(const String& path) const { return ::StripDirectory(path); }
+String UNIXFileManager::StripDirectory(const String& path) const {
+  return vexa::StripDirectory(path);
+}
 
-uid_t UNIXFileManager::GetOwnerUID(const String& path) const { return ::GetOwnerUID(path); }
+uid_t UNIXFileManager::GetOwnerUID(const String& path) const { return vexa::GetOwnerUID(path); }
 
 int UNIXFileManager::FollowPath(String& path, int allow_links, int allow_other_owner) const {
-  return ::FollowPath(path, allow_links, allow_other_owner);
+  return vexa::FollowPath(path, allow_links, allow_other_owner);
 }
+
+}  // namespace vexa

@@ -13,13 +13,14 @@
 #include <span>
 #include <string>
 
+#include "core/byte_order.h"
 #include "memory_files.h"
-#include "xbase/byte_order.h"
-#include "xbase/index_builder.h"
-#include "xbase/table_check.h"
-#include "xbase/xbase_index.h"
-#include "xbase/xbase_table.h"
+#include "xbase/check/table_check.h"
+#include "xbase/index/index_builder.h"
+#include "xbase/index/xbase_index.h"
+#include "xbase/table/xbase_table.h"
 
+namespace vexa {
 namespace {
 
 constexpr char kTable[] = "t.dbf";
@@ -173,3 +174,5 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   }
   std::exit(0);
 }
+
+}  // namespace vexa

@@ -19,11 +19,12 @@
 
 #include "fake_host.h"
 #include "files/unix_file_manager.h"
-#include "xbase/index_builder.h"
-#include "xbase/table_check.h"
-#include "xbase/xbase_index.h"
-#include "xbase/xbase_table.h"
+#include "xbase/check/table_check.h"
+#include "xbase/index/index_builder.h"
+#include "xbase/index/xbase_index.h"
+#include "xbase/table/xbase_table.h"
 
+namespace vexa {
 namespace {
 
 std::string FromHex(const std::string& hex) {
@@ -162,5 +163,8 @@ int Run(const std::vector<std::string>& words) {
 }
 
 }  // namespace
+}  // namespace vexa
 
-int main(int argc, char** argv) { return Run(std::vector<std::string>(argv + 1, argv + argc)); }
+int main(int argc, char** argv) {
+  return vexa::Run(std::vector<std::string>(argv + 1, argv + argc));
+}

@@ -22,6 +22,8 @@
 #include "expr/builtin_table.h"
 #include "fake_host.h"
 
+namespace vexa {
+
 namespace {
 
 // A script that only lends its host and collects what is reported.
@@ -285,3 +287,5 @@ TEST_F(BuiltinsTest, ARefusedPathIsReportedWithoutTouchingAFile) {
 }
 
 }  // namespace
+
+}  // namespace vexa

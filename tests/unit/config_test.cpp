@@ -1,8 +1,10 @@
 // Settings by name: what a value must look like.
 
-#include "cgi/config.h"
+#include "config/config.h"
 
 #include <gtest/gtest.h>
+
+namespace vexa {
 
 namespace {
 
@@ -39,3 +41,5 @@ TEST(ConfigTest, AnEmptyEntryAllowsTheEmptyExtension) {
 }
 
 }  // namespace
+
+}  // namespace vexa

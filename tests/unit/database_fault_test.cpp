@@ -16,8 +16,10 @@
 #include "engine/module.h"
 #include "fake_host.h"
 #include "table_fixture.h"
-#include "xbase/xbase_database.h"
-#include "xbase/xbase_database_view.h"
+#include "xbase/database/xbase_database.h"
+#include "xbase/database/xbase_database_view.h"
+
+namespace vexa {
 
 namespace {
 
@@ -27,7 +29,7 @@ class DatabaseFaults : public TableFixture {
   static constexpr int kPeople = 8;
 
   DatabaseFaults() : variables_(host_), module_(SetUpHost()) {
-    host_.SetCurrentModule(&module_);
+    host_.expressions = &module_.scriptparser();
     XBaseDatabase people(host_, "people");
     EXPECT_EQ(people.Create("people.dbf", "NAME CHAR(10), AGE NUMBER(3), NOTE MEMO"), 1);
     EXPECT_EQ(people.CreateIndex("name.vxx", "NAME", ""), 1);
@@ -216,3 +218,5 @@ TEST_F(DatabaseFaults, APackIsDoneOrNotAndNoIndexNamesWrongRecords) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -8,6 +8,8 @@
 #include "expr/expression.h"
 #include "fake_expression_context.h"
 
+namespace vexa {
+
 namespace {
 
 class ExpressionEvaluationTest : public testing::Test {
@@ -172,3 +174,5 @@ TEST_F(ExpressionEvaluationTest, TellsTruth) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -10,6 +10,8 @@
 #include "expr/expression.h"
 #include "fake_expression_context.h"
 
+namespace vexa {
+
 namespace {
 
 constexpr int kMany = 100000;
@@ -134,3 +136,5 @@ TEST_F(ExpressionLimitsTest, SurvivesRandomChanges) {
 }
 
 }  // namespace
+
+}  // namespace vexa

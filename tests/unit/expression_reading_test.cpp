@@ -9,6 +9,8 @@
 #include "expr/expression.h"
 #include "fake_expression_context.h"
 
+namespace vexa {
+
 namespace {
 
 struct Case {
@@ -309,3 +311,5 @@ TEST_F(ExpressionReadingTest, ReplacesWhatItHeld) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -17,6 +17,8 @@
 #include "expr/expression_context.h"
 #include "fake_host.h"
 
+namespace vexa {
+
 class FakeExpressionContext final : public ExpressionContext {
  public:
   // What a function does: false makes the call fail.
@@ -85,5 +87,7 @@ class FakeExpressionContext final : public ExpressionContext {
   };
   std::map<std::string, Function> functions_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_TESTS_UNIT_FAKE_EXPRESSION_CONTEXT_H_

@@ -15,8 +15,12 @@
 #include <utility>
 #include <vector>
 
+#include "core/file.h"
 #include "core/text.h"
+#include "database.h"
 #include "vexa.h"
+
+namespace vexa {
 
 // Keeps what is written to the activity log, one "EVENT detail" a line.
 class FakeLog final : public ActivityLog {
@@ -30,12 +34,13 @@ class FakeLog final : public ActivityLog {
   std::vector<std::string> lines;
 };
 
-class FakeHost final : public Vexa {
+class FakeHost final : public Vexa, public FieldSource {
  public:
   // What the host hands out. Pointers are borrowed; asking for one that is null ends the test.
   Settings settings;
   FileManager* files = nullptr;
   Variables* variables = nullptr;
+  ExpressionContext* expressions = nullptr;
   FakeLog log;
   StringOutput page;
 
@@ -86,7 +91,7 @@ class FakeHost final : public Vexa {
     return 1;
   }
 
-  void Error(const ::Error& error) override { errors.emplace_back(error.message().view()); }
+  void Error(const vexa::Error& error) override { errors.emplace_back(error.message().view()); }
   void Error(const String& text) override { errors.emplace_back(text.view()); }
 
   const String& language() const override { return language_; }
@@ -127,6 +132,16 @@ class FakeHost final : public Vexa {
     message = no_module;
     return nullptr;
   }
+  Variable* FindField(std::string_view field, std::string_view database) override {
+    for (const auto& open : databases_) {
+      if (!database.empty() && !EqualsIgnoreCase(open->name(), database)) continue;
+      for (DatabaseView* view : open->views()) {
+        if (Variable* variable = view->FindVariable(field)) return variable;
+      }
+    }
+    return nullptr;
+  }
+  ExpressionContext& expressioncontext() override { return Given(expressions, "expressions"); }
   Module* currentmodule() override { return module_; }
   void SetCurrentModule(Module* module) override { module_ = module; }
 
@@ -150,5 +165,7 @@ class FakeHost final : public Vexa {
   Module* module_ = nullptr;
   std::vector<PackageInfo> packages_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_TESTS_UNIT_FAKE_HOST_H_

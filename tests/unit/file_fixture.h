@@ -24,6 +24,8 @@
 #include "fake_host.h"
 #include "files/unix_file_manager.h"
 
+namespace vexa {
+
 class FileFixture : public ::testing::Test {
  protected:
   FileFixture() {
@@ -134,5 +136,7 @@ class FileFixture : public ::testing::Test {
   std::string directory_;
   pid_t killer_ = -1;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_TESTS_UNIT_FILE_FIXTURE_H_

@@ -7,6 +7,8 @@
 
 #include "file_fixture.h"
 
+namespace vexa {
+
 namespace {
 
 class FileLockTest : public FileFixture {
@@ -195,3 +197,5 @@ TEST_F(FileLockTest, ScratchFileOfAKilledProcessIsNoHindrance) {
 }
 
 }  // namespace
+
+}  // namespace vexa

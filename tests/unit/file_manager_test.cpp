@@ -6,6 +6,8 @@
 
 #include "file_fixture.h"
 
+namespace vexa {
+
 namespace {
 
 class FileManagerTest : public FileFixture {};
@@ -376,3 +378,5 @@ TEST_F(FileManagerTest, FilesFailCleanlyOnceTheirManagerIsGone) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -6,6 +6,8 @@
 #include "files/file_paths.h"
 #include "files/sandbox.h"
 
+namespace vexa {
+
 namespace {
 
 class FileSandboxTest : public FileFixture {
@@ -272,3 +274,5 @@ TEST_F(FileSandboxTest, NameHelpers) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -15,6 +15,8 @@
 #include "files/flat_file_writer.h"
 #include "files/locked_file.h"
 
+namespace vexa {
+
 namespace {
 
 using Record = std::vector<std::string>;
@@ -259,3 +261,5 @@ TEST_F(FlatFileTest, WaitingForALockEndsWithTheTime) {
 }
 
 }  // namespace
+
+}  // namespace vexa

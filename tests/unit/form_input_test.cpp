@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "cgi/body_reader.h"
-#include "cgi/cgi_vexa.h"
-#include "cgi/cookie.h"
-#include "cgi/part_header.h"
+#include "host/cgi_vexa.h"
+#include "request/body_reader.h"
+#include "request/cookie.h"
+#include "request/part_header.h"
+
+namespace vexa {
 
 namespace {
 
@@ -148,3 +150,5 @@ TEST(CookieTest, TheCookieLastsAYear) {
 }
 
 }  // namespace
+
+}  // namespace vexa

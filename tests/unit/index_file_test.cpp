@@ -6,7 +6,9 @@
 
 #include "index_model.h"
 #include "table_fixture.h"
-#include "xbase/index_builder.h"
+#include "xbase/index/index_builder.h"
+
+namespace vexa {
 
 namespace {
 
@@ -662,3 +664,5 @@ TEST_F(DyingProcess, FailedLocksAndChecksLeaveNothingLocked) {
 }
 
 }  // namespace
+
+}  // namespace vexa

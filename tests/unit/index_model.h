@@ -12,8 +12,10 @@
 #include <string_view>
 #include <vector>
 
-#include "xbase/byte_order.h"
-#include "xbase/index_header.h"
+#include "core/byte_order.h"
+#include "xbase/index/index_header.h"
+
+namespace vexa {
 
 class IndexModel {
  public:
@@ -128,5 +130,7 @@ class TreeWalker {
   size_t leaf_depth_ = SIZE_MAX;
   TreeWalk walk_;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_TESTS_UNIT_INDEX_MODEL_H_

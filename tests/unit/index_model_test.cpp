@@ -10,8 +10,10 @@
 
 #include "index_model.h"
 #include "memory_files.h"
-#include "xbase/index_builder.h"
-#include "xbase/index_file.h"
+#include "xbase/index/index_builder.h"
+#include "xbase/index/index_file.h"
+
+namespace vexa {
 
 namespace {
 
@@ -277,3 +279,5 @@ INSTANTIATE_TEST_SUITE_P(Trees, IndexModelTest, ::testing::ValuesIn(Cases()), []
 });
 
 }  // namespace
+
+}  // namespace vexa

@@ -15,7 +15,9 @@
 #include <utility>
 #include <vector>
 
-#include "vexa.h"
+#include "core/file.h"
+
+namespace vexa {
 
 class MemoryFiles final : public FileManager {
  public:
@@ -214,5 +216,7 @@ class MemoryFiles final : public FileManager {
   int locks_ = 0;
   bool break_replaced_ = false;
 };
+
+}  // namespace vexa
 
 #endif  // VEXA_TESTS_UNIT_MEMORY_FILES_H_

@@ -10,6 +10,8 @@
 #include "expr/format_picture.h"
 #include "fake_expression_context.h"
 
+namespace vexa {
+
 namespace {
 
 struct Case {
@@ -220,3 +222,5 @@ TEST(OperatorsTest, AreFoundInAnyLetterCase) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -11,6 +11,8 @@
 #include "engine/module.h"
 #include "file_fixture.h"
 
+namespace vexa {
+
 namespace {
 
 // Together they use every way of reading: text runs, comments, attributes over lines, bodies,
@@ -103,3 +105,5 @@ TEST_F(ScriptSourceTest, DamagedScriptsEndAndReadTheSameInAnyBlocks) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -11,6 +11,8 @@
 #include "core/encoding.h"
 #include "core/number.h"
 
+namespace vexa {
+
 namespace {
 
 std::vector<std::string> Split(const char* text, const char* separator, int max) {
@@ -198,3 +200,5 @@ TEST(EncodingTest, Entities) {
 }
 
 }  // namespace
+
+}  // namespace vexa

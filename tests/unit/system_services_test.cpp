@@ -5,8 +5,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "cgi/cgi_vexa.h"
-#include "cgi/http_status.h"
+#include "host/cgi_vexa.h"
+#include "request/http_status.h"
+
+namespace vexa {
 
 namespace {
 
@@ -70,3 +72,5 @@ TEST_F(SystemServicesTest, UnknownStatusCodesHaveNoText) {
 }
 
 }  // namespace
+
+}  // namespace vexa

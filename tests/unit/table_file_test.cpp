@@ -3,8 +3,10 @@
 #include <ctime>
 #include <random>
 
+#include "core/byte_order.h"
 #include "table_fixture.h"
-#include "xbase/byte_order.h"
+
+namespace vexa {
 
 namespace {
 
@@ -385,3 +387,5 @@ TEST_F(TableFile, EveryFailingOperationIsReportedAndLosesNothing) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "memory_files.h"
-#include "xbase/table_check.h"
-#include "xbase/xbase_index.h"
-#include "xbase/xbase_table.h"
+#include "xbase/check/table_check.h"
+#include "xbase/index/xbase_index.h"
+#include "xbase/table/xbase_table.h"
+
+namespace vexa {
 
 class TableFixture : public ::testing::Test {
  protected:
@@ -70,5 +72,7 @@ inline std::string Walk(ZDXIndexFile& index) {
   }
   return walk;
 }
+
+}  // namespace vexa
 
 #endif  // VEXA_TESTS_UNIT_TABLE_FIXTURE_H_

@@ -2,6 +2,8 @@
 
 #include "table_fixture.h"
 
+namespace vexa {
+
 namespace {
 
 class TablePack : public TableFixture {
@@ -201,3 +203,5 @@ TEST_F(TablePack, ATextThatWentWithTheOldFileIsNotWrittenAsEmpty) {
 }
 
 }  // namespace
+
+}  // namespace vexa

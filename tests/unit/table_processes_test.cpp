@@ -11,10 +11,12 @@
 #include <random>
 
 #include "file_fixture.h"
-#include "xbase/index_builder.h"
-#include "xbase/table_check.h"
-#include "xbase/xbase_index.h"
-#include "xbase/xbase_table.h"
+#include "xbase/check/table_check.h"
+#include "xbase/index/index_builder.h"
+#include "xbase/index/xbase_index.h"
+#include "xbase/table/xbase_table.h"
+
+namespace vexa {
 
 namespace {
 
@@ -292,3 +294,5 @@ TEST_F(TableProcesses, KilledAtRandomWhileWriting) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -9,10 +9,12 @@
 #include <random>
 #include <string>
 
-#include "core/dynamic_variables.h"
 #include "core/output.h"
 #include "core/text.h"
 #include "fake_host.h"
+#include "host/dynamic_variables.h"
+
+namespace vexa {
 
 namespace {
 
@@ -148,3 +150,5 @@ TEST(OutputTest, WritesFullBuffers) {
 }
 
 }  // namespace
+
+}  // namespace vexa

@@ -1,0 +1,127 @@
+// Config: the table of the settings' names, and the forms a value may have.
+
+#include "config/config.h"
+
+#include <algorithm>
+
+#include "core/number.h"
+#include "core/text.h"
+
+namespace vexa {
+
+namespace {
+
+enum class SettingType { Text = 0, Integer = 1, Boolean = 2 };
+
+struct SettingName {
+  constexpr SettingName(std::string_view name, String Settings::*field)
+      : key(name), type(SettingType::Text), text(field), number(nullptr) {}
+  constexpr SettingName(std::string_view name, int Settings::*field,
+                        SettingType value_type = SettingType::Integer)
+      : key(name), type(value_type), text(nullptr), number(field) {}
+
+  std::string_view key;
+  SettingType type;
+  String Settings::*text;  // the field of a Text setting
+  int Settings::*number;   // the field of any other
+};
+
+constexpr SettingName kSettingNames[] = {
+    {"quorbelroot", &Settings::quorbelroot},
+    {"vexaroot", &Settings::quorbelroot},
+    {"teskroot", &Settings::quorbelroot},
+    {"userdir", &Settings::userdir},
+    {"usersitevars", &Settings::usersitevars},
+    {"authfile", &Settings::authfile},
+    {"authuserdir", &Settings::authuserdir},
+    {"stdmodedatadir", &Settings::stdmodedatadir},
+    {"quorbeldefault", &Settings::quorbeldefault},
+    {"vexadefault", &Settings::quorbeldefault},
+    {"teskdefault", &Settings::quorbeldefault},
+    {"sitevars", &Settings::sitevars},
+    {"commercedir", &Settings::commercedir},
+    {"path", &Settings::path},
+    {"tempdir", &Settings::tempdir},
+    {"loglevel", &Settings::loglevel},
+    {"securityoptions", &Settings::securityoptions},
+    {"workdir", &Settings::workdir},
+    {"logfile", &Settings::logfile},
+    {"globaltimeout", &Settings::globaltimeout},
+    {"mailtimeout", &Settings::mailtimeout},
+    {"calltimeout", &Settings::calltimeout},
+    {"serveradmin", &Settings::serveradmin},
+    {"usecookies", &Settings::usecookies, SettingType::Boolean},
+    {"nice", &Settings::nice},
+    {"maxcpu", &Settings::maxcpu},
+    {"maxdata", &Settings::maxdata},
+    {"maxstack", &Settings::maxstack},
+    {"maxfunctiondepth", &Settings::maxfunctiondepth},
+    {"importbuffersize", &Settings::importbuffersize},
+    {"templatebuffersize", &Settings::templatebuffersize},
+    {"callbuffersize", &Settings::callbuffersize},
+    {"smtpbuffersize", &Settings::smtpbuffersize},
+    {"contentbuffersize", &Settings::contentbuffersize},
+    {"outputbuffersize", &Settings::outputbuffersize},
+    {"virtualhostvariable", &Settings::virtualhostvariable},
+    {"dnslookup", &Settings::dnslookup, SettingType::Boolean},
+    {"redirectonly", &Settings::redirectonly, SettingType::Boolean},
+    {"serveruserid", &Settings::serveruserid},
+    {"validextensions", &Settings::validextensions},
+    {"packages", &Settings::packages},
+    {"maxfiles", &Settings::maxfiles},
+    {"lockexpiration", &Settings::lockexpiration},
+    {"lockhostname", &Settings::lockhostname},
+};
+
+// An optional minus sign, then nothing but digits. The empty value is one and reads as 0.
+bool IsInteger(std::string_view value) {
+  if (!value.empty() && value.front() == '-') value.remove_prefix(1);
+  return std::all_of(value.begin(), value.end(), IsDigit);
+}
+
+// 1 or 0 for the words that mean so, -1 for all others.
+int BooleanValue(std::string_view value) {
+  for (std::string_view word : {"on", "yes", "true", "1"}) {
+    if (EqualsIgnoreCase(value, word)) return 1;
+  }
+  for (std::string_view word : {"off", "no", "false", "0"}) {
+    if (EqualsIgnoreCase(value, word)) return 0;
+  }
+  return -1;
+}
+
+}  // namespace
+
+int Config::SetConfigValue(std::string_view key, const String& value) {
+  const SettingName* setting =
+      std::find_if(std::begin(kSettingNames), std::end(kSettingNames),
+                   [key](const SettingName& name) { return EqualsIgnoreCase(name.key, key); });
+  if (setting == std::end(kSettingNames)) return 0;
+  switch (setting->type) {
+    case SettingType::Text:
+      settings_.*setting->text = value;
+      return 0;
+    case SettingType::Integer:
+      if (!IsInteger(value)) return 1;
+      settings_.*setting->number = ReadInteger(value);
+      return 0;
+    case SettingType::Boolean:
+      break;
+  }
+  int flag = BooleanValue(value);
+  if (flag < 0) return 1;
+  settings_.*setting->number = flag;
+  return 0;
+}
+
+bool Config::IsValidExtension(std::string_view extension) const {
+  if (settings_.validextensions.empty()) return true;
+  for (PieceReader pieces(settings_.validextensions, ","); pieces.Next();) {
+    std::string_view entry = Stripped(pieces.piece());
+    if (!entry.empty() && entry.front() == '.') entry.remove_prefix(1);
+    if (EqualsIgnoreCase(entry, extension)) return true;
+  }
+  return false;
+}
+
+}  // namespace vexa

@@ -1,0 +1,36 @@
+// Config: the settings of the site, set by name. The table of the names is constant data; several
+// names may stand for one setting.
+
+#ifndef VEXA_CONFIG_CONFIG_H_
+#define VEXA_CONFIG_CONFIG_H_
+
+#include <string_view>
+
+#include "core/settings.h"
+#include "core/string.h"
+
+namespace vexa {
+
+class Config {
+ public:
+  Config() = default;
+  virtual ~Config() = default;
+  Config(const Config&) = delete;
+  Config& operator=(const Config&) = delete;
+
+  [[nodiscard]] const Settings& settings() const { return settings_; }
+
+  // Sets one setting; `key` in any letter case. Returns 0 when that was done or the key is
+  // unknown, 1 when the value does not suit the key's type; the setting is then unchanged.
+  [[nodiscard]] virtual int SetConfigValue(std::string_view key, const String& value);
+
+  // Whether scripts with that extension (without its point) may run.
+  [[nodiscard]] bool IsValidExtension(std::string_view extension) const;
+
+ protected:
+  Settings settings_;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_CONFIG_CONFIG_H_

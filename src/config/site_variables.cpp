@@ -1,0 +1,79 @@
+// SiteVarsParser: the lines of a site-variables file. Carriage returns are dropped; a backslash
+// works as in the configuration file: before "#", "<", a line end or a backslash it keeps that
+// character in the text, elsewhere it stays. Lines that begin with "#" are comments.
+
+#include "config/site_variables.h"
+
+#include "core/buffer.h"
+#include "core/error.h"
+#include "core/text.h"
+#include "host/host.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr int kSiteVariablesBuffer = 8192;
+
+class SiteVarsParser {
+ public:
+  SiteVarsParser(HostBase& host, Buffer& source) : host_(host), source_(source) {}
+
+  void Parse() {
+    while (GetNextLine()) {
+      if (!comment_) ProcessLine(text_);
+    }
+  }
+
+ private:
+  // Reads one line; false at the end of the file.
+  bool GetNextLine() {
+    text_.clear();
+    int c = GetChar();
+    if (c == -1) return false;
+    comment_ = c == '#';
+    for (; c != -1 && c != '\n'; c = GetChar()) {
+      if (c == '\\') {
+        c = GetChar();
+        if (c != '#' && c != '<' && c != '\\' && c != '\n') text_.Accumulate('\\');
+        if (c == -1) break;
+      }
+      text_.Accumulate(static_cast<char>(c));
+    }
+    return true;
+  }
+
+  int GetChar() {
+    int c = source_.GetNextChar();
+    while (c == '\r') c = source_.GetNextChar();
+    return c;
+  }
+
+  // The spaces around a value belong to it, those around a name do not.
+  void ProcessLine(std::string_view line) {
+    size_t equals = line.find('=');
+    std::string_view name = Stripped(line.substr(0, equals));
+    if (name.empty()) return;
+    host_.AddSiteVariable(name, String(equals == line.npos ? "" : line.substr(equals + 1)));
+  }
+
+  HostBase& host_;
+  Buffer& source_;
+  String text_;
+  bool comment_ = false;
+};
+
+}  // namespace
+
+int ReadSiteVarsFile(HostBase& host, const String& path, MissingFile missing) {
+  Buffer file(host.filemanager(), kSiteVariablesBuffer);
+  if (!file.Open(path, path)) {
+    if (missing == MissingFile::IsEmpty) return 0;
+    host.Error(ConfigurationError(host.config(), "Error opening sitevars file"));
+    return 1;
+  }
+  SiteVarsParser(host, file).Parse();
+  return 0;
+}
+
+}  // namespace vexa

@@ -1,0 +1,20 @@
+// The site-variables files: lines of a name, "=" and a value, each of which becomes a variable of
+// every script.
+
+#ifndef VEXA_CONFIG_SITE_VARIABLES_H_
+#define VEXA_CONFIG_SITE_VARIABLES_H_
+
+#include "core/string.h"
+
+namespace vexa {
+
+class HostBase;
+
+enum class MissingFile { IsEmpty, IsError };
+
+// Defines every variable of the file at `path`. Returns 0, or 1 after the error was shown.
+[[nodiscard]] int ReadSiteVarsFile(HostBase& host, const String& path, MissingFile missing);
+
+}  // namespace vexa
+
+#endif  // VEXA_CONFIG_SITE_VARIABLES_H_

@@ -1,0 +1,136 @@
+// UNIXConfig: reading and checking the configuration; macros; content types.
+
+#include "config/unix_config.h"
+
+#include <unistd.h>
+
+#include <climits>
+#include <memory>
+
+#include "config/config_parser.h"
+#include "config/site_variables.h"
+#include "core/buffer.h"
+#include "core/error.h"
+#include "core/text.h"
+#include "core/variables.h"
+#include "host/host.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr int kConfigurationBuffer = 8192;
+
+String WorkingDirectory() {
+  char directory[PATH_MAX];
+  return getcwd(directory, sizeof directory) == nullptr ? String() : String(directory);
+}
+
+String MachineName() {
+  char name[255];
+  if (gethostname(name, sizeof name) != 0) return {};
+  name[sizeof name - 1] = '\0';  // A name that was cut may lack its end.
+  return String(name);
+}
+
+}  // namespace
+
+UNIXConfig::UNIXConfig(HostBase& host, ServerSafeMode mode)
+    : host_(host), mode_(mode), workdir_(WorkingDirectory()) {
+  settings_.stdmodedatadir = workdir_;
+  settings_.path = workdir_;
+  settings_.lockhostname = MachineName();
+}
+
+int UNIXConfig::ReadConfiguration(const String& path) {
+  Buffer file(host_.filemanager(), kConfigurationBuffer);
+  if (!file.Open(path, path)) {
+    host_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
+    return 1;
+  }
+  UNIXConfigParser parser(host_, *this, file);
+  if (parser.Parse() != 0) return 1;
+  if (virtualhost_.empty()) {
+    virtualhost_ = host_.vars().GetSystemVariableValue(settings_.virtualhostvariable);
+  }
+  return 0;
+}
+
+int UNIXConfig::ValidateConfiguration() {
+  if (settings_.quorbelroot.empty()) {
+    host_.Error(ConfigurationError(settings_, "vexaroot is not defined"));
+    return 1;
+  }
+  settings_.quorbelroot = Absolute(settings_.quorbelroot);
+  if (serversafemode() && settings_.authfile.empty() && settings_.authuserdir.empty()) {
+    host_.Error(ConfigurationError(settings_,
+                                   "Vexa is running in server safe mode but no authfile or "
+                                   "authuserdir are defined"));
+    return 1;
+  }
+  if (!settings_.stdmodedatadir.empty()) {
+    settings_.stdmodedatadir = Absolute(settings_.stdmodedatadir);
+  }
+  return 0;
+}
+
+// `path` below the working directory unless it begins at the root.
+String UNIXConfig::Absolute(std::string_view path) const {
+  return path.front() == '/' ? String(path) : String::Concat({workdir_, "/", path});
+}
+
+int UNIXConfig::ReadSiteVars() {
+  if (settings_.sitevars.empty()) return 0;
+  return ReadSiteVarsFile(host_, settings_.sitevars, MissingFile::IsError);
+}
+
+int UNIXConfig::ReadUserSiteVars() {
+  if (settings_.usersitevars.empty()) return 0;
+  String path, message;
+  if (host_.ResolvePath(settings_.usersitevars, path, PathType::DataPath, message) == 0) {
+    host_.Error(ConfigurationError(settings_, message));
+    return 1;
+  }
+  return ReadSiteVarsFile(host_, path, MissingFile::IsEmpty);
+}
+
+int UNIXConfig::ReadAuthFile() {
+  host_.Error(ConfigurationError(settings_, "authfile is not supported by this build"));
+  return 1;
+}
+
+int UNIXConfig::SetConfigValue(std::string_view key, const String& value) {
+  return Config::SetConfigValue(key, ProcessMacros(value));
+}
+
+// "&[NAME]" becomes the value of an environment variable. Every "&" begins a macro, on purpose:
+// the byte behind it is dropped whatever it is, and a missing "]" ends the macro with the value.
+String UNIXConfig::ProcessMacros(std::string_view value) const {
+  String result;
+  while (!value.empty()) {
+    size_t ampersand = value.find('&');
+    result.cat(value.substr(0, ampersand));
+    if (ampersand == value.npos) break;
+    value.remove_prefix(ampersand + 1);
+    if (!value.empty()) value.remove_prefix(1);
+    size_t bracket = value.find(']');
+    result.cat(host_.environment().Value(Stripped(value.substr(0, bracket))));
+    value.remove_prefix(bracket == value.npos ? value.size() : bracket + 1);
+  }
+  return result;
+}
+
+void UNIXConfig::AddContentType(std::string_view extensions, const String& type) {
+  for (PieceReader pieces(extensions, ","); pieces.Next();) {
+    std::string_view extension = Stripped(pieces.piece());
+    if (!extension.empty() && extension.front() == '.') extension.remove_prefix(1);
+    content_types_.Insert(std::make_unique<MimeType>(String(extension), type));
+  }
+}
+
+const String& UNIXConfig::GetContentType(std::string_view extension) {
+  const MimeType* type = content_types_.Find(extension);
+  return type == nullptr ? defaultmimetype_ : type->type();
+}
+
+}  // namespace vexa

@@ -1,0 +1,79 @@
+// UNIXConfig: the settings of one request as the configuration file gives them, with what the
+// machine adds: working directory, host name, and the table from extensions to content types.
+//
+// The configuration readers return 0 for success and non-zero for failure, after the error was
+// shown; so it is throughout the configuration, the reverse of the request phases.
+
+#ifndef VEXA_CONFIG_UNIX_CONFIG_H_
+#define VEXA_CONFIG_UNIX_CONFIG_H_
+
+#include <string_view>
+#include <utility>
+
+#include "config/config.h"
+#include "core/splay_tree.h"
+#include "core/string.h"
+
+namespace vexa {
+
+class HostBase;
+
+// The content type of the scripts with one extension.
+class MimeType {
+ public:
+  MimeType(String extension, String type)
+      : extension_(std::move(extension)), type_(std::move(type)) {}
+  [[nodiscard]] std::string_view name() const { return extension_; }
+  [[nodiscard]] const String& type() const { return type_; }
+
+ private:
+  String extension_;
+  String type_;
+};
+
+// Whether the program runs with the identity of root by its set-user-ID bit.
+enum class ServerSafeMode { Off, On };
+
+class UNIXConfig final : public Config {
+ public:
+  // `host` is where errors go and where values of the request come from; borrowed.
+  UNIXConfig(HostBase& host, ServerSafeMode mode);
+
+  // Reads the file at `path`. The settings read before an error keep their values.
+  [[nodiscard]] int ReadConfiguration(const String& path);
+  // Checks what must be set and makes relative directories absolute.
+  [[nodiscard]] int ValidateConfiguration();
+  // Defines the variables of the site, and those of the user's data directory.
+  [[nodiscard]] int ReadSiteVars();
+  [[nodiscard]] int ReadUserSiteVars();
+  // Authorization databases are not supported: always fails.
+  [[nodiscard]] int ReadAuthFile();
+
+  // Replaces macros in `value`, then sets as the base does.
+  [[nodiscard]] int SetConfigValue(std::string_view key, const String& value) override;
+
+  // Gives every extension of a comma-separated list a content type, in place of any former one.
+  void AddContentType(std::string_view extensions, const String& type);
+  void SetDefaultMimeType(const String& type) { defaultmimetype_ = type; }
+  // The content type of an extension, in any letter case; the default one when it has none.
+  [[nodiscard]] const String& GetContentType(std::string_view extension);
+
+  [[nodiscard]] const String& virtualhost() const { return virtualhost_; }
+  [[nodiscard]] const String& defaultmimetype() const { return defaultmimetype_; }
+  [[nodiscard]] bool serversafemode() const { return mode_ == ServerSafeMode::On; }
+
+ private:
+  [[nodiscard]] String ProcessMacros(std::string_view value) const;
+  [[nodiscard]] String Absolute(std::string_view path) const;
+
+  HostBase& host_;
+  ServerSafeMode mode_;
+  String virtualhost_;
+  String workdir_;  // the working directory at construction
+  String defaultmimetype_ = "text/html";
+  SplayTree<MimeType> content_types_;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_CONFIG_UNIX_CONFIG_H_

@@ -1,0 +1,109 @@
+// File and FileManager: what everybody above the core knows of files. The file services of a
+// request implement them; tests put files in memory behind them.
+
+#ifndef VEXA_CORE_FILE_H_
+#define VEXA_CORE_FILE_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "core/string.h"
+
+namespace vexa {
+
+// Bits of the mode a file is opened with.
+enum OpenMode : int {
+  OpenRead = 1,
+  OpenWrite = 2,
+  OpenCreate = 4,
+  OpenTruncate = 8,
+  OpenAppend = 16,
+  OpenExclusive = 32,
+};
+
+enum class FileLockType { Shared = 0, Exclusive = 1 };
+
+// An open file, made by FileManager::Open. Its descriptor may be closed and reopened behind the
+// scenes to keep the handle budget; offsets and sizes are in bytes. Operations return a negative
+// value on failure, with the message in error(). Destroying a File closes it; that must happen
+// before its manager is destroyed.
+class File {
+ public:
+  virtual ~File() = default;
+  // Up to `count` bytes into `buffer`; returns the number read, 0 at the end of the file.
+  [[nodiscard]] virtual int Read(char* buffer, int count) = 0;
+  [[nodiscard]] virtual int Write(const char* data, int count) = 0;
+  // Moves to `offset` from the start; returns the new offset.
+  [[nodiscard]] virtual int64_t Seek(int64_t offset) = 0;
+  [[nodiscard]] virtual int64_t Tell() = 0;
+  [[nodiscard]] virtual int64_t Length() = 0;
+  // Waits for a record lock on `length` bytes from `start` (length 0: to the end of the file).
+  // Returns 0, or a negative value.
+  [[nodiscard]] virtual int Lock(FileLockType type, int64_t start, int64_t length) = 0;
+  virtual int Release(int64_t start, int64_t length) = 0;
+  // Reads or writes at `offset` without moving the file's own offset: one system call each.
+  // Return as Read and Write do.
+  [[nodiscard]] virtual int ReadAt(int64_t offset, char* buffer, int count) = 0;
+  [[nodiscard]] virtual int WriteAt(int64_t offset, const char* data, int count) = 0;
+  // Cuts or extends the file to `length` bytes. Returns 0, or a negative value.
+  [[nodiscard]] virtual int Truncate(int64_t length) = 0;
+  // Waits until what was written is on the disk. Returns 0, or a negative value.
+  [[nodiscard]] virtual int Sync() = 0;
+  // Sets the times of this very file to now, also when its path names another one meanwhile.
+  // Returns 0, or a negative value.
+  [[nodiscard]] virtual int Touch() = 0;
+  // Whether the path it was opened with still names this file: 1 yes, 0 no (it was replaced or
+  // removed), negative when that cannot be told.
+  [[nodiscard]] virtual int StillNamed() = 0;
+  [[nodiscard]] virtual const String& error() const = 0;
+};
+
+// The file services of a request. All paths are finished paths, as ResolvePath gives them.
+// Operations that return int give a negative value on failure, with the message in error().
+class FileManager {
+ public:
+  virtual ~FileManager() = default;
+  // Opens `path` with OpenMode bits; null on failure.
+  [[nodiscard]] virtual std::unique_ptr<File> Open(const String& path, int mode) = 0;
+  // Takes the cross-process lock named by the path `lockfile`; it is given back by deleting that
+  // file. 1 taken, 0 timed out, -1 error, -2 deadlock.
+  [[nodiscard]] virtual int Lock(const String& lockfile) = 0;
+  [[nodiscard]] virtual int Delete(const String& path) = 0;
+  // Copies a file over `to`. A file is never copied onto itself.
+  [[nodiscard]] virtual int Copy(const String& from, const String& to) = 0;
+  [[nodiscard]] virtual int Rename(const String& from, const String& to) = 0;
+  // Sets the times of `path` to now. 1, or 0 on failure.
+  [[nodiscard]] virtual int TouchFile(const String& path) = 0;
+  [[nodiscard]] virtual bool Exists(const String& path) = 0;
+  [[nodiscard]] virtual int64_t Length(const String& path) = 0;
+  [[nodiscard]] virtual bool IsDirectory(const String& path) = 0;
+  [[nodiscard]] virtual int MakeDirectory(const String& path) = 0;
+  [[nodiscard]] virtual int RemoveDirectory(const String& path) = 0;
+  // The names in a directory without "." and "..", sorted by bytes. 0, or negative on failure.
+  [[nodiscard]] virtual int ListDirectory(const String& path, std::vector<String>& names) = 0;
+  [[nodiscard]] virtual int MakeSymbolicLink(const String& target, const String& link) = 0;
+  // The st_mode value of `path`.
+  [[nodiscard]] virtual int Mode(const String& path) = 0;
+  [[nodiscard]] virtual int ChangeMode(const String& path, int mode) = 0;
+  // Creates the file named `path` followed by the lowest free eight-digit number, appends those
+  // digits to `path` and `suffix`, and opens it; null on failure.
+  [[nodiscard]] virtual std::unique_ptr<File> MakeTemporary(String& path, String& suffix,
+                                                            int mode) = 0;
+  [[nodiscard]] virtual String StripExtension(const String& path) const = 0;
+  [[nodiscard]] virtual String StripDirectory(const String& path) const = 0;
+  // The owner of `path` itself, not of what a link leads to; (uid_t)-1 on failure.
+  [[nodiscard]] virtual uid_t GetOwnerUID(const String& path) const = 0;
+  // Takes "." and ".." out of `path` and checks its links. 0 when it is good (`path` is then
+  // replaced by the result), 1 a link that is not allowed, 2 a link to another owner's file,
+  // 3 a link to something that does not exist.
+  [[nodiscard]] virtual int FollowPath(String& path, int allow_links,
+                                       int allow_other_owner) const = 0;
+  [[nodiscard]] virtual const String& error() const = 0;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_CORE_FILE_H_

@@ -1,0 +1,43 @@
+// Exact reads and writes, and locks with a scope; see file_access.h.
+
+#include "core/file_access.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace vexa {
+
+int ReadExactly(File& file, int64_t offset, char* buffer, int count, String& reason) {
+  const int got = file.ReadAt(offset, buffer, count);
+  if (got == count) return 1;
+  reason = got < 0 ? file.error() : String(kUnexpectedEnd);
+  return 0;
+}
+
+int WriteExactly(File& file, int64_t offset, const char* data, int count, String& reason) {
+  const int put = file.WriteAt(offset, data, count);
+  if (put == count) return 1;
+  reason = put < 0 ? file.error() : String("The disk took only a part of it");
+  return 0;
+}
+
+bool IsSymbolicLink(const String& path) {
+  std::error_code ignored;
+  return std::filesystem::is_symlink(path.c_str(), ignored);
+}
+
+int RangeLock::Take(File& file, FileLockType type, int64_t start, int64_t length) {
+  Release();
+  if (file.Lock(type, start, length) < 0) return 0;
+  file_ = &file;
+  start_ = start;
+  length_ = length;
+  return 1;
+}
+
+void RangeLock::Release() {
+  if (file_ != nullptr) file_->Release(start_, length_);
+  file_ = nullptr;
+}
+
+}  // namespace vexa

@@ -1,0 +1,77 @@
+// Database and DatabaseView: what tags and variables know of an open database, whatever its type.
+
+#ifndef VEXA_DATABASE_H_
+#define VEXA_DATABASE_H_
+
+#include <span>
+#include <string_view>
+
+#include "core/string.h"
+#include "core/variables.h"
+
+namespace vexa {
+
+// The two row numbers that name a place, not a record.
+inline constexpr long kFirstRow = -1;
+inline constexpr long kLastRow = -2;
+
+// What a database or view operation came to.
+enum class DataResult { Failed = 0, Done = 1, EndOfData = 2 };
+
+// One view of an open database: the current record and the way through the records. Operations
+// that fail leave the message in error().
+class DatabaseView {
+ public:
+  virtual ~DatabaseView() = default;
+  // `expression` is the text of a filter; empty clears it.
+  [[nodiscard]] virtual DataResult SetFilter(const String& expression) = 0;
+  [[nodiscard]] virtual DataResult RevealStructure(const String& database) = 0;
+  [[nodiscard]] virtual DataResult Skip(int rows) = 0;
+  // A record number from 1, or kFirstRow or kLastRow.
+  [[nodiscard]] virtual DataResult Go(long row) = 0;
+  [[nodiscard]] virtual DataResult Find(const String& value, int exact) = 0;
+  [[nodiscard]] virtual DataResult Add() = 0;
+  [[nodiscard]] virtual DataResult Update() = 0;
+  [[nodiscard]] virtual DataResult Delete() = 0;
+  [[nodiscard]] virtual DataResult UnDelete() = 0;
+  // The variable of the current record with that name (letter case ignored), or null. Owned by
+  // the view; valid until it is closed.
+  [[nodiscard]] virtual Variable* FindVariable(std::string_view name) = 0;
+  [[nodiscard]] virtual const String& name() const = 0;
+  [[nodiscard]] virtual const String& error() const = 0;
+};
+
+// An open database. Operations that return int give non-zero for success, else the message is in
+// error().
+class Database {
+ public:
+  virtual ~Database() = default;
+  [[nodiscard]] virtual int Open(const String& database, const String& user,
+                                 const String& password) = 0;
+  [[nodiscard]] virtual int OpenIndexes(const String& indexes) = 0;
+  [[nodiscard]] virtual int SetPrimaryIndex(const String& index) = 0;
+  [[nodiscard]] virtual int Create(const String& database, const String& fields) = 0;
+  [[nodiscard]] virtual int CreateIndex(const String& indexfile, const String& expression,
+                                        const String& flags) = 0;
+  virtual void Close() = 0;
+  [[nodiscard]] virtual int OpenView(const String& name, const String& query) = 0;
+  [[nodiscard]] virtual int RunQuery(const String& query) = 0;
+  [[nodiscard]] virtual DataResult Pack() = 0;
+  [[nodiscard]] virtual int Reindex() = 0;
+  [[nodiscard]] virtual const String& name() const = 0;
+  [[nodiscard]] virtual const String& type() const = 0;
+  [[nodiscard]] virtual const String& error() const = 0;
+  // The open views in order; owned by the database.
+  [[nodiscard]] virtual std::span<DatabaseView* const> views() = 0;
+  [[nodiscard]] virtual DatabaseView* FindView(std::string_view name) = 0;
+  [[nodiscard]] virtual DatabaseView* PrimaryView() = 0;
+  virtual void SetPrimaryView(DatabaseView* view) = 0;
+  virtual void RemoveView(DatabaseView* view) = 0;
+  // Whether an operation is under way that runs functions of the page: the database and its views
+  // must not be closed then.
+  [[nodiscard]] virtual bool InUse() const { return false; }
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_DATABASE_H_

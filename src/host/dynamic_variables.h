@@ -1,0 +1,63 @@
+// The computed system variables. Most show a part of the current time.
+
+#ifndef VEXA_HOST_DYNAMIC_VARIABLES_H_
+#define VEXA_HOST_DYNAMIC_VARIABLES_H_
+
+#include <array>
+#include <string_view>
+
+#include "core/string.h"
+#include "core/time_parts.h"
+#include "core/variables.h"
+
+namespace vexa {
+
+class Vexa;
+
+// The names of the parts as system variables: "time_t", "tm_usec", ... "stm_zone".
+extern const std::array<std::string_view, kTimeParts> kTimePartNames;
+
+// A variable whose value is computed on every read. It refuses every assignment.
+class DynamicVariable : public Variable {
+ public:
+  DynamicVariable(Vexa& host, std::string_view name) : Variable(String(name), {}), host_(host) {}
+  [[nodiscard]] bool SetValue(const String& value) override;
+
+ protected:
+  [[nodiscard]] Vexa& host() const { return host_; }
+
+ private:
+  Vexa& host_;
+};
+
+class TimeRemainingVariable final : public DynamicVariable {
+ public:
+  explicit TimeRemainingVariable(Vexa& host) : DynamicVariable(host, "dyn_time_remaining") {}
+  [[nodiscard]] const String& value() override;
+};
+
+class LanguageVariable final : public DynamicVariable {
+ public:
+  explicit LanguageVariable(Vexa& host) : DynamicVariable(host, "vexa_language") {}
+  [[nodiscard]] const String& value() override;
+};
+
+class DefaultLanguageVariable final : public DynamicVariable {
+ public:
+  explicit DefaultLanguageVariable(Vexa& host) : DynamicVariable(host, "vexa_defaultlanguage") {}
+  [[nodiscard]] const String& value() override;
+};
+
+// `dyn_` followed by the part's name.
+class DynamicTimeVariable final : public DynamicVariable {
+ public:
+  DynamicTimeVariable(Vexa& host, TimePart part);
+  [[nodiscard]] const String& value() override;
+
+ private:
+  TimePart part_;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_HOST_DYNAMIC_VARIABLES_H_

@@ -1,0 +1,146 @@
+// CGIVexa: which script the request names, and whether it may run. Every name that is shown came
+// from the request, so its markup characters are shown as entities.
+
+#include <pwd.h>
+#include <sys/stat.h>
+
+#include "core/encoding.h"
+#include "core/error.h"
+#include "host/cgi_vexa.h"
+
+namespace vexa {
+
+namespace {
+
+bool IsDirectory(const String& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// The text after the last "."; all of it when there is none.
+std::string_view Extension(std::string_view path) { return path.substr(path.rfind('.') + 1); }
+
+String Quoted(std::string_view name) { return String::Concat({"'", EntityEncoded(name), "'"}); }
+
+// What a result of FollowPath means, as the end of a sentence.
+std::string_view LinkProblem(int result) {
+  switch (result) {
+    case 0:
+      return {};
+    case 1:
+      return " references a symbolic link";
+    case 2:
+      return " references a symbolic link to a directory or file owned by a different user";
+    default:
+      return " references a symbolic link to a directory or file that does not exist";
+  }
+}
+
+}  // namespace
+
+int CGIVexa::GetScriptInformation(String& script, String& name) {
+  String requested = RequestedName();
+  name = requested;
+  if (requested.empty()) {
+    name = config().quorbeldefault;
+    script_directory_ = config().quorbelroot;
+    script = String::Concat(
+        {script_directory_, script_directory_.view().ends_with('/') ? "" : "/", name});
+  } else if (requested[0] != '~') {
+    LocateScript(requested, script);
+  } else if (mode_ == RunMode::StandardMode) {
+    Error(FatalError("~user is not supported in standard mode"));
+    return 0;
+  } else {
+    LocateUserScript(requested, script);
+  }
+  if (!requested.empty() && IsDirectory(script)) {
+    if (!script.view().ends_with('/')) script.cat('/');
+    name = config().quorbeldefault;
+    script.cat(name.view());
+  }
+  return CheckScriptDirectory() != 0 && CheckScriptPath(script, name) != 0 &&
+         CheckScriptFile(script, name) != 0;
+}
+
+// The name as the request gives it, without a leading slash and without backslashes.
+String CGIVexa::RequestedName() {
+  String name;
+  if (!path_info_.empty()) {
+    name = path_info_.from(path_info_[0] == '/' ? 1 : 0);
+  } else if (argc_ < 2) {
+    name = SystemVariable("QUERY_STRING").before("+");
+  } else {
+    name = argv_[1];
+  }
+  name.gsub("\\", "");
+  return name;
+}
+
+void CGIVexa::LocateScript(const String& requested, String& script) {
+  const String& root = config().quorbelroot;
+  bool joined = root.view().ends_with('/') || requested[0] == '/';
+  script_directory_ = String::Concat({root, joined ? "" : "/"});
+  script = script_directory_ + requested;
+}
+
+// "~user/rest". Of an unknown user nothing is known; the check of the directory then fails.
+void CGIVexa::LocateUserScript(const String& requested, String& script) {
+  owner_.name = requested.before("/").from(1);
+  const passwd* user = getpwnam(owner_.name.c_str());
+  script = requested;
+  if (user == nullptr) return;
+  script_directory_ = String::Concat({user->pw_dir, "/", config().userdir, "/"});
+  script = script_directory_ + requested.after("/");
+}
+
+std::string_view CGIVexa::DirectoryProblem(String& directory, int links, int other_owners) {
+  int options = config().securityoptions;
+  int followed = filemanager_.FollowPath(directory, options & links, options & other_owners);
+  if (followed != 0) return LinkProblem(followed);
+  return filemanager_.Exists(directory) ? "" : " does not exist";
+}
+
+int CGIVexa::CheckScriptDirectory() {
+  std::string_view problem =
+      DirectoryProblem(script_directory_, kScriptLinks, kScriptLinksToOthers);
+  if (problem.empty()) return 1;
+  String subject = owner_.name.empty()
+                       ? String("The directory configured as vexaroot")
+                       : "The configured script directory for " + EntityEncoded(owner_.name);
+  Error(ConfigurationError(config(), subject + problem));
+  return 0;
+}
+
+int CGIVexa::CheckScriptPath(String& script, const String& name) {
+  int options = config().securityoptions;
+  int followed =
+      filemanager_.FollowPath(script, options & kScriptLinks, options & kScriptLinksToOthers);
+  if (followed != 0) {
+    Error(FatalError(Quoted(name) + LinkProblem(followed)));
+    return 0;
+  }
+  // By characters alone, on purpose: sites keep sibling directories with a common beginning.
+  if (script.view().starts_with(script_directory_.view())) return 1;
+  Error(FatalError(Quoted(name) + " is not contained in the configured script directory"));
+  return 0;
+}
+
+int CGIVexa::CheckScriptFile(const String& script, const String& name) {
+  struct stat status;
+  // What is no plain file cannot be read back and forth, as scripts are.
+  if (stat(script.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    Error(ScriptNotFoundError("Unable to open " + EntityEncoded(name)));
+    return 0;
+  }
+  std::string_view extension = Extension(script);
+  if (!config_->IsValidExtension(extension)) {
+    Error(FatalError(Quoted(name) + " does not have a valid extension"));
+    return 0;
+  }
+  content_type_ = config_->GetContentType(extension);
+  owner_.uid = status.st_uid;
+  return 1;
+}
+
+}  // namespace vexa

@@ -1,0 +1,89 @@
+// CGIVexa: what it asks of the system on behalf of scripts.
+
+#include <crypt.h>
+#include <pwd.h>
+#include <sys/random.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "core/encoding.h"
+#include "core/number.h"
+#include "core/text.h"
+#include "engine/module.h"
+#include "files/sandbox.h"
+#include "host/cgi_vexa.h"
+#include "xbase/database/xbase_database.h"
+
+namespace vexa {
+
+String CGIVexa::lasterror() { return std::strerror(errno); }
+
+// The zone is written in whole hours, on purpose: its minutes are always "00".
+String CGIVexa::currentdate() {
+  time_t now = std::time(nullptr);
+  tm fields;
+  tzset();
+  localtime_r(&now, &fields);
+  char date[128];
+  size_t length = strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S ", &fields);
+  long seconds_west = timezone - (fields.tm_isdst > 0 ? 3600 : 0);
+  long hours = seconds_west / 3600;
+  char zone[32];
+  if (seconds_west < 0) {
+    std::snprintf(zone, sizeof zone, "+%04ld", -hours * 100);
+  } else {
+    std::snprintf(zone, sizeof zone, "-%04ld", hours * 100);
+  }
+  return String::Concat({std::string_view(date, length), zone});
+}
+
+String CGIVexa::Crypt(const String& key, const String& salt) {
+  const char* hash = crypt(key.c_str(), salt.c_str());
+  // A salt that cannot be used gives null, or a text that begins with "*", which no hash does.
+  return hash == nullptr || hash[0] == '*' ? String() : String(hash);
+}
+
+// Time, process and chance: no two requests have the same id, and nobody can guess one.
+String CGIVexa::MakeSessionID() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  uint32_t chance;
+  if (getrandom(&chance, sizeof chance, 0) != static_cast<ssize_t>(sizeof chance)) {
+    chance = static_cast<uint32_t>(std::rand());
+  }
+  char id[40];
+  std::snprintf(id, sizeof id, "%08X%08X%08X%08X", static_cast<uint32_t>(now.tv_sec),
+                static_cast<uint32_t>(now.tv_usec), static_cast<uint32_t>(getpid()), chance);
+  return id;
+}
+
+String CGIVexa::UserNameFromUID(uid_t uid) {
+  const passwd* user = getpwuid(uid & 0xFFFF);
+  return user == nullptr ? "user #" + PrintInteger(uid) : String(user->pw_name);
+}
+
+int CGIVexa::ResolvePath(const String& name, String& resolved, PathType type, String& message) {
+  static const String nowhere;
+  Module* module = currentmodule();
+  const String& module_directory = module == nullptr ? nowhere : module->directory();
+  const Sandbox sandbox{config(), filemanager_, script_directory_, data_directory_,
+                        module_directory};
+  return sandbox.ResolvePath(name, resolved, type, message);
+}
+
+std::unique_ptr<Database> CGIVexa::NewDatabase(const String& type, const String& name,
+                                               String& message) {
+  if (EqualsIgnoreCase(type, XBaseDatabase::kType)) {
+    return std::make_unique<XBaseDatabase>(*this, name);
+  }
+  message = String::Concat({"Unsupported database type '", EntityEncoded(type), "'"});
+  return nullptr;
+}
+
+}  // namespace vexa

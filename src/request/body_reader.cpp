@@ -1,0 +1,121 @@
+// BodyReader: the window and the search for delimiters.
+
+#include "request/body_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/host.h"
+
+namespace vexa {
+
+namespace {
+
+// Spaces and tabs that may stand between a delimiter and the end of its line.
+constexpr size_t kMostPadding = 32;
+constexpr size_t kLongestTail = kMostPadding + 2;
+// A larger piece would only cost memory.
+constexpr int64_t kLargestPiece = 65536;
+
+}  // namespace
+
+BodyReader::BodyReader(HostBase& host, int64_t length, std::string_view boundary)
+    : host_(host),
+      remaining_(length),
+      delimiter_(String::Concat({"\r\n--", boundary})),
+      piece_(static_cast<size_t>(
+          std::clamp<int64_t>(host.config().contentbuffersize, 1, kLargestPiece))),
+      size_(piece_ + delimiter_.size() + kLongestTail),
+      window_(std::make_unique_for_overwrite<char[]>(size_)) {}
+
+// REQUIRES: at most a delimiter and its tail are unread, so that there is room for a piece.
+bool BodyReader::Fill() {
+  if (begin_ > 0) std::memmove(window_.get(), window_.get() + begin_, end_ - begin_);
+  end_ -= begin_;
+  begin_ = 0;
+  int64_t wanted = std::min(static_cast<int64_t>(std::min(piece_, size_ - end_)), remaining_);
+  if (wanted <= 0) return false;
+  int count = host_.ReadContent(window_.get() + end_, static_cast<int>(wanted));
+  if (count < 1) {
+    remaining_ = 0;
+    return false;
+  }
+  end_ += static_cast<size_t>(count);
+  remaining_ -= count;
+  return true;
+}
+
+// `text` is what follows a delimiter. Unknown when it is too short to tell.
+BodyReader::Tail BodyReader::TailOf(std::string_view text) {
+  if (text.starts_with("--")) return {Tail::Kind::LastPart, 2};
+  if (text == "-") return {Tail::Kind::Unknown, 0};
+  size_t padding = std::min(text.find_first_not_of(" \t"), text.size());
+  if (padding > kMostPadding) return {Tail::Kind::Data, 0};
+  text.remove_prefix(padding);
+  if (text.starts_with("\r\n")) return {Tail::Kind::Part, padding + 2};
+  bool cut_off = text.empty() || text == "\r";
+  return {cut_off ? Tail::Kind::Unknown : Tail::Kind::Data, 0};
+}
+
+// The unread text begins with something that looks like a delimiter of that length. Consumes it
+// and returns what it ends; BodyEnd and consumes nothing when it is only data.
+BodyReader::DataEnd BodyReader::CheckTail(size_t delimiter_length) {
+  Tail tail = TailOf(unread().substr(delimiter_length));
+  while (tail.kind == Tail::Kind::Unknown && Fill()) {
+    tail = TailOf(unread().substr(delimiter_length));
+  }
+  if (tail.kind == Tail::Kind::Data) return DataEnd::BodyEnd;
+  begin_ += delimiter_length + tail.length;
+  // A body that ends right behind a delimiter has brought all of its parts.
+  return tail.kind == Tail::Kind::Part ? DataEnd::Part : DataEnd::LastPart;
+}
+
+BodyReader::DataEnd BodyReader::ReadFirstLine() {
+  std::string_view first = delimiter_.view().substr(2);
+  while (unread().size() < first.size() && Fill()) {
+  }
+  if (!unread().starts_with(first)) return DataEnd::Failed;
+  DataEnd end = CheckTail(first.size());
+  return end == DataEnd::BodyEnd ? DataEnd::Failed : end;
+}
+
+BodyReader::LineEnd BodyReader::ReadLine(String& line, size_t longest) {
+  line.clear();
+  for (;;) {
+    size_t feed = unread().find('\n');
+    std::string_view piece = unread().substr(0, feed);
+    if (line.size() + piece.size() > longest) return LineEnd::TooLong;
+    line.cat(piece);
+    begin_ += piece.size();
+    if (feed != std::string_view::npos) break;
+    if (!Fill()) return LineEnd::BodyEnd;
+  }
+  ++begin_;
+  if (line.view().ends_with('\r')) line.Truncate(line.size() - 1);
+  return LineEnd::Line;
+}
+
+BodyReader::DataEnd BodyReader::ReadData(PartSink& sink) {
+  const std::string_view delimiter = delimiter_;
+  for (;;) {
+    size_t found = unread().find(delimiter);
+    // Without a delimiter in sight, its beginning may still stand at the end of the window.
+    size_t kept = std::min(unread().size(), delimiter.size() - 1);
+    size_t data = found == std::string_view::npos ? unread().size() - kept : found;
+    if (data > 0 && !sink.Take(unread().substr(0, data))) return DataEnd::Failed;
+    begin_ += data;
+    if (found != std::string_view::npos) {
+      DataEnd end = CheckTail(delimiter.size());
+      if (end != DataEnd::BodyEnd) return end;
+      // Only data: its first byte is no longer a candidate.
+      if (!sink.Take(unread().substr(0, 1))) return DataEnd::Failed;
+      ++begin_;
+    } else if (!Fill()) {
+      if (!unread().empty() && !sink.Take(unread())) return DataEnd::Failed;
+      begin_ = end_;
+      return DataEnd::BodyEnd;
+    }
+  }
+}
+
+}  // namespace vexa

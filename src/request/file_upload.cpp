@@ -1,0 +1,115 @@
+// FileUpload: calling the page's functions, and the temporary file.
+
+#include "request/file_upload.h"
+
+#include <algorithm>
+
+#include "core/error.h"
+#include "core/number.h"
+#include "engine/script_parser.h"
+#include "expr/expression_context.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr char kTemporaryName[] = "VEXA_FUP";
+
+}  // namespace
+
+// --- The page's functions --------------------------------------------------------------------
+
+bool UploadFunctions::Find() {
+  if (looked_) return true;
+  looked_ = true;
+  return FindOne("Vexa_ValidateFileUpload", 3, validate_) &&
+         FindOne("Vexa_ProcessFileUpload", 6, process_);
+}
+
+bool UploadFunctions::FindOne(std::string_view name, int parameters, const Callable*& function) {
+  if (!parser_.FindFunction(name, function)) return false;
+  if (function == nullptr || function->parameter_count() == parameters) return true;
+  host_.Error(FatalError(
+      String::Concat({"Function '", name, "' must be declared with ", PrintInteger(parameters),
+                      " parameters, found ", PrintInteger(function->parameter_count())})));
+  return false;
+}
+
+// The page has not begun: what a function's end does to the output levels must not reach it.
+bool UploadFunctions::Call(const Callable& function, std::span<String> arguments, String& result) {
+  int output_level = parser_.standardoutputlevel();
+  bool done = parser_.CallFunction(function, arguments, result);
+  parser_.SetStandardOutputLevel(output_level);
+  return done;
+}
+
+bool UploadFunctions::Validate(const PartHeader& part, int64_t& limit) {
+  limit = -1;
+  if (validate_ == nullptr) return true;
+  String arguments[] = {part.name, part.filename, part.content_type};
+  String result;
+  if (!Call(*validate_, arguments, result)) return false;
+  limit = ReadInteger64(result);
+  return true;
+}
+
+bool UploadFunctions::Process(const PartHeader& part, const String& path, int64_t size,
+                              std::string_view status) {
+  if (process_ == nullptr) return true;
+  String arguments[] = {part.name, part.filename,      part.content_type,
+                        path,      PrintInteger(size), String(status)};
+  String result;
+  return Call(*process_, arguments, result);
+}
+
+// --- One file --------------------------------------------------------------------------------
+
+FileUpload::~FileUpload() { Remove(); }
+
+bool FileUpload::Fail(std::string_view message) {
+  host_.Error(FatalError(message));
+  return false;
+}
+
+bool FileUpload::Begin() {
+  if (!functions_.Find() || !functions_.Validate(part_, limit_)) return false;
+  if (limit_ < 0) return true;
+  String message;
+  name_ = kTemporaryName;
+  if (host_.ResolvePath(name_, path_, PathType::DataPath, message) == 0) return Fail(message);
+  file_ = host_.filemanager().MakeTemporary(path_, name_, OpenRead | OpenWrite);
+  if (file_ != nullptr) return true;
+  return Fail("Unable to create a file for the upload: " + host_.filemanager().error());
+}
+
+bool FileUpload::Take(std::string_view data) {
+  if (file_ == nullptr) return true;
+  if (limit_ > 0 && static_cast<int64_t>(data.size()) > limit_ - size_) {
+    larger_ = true;
+    data = data.substr(0, static_cast<size_t>(limit_ - size_));
+  }
+  while (!data.empty()) {
+    int written = file_->Write(data.data(), static_cast<int>(data.size()));
+    if (written < 1) return Fail("Unable to store the upload: " + file_->error());
+    size_ += written;
+    data.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+bool FileUpload::Finish(Arrived arrived) {
+  if (file_ == nullptr) return functions_.Process(part_, {}, 0, "SKIPPED");
+  bool complete = arrived == Arrived::Whole && !larger_;
+  bool done = functions_.Process(part_, name_, size_, complete ? "COMPLETE" : "PARTIAL");
+  Remove();
+  return done;
+}
+
+// The file stays open until here, so that a name the page has freed, and another request has taken
+// since, is not mistaken for it.
+void FileUpload::Remove() {
+  if (file_ != nullptr && file_->StillNamed() == 1) (void)host_.filemanager().Delete(path_);
+  file_.reset();
+}
+
+}  // namespace vexa

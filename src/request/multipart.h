@@ -1,0 +1,39 @@
+// MultipartFormDataParser: bodies of type "multipart/form-data". Plain fields become form
+// variables; files go to the page's own functions, see file_upload.h. Uploads are streamed: their
+// size costs no memory.
+//
+// A body that ends early gives the fields that arrived whole.
+
+#ifndef VEXA_REQUEST_MULTIPART_H_
+#define VEXA_REQUEST_MULTIPART_H_
+
+#include "core/string.h"
+#include "request/body_reader.h"
+#include "request/content_parser.h"
+#include "request/file_upload.h"
+#include "request/part_header.h"
+
+namespace vexa {
+
+class MultipartFormDataParser final : public ContentParser {
+ public:
+  // `content_type` is the request's header, which names the boundary.
+  MultipartFormDataParser(HostBase& host, const String& content_type);
+  [[nodiscard]] int Parse(int64_t length) override;
+
+ private:
+  enum class HeaderEnd { Done, BodyEnd, Failed };
+  [[nodiscard]] HeaderEnd ReadHeader(BodyReader& body, PartHeader& part);
+  [[nodiscard]] BodyReader::DataEnd ReadPart(BodyReader& body, const PartHeader& part);
+  [[nodiscard]] BodyReader::DataEnd ReadField(BodyReader& body, const PartHeader& part);
+  [[nodiscard]] BodyReader::DataEnd ReadFile(BodyReader& body, const PartHeader& part);
+  // Shows an error; always returns 1.
+  int Fail(std::string_view message);
+
+  String boundary_;  // empty when the header names none
+  UploadFunctions functions_;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_REQUEST_MULTIPART_H_

@@ -1,0 +1,250 @@
+// Moving through records; see xbase_database_view.h. Changes are in xbase_view_changes.cpp.
+
+#include "xbase/database/xbase_database_view.h"
+
+#include <utility>
+
+#include "core/encoding.h"
+#include "core/number.h"
+#include "core/text.h"
+#include "xbase/index/index_key.h"
+
+namespace vexa {
+
+namespace {
+
+// How often a move begins anew because the table was replaced under it.
+constexpr int kMostReplacements = 100;
+
+}  // namespace
+
+XBaseDatabaseView::XBaseDatabaseView(XBaseDatabase& database)
+    : database_(database), record_(database.record()) {}
+
+DataResult XBaseDatabaseView::Fail(std::string_view message) {
+  error_ = EntityEncoded(message);
+  return DataResult::Failed;
+}
+
+DataResult XBaseDatabaseView::FailIndexes() {
+  error_ = database_.indexes().error();
+  return DataResult::Failed;
+}
+
+XBaseIndex* XBaseDatabaseView::primary() {
+  XBaseIndexSet::Member* const member = database_.indexes().primary();
+  return member == nullptr ? nullptr : &member->index;
+}
+
+// --- The operations --------------------------------------------------------------------------
+
+DataResult XBaseDatabaseView::SetFilter(const String& expression) {
+  error_.clear();
+  if (!database_.MayBegin(error_)) return DataResult::Failed;
+  Expression filter;
+  if (!Stripped(expression).empty() && !record_.Parse(expression, filter)) {
+    return DataResult::Failed;
+  }
+  filter_ = std::move(filter);
+  return DataResult::Done;
+}
+
+DataResult XBaseDatabaseView::Skip(int rows) {
+  return Move(MoveKind::Relative, [&] { return SkipRows(rows); });
+}
+
+DataResult XBaseDatabaseView::Go(long row) {
+  return Move(MoveKind::Absolute, [&] {
+    if (row == kFirstRow) return GoToEnd(Direction::Forward);
+    if (row == kLastRow) return GoToEnd(Direction::Backward);
+    return GoToNumber(row);
+  });
+}
+
+DataResult XBaseDatabaseView::Find(const String& value, int exact) {
+  return Move(MoveKind::Absolute, [&] { return FindKey(value, exact); });
+}
+
+DataResult XBaseDatabaseView::Move(MoveKind kind, const std::function<DataResult()>& move) {
+  error_.clear();
+  if (!database_.MayBegin(error_)) return DataResult::Failed;
+  const XBaseTable& table = database_.table();
+  const XBaseRecord::Position former = record_.Save();
+  DataResult result;
+  int generation;
+  int tries = 0;
+  walked_ = false;
+  do {
+    // A pack in between may have given the records other numbers than the walk went by.
+    generation = table.generation();
+    walk_.emplace(database_.table(), primary());
+    result = move();
+  } while (kind == MoveKind::Absolute && generation != table.generation() &&
+           ++tries < kMostReplacements);
+  if (kind == MoveKind::Relative && former.number != 0 && former.generation != table.generation()) {
+    result = Fail(String::Concat(
+        {"The table '", table.dataerrorpath(), "' was replaced by another process"}));
+  }
+  const bool found = result == DataResult::Done;
+  if (!found && record_.Restore(former) == 0) result = FailTable();
+  if (walked_) {
+    cursor_record_ = found ? record_.current() : 0;
+    cursor_version_ = database_.indexes().version();
+    cursor_generation_ = table.generation();
+  }
+  record_.SetEOF(!found);
+  return result;
+}
+
+// --- What the moves are made of --------------------------------------------------------------
+
+DataResult XBaseDatabaseView::SkipRows(int64_t rows) {
+  if (record_.current() == 0) return DataResult::EndOfData;
+  if (rows == 0) return Read(record_.current());
+  if (primary() == nullptr && filter_.empty()) return GoToNumber(record_.current() + rows);
+  const Direction direction = rows > 0 ? Direction::Forward : Direction::Backward;
+  if (StandOnCurrent() == 0) return DataResult::Failed;
+  for (int64_t left = rows > 0 ? rows : -rows; left > 0;) {
+    uint32_t number;
+    if (Step(direction, number) == 0) return DataResult::Failed;
+    if (number == 0) return DataResult::EndOfData;
+    // Records on the way need not be read when there is no filter to ask.
+    if (!filter_.empty() || left == 1) {
+      const DataResult result = Try(number);
+      if (result == DataResult::EndOfData) continue;
+      if (result == DataResult::Failed) return result;
+    }
+    --left;
+  }
+  return DataResult::Done;
+}
+
+DataResult XBaseDatabaseView::GoToEnd(Direction direction) {
+  uint32_t number;
+  if (ToEnd(direction, number) == 0) return DataResult::Failed;
+  return SearchFrom(number, {direction, nullptr, false});
+}
+
+DataResult XBaseDatabaseView::GoToNumber(int64_t number) {
+  XBaseTable& table = database_.table();
+  if (number < 1) return DataResult::EndOfData;
+  if (number > table.numrecords() && table.Refresh() == 0) return FailTable();
+  if (number > table.numrecords()) return DataResult::EndOfData;
+  return Read(static_cast<int>(number));
+}
+
+DataResult XBaseDatabaseView::FindKey(const String& value, int exact) {
+  XBaseIndex* const index = primary();
+  if (index == nullptr) {
+    return Fail(String::Concat({"Database '", name(), "' has no primary index"}));
+  }
+  uint32_t number;
+  double ignored;
+  const bool is_number =
+      !value.empty() && (index->Flags() & kIndexString) == 0 && KeyAsNumber(value, ignored);
+  if (exact != 0 || is_number) {
+    if (FindEntry(value, 1, number) == 0) return DataResult::Failed;
+    const DataResult result =
+        SearchFrom(number, {Direction::Forward, [&] { return index->CursorEquals(value); }, true});
+    if (exact != 0 || result != DataResult::EndOfData) return result;
+    return FindPrefixAnywhere(value);
+  }
+  if (FindEntry(value, 0, number) == 0) return DataResult::Failed;
+  return SearchFrom(number,
+                    {Direction::Forward,
+                     [&] { return index->CursorKey().view().starts_with(value.view()); }, true});
+}
+
+// Where keys compare as numbers, those that begin alike are not neighbours.
+DataResult XBaseDatabaseView::FindPrefixAnywhere(const String& value) {
+  XBaseIndex* const index = primary();
+  uint32_t number;
+  if (filter_.empty()) {
+    if (FindEntry(value, 0, number) == 0) return DataResult::Failed;
+    return SearchFrom(number, {});
+  }
+  if (ToEnd(Direction::Forward, number) == 0) return DataResult::Failed;
+  return SearchFrom(number,
+                    {Direction::Forward,
+                     [&] { return index->CursorKey().view().starts_with(value.view()); }, false});
+}
+
+DataResult XBaseDatabaseView::SearchFrom(uint32_t number, const Search& search) {
+  while (number != 0) {
+    if (search.wanted == nullptr || search.wanted()) {
+      const DataResult result = Try(number);
+      if (result != DataResult::EndOfData) return result;
+    } else if (search.stop) {
+      return DataResult::EndOfData;
+    }
+    if (Step(search.direction, number) == 0) return DataResult::Failed;
+  }
+  return DataResult::EndOfData;
+}
+
+DataResult XBaseDatabaseView::Try(uint32_t number) {
+  const DataResult result = GoToNumber(number);
+  if (result == DataResult::EndOfData && primary() != nullptr) {
+    return Fail(String::Concat({"Index '", primary()->errorpath(), "' names record ",
+                                PrintInteger(number), ", which is not in the table"}));
+  }
+  if (result != DataResult::Done || filter_.empty()) return result;
+  String passes;
+  if (!record_.Evaluate(filter_, passes)) return DataResult::Failed;
+  return Expression::IsTrue(passes) ? DataResult::Done : DataResult::EndOfData;
+}
+
+DataResult XBaseDatabaseView::Read(int number) {
+  if (record_.Read(number) != 0) return DataResult::Done;
+  // The table may have become shorter.
+  return number > database_.table().numrecords() ? DataResult::EndOfData : FailTable();
+}
+
+// --- The walk --------------------------------------------------------------------------------
+
+int XBaseDatabaseView::StandOnCurrent() {
+  walked_ = true;
+  const int current = record_.current();
+  String key;
+  if (primary() != nullptr) {
+    XBaseIndexSet& indexes = database_.indexes();
+    if (cursor_record_ == current && cursor_version_ == indexes.version() &&
+        cursor_generation_ == database_.table().generation()) {
+      return 1;
+    }
+    if (indexes.OriginalKey(*indexes.primary(), key) == 0) {
+      FailIndexes();
+      return 0;
+    }
+  }
+  if (walk_->StandOn(static_cast<uint32_t>(current), key) != 0) return 1;
+  Fail(walk_->error());
+  return 0;
+}
+
+int XBaseDatabaseView::Step(Direction direction, uint32_t& number) {
+  number = 0;
+  if (database_.host().timedout()) {
+    Fail("Timed out while looking for a record");
+    return 0;
+  }
+  if (walk_->Step(direction, number) != 0) return 1;
+  Fail(walk_->error());
+  return 0;
+}
+
+int XBaseDatabaseView::ToEnd(Direction direction, uint32_t& number) {
+  walked_ = true;
+  if (walk_->ToEnd(direction, number) != 0) return 1;
+  Fail(walk_->error());
+  return 0;
+}
+
+int XBaseDatabaseView::FindEntry(const String& value, int exact, uint32_t& number) {
+  walked_ = true;
+  if (primary()->Find(value, exact, number) != 0) return 1;
+  Fail(primary()->error());
+  return 0;
+}
+
+}  // namespace vexa

@@ -1,0 +1,154 @@
+// The current record; see xbase_record.h.
+
+#include "xbase/database/xbase_record.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "database.h"
+#include "vexa.h"
+#include "xbase/database/field_variables.h"
+
+namespace vexa {
+
+namespace {
+
+// How `text` would be read back from the record: what an index entry is made from must not depend
+// on whether the record was written yet.
+String AsReadBack(const XBaseField& field, std::string_view text) {
+  const auto length = static_cast<size_t>(field.length());
+  switch (field.type()) {
+    case XBaseFieldType::CHAR: {
+      text = text.substr(0, length);
+      const size_t last = text.find_last_not_of(' ');
+      return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
+    }
+    case XBaseFieldType::DATE:
+    case XBaseFieldType::BOOL:
+      return String(text.substr(0, length)).padr(field.length(), ' ');
+    case XBaseFieldType::MEMO:
+      return text.substr(0, text.find(kMemoEnd));
+    case XBaseFieldType::NUMBER:
+      break;
+  }
+  return text;
+}
+
+// Puts the record's variables before all other scopes, and counts the evaluation, while it lives.
+class Evaluation {
+ public:
+  Evaluation(Variables& variables, VariableTree& scope, int& count)
+      : variables_(variables), count_(count) {
+    variables_.PushSystemVars(&scope);
+    ++count_;
+  }
+  ~Evaluation() {
+    --count_;
+    variables_.PopSystemVars();
+  }
+  Evaluation(const Evaluation&) = delete;
+  Evaluation& operator=(const Evaluation&) = delete;
+
+ private:
+  Variables& variables_;
+  int& count_;
+};
+
+}  // namespace
+
+XBaseRecord::XBaseRecord(Vexa& host, XBaseTable& table, String database)
+    : host_(host),
+      table_(table),
+      database_(std::move(database)),
+      variables_(std::make_unique<VariableTree>()) {}
+
+void XBaseRecord::Bind() {
+  MakeFieldVariables(*this, *variables_);
+  eof_ = variables_->Insert(std::make_unique<Variable>("EOF", "1"));
+  Clear();
+}
+
+void XBaseRecord::Unbind() {
+  variables_ = std::make_unique<VariableTree>();
+  eof_ = nullptr;
+  edited_.clear();
+  current_ = 0;
+}
+
+int XBaseRecord::Read(int number) {
+  if (table_.Goto(number) == 0) return 0;
+  Stored(number);
+  ++reads_;
+  return 1;
+}
+
+void XBaseRecord::Clear() {
+  Blank();
+  Stored(0);
+  ++reads_;
+}
+
+void XBaseRecord::Blank() {
+  for (const auto& field : table_.fields()) field->Set(AsReadBack(*field, {}));
+  table_.SetOriginal();
+}
+
+void XBaseRecord::Stored(int number) {
+  table_.SetOriginal();
+  edited_.clear();
+  current_ = number;
+  generation_ = table_.generation();
+}
+
+void XBaseRecord::Set(XBaseField& field, std::string_view text) {
+  field.Set(AsReadBack(field, text));
+  if (std::find(edited_.begin(), edited_.end(), &field) == edited_.end()) {
+    edited_.push_back(&field);
+  }
+}
+
+std::vector<XBaseRecord::Edit> XBaseRecord::Edits() const {
+  std::vector<Edit> edits;
+  for (XBaseField* field : edited_) edits.push_back({field, field->data()});
+  return edits;
+}
+
+void XBaseRecord::Apply(const std::vector<Edit>& edits) {
+  for (const Edit& edit : edits) Set(*edit.field, edit.text);
+}
+
+int XBaseRecord::Restore(const Position& position) {
+  if (reads_ == position.reads) return 1;
+  int result = 1;
+  if (position.number == 0 || position.generation != table_.generation()) {
+    Clear();
+  } else if (Read(position.number) == 0) {
+    Clear();
+    result = 0;
+  }
+  Apply(position.edits);
+  return result;
+}
+
+ExpressionContext& XBaseRecord::context() { return host_.expressioncontext(); }
+
+bool XBaseRecord::Evaluate(const Expression& expression, String& result) {
+  const Evaluation evaluation(host_.vars(), *variables_, evaluations_);
+  return expression.Evaluate(context(), result);
+}
+
+bool XBaseRecord::Parse(std::string_view text, Expression& expression) {
+  return expression.ReadText(text, context());
+}
+
+String XBaseRecord::BusyMessage() const {
+  return String::Concat(
+      {"Database '", database_, "' is in use by its own filter or key expression"});
+}
+
+void XBaseRecord::SetEOF(bool end) {
+  // A page may assign to EOF like to any other variable.
+  (void)eof_->SetValue(end ? "1" : "0");
+}
+
+}  // namespace vexa

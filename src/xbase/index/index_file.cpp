@@ -1,0 +1,219 @@
+// Opening, creating and locking an index file; see index_file.h. The walks are in index_walk.cpp,
+// changes in index_insert.cpp and index_delete.cpp.
+
+#include "xbase/index/index_file.h"
+
+#include <utility>
+
+namespace vexa {
+
+namespace {
+
+constexpr int kMostReplacements = 100;
+constexpr int kCreateMode = OpenRead | OpenWrite | OpenCreate | OpenTruncate;
+
+}  // namespace
+
+// --- Messages --------------------------------------------------------------------------------
+
+int ZDXIndexFile::Fail(std::string_view action, std::string_view reason) {
+  error_ = String::Concat({"Error ", action, " '", errorpath_, "'", reason});
+  return 0;
+}
+
+int ZDXIndexFile::FailCorrupt() {
+  error_ = String::Concat({"'", errorpath_, "': File is corrupt"});
+  return 0;
+}
+
+int ZDXIndexFile::FailNotAnIndex() {
+  error_ = String::Concat({"'", errorpath_, "' is either corrupt or is not a valid index file"});
+  return 0;
+}
+
+String ZDXIndexFile::UniqueMessage(std::string_view errorpath, std::string_view key) {
+  return String::Concat({"Index '", errorpath, "' was created with the UNIQUE flag and the key '",
+                         key, "' already exists in the index file"});
+}
+
+// --- Opening and creating --------------------------------------------------------------------
+
+int ZDXIndexFile::Open(const String& path, const String& errorpath, int mode) {
+  Close();
+  path_ = path;
+  errorpath_ = errorpath;
+  mode_ = mode;
+  return OpenFile(file_, header_);
+}
+
+int ZDXIndexFile::OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header) {
+  auto opened = files_.Open(path_, mode_);
+  if (opened == nullptr) return Fail("opening", ": " + files_.error());
+  {
+    RangeLock lock;
+    if (lock.Take(*opened, FileLockType::Shared, 0, kIndexHeaderSize) == 0) {
+      return Fail("locking", " for read");
+    }
+    if (ReadHeaderOf(*opened, header) == 0) return 0;
+  }
+  file = std::move(opened);
+  return 1;
+}
+
+int ZDXIndexFile::Create(const String& path, const String& errorpath, const ZDXIndexSpec& spec) {
+  Close();
+  errorpath_ = errorpath;
+  if (spec.keyexpression.length() > kLongestKeyExpression) {
+    return Fail("creating", ": The key expression is longer than 399 characters");
+  }
+  auto file = files_.Open(path, kCreateMode);
+  if (file == nullptr) return Fail("creating", ": " + files_.error());
+  return Create(std::move(file), path, errorpath, spec);
+}
+
+int ZDXIndexFile::Create(std::unique_ptr<File> file, const String& path, const String& errorpath,
+                         const ZDXIndexSpec& spec) {
+  Close();
+  path_ = path;
+  errorpath_ = errorpath;
+  mode_ = OpenRead | OpenWrite;
+  file_ = std::move(file);
+  if (file_ == nullptr) {
+    error_ = String::Concat({"Internal error opening '", errorpath_, "'"});
+    return 0;
+  }
+  header_ = ZDXIndexHeader();
+  header_.shape = spec.shape;
+  header_.flags = spec.flags;
+  header_.keyexpression = spec.keyexpression.before(kLongestKeyExpression);
+  ZDXIndexPage root;
+  root.Clear(header_.startingpage, header_.shape);
+  if (WriteHeader() != 0 && WritePage(root) != 0) return 1;
+  Close();
+  (void)files_.Delete(path);
+  return 0;
+}
+
+void ZDXIndexFile::Close() {
+  Unlock();
+  file_.reset();
+  DropCursor();
+}
+
+// --- Locks -----------------------------------------------------------------------------------
+
+int ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
+  if (file_ == nullptr) {
+    error_ = String::Concat({"Internal error opening '", errorpath_, "'"});
+    return 0;
+  }
+  for (int i = 0; i < kMostReplacements; ++i) {
+    const int locked = lock.Take(*file_, type, 0, kIndexHeaderSize);
+    if (locked == 0) Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
+    const int named = file_->StillNamed();
+    if (named > 0) return locked;
+    lock.Release();
+    if (named < 0) return locked == 0 ? 0 : Fail("reading from", ": " + file_->error());
+    KeepCursorEntry();
+    if (OpenFile(file_, header_) == 0) return 0;
+  }
+  return Fail("opening", ": The index is replaced again and again");
+}
+
+int ZDXIndexFile::Enter(RangeLock& lock, FileLockType type) {
+  if (held_.held()) {
+    if (!header_is_stale_) return 1;
+    KeepCursorEntry();
+    if (ReadHeader() == 0) return 0;
+    header_is_stale_ = false;
+    return 1;
+  }
+  if (TakeLock(lock, type) == 0) return 0;
+  if (ReadHeader() != 0) return 1;
+  lock.Release();
+  return 0;
+}
+
+int ZDXIndexFile::LockExclusive() {
+  header_is_stale_ = false;
+  return Enter(held_, FileLockType::Exclusive);
+}
+
+void ZDXIndexFile::Unlock() { held_.Release(); }
+
+// --- Header and pages ------------------------------------------------------------------------
+
+int ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header) {
+  char bytes[kIndexHeaderSize];
+  String reason;
+  if (ReadExactly(file, 0, bytes, kIndexHeaderSize, reason) == 0) {
+    return Fail("reading from", ": " + reason);
+  }
+  switch (DecodeIndexHeader(bytes, header)) {
+    case IndexHeaderState::Good:
+      return 1;
+    case IndexHeaderState::NotAnIndex:
+      return FailNotAnIndex();
+    case IndexHeaderState::TooNew:
+      error_ =
+          String::Concat({"'", errorpath_, "' was created by a newer version of the software"});
+      return 0;
+  }
+  return 0;
+}
+
+int ZDXIndexFile::ReadHeader() {
+  const ZDXIndexShape shape = header_.shape;
+  if (ReadHeaderOf(*file_, header_) == 0) return 0;
+  if (header_.shape != shape) KeepCursorEntry();
+  return 1;
+}
+
+int ZDXIndexFile::WriteHeader() {
+  char bytes[kIndexHeaderSize];
+  header_.Encode(bytes);
+  String reason;
+  if (WriteExactly(*file_, 0, bytes, kIndexHeaderSize, reason) != 0) return 1;
+  return Fail("writing to", ": " + reason);
+}
+
+int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
+  // A page number equal to the count passes on purpose; reading there ends at the end of the file.
+  if (number > header_.numpages) {
+    error_ = String::Concat({"Error '", errorpath_, "' is corrupt ",
+                             "(the page number is larger than the total pages )"});
+    return 0;
+  }
+  String reason;
+  const int result = page.ReadPage(*file_, number, header_.shape, reason);
+  if (result > 0) return 1;
+  if (result == 0) return Fail("reading from", ": " + reason);
+  error_ = reason;
+  return 0;
+}
+
+int ZDXIndexFile::WritePage(const ZDXIndexPage& page) {
+  String reason;
+  if (page.WritePage(*file_, reason) != 0) return 1;
+  return Fail("writing to", ": " + reason);
+}
+
+std::string_view ZDXIndexFile::CutKey(std::string_view key) const {
+  key = key.substr(0, key.find('\0'));
+  return key.substr(0, header_.shape.keysize() - 1);
+}
+
+int ZDXIndexFile::Compare(std::string_view searchkey, std::string_view pagekey, int exact,
+                          uint32_t flags) {
+  return SearchKey(searchkey, exact, flags).Compare(pagekey);
+}
+
+bool ZDXIndexFile::NumberCompare(std::string_view a, std::string_view b, int& order) {
+  double x;
+  double y;
+  if (!KeyAsNumber(a, x) || !KeyAsNumber(b, y)) return false;
+  order = x < y ? -1 : x > y ? 1 : 0;
+  return true;
+}
+
+}  // namespace vexa

@@ -1,0 +1,203 @@
+// ZDXIndexFile: a B-tree of keys and record numbers in a file of pages (index_header.h,
+// index_page.h). Every key stands once in the tree, in an inner page or in a leaf.
+//
+// Bytes 0-426 are the lock, shared to search and step, exclusive to insert and delete. Under it the
+// header is read again, and the open file is compared with the one its path names, because building
+// an index anew puts another file in its place. LockExclusive keeps the lock over several
+// operations.
+//
+// Pages are written in an order that never takes a key out of reach: pages that nothing refers to
+// first, then the page or header that refers to them, then the pages that gave keys away. A process
+// that dies in between leaves keys that stand twice, which the checker reports, but no key missing.
+//
+// The cursor is a stack of pages. A step first makes sure that the pages it relies on are still
+// what the file holds, and searches its entry again when they are not; so other processes may
+// change the tree during a walk.
+//
+// Nothing in a file is believed: page numbers, entry counts and cycles are checked on every way
+// down, and walks end after as many entries as the file has room for.
+//
+// Operations return 1, or 0 with the message in error(). Walks give record number 0 when there is
+// no entry to go to.
+
+#ifndef VEXA_XBASE_INDEX_INDEX_FILE_H_
+#define VEXA_XBASE_INDEX_INDEX_FILE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "core/file.h"
+#include "core/file_access.h"
+#include "xbase/index/index_header.h"
+#include "xbase/index/index_key.h"
+#include "xbase/index/index_page.h"
+
+namespace vexa {
+
+// What an index is made with.
+struct ZDXIndexSpec {
+  String keyexpression;
+  uint32_t flags = 0;
+  ZDXIndexShape shape = {};
+};
+
+class ZDXIndexFile {
+ public:
+  // `files` is borrowed and must outlive the index file.
+  explicit ZDXIndexFile(FileManager& files) : files_(files) {}
+  ZDXIndexFile(const ZDXIndexFile&) = delete;
+  ZDXIndexFile& operator=(const ZDXIndexFile&) = delete;
+
+  [[nodiscard]] int Open(const String& path, const String& errorpath, int mode);
+  // Makes an empty index, in the place of any that is there, and opens it. No file is left when
+  // that fails.
+  [[nodiscard]] int Create(const String& path, const String& errorpath, const ZDXIndexSpec& spec);
+  // The same in a file that is open already at `path`.
+  [[nodiscard]] int Create(std::unique_ptr<File> file, const String& path, const String& errorpath,
+                           const ZDXIndexSpec& spec);
+  void Close();
+
+  // The underscore sets the walks apart from those of XBaseIndex, which word failures.
+  [[nodiscard]] int _First(uint32_t& recordnum);
+  [[nodiscard]] int _Last(uint32_t& recordnum);
+  // One entry on or back. At the end the cursor stays where it is.
+  [[nodiscard]] int _Next(uint32_t& recordnum);
+  [[nodiscard]] int _Prev(uint32_t& recordnum);
+  // Goes to the first entry whose key is not less than `key`. With `exact` 0, to the first that
+  // begins with `key`; when `key` is wholly a number and the index compares numbers, to the first
+  // with an equal number if there is one. Without such an entry there is no cursor.
+  [[nodiscard]] int _Find(std::string_view key, int exact, uint32_t& recordnum);
+  // Goes to the entry of this key and record number; `found` says whether there is one.
+  [[nodiscard]] int _Seek(std::string_view key, uint32_t recordnum, bool& found);
+  // Whether the entry under the cursor compares equal to `key`.
+  [[nodiscard]] bool CursorEquals(std::string_view key) const;
+  // The key under the cursor; empty without one.
+  [[nodiscard]] String CursorKey() const;
+
+  // Keys are cut to what an entry holds, and at a NUL. Both keep the cursor's entry, if it is still
+  // there, for the next step.
+  [[nodiscard]] int Insert(uint32_t recordnum, std::string_view key);
+  [[nodiscard]] int Delete(uint32_t recordnum, std::string_view key);
+  // Fails with the message of Insert when the index is unique and holds `key` for another record.
+  [[nodiscard]] int CheckUnique(std::string_view key, uint32_t recordnum);
+
+  // Takes the exclusive lock and keeps it until Unlock or Close. Not nested.
+  [[nodiscard]] int LockExclusive();
+  void Unlock();
+
+  // How two keys stand in an index with these flags; see SearchKey.
+  [[nodiscard]] static int Compare(std::string_view searchkey, std::string_view pagekey, int exact,
+                                   uint32_t flags);
+  // -1, 0 or 1 in `order` when both keys are numbers; false when one is not.
+  [[nodiscard]] static bool NumberCompare(std::string_view a, std::string_view b, int& order);
+
+  // From the header last read.
+  [[nodiscard]] const ZDXIndexHeader& header() const { return header_; }
+  [[nodiscard]] const String& keyexpression() const { return header_.keyexpression; }
+  [[nodiscard]] uint32_t flags() const { return header_.flags; }
+  [[nodiscard]] uint32_t numpages() const { return header_.numpages; }
+  [[nodiscard]] uint32_t startingpage() const { return header_.startingpage; }
+  [[nodiscard]] uint32_t updatecount() const { return header_.updatecount; }
+  [[nodiscard]] bool is_open() const { return file_ != nullptr; }
+  [[nodiscard]] const String& error() const { return error_; }
+
+  // The message that `key` is there already.
+  [[nodiscard]] static String UniqueMessage(std::string_view errorpath, std::string_view key);
+
+ private:
+  enum class Direction { Forward, Backward };
+  // Whether the pages on the stack may have changed in the file.
+  enum class Trust { Fresh, Verify };
+  // What a move along the stack came to.
+  enum class Move { Failed, Done, Changed };
+
+  // Messages. Each returns 0.
+  int Fail(std::string_view action, std::string_view reason);
+  int FailCorrupt();
+  int FailNotAnIndex();
+
+  // index_file.cpp
+  [[nodiscard]] int Enter(RangeLock& lock, FileLockType type);
+  [[nodiscard]] int TakeLock(RangeLock& lock, FileLockType type);
+  [[nodiscard]] int ReadHeader();
+  [[nodiscard]] int ReadHeaderOf(File& file, ZDXIndexHeader& header);
+  [[nodiscard]] int WriteHeader();
+  [[nodiscard]] int ReadPage(uint32_t number, ZDXIndexPage& page);
+  [[nodiscard]] int WritePage(const ZDXIndexPage& page);
+  [[nodiscard]] int OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header);
+  [[nodiscard]] std::string_view CutKey(std::string_view key) const;
+
+  // index_walk.cpp
+  [[nodiscard]] int PushPage(uint32_t number);
+  [[nodiscard]] int DescendFirst(uint32_t page);
+  [[nodiscard]] int DescendLast(uint32_t page);
+  [[nodiscard]] int Descend(const SearchKey& key);
+  [[nodiscard]] Move SettleForward(Trust trust);
+  [[nodiscard]] Move SettleBackward(Trust trust);
+  [[nodiscard]] Move Advance(Direction direction, Trust trust);
+  [[nodiscard]] int AdvanceFresh(Direction direction);
+  [[nodiscard]] int GoToEnd(Direction direction);
+  [[nodiscard]] int Step(Direction direction, uint32_t& recordnum);
+  [[nodiscard]] int StepAfresh(Direction direction, uint32_t& recordnum);
+  [[nodiscard]] int SeekEntry(std::string_view key, uint32_t recordnum, bool& found);
+  [[nodiscard]] int ScanFor(const SearchKey& prefix);
+  [[nodiscard]] Move TopIsUnchanged();
+  [[nodiscard]] int CountStep(Direction direction);
+  [[nodiscard]] int EntriesInFile(uint64_t& count);
+  [[nodiscard]] int Arrive(uint32_t& recordnum);
+  void DropCursor();
+  void KeepCursorEntry();
+  [[nodiscard]] bool OnEntry() const { return !stack_.empty(); }
+
+  // index_insert.cpp
+  [[nodiscard]] int DoInsert(ZDXIndexEntry entry);
+  [[nodiscard]] int DescendToInsert(const ZDXIndexEntry& entry);
+  [[nodiscard]] int AllocatePage(uint32_t& number);
+  void Split(ZDXIndexPage& page, ZDXIndexPage& newpage, ZDXIndexEntry& promoted) const;
+  [[nodiscard]] int WriteInsertion(const std::vector<ZDXIndexPage>& created, size_t first_changed,
+                                   uint32_t newroot);
+
+  // index_delete.cpp
+  [[nodiscard]] int DoDelete(std::string_view key, uint32_t recordnum);
+  [[nodiscard]] int FindToDelete(std::string_view key, uint32_t recordnum);
+  [[nodiscard]] int ReplaceByPredecessor();
+  [[nodiscard]] int RepairUnderflow();
+  [[nodiscard]] int HandleUnderflow(ZDXIndexPage& page, ZDXIndexPage& parent);
+  [[nodiscard]] int ReadSibling(uint32_t number, ZDXIndexPage& sibling);
+  [[nodiscard]] int RedistributeFromLeft(ZDXIndexPage& left, ZDXIndexPage& page,
+                                         ZDXIndexPage& parent);
+  [[nodiscard]] int RedistributeFromRight(ZDXIndexPage& page, ZDXIndexPage& right,
+                                          ZDXIndexPage& parent);
+  [[nodiscard]] int Concatenate(ZDXIndexPage& left, ZDXIndexPage& right, ZDXIndexPage& parent,
+                                uint32_t separator);
+  [[nodiscard]] int ShrinkRoot();
+  [[nodiscard]] uint32_t FewestKeys() const;
+
+  FileManager& files_;
+  std::unique_ptr<File> file_;
+  RangeLock held_;                // by LockExclusive; declared behind the file, so given back first
+  bool header_is_stale_ = false;  // while held_: a write failed half way
+  int mode_ = 0;
+  String path_;
+  String errorpath_;
+  String error_;
+  ZDXIndexHeader header_;
+
+  // The cursor. Its entry is the one on top of the stack, or `position_` once the stack no longer
+  // says where the entry is.
+  bool positioned_ = false;
+  bool stack_is_cursor_ = false;
+  ZDXIndexPageStack stack_;
+  ZDXIndexEntry position_;
+  ZDXIndexPage scratch_;
+  // Steps since the cursor was set or turned round, to notice a walk without end.
+  Direction direction_ = Direction::Forward;
+  uint64_t steps_ = 0;
+  uint64_t most_steps_ = 0;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_XBASE_INDEX_INDEX_FILE_H_

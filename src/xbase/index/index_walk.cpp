@@ -1,0 +1,312 @@
+// Searching and stepping through an index tree; see index_file.h.
+//
+// On the stack every page's cursor is the child it was left through on the way down; on the top
+// page it is the entry the walk stands on. Because the keys before entry i are in child i, coming
+// back up from child i means standing before entry i.
+
+#include <utility>
+
+#include "xbase/index/index_file.h"
+
+namespace vexa {
+
+// --- On the stack ----------------------------------------------------------------------------
+
+int ZDXIndexFile::PushPage(uint32_t number) {
+  if (stack_.CheckForRecursion(number)) return FailCorrupt();
+  if (ReadPage(number, stack_.Push()) != 0) return 1;
+  stack_.Pop();
+  return 0;
+}
+
+int ZDXIndexFile::DescendFirst(uint32_t page) {
+  while (page != 0) {
+    if (PushPage(page) == 0) return 0;
+    page = stack_.Top().childpage(0);
+  }
+  return 1;
+}
+
+int ZDXIndexFile::DescendLast(uint32_t page) {
+  while (page != 0) {
+    if (PushPage(page) == 0) return 0;
+    ZDXIndexPage& top = stack_.Top();
+    top.cursor = top.numentries();
+    page = top.childpage(top.cursor);
+  }
+  return 1;
+}
+
+int ZDXIndexFile::Descend(const SearchKey& key) {
+  stack_.Clear();
+  uint32_t page = header_.startingpage;
+  while (page != 0) {
+    if (PushPage(page) == 0) return 0;
+    ZDXIndexPage& top = stack_.Top();
+    while (top.cursor < top.numentries() && key.Compare(top.key(top.cursor)) > 0) ++top.cursor;
+    page = top.childpage(top.cursor);
+  }
+  return SettleForward(Trust::Fresh) != Move::Failed ? 1 : 0;
+}
+
+ZDXIndexFile::Move ZDXIndexFile::TopIsUnchanged() {
+  const ZDXIndexPage& top = stack_.Top();
+  if (ReadPage(top.number(), scratch_) == 0) return Move::Failed;
+  return scratch_.SameContent(top) ? Move::Done : Move::Changed;
+}
+
+ZDXIndexFile::Move ZDXIndexFile::SettleForward(Trust trust) {
+  while (!stack_.empty() && stack_.Top().cursor >= stack_.Top().numentries()) {
+    stack_.Pop();
+    if (trust == Trust::Fresh || stack_.empty()) continue;
+    const Move unchanged = TopIsUnchanged();
+    if (unchanged != Move::Done) return unchanged;
+  }
+  return Move::Done;
+}
+
+ZDXIndexFile::Move ZDXIndexFile::SettleBackward(Trust trust) {
+  while (!stack_.empty() && stack_.Top().cursor == 0) {
+    stack_.Pop();
+    if (trust == Trust::Fresh || stack_.empty()) continue;
+    const Move unchanged = TopIsUnchanged();
+    if (unchanged != Move::Done) return unchanged;
+  }
+  if (!stack_.empty()) --stack_.Top().cursor;
+  return Move::Done;
+}
+
+// REQUIRES: the stack stands on an entry.
+ZDXIndexFile::Move ZDXIndexFile::Advance(Direction direction, Trust trust) {
+  if (trust == Trust::Verify) {
+    const Move unchanged = TopIsUnchanged();
+    if (unchanged != Move::Done) return unchanged;
+  }
+  ZDXIndexPage& top = stack_.Top();
+  if (direction == Direction::Forward) {
+    ++top.cursor;
+    if (DescendFirst(top.childpage(top.cursor)) == 0) return Move::Failed;
+    return SettleForward(trust);
+  }
+  if (DescendLast(top.childpage(top.cursor)) == 0) return Move::Failed;
+  return SettleBackward(trust);
+}
+
+int ZDXIndexFile::AdvanceFresh(Direction direction) {
+  return Advance(direction, Trust::Fresh) != Move::Failed ? 1 : 0;
+}
+
+// Stands on the first entry (Forward) or the last.
+int ZDXIndexFile::GoToEnd(Direction direction) {
+  stack_.Clear();
+  Move move;
+  if (direction == Direction::Forward) {
+    if (DescendFirst(header_.startingpage) == 0) return 0;
+    move = SettleForward(Trust::Fresh);
+  } else {
+    if (DescendLast(header_.startingpage) == 0) return 0;
+    move = SettleBackward(Trust::Fresh);
+  }
+  return move != Move::Failed ? 1 : 0;
+}
+
+int ZDXIndexFile::EntriesInFile(uint64_t& count) {
+  const int64_t length = file_->Length();
+  if (length < 0) return Fail("reading from", ": " + file_->error());
+  count =
+      (static_cast<uint64_t>(length) / header_.shape.pagesize + 1) * header_.shape.EntriesThatFit();
+  return 1;
+}
+
+// --- The cursor ------------------------------------------------------------------------------
+
+void ZDXIndexFile::DropCursor() {
+  stack_.Clear();
+  positioned_ = false;
+  stack_is_cursor_ = false;
+  steps_ = 0;
+  most_steps_ = 0;
+}
+
+void ZDXIndexFile::KeepCursorEntry() {
+  if (!stack_is_cursor_) return;
+  position_ = stack_.Top().entry(stack_.Top().cursor);
+  stack_is_cursor_ = false;
+}
+
+// Makes the entry on the stack, if there is one, the cursor.
+int ZDXIndexFile::Arrive(uint32_t& recordnum) {
+  positioned_ = OnEntry();
+  stack_is_cursor_ = positioned_;
+  recordnum = positioned_ ? stack_.Top().recordnum(stack_.Top().cursor) : 0;
+  return 1;
+}
+
+bool ZDXIndexFile::CursorEquals(std::string_view key) const {
+  return positioned_ && Compare(key, CursorKey(), 1, header_.flags) == 0;
+}
+
+String ZDXIndexFile::CursorKey() const {
+  if (!positioned_) return String();
+  if (!stack_is_cursor_) return position_.key;
+  return stack_.Top().key(stack_.Top().cursor);
+}
+
+int ZDXIndexFile::_First(uint32_t& recordnum) {
+  recordnum = 0;
+  RangeLock lock;
+  DropCursor();
+  if (Enter(lock, FileLockType::Shared) == 0) return 0;
+  return GoToEnd(Direction::Forward) != 0 ? Arrive(recordnum) : 0;
+}
+
+int ZDXIndexFile::_Last(uint32_t& recordnum) {
+  recordnum = 0;
+  RangeLock lock;
+  DropCursor();
+  if (Enter(lock, FileLockType::Shared) == 0) return 0;
+  return GoToEnd(Direction::Backward) != 0 ? Arrive(recordnum) : 0;
+}
+
+int ZDXIndexFile::_Next(uint32_t& recordnum) { return Step(Direction::Forward, recordnum); }
+
+int ZDXIndexFile::_Prev(uint32_t& recordnum) { return Step(Direction::Backward, recordnum); }
+
+// A damaged tree may lead to the same pages again and again without ever being a cycle.
+int ZDXIndexFile::CountStep(Direction direction) {
+  if (direction != direction_) steps_ = 0;
+  direction_ = direction;
+  if (++steps_ <= most_steps_) return 1;
+  if (EntriesInFile(most_steps_) == 0) return 0;
+  return steps_ <= most_steps_ ? 1 : FailCorrupt();
+}
+
+int ZDXIndexFile::Step(Direction direction, uint32_t& recordnum) {
+  recordnum = 0;
+  if (!positioned_) return 1;
+  RangeLock lock;
+  const bool was_held = held_.held();
+  if ((was_held ? Enter(lock, FileLockType::Shared) : TakeLock(lock, FileLockType::Shared)) == 0) {
+    return 0;
+  }
+  if (CountStep(direction) == 0) return 0;
+  if (stack_is_cursor_) {
+    const size_t depth = stack_.depth();
+    const uint32_t cursor = stack_.Top().cursor;
+    const Move move = Advance(direction, Trust::Verify);
+    if (move == Move::Done && OnEntry()) return Arrive(recordnum);
+    // Back to where it was: popped pages are still there.
+    stack_.SetDepth(depth);
+    stack_.Top().cursor = cursor;
+    if (move == Move::Done) return 1;
+    // A failure may only mean that the header in memory is too old for the pages.
+    KeepCursorEntry();
+  }
+  // While the pages are what they were, the header cannot tell anything new.
+  if (!was_held && ReadHeader() == 0) return 0;
+  return StepAfresh(direction, recordnum);
+}
+
+// A step from `position_` through pages read anew.
+int ZDXIndexFile::StepAfresh(Direction direction, uint32_t& recordnum) {
+  bool found;
+  if (SeekEntry(position_.key, position_.recordnum, found) == 0) return 0;
+  if (!found) {
+    // The entry is gone; the first one behind its place is the next. A step back goes on from
+    // there.
+    if (Descend(SearchKey(position_.key, 1, header_.flags)) == 0) return 0;
+    if (direction == Direction::Backward && !OnEntry()) {
+      if (GoToEnd(Direction::Backward) == 0) return 0;
+      return OnEntry() ? Arrive(recordnum) : 1;
+    }
+  }
+  if (found || direction == Direction::Backward) {
+    if (AdvanceFresh(direction) == 0) return 0;
+  }
+  return OnEntry() ? Arrive(recordnum) : 1;
+}
+
+// --- Searching -------------------------------------------------------------------------------
+
+// Stands on the entry of `key` and `recordnum`. Equal keys are in no order of their own, so all
+// entries from the first equal one on are looked at.
+int ZDXIndexFile::SeekEntry(std::string_view key, uint32_t recordnum, bool& found) {
+  found = false;
+  uint64_t most = 0;
+  if (EntriesInFile(most) == 0) return 0;
+  if (Descend(SearchKey(key, 1, header_.flags)) == 0) return 0;
+  for (uint64_t steps = 0; OnEntry(); ++steps) {
+    if (stack_.Top().recordnum(stack_.Top().cursor) == recordnum) {
+      found = true;
+      return 1;
+    }
+    if (steps > most) return FailCorrupt();
+    if (AdvanceFresh(Direction::Forward) == 0) return 0;
+  }
+  return 1;
+}
+
+int ZDXIndexFile::_Seek(std::string_view key, uint32_t recordnum, bool& found) {
+  found = false;
+  RangeLock lock;
+  DropCursor();
+  if (Enter(lock, FileLockType::Shared) == 0) return 0;
+  if (key.size() >= header_.shape.keysize()) return 1;
+  if (SeekEntry(key, recordnum, found) == 0) return 0;
+  uint32_t reached;
+  return Arrive(reached);
+}
+
+// Stands on the first entry that begins with the key, looking at all of them: those that begin
+// alike are not neighbours in the order of numbers.
+int ZDXIndexFile::ScanFor(const SearchKey& prefix) {
+  uint64_t most = 0;
+  if (EntriesInFile(most) == 0 || GoToEnd(Direction::Forward) == 0) return 0;
+  for (uint64_t steps = 0; OnEntry(); ++steps) {
+    if (prefix.Compare(stack_.Top().key(stack_.Top().cursor)) == 0) return 1;
+    if (steps > most) return FailCorrupt();
+    if (AdvanceFresh(Direction::Forward) == 0) return 0;
+  }
+  return 1;
+}
+
+int ZDXIndexFile::_Find(std::string_view key, int exact, uint32_t& recordnum) {
+  recordnum = 0;
+  RangeLock lock;
+  DropCursor();
+  if (Enter(lock, FileLockType::Shared) == 0) return 0;
+  if (key.size() >= header_.shape.keysize()) return 1;
+  const auto stands_on = [this](const SearchKey& wanted) {
+    return OnEntry() && wanted.Compare(stack_.Top().key(stack_.Top().cursor)) == 0;
+  };
+  const SearchKey whole(key, 1, header_.flags);
+  if (exact != 0) return Descend(whole) != 0 ? Arrive(recordnum) : 0;
+  const SearchKey prefix(key, 0, header_.flags);
+  if (!key.empty() && whole.is_number()) {
+    if (Descend(whole) == 0) return 0;
+    if (!stands_on(whole) && ScanFor(prefix) == 0) return 0;
+    return Arrive(recordnum);
+  }
+  if (Descend(prefix) == 0) return 0;
+  if (!stands_on(prefix)) stack_.Clear();
+  return Arrive(recordnum);
+}
+
+int ZDXIndexFile::CheckUnique(std::string_view key, uint32_t recordnum) {
+  RangeLock lock;
+  KeepCursorEntry();
+  if (Enter(lock, FileLockType::Shared) == 0) return 0;
+  if ((header_.flags & kIndexUnique) == 0) return 1;
+  key = CutKey(key);
+  const SearchKey wanted(key, 1, header_.flags);
+  if (Descend(wanted) == 0) return 0;
+  if (!OnEntry()) return 1;
+  const ZDXIndexPage& page = stack_.Top();
+  if (page.recordnum(page.cursor) == recordnum || wanted.Compare(page.key(page.cursor)) != 0) {
+    return 1;
+  }
+  error_ = UniqueMessage(errorpath_, key);
+  return 0;
+}
+
+}  // namespace vexa
