@@ -1,4 +1,9 @@
 // String and split: storage first, then parts, searches and in-place changes.
+//
+// The invariants of storage: capacity_ is a multiple of kCapacityStep above length_; it is
+// kCapacityStep exactly when the text lives inside the object; the byte at length_ is NUL. Only
+// Grow, Release, SetInside and SetLength touch them. Every operation that takes a text allows it to
+// be a part of this one, which a page makes easily: s = s $ s.
 
 #include "core/string.h"
 

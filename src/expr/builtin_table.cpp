@@ -11,11 +11,7 @@
 #include <string_view>
 
 #include "core/text.h"
-#include "expr/builtins_files.h"
-#include "expr/builtins_host.h"
-#include "expr/builtins_math.h"
-#include "expr/builtins_text.h"
-#include "expr/builtins_time.h"
+#include "expr/builtins.h"
 
 namespace vexa {
 

@@ -1,7 +1,11 @@
-// Every path is resolved by the host before the file manager sees it, so nothing here can leave
-// the sandbox. Messages name the path as the script wrote it, never the full one.
+// The file functions: fetch the paths, let the host resolve them, ask the file manager, report.
+//
+// Every path is resolved by the host before the file manager sees it, so nothing here can leave the
+// sandbox. Messages name the path as the script wrote it, never the full one, and are encoded,
+// since a path may come from a request. What the file manager did is never undone: a function that
+// fails leaves what it found.
 
-#include "expr/builtins_files.h"
+#include "expr/builtins.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Thin calls of what the host and the encodings offer.
 
-#include "expr/builtins_host.h"
+#include "expr/builtins.h"
 
 #include <span>
 #include <string_view>

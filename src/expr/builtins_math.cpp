@@ -1,6 +1,6 @@
 // The three functions that are more than a function of the C library on its arguments.
 
-#include "expr/builtins_math.h"
+#include "expr/builtins.h"
 
 #include <cstdint>
 #include <cstdlib>

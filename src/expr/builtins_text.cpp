@@ -1,7 +1,8 @@
-// The classes are those of the C library in the "C" locale, written out so that no locale a loaded
-// library may choose can change what a page prints: bytes above 127 belong to no class.
+// The text functions. The classes are those of the C library in the "C" locale, written out so that
+// no locale a loaded library may choose can change what a page prints: bytes above 127 belong to no
+// class.
 
-#include "expr/builtins_text.h"
+#include "expr/builtins.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,7 +1,7 @@
-// Only `timezone` looks at the server's own zone; everything else is arithmetic on UTC, so a page
-// prints the same on every server.
+// The time functions. Only `timezone` looks at the server's own zone; everything else is arithmetic
+// on UTC, so a page prints the same on every server.
 
-#include "expr/builtins_time.h"
+#include "expr/builtins.h"
 
 #include <cstdint>
 #include <ctime>

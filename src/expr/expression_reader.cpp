@@ -1,4 +1,10 @@
 // The expression reader: one function for each state, one for each kind of token.
+//
+// Every function that reads a token begins behind its first character and leaves the source just
+// behind its last one: a delimiter that was read too far is put back, and only one character ever
+// is. ReadAfterGap alone looks further ahead, and returns to the place it noted. The first error
+// ends the reading; it is reported once, where the source then stands, so that the message carries
+// the line on which the offending token ends.
 
 #include "expr/expression_reader.h"
 

@@ -1,4 +1,10 @@
 // Building and printing of ExpressionTree. Its evaluation is in expression_evaluation.cpp.
+//
+// Building follows four rules: an operand goes to the left of the current node, else to its right;
+// an operator fills an empty group; a tighter operator takes over the right operand of the current
+// one; any other takes the place of the current one, or of its parent. Every rule keeps the
+// invariant that a child names its parent and a parent its child, except below the current node of
+// a call's arguments: those trees hang in the Argument nodes and have no parent.
 
 #include "expr/expression_tree.h"
 

@@ -1,5 +1,11 @@
-// The operator table, and the operators in groups: arithmetic on reals, arithmetic on integers,
-// truth and comparison, searching, texts.
+// The operators in groups (arithmetic on reals, arithmetic on integers, truth and comparison,
+// searching, texts) and, at the end, their table.
+//
+// A handler is one row of the table: it reads its operands in the way that suits it, with the
+// readings of core/number.h, and leaves its result in the left one. Operands are read in full
+// before the result is written, since both may be the same text. Answers that look odd (an empty
+// text is found by IN but not by EIN, shifts use five bits, 0 * -1 is -0) are on purpose: pages
+// test for them.
 
 #include "expr/operators.h"
 
