@@ -17,6 +17,10 @@ if(VEXA_SANITIZE)
   target_link_options(vexa_options INTERFACE ${sanitizers})
 endif()
 
+if(VEXA_FUZZ)
+  target_compile_options(vexa_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # A request is a new process, so what the dynamic linker does before main is paid on every page:
 # the C++ runtime is linked into the program, unused sections are dropped, and functions of the C
 # library are bound when first called, because a page needs few of the many that are linked. Code

@@ -9,11 +9,13 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string_view>
 
 #include "core/number.h"
+#include "core/text.h"
 #include "files/descriptor.h"
 
 namespace vexa {
@@ -31,21 +33,43 @@ void SleepTenMilliseconds() {
   ::nanosleep(&pause, nullptr);
 }
 
+// When process `pid` was started, in the system's own count since it booted; empty when the system
+// does not tell. Together with the number it names one process for good.
+String StartOfProcess(pid_t pid) {
+  const String path = String::Concat({"/proc/", PrintInteger(pid), "/stat"});
+  struct stat status;
+  const int fd = OpenDescriptor(path.c_str(), O_RDONLY, 0, status);
+  if (fd < 0) return {};
+  char content[1024];
+  const ssize_t length = ReadFully(fd, content, sizeof(content));
+  CloseQuietly(fd);
+  if (length < 0) return {};
+  // The second field, the program's name in parentheses, may hold anything.
+  std::string_view rest(content, static_cast<size_t>(length));
+  rest.remove_prefix(std::min(rest.rfind(')') + 1, rest.size()));
+  constexpr int kFieldsBefore = 20;  // from the third field to the 22nd
+  for (int field = 0; field < kFieldsBefore && !rest.empty(); ++field) {
+    rest.remove_prefix(std::min(rest.find(' ') + 1, rest.size()));
+  }
+  return rest.substr(0, rest.find(' '));
+}
+
 // One attempt to take the lock. Its scratch file lives as long as this object.
-class NamedLock {
+class LockAttempt {
  public:
-  NamedLock(Vexa& host, const String& lockfile, String& error)
+  LockAttempt(Vexa& host, const String& lockfile, String& error)
       : host_(host), lockfile_(lockfile), error_(error) {
     const String pid = PrintInteger(::getpid());
     const String& name = host.config().lockhostname;
+    const String start = StartOfProcess(::getpid());
     scratch_ = String::Concat({lockfile, ".", name, ".", pid});
-    content_ = String::Concat({pid, ":", name});
+    content_ = String::Concat({pid, start.empty() ? "" : " ", start, ":", name});
   }
-  ~NamedLock() {
+  ~LockAttempt() {
     if (scratch_exists_) ::unlink(scratch_.c_str());
   }
-  NamedLock(const NamedLock&) = delete;
-  NamedLock& operator=(const NamedLock&) = delete;
+  LockAttempt(const LockAttempt&) = delete;
+  LockAttempt& operator=(const LockAttempt&) = delete;
 
   int Take() {
     if (ContainsNul(scratch_)) {
@@ -125,16 +149,26 @@ class NamedLock {
     // Zero and below name groups of processes, which no lock holder is.
     if (holder > 0 && colon != std::string_view::npos &&
         text.substr(colon + 1) == host_.config().lockhostname.view()) {
-      if (holder == ::getpid()) {
+      if (holder == ::getpid() && !IsGone(holder, Stripped(text.substr(0, colon)))) {
         error_ = "Possible deadlock detected";
         return kDeadlock;
       }
-      stale = ::kill(holder, 0) != 0 && errno == ESRCH;
+      stale = IsGone(holder, Stripped(text.substr(0, colon)));
     } else {
       stale = Expired(status);
     }
     if (!stale || !Remove(fd, status)) SleepTenMilliseconds();
     return std::nullopt;
+  }
+
+  // `written` is the process number, and behind a space the time of its start when that was known.
+  [[nodiscard]] static bool IsGone(pid_t holder, std::string_view written) {
+    if (::kill(holder, 0) != 0 && errno == ESRCH) return true;
+    const size_t space = written.find(' ');
+    if (space == std::string_view::npos) return false;
+    // The number may have been given to another process since.
+    const String start = StartOfProcess(holder);
+    return !start.empty() && start != written.substr(space + 1);
   }
 
   [[nodiscard]] bool Expired(const struct stat& status) const {
@@ -145,6 +179,8 @@ class NamedLock {
     // Subtracting from the clock cannot overflow, whatever time the file claims.
     const time_t oldest = now.tv_sec - expiration;
     const struct timespec& touched = status.st_mtim;
+    // A time so far ahead was written by a clock that went wrong, and would never be reached.
+    if (touched.tv_sec > now.tv_sec && touched.tv_sec - now.tv_sec > expiration) return true;
     return touched.tv_sec < oldest || (touched.tv_sec == oldest && touched.tv_nsec <= now.tv_nsec);
   }
 
@@ -176,8 +212,49 @@ class NamedLock {
 }  // namespace
 
 int TakeNamedLock(Vexa& host, const String& lockfile, String& error) {
-  NamedLock lock(host, lockfile, error);
-  return lock.Take();
+  LockAttempt attempt(host, lockfile, error);
+  return attempt.Take();
+}
+
+// --- Holding it ------------------------------------------------------------------------------
+
+bool NamedLock::Take(const String& lockfile, String& error) {
+  GiveBack();
+  FileManager& files = host_.filemanager();
+  if (files.Lock(lockfile) != 1) {
+    error = files.error();
+    return false;
+  }
+  path_ = lockfile;
+  file_ = files.Open(lockfile, OpenRead);
+  held_ = true;
+  return true;
+}
+
+// Through the open file: by its name, a lock that another host took over in this very moment would
+// be refreshed for it. Without an open file there is only the name.
+void NamedLock::Refresh() {
+  if (!held_) return;
+  if (file_ != nullptr) {
+    (void)file_->Touch();
+  } else {
+    (void)host_.filemanager().TouchFile(path_);
+  }
+}
+
+void NamedLock::GiveBack() {
+  if (!held_) return;
+  held_ = false;
+  // Without a time limit nothing else would end the attempts to remove the file: ten seconds.
+  constexpr int kMostAttempts = 1000;
+  FileManager& files = host_.filemanager();
+  const auto is_ours = [this] { return file_ == nullptr || file_->StillNamed() != 0; };
+  const bool unlimited = host_.timeremaining() < 0;
+  for (int attempt = 1; is_ours() && files.Delete(path_) < 0 && files.Exists(path_); ++attempt) {
+    if (host_.timedout() || (unlimited && attempt == kMostAttempts)) break;
+    SleepTenMilliseconds();
+  }
+  file_.reset();
 }
 
 }  // namespace vexa

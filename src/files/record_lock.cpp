@@ -1,4 +1,4 @@
-// Waiting for record locks; see record_lock.h.
+// The account of record locks, and waiting for them; see record_lock.h.
 
 #include "files/record_lock.h"
 
@@ -7,7 +7,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
+#include <cstddef>
 
 #include "files/descriptor.h"
 
@@ -60,6 +62,42 @@ struct flock Describe(const ByteRange& range, short type) {
 }
 
 }  // namespace
+
+void ByteRanges::Add(const ByteRange& range) {
+  Remove(range);
+  ranges_.push_back(range);
+  assert(Disjoint());
+}
+
+bool ByteRanges::Disjoint() const {
+  for (size_t i = 0; i < ranges_.size(); ++i) {
+    if (ranges_[i].start >= ranges_[i].end) return false;
+    for (size_t j = 0; j < i; ++j) {
+      if (ranges_[i].start < ranges_[j].end && ranges_[j].start < ranges_[i].end) return false;
+    }
+  }
+  return true;
+}
+
+void ByteRanges::Remove(const ByteRange& range) {
+  for (size_t i = 0; i < ranges_.size();) {
+    ByteRange& held = ranges_[i];
+    if (range.end <= held.start || held.end <= range.start) {
+      ++i;
+      continue;
+    }
+    const ByteRange behind = {range.end, held.end, held.type};
+    held.end = range.start;
+    if (held.start < held.end) {
+      ++i;
+    } else {
+      held = ranges_.back();
+      ranges_.pop_back();
+    }
+    // What is left behind does not overlap `range`, so meeting it again changes nothing.
+    if (behind.start < behind.end) ranges_.push_back(behind);
+  }
+}
 
 int TakeRecordLock(Vexa& host, int fd, const ByteRange& range) {
   struct flock lock = Describe(range, range.type == FileLockType::Exclusive ? F_WRLCK : F_RDLCK);

@@ -12,8 +12,8 @@
 #include <cstdint>
 
 #include "core/string.h"
-#include "files/byte_ranges.h"
 #include "files/descriptor.h"
+#include "files/record_lock.h"
 
 namespace vexa {
 

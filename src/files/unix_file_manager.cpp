@@ -13,7 +13,6 @@
 
 #include "core/number.h"
 #include "files/named_lock.h"
-#include "files/record_lock.h"
 #include "files/unix_file.h"
 
 namespace vexa {

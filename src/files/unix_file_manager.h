@@ -23,8 +23,8 @@
 
 #include "core/file.h"
 #include "core/string.h"
-#include "files/byte_ranges.h"
 #include "files/descriptor.h"
+#include "files/record_lock.h"
 #include "files/unix_file_info.h"
 #include "vexa.h"
 

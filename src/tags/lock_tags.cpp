@@ -3,6 +3,7 @@
 #include "tags/lock_tags.h"
 
 #include <memory>
+#include <utility>
 
 #include "engine/script_parser.h"
 #include "tags/lock_state.h"
@@ -14,14 +15,10 @@ StateResult ProcessVxLOCKFILE(ScriptParser& parser, Tag& tag) {
   const String name = tag.Value("FILE") + ".lck";
   String path;
   String error;
-  bool locked = false;
-  if (parser.host().ResolvePath(name, path, PathType::DataPath, error) != 0) {
-    FileManager& files = parser.host().filemanager();
-    locked = files.Lock(path) == 1;
-    if (!locked) error = files.error();
-  }
-  if (locked) {
-    parser.AddState(std::make_unique<LockState>(parser, path));
+  auto lock = std::make_unique<NamedLock>(parser.host());
+  if (parser.host().ResolvePath(name, path, PathType::DataPath, error) != 0 &&
+      lock->Take(path, error)) {
+    parser.AddState(std::make_unique<LockState>(parser, std::move(lock)));
     return StateResult::Handled;
   }
   const StateResult result = parser.RuntimeError(

@@ -41,7 +41,8 @@ class FileLockTest : public FileFixture {
     for (const pid_t child : children) EXPECT_EQ(ExitStatus(child), 0);
   }
   [[nodiscard]] bool HeldByUs() const {
-    return Content("x.lck") == std::to_string(::getpid()) + ":here";
+    const std::string content = Content("x.lck");
+    return content.starts_with(std::to_string(::getpid()) + " ") && content.ends_with(":here");
   }
 
   String lock_ = Path("x.lck");
@@ -187,6 +188,20 @@ TEST_F(FileLockTest, WhatCanNeverBecomeALockEnds) {
   TimeOutSoon();
   EXPECT_EQ(files.Lock(lock_), 0);
   EXPECT_EQ(Leftovers(), 0);
+}
+
+TEST_F(FileLockTest, NumberGivenToAnotherProcessHoldsNothing) {
+  // The parent is alive, but was not started then; nor was this process.
+  for (const pid_t pid : {::getppid(), ::getpid()}) {
+    Make("x.lck", std::to_string(pid) + " 1:here");
+    EXPECT_EQ(files.Lock(lock_), 1);
+    EXPECT_TRUE(HeldByUs());
+    ASSERT_EQ(files.Delete(lock_), 0);
+  }
+  // Another host's clock went wrong: its lock is as dead as an old one.
+  Make("x.lck", "1:elsewhere");
+  SetAge(lock_, -100'000);
+  EXPECT_EQ(files.Lock(lock_), 1);
 }
 
 TEST_F(FileLockTest, ScratchFileOfAKilledProcessIsNoHindrance) {
