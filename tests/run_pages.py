@@ -1,0 +1,364 @@
+#!/usr/bin/env python3
+"""Runs the cases of page files against the program: a page and a request in, a response out.
+
+    tests/run_pages.py PROGRAM [--quiet] [--filter TEXT] [--env NAME=VALUE]... FILE.page...
+
+Every case gets a fresh directory with a configuration file, the directories site/, data/ and tmp/,
+and a link named `vexa` to the program, which finds its configuration beside that name. A case is a
+sequence of requests; what one leaves in the directory the next one finds. A request that does not
+say what it expects is a mistake in the case: it could not fail. docs/testing.md describes the
+format. Texts are read as Latin-1, so that every byte is one character and stays what it is.
+
+The last line is "N passed, N failed"; the exit status is 0 only when nothing failed, and something
+ran or a filter was given."""
+
+import argparse
+import concurrent.futures
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+
+LIMIT_SECONDS = 60
+SCRIPT_RAN = "1"  # The program's exit status after a script ran.
+LINES_SHOWN = 6
+CONFIG = """vexaroot={DIR}/site
+stdmodedatadir={DIR}/data
+tempdir={DIR}/tmp
+usecookies=no
+serveradmin=admin@example.com
+"""
+ENVIRONMENT = {
+    "GATEWAY_INTERFACE": "CGI/1.1", "SERVER_PROTOCOL": "HTTP/1.1", "SERVER_NAME": "localhost",
+    "SERVER_PORT": "80", "SCRIPT_NAME": "/cgi-bin/vexa", "REQUEST_METHOD": "GET",
+    "PATH_INFO": "/index.vx", "QUERY_STRING": "", "REMOTE_ADDR": "127.0.0.1",
+    "PATH": "/usr/bin:/bin", "TZ": "UTC"}
+
+# The kinds of sections, and what each may have behind its name.
+LASTING = {"config": "", "file": "PATH", "script": ""}  # What stays for the requests behind.
+ASKED = {**LASTING, "get": "PATH?QUERY", "query": "", "post": "", "form": "", "env": "", "args": ""}
+EXPECTED = {"output": "", "response": "", "contains": "", "lacks": "", "exit": "", "check": "PATH",
+            "absent": "", "values": ""}
+TABLES = {"pages": "", "errors": "", "refused": ""}  # Every row is a request.
+KINDS = {**ASKED, **EXPECTED, **TABLES, "request": ""}
+
+
+class Mistake(Exception):
+    """A page file that is not written as page files are; the text says where and what."""
+
+
+class Section:
+    def __init__(self, kind, place, argument="", lines=(), marks=()):
+        self.kind, self.place, self.argument = kind, place, argument
+        self.lines, self.marks = list(lines), marks
+
+    @staticmethod
+    def opened(line, place):
+        """The section that a line `--- KIND ARGUMENT MARK...` opens, with `: TEXT` a whole one."""
+        header, colon, text = line[4:].partition(": ")
+        words = header.split()
+        marks = [word for word in words if word in ("escaped", "joined")] + ["whole"] * bool(colon)
+        words = [word for word in words if word not in marks]
+        if not words or words[0] not in KINDS or len(words) != (2 if KINDS[words[0]] else 1):
+            raise Mistake(f"{place}: unknown section or wrong argument: {line}")
+        return Section(words[0], place, words[-1], [text] if colon else [], marks)
+
+    def finish(self, text):
+        return unescape(text) if "escaped" in self.marks else text
+
+    def text(self):
+        return self.finish(("" if "joined" in self.marks else "\n").join(self.lines))
+
+    def texts(self):
+        """The lines that are not empty, each as a text."""
+        return [self.finish(line) for line in self.lines if line]
+
+    def rows(self):
+        """The rows LEFT => RIGHT with their places; several stand on a line between ` ;; `."""
+        file, _, first = self.place.rpartition(":")
+        for number, line in enumerate(self.lines, int(first) + ("whole" not in self.marks)):
+            for row in filter(None, line.split(" ;; ")):
+                left, arrow, right = (row.strip() + " ").partition(" => ")
+                if not arrow:
+                    raise Mistake(f"{file}:{number}: a row without an arrow: {row}")
+                yield self.finish(left), self.finish(right.strip()), f"{file}:{number}"
+
+
+def unescape(text):
+    """The bytes that the text stands for; a backslash before anything else stands for itself."""
+    named = {"n": "\n", "r": "\r", "t": "\t", "\\": "\\"}
+    return re.sub(r"\\(?:([nrt\\])|x([0-9a-fA-F]{2}))",
+                  lambda found: named[found[1]] if found[1] else chr(int(found[2], 16)), text)
+
+
+def shown(label, texts):
+    return "".join(f"\n      {label}{text.encode('unicode_escape').decode()}" for text in texts)
+
+
+def difference(expected, actual):
+    """Where two texts differ: the line before, then what was expected and what came."""
+    wanted, found = expected.splitlines(True), actual.splitlines(True)
+    same = len(os.path.commonprefix([wanted, found]))
+    report = (f"\n    first difference in line {same + 1}"
+              + shown("same      ", wanted[max(same - 1, 0):same]))
+    for label, lines in ("expected  ", wanted[same:]), ("actual    ", found[same:]):
+        report += shown(label, lines[:LINES_SHOWN] or ["(the end)"])
+        if len(lines) > LINES_SHOWN:
+            report += f"\n                and {len(lines) - LINES_SHOWN} more lines"
+    return report
+
+
+def read_pages(file):
+    """The cases of a page file: pairs of a name and the sections."""
+    cases = []
+    section = None
+    with open(file, encoding="latin-1", newline="\n") as stream:
+        lines = stream.read().removesuffix("\n").split("\n")
+    for number, line in enumerate(lines, 1):
+        place = f"{file}:{number}"
+        if line.startswith("=== "):
+            while section and section.lines and section.lines[-1].startswith("#"):
+                section.lines.pop()  # A comment on this case.
+            if cases and not section:
+                raise Mistake(f"{place}: empty case before this")
+            cases.append((f"{file}: {line[4:]}", []))
+            section = None
+        elif line.startswith("--- "):
+            if not cases:
+                raise Mistake(f"{place}: section outside of a case")
+            section = Section.opened(line, place)
+            cases[-1][1].append(section)
+        elif section and "whole" not in section.marks:
+            section.lines.append(line)
+        elif line.strip() and not line.startswith("#"):
+            raise Mistake(f"{place}: text outside of a section: {line}")
+    if not section:
+        raise Mistake(f"{file}:{len(lines)}: no case at the end")
+    return cases
+
+
+def requests(sections):
+    """The requests of a case, each as the list of its sections. One begins at `request` and at what
+    is asked behind what is expected; every row of a table is one."""
+    request = []
+    for section in sections:
+        expects = request and request[-1].kind in EXPECTED
+        if section.kind == "request" or (expects and section.kind not in EXPECTED):
+            if request:
+                yield request
+            request = []
+        if section.kind not in TABLES:
+            request.append(section)
+            continue
+        for left, right, place in section.rows():
+            yield request + table_row(section.kind, left, right, place)
+            request = [former for former in request if former.kind not in LASTING]
+        request = []
+    if request:
+        yield request
+
+
+def table_row(kind, left, right, place):
+    """The sections for which a row stands."""
+    if kind == "refused":
+        syntax = "Syntax error in Configuration File: " if right.startswith("Line ") else ""
+        right = (f"{syntax}{right}<BR>\nPlease contact the server administrator: "
+                 "admin@example.com\r\n")
+        return [Section("setting", place, lines=[left]), Section("exit", place, lines=["0"]),
+                Section("output", place, lines=[right])]
+    if kind == "errors":
+        right = f"index.vx: Line 1: {right}\r\n"
+    return [Section("script", place, lines=[left]), Section("output", place, lines=[right])]
+
+
+class Request:
+    """One request, put together and then checked by its sections. `faults` says what is wrong; it
+    is empty when everything was as expected."""
+
+    def __init__(self, directory, config):
+        self.directory, self.config = directory, config
+        self.environment, self.arguments, self.body = dict(ENVIRONMENT), [], b""
+        self.status, self.script, self.faults = SCRIPT_RAN, "", []
+
+    def own(self, text):
+        return text.replace("{DIR}", str(self.directory))
+
+    def write(self, name, text):
+        path = self.directory / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(self.own(text).encode("latin-1"))
+
+    def ask(self, section):
+        kind = section.kind
+        if kind == "config":
+            self.config += section.text() + "\n"
+        elif kind in ("file", "script"):
+            self.write(section.argument if kind == "file" else "site/index.vx", section.text())
+            self.script = section.text()
+        elif kind == "values":
+            rows = [f"\x1e<VxEVAL EXPR={expression}>\x1f\n" for expression, _, _ in section.rows()]
+            self.write("site/index.vx", self.script + "".join(rows))
+        elif kind == "get":
+            path, _, query = section.argument.partition("?")
+            self.environment.update(PATH_INFO=path, QUERY_STRING=query)
+        elif kind == "query":
+            self.environment["QUERY_STRING"] = self.own(section.text())
+        elif kind == "post":
+            self.post("application/x-www-form-urlencoded", section.text())
+        elif kind == "form":
+            parts = [f"--b\r\nContent-Disposition: form-data; {head}\r\n\r\n{data}\r\n"
+                     for head, data, _ in section.rows()]
+            self.post("multipart/form-data; boundary=b", "".join(parts) + "--b--")
+        elif kind == "args":
+            self.arguments = [self.own(text) for text in section.texts()]
+        elif kind == "exit":
+            self.status = section.text()
+
+    def post(self, kind, body):
+        self.body = body.encode("latin-1")
+        self.environment.update(REQUEST_METHOD="POST", CONTENT_TYPE=kind,
+                                CONTENT_LENGTH=str(len(self.body)))
+
+    def set_environment(self, section):
+        for text in section.texts():
+            name, equals, value = self.own(text).partition("=")
+            self.environment.pop(name, None)
+            if equals:
+                self.environment[name] = value
+
+    def make(self, sections, extra):
+        for section in sections:
+            self.ask(section)
+        # The environment goes last, so that it has its way over what a body or a query implies.
+        for section in sections:
+            if section.kind == "env":
+                self.set_environment(section)
+        if not any(section.kind in EXPECTED for section in sections):
+            self.fault(sections[0], "the request expects nothing")
+            return
+        setting = [section.text() + "\n" for section in sections if section.kind == "setting"]
+        self.write("vexa.conf", self.config + "".join(setting))
+        output = self.run(sections[0], {**self.environment, **extra})
+        for section in sections:
+            self.check(section, output)
+
+    def run(self, first, environment):
+        """Runs the program; what it wrote to standard output."""
+        process = subprocess.Popen(
+            [self.directory / "vexa", *self.arguments], cwd=self.directory, env=environment,
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            start_new_session=True)
+        try:
+            output, errors = process.communicate(self.body, LIMIT_SECONDS)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)  # And the processes that it started.
+            output, errors = process.communicate()
+            self.fault(first, f"ran for more than {LIMIT_SECONDS} seconds")
+        if str(process.returncode) != self.status:
+            self.fault(first, f"exit status {process.returncode} instead of {self.status}")
+        if errors:
+            self.fault(first, "wrote to standard error", shown("", [errors.decode("latin-1")]))
+        return output.decode("latin-1")
+
+    def fault(self, section, text, details=""):
+        self.faults.append(f"  {section.place}: {text}{details}")
+
+    def compare(self, section, what, expected, actual):
+        if self.own(expected) != actual:
+            self.fault(section, f"{what} is not as expected",
+                       difference(self.own(expected), actual))
+
+    def check(self, section, output):
+        kind = section.kind
+        if kind == "output":
+            headers, blank, page = output.partition("\r\n\r\n")
+            if not blank:
+                self.fault(section, "the response has no end of headers", shown("", [headers]))
+            self.compare(section, "the page", section.text(), page)
+        elif kind == "response":
+            self.compare(section, "the response", section.text(), output)
+        elif kind in ("contains", "lacks"):
+            for text in section.texts():
+                if (self.own(text) in output) != (kind == "contains"):
+                    self.fault(section, f"not so: the response {kind}" + shown("", [text]),
+                               shown("actual    ", output.splitlines(True)))
+        elif kind == "values":
+            found = re.findall("\x1e([^\x1e\x1f]*)\x1f", output)
+            for expression, value, place in section.rows():
+                if not found:
+                    self.fault(section, f"no value of {expression}", shown("", [output]))
+                    break
+                self.compare(Section("", place), expression, value, found.pop(0))
+        elif kind == "check":
+            path = self.directory / section.argument
+            if path.is_file():
+                self.compare(section, section.argument, section.text(),
+                             path.read_bytes().decode("latin-1"))
+            else:
+                self.fault(section, f"{section.argument} does not exist")
+        elif kind == "absent":
+            for name in section.text().split():
+                if os.path.lexists(self.directory / name):
+                    self.fault(section, f"{name} exists")
+
+
+def run_case(sections, program, extra):
+    """What went wrong, in lines; empty when the case passed."""
+    # As realpath: the program refuses script directories that lie behind links.
+    with tempfile.TemporaryDirectory(
+            prefix="vexa-page-", dir=os.path.realpath(tempfile.gettempdir())) as name:
+        directory = pathlib.Path(name)
+        for name in ("site", "data", "tmp"):
+            (directory / name).mkdir()
+        (directory / "vexa").symlink_to(program)
+        config = CONFIG
+        try:
+            for request_sections in requests(sections):
+                request = Request(directory, config)
+                request.make(request_sections, extra)
+                if request.faults:
+                    return request.faults
+                config = request.config
+        except Mistake as mistake:
+            return [f"  {mistake}"]
+    return []
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("program", type=pathlib.Path)
+    parser.add_argument("--quiet", action="store_true")
+    parser.add_argument("--filter", default="")
+    parser.add_argument("--env", action="append", default=[], metavar="NAME=VALUE")
+    parser.add_argument("files", nargs="+")
+    options = parser.parse_args()
+    # How the sanitizers report is the business of whoever runs the tests.
+    passed_on = [f"{name}={os.environ[name]}" for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS")
+                 if name in os.environ]
+    extra = dict(setting.split("=", 1) for setting in passed_on + options.env)
+    passed = failed = 0
+    cases = []
+    for file in options.files:
+        try:
+            cases += [case for case in read_pages(file) if options.filter in case[0]]
+        except (Mistake, OSError) as mistake:
+            print(f"FAIL {mistake}")
+            failed += 1
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        reports = pool.map(lambda case: run_case(case[1], options.program.resolve(), extra), cases)
+        for (name, _), faults in zip(cases, reports):
+            passed += not faults
+            failed += bool(faults)
+            if faults:
+                print("\n".join([f"FAIL {name}", *faults]), flush=True)
+            elif not options.quiet:
+                print(f"PASS {name}", flush=True)
+    print(f"{passed} passed, {failed} failed")
+    return 0 if failed == 0 and (passed or options.filter) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
