@@ -7,10 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "cgi/standard_output.h"
-#include "core/version.h"
+#include "cgi/cgi_vexa.h"
 #include "engine/script_check.h"
-#include "host/cgi_vexa.h"
 #include "xbase/check/table_check.h"
 
 namespace vexa {
@@ -43,7 +41,8 @@ int PrintHelp(Output& out, Arguments) {
 
 // 0 when every script is free of syntax errors, else 1.
 int CheckScripts(Output& out, Arguments paths) {
-  CGIVexa host(0, nullptr);
+  Process process(0, nullptr);
+  CGIVexa host(process);
   bool clean = !paths.empty();
   if (paths.empty()) out.Write("vexa --check: no file given\n");
   for (const char* path : paths) {
@@ -58,7 +57,8 @@ int CheckTableFiles(Output& out, Arguments paths) {
     out.Write("vexa --check-table: no file given\n");
     return EXIT_FAILURE;
   }
-  CGIVexa host(0, nullptr);
+  Process process(0, nullptr);
+  CGIVexa host(process);
   std::vector<String> indexes(paths.begin() + 1, paths.end());
   return CheckTable(host.filemanager(), String(paths[0]), indexes, out);
 }

@@ -4,17 +4,17 @@
 #include <new>
 #include <stdexcept>
 
+#include "cgi/cgi_vexa.h"
 #include "cgi/command_line.h"
-#include "cgi/standard_descriptors.h"
 #include "core/error.h"
-#include "host/cgi_vexa.h"
+#include "host/process.h"
 
 namespace vexa {
 namespace {
 
 // The one place where the standard library's allocation failures end. Everything the script held
 // is released by then; what is left is to say so on the page.
-int RunRequest(CGIVexa& host) {
+int RunRequest(Host& host) {
   try {
     return host.Go();
   } catch (const std::bad_alloc&) {
@@ -31,6 +31,7 @@ int RunRequest(CGIVexa& host) {
 int main(int argc, char** argv) {
   if (!vexa::FillStandardDescriptors()) return EXIT_FAILURE;
   if (vexa::IsCommandLine(argc, argv)) return vexa::RunCommandLine(argc, argv);
-  vexa::CGIVexa host(argc, argv);
+  vexa::Process process(argc, argv);
+  vexa::CGIVexa host(process);
   return vexa::RunRequest(host);
 }

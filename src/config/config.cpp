@@ -1,4 +1,4 @@
-// Config: the table of the settings' names, and the forms a value may have.
+// Config: the table of the settings' names, and what a value of each type looks like.
 
 #include "config/config.h"
 

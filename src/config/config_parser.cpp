@@ -6,11 +6,11 @@
 #include <string>
 #include <utility>
 
+#include "config/config_receiver.h"
 #include "config/unix_config.h"
 #include "core/buffer.h"
 #include "core/error.h"
 #include "core/text.h"
-#include "host/host.h"
 
 namespace vexa {
 
@@ -29,19 +29,19 @@ const String* UNIXConfigParser::Tag::Find(std::string_view attribute) const {
   return found == attributes.end() ? nullptr : &found->value;
 }
 
-int UNIXConfigParser::Parse() {
+bool UNIXConfigParser::Parse() {
   String text;
   for (;;) {
     text.clear();
     LineEnd end = GetNextLine(text);
-    if (!ProcessText(Stripped(text))) return 1;
-    if (end == LineEnd::File) return 0;
-    if (end == LineEnd::Tag && !GetTag()) return 1;
+    if (!ProcessText(Stripped(text))) return false;
+    if (end == LineEnd::File) return true;
+    if (end == LineEnd::Tag && !GetTag()) return false;
   }
 }
 
 bool UNIXConfigParser::SyntaxError(std::string_view text) {
-  host_.Error(ConfigurationSyntaxError(config_.settings(), line_, text));
+  receiver_.Error(ConfigurationSyntaxError(config_.settings(), line_, text));
   return false;
 }
 
@@ -269,7 +269,7 @@ bool UNIXConfigParser::ProcessCommerceLib(const Tag& tag) {
   const String* library = method == nullptr ? nullptr : Required(tag, "LIBRARY");
   if (library == nullptr) return false;
   const String* metamethod = tag.Find("METAMETHOD");
-  host_.AddCommerceHandler({*method, *library, metamethod == nullptr ? String() : *metamethod});
+  receiver_.AddCommerceHandler({*method, *library, metamethod == nullptr ? String() : *metamethod});
   return true;
 }
 
@@ -288,7 +288,7 @@ bool UNIXConfigParser::ProcessPackage(const Tag& tag) {
     package.*field = *value;
   }
   if (const String* path = tag.Find("DEFAULTPATH")) package.defaultpath = *path;
-  host_.AddPackage(std::move(package));
+  receiver_.AddPackage(std::move(package));
   return true;
 }
 

@@ -22,17 +22,17 @@
 namespace vexa {
 
 class Buffer;
-class HostBase;
+class ConfigReceiver;
 class UNIXConfig;
 
 class UNIXConfigParser {
  public:
   // Everything is borrowed; `source` is open and stands at its start.
-  UNIXConfigParser(HostBase& host, UNIXConfig& config, Buffer& source)
-      : host_(host), config_(config), source_(source) {}
+  UNIXConfigParser(ConfigReceiver& receiver, UNIXConfig& config, Buffer& source)
+      : receiver_(receiver), config_(config), source_(source) {}
 
-  // Reads the whole file into the configuration. Returns 0, or 1 after the error was shown.
-  [[nodiscard]] int Parse();
+  // Reads the whole file into the configuration. False after the error was shown.
+  [[nodiscard]] bool Parse();
 
  private:
   struct Attribute {
@@ -80,7 +80,7 @@ class UNIXConfigParser {
   bool SyntaxError(std::string_view text);
   Scan UnexpectedEnd(const Tag& tag);
 
-  HostBase& host_;
+  ConfigReceiver& receiver_;
   UNIXConfig& config_;
   Buffer& source_;
   int line_ = 1;  // where the setting or tag being read began

@@ -4,10 +4,10 @@
 
 #include "config/site_variables.h"
 
+#include "config/config_receiver.h"
 #include "core/buffer.h"
 #include "core/error.h"
 #include "core/text.h"
-#include "host/host.h"
 
 namespace vexa {
 
@@ -17,7 +17,7 @@ constexpr int kSiteVariablesBuffer = 8192;
 
 class SiteVarsParser {
  public:
-  SiteVarsParser(HostBase& host, Buffer& source) : host_(host), source_(source) {}
+  SiteVarsParser(ConfigReceiver& receiver, Buffer& source) : receiver_(receiver), source_(source) {}
 
   void Parse() {
     while (GetNextLine()) {
@@ -54,10 +54,10 @@ class SiteVarsParser {
     size_t equals = line.find('=');
     std::string_view name = Stripped(line.substr(0, equals));
     if (name.empty()) return;
-    host_.AddSiteVariable(name, String(equals == line.npos ? "" : line.substr(equals + 1)));
+    receiver_.AddSiteVariable(name, String(equals == line.npos ? "" : line.substr(equals + 1)));
   }
 
-  HostBase& host_;
+  ConfigReceiver& receiver_;
   Buffer& source_;
   String text_;
   bool comment_ = false;
@@ -65,14 +65,15 @@ class SiteVarsParser {
 
 }  // namespace
 
-int ReadSiteVarsFile(HostBase& host, const String& path, MissingFile missing) {
-  Buffer file(host.filemanager(), kSiteVariablesBuffer);
+int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings, const String& path,
+                     MissingFile missing) {
+  Buffer file(receiver.filemanager(), kSiteVariablesBuffer);
   if (!file.Open(path, path)) {
     if (missing == MissingFile::IsEmpty) return 0;
-    host.Error(ConfigurationError(host.config(), "Error opening sitevars file"));
+    receiver.Error(ConfigurationError(settings, "Error opening sitevars file"));
     return 1;
   }
-  SiteVarsParser(host, file).Parse();
+  SiteVarsParser(receiver, file).Parse();
   return 0;
 }
 

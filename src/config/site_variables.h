@@ -8,12 +8,15 @@
 
 namespace vexa {
 
-class HostBase;
+class ConfigReceiver;
+struct Settings;
 
 enum class MissingFile { IsEmpty, IsError };
 
-// Defines every variable of the file at `path`. Returns 0, or 1 after the error was shown.
-[[nodiscard]] int ReadSiteVarsFile(HostBase& host, const String& path, MissingFile missing);
+// Defines every variable of the file at `path`. Returns 0, or 1 after the error was shown, which
+// names the administrator of `settings`.
+[[nodiscard]] int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings,
+                                   const String& path, MissingFile missing);
 
 }  // namespace vexa
 

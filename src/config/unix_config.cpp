@@ -8,12 +8,11 @@
 #include <memory>
 
 #include "config/config_parser.h"
+#include "config/config_receiver.h"
 #include "config/site_variables.h"
 #include "core/buffer.h"
 #include "core/error.h"
 #include "core/text.h"
-#include "core/variables.h"
-#include "host/host.h"
 
 namespace vexa {
 
@@ -35,37 +34,36 @@ String MachineName() {
 
 }  // namespace
 
-UNIXConfig::UNIXConfig(HostBase& host, ServerSafeMode mode)
-    : host_(host), mode_(mode), workdir_(WorkingDirectory()) {
+UNIXConfig::UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode)
+    : receiver_(receiver), mode_(mode), workdir_(WorkingDirectory()) {
   settings_.stdmodedatadir = workdir_;
   settings_.path = workdir_;
   settings_.lockhostname = MachineName();
 }
 
 int UNIXConfig::ReadConfiguration(const String& path) {
-  Buffer file(host_.filemanager(), kConfigurationBuffer);
+  Buffer file(receiver_.filemanager(), kConfigurationBuffer);
   if (!file.Open(path, path)) {
-    host_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
+    receiver_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
     return 1;
   }
-  UNIXConfigParser parser(host_, *this, file);
-  if (parser.Parse() != 0) return 1;
+  if (!UNIXConfigParser(receiver_, *this, file).Parse()) return 1;
   if (virtualhost_.empty()) {
-    virtualhost_ = host_.vars().GetSystemVariableValue(settings_.virtualhostvariable);
+    virtualhost_ = receiver_.SystemVariable(settings_.virtualhostvariable);
   }
   return 0;
 }
 
 int UNIXConfig::ValidateConfiguration() {
   if (settings_.quorbelroot.empty()) {
-    host_.Error(ConfigurationError(settings_, "vexaroot is not defined"));
+    receiver_.Error(ConfigurationError(settings_, "vexaroot is not defined"));
     return 1;
   }
   settings_.quorbelroot = Absolute(settings_.quorbelroot);
   if (serversafemode() && settings_.authfile.empty() && settings_.authuserdir.empty()) {
-    host_.Error(ConfigurationError(settings_,
-                                   "Vexa is running in server safe mode but no authfile or "
-                                   "authuserdir are defined"));
+    receiver_.Error(ConfigurationError(settings_,
+                                       "Vexa is running in server safe mode but no authfile or "
+                                       "authuserdir are defined"));
     return 1;
   }
   if (!settings_.stdmodedatadir.empty()) {
@@ -81,21 +79,21 @@ String UNIXConfig::Absolute(std::string_view path) const {
 
 int UNIXConfig::ReadSiteVars() {
   if (settings_.sitevars.empty()) return 0;
-  return ReadSiteVarsFile(host_, settings_.sitevars, MissingFile::IsError);
+  return ReadSiteVarsFile(receiver_, settings_, settings_.sitevars, MissingFile::IsError);
 }
 
 int UNIXConfig::ReadUserSiteVars() {
   if (settings_.usersitevars.empty()) return 0;
   String path, message;
-  if (host_.ResolvePath(settings_.usersitevars, path, PathType::DataPath, message) == 0) {
-    host_.Error(ConfigurationError(settings_, message));
+  if (receiver_.ResolvePath(settings_.usersitevars, path, PathType::DataPath, message) == 0) {
+    receiver_.Error(ConfigurationError(settings_, message));
     return 1;
   }
-  return ReadSiteVarsFile(host_, path, MissingFile::IsEmpty);
+  return ReadSiteVarsFile(receiver_, settings_, path, MissingFile::IsEmpty);
 }
 
 int UNIXConfig::ReadAuthFile() {
-  host_.Error(ConfigurationError(settings_, "authfile is not supported by this build"));
+  receiver_.Error(ConfigurationError(settings_, "authfile is not supported by this build"));
   return 1;
 }
 
@@ -114,7 +112,7 @@ String UNIXConfig::ProcessMacros(std::string_view value) const {
     value.remove_prefix(ampersand + 1);
     if (!value.empty()) value.remove_prefix(1);
     size_t bracket = value.find(']');
-    result.cat(host_.environment().Value(Stripped(value.substr(0, bracket))));
+    result.cat(receiver_.environment().Value(Stripped(value.substr(0, bracket))));
     value.remove_prefix(bracket == value.npos ? value.size() : bracket + 1);
   }
   return result;

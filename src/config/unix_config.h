@@ -16,7 +16,7 @@
 
 namespace vexa {
 
-class HostBase;
+class ConfigReceiver;
 
 // The content type of the scripts with one extension.
 class MimeType {
@@ -36,8 +36,8 @@ enum class ServerSafeMode { Off, On };
 
 class UNIXConfig final : public Config {
  public:
-  // `host` is where errors go and where values of the request come from; borrowed.
-  UNIXConfig(HostBase& host, ServerSafeMode mode);
+  // `receiver` is borrowed.
+  UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode);
 
   // Reads the file at `path`. The settings read before an error keep their values.
   [[nodiscard]] int ReadConfiguration(const String& path);
@@ -66,7 +66,7 @@ class UNIXConfig final : public Config {
   [[nodiscard]] String ProcessMacros(std::string_view value) const;
   [[nodiscard]] String Absolute(std::string_view path) const;
 
-  HostBase& host_;
+  ConfigReceiver& receiver_;
   ServerSafeMode mode_;
   String virtualhost_;
   String workdir_;  // the working directory at construction

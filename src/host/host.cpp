@@ -1,33 +1,56 @@
-// HostBase: the run of the phases, the registries, the time limit and the showing of errors.
+// Host: the run of the phases, the configuration, the time limit, the showing of errors, and what a
+// request owns.
 
 #include "host/host.h"
 
+#include <unistd.h>
+
 #include <algorithm>
-#include <cstdlib>
+#include <cassert>
+#include <utility>
 
 #include "core/encoding.h"
 #include "core/error.h"
 #include "core/number.h"
 #include "core/text.h"
-#include "core/version.h"
 #include "engine/module.h"
 #include "engine/script_parser.h"
-#include "host/dynamic_variables.h"
-#include "request/content_parser.h"
 #include "request/cookie.h"
 
 namespace vexa {
 
-HostBase::HostBase(char** environment) : environment_(environment), vars_(*this) {}
+Host::Host(Process& process, Request& request, ResponseOutput& output)
+    : process_(process),
+      request_(request),
+      answer_(output),
+      filemanager_(*this),
+      vars_(databases_) {}
 
-HostBase::~HostBase() { ReleaseScripts(); }
+Host::~Host() {
+  // Scripts and databases hold files open, which must be closed before their manager goes.
+  ReleaseScripts();
+  output().Flush();
+  LogEnd();
+  process_.RemoveSearchPath();
+}
+
+const Settings& Host::config() const {
+  static const Settings defaults;
+  return config_ == nullptr ? defaults : config_->settings();
+}
+
+const String& Host::hostname() const {
+  static const String unknown;
+  return config_ == nullptr ? unknown : config_->virtualhost();
+}
 
 // --- The run of a request --------------------------------------------------------------------
 
-int HostBase::Go() {
-  std::srand(static_cast<unsigned>(std::time(nullptr)));
+int Host::Go() {
+  assert(modules_.empty() && !answer_.begun());
+  process_.BeginRequest();
   String script, name;
-  if (PrepareRequest(script, name) == 0 || BeginResponse() == 0) return 0;
+  if (!PrepareRequest(script, name) || !BeginResponse()) return 0;
   Module* module = OpenFirstModule(script, name);
   if (module == nullptr) return 0;
   // The body has a time limit of its own, so that a slow sender cannot hold the process for ever
@@ -36,27 +59,25 @@ int HostBase::Go() {
     return 0;
   }
   script_started_ = true;
-  ScriptStarted();
+  log_.ScriptStarted();
   // What became of the script is on the page; it does not change the exit status.
   (void)module->scriptparser().Parse();
   return 1;
 }
 
-int HostBase::PrepareRequest(String& script, String& name) {
+bool Host::PrepareRequest(String& script, String& name) {
   return AddEnvironmentVariables() != 0 && LoadConfiguration() != 0 && CheckConfiguration() != 0 &&
          GetScriptInformation(script, name) != 0 && ProcessConfiguration(script, name) != 0 &&
          AddSystemVariables() != 0 && AddQueryArguments() != 0 && AddQueryVariables() != 0 &&
          AddAPIVariables() != 0;
 }
 
-int HostBase::BeginResponse() {
-  if (StartHeaders(200) == 0) return 0;
-  headers_begun_ = true;
-  if (config().usecookies != 0 && OutputCookie() == 0) return 0;
-  return EndHeaders();
+bool Host::BeginResponse() {
+  return StartHeaders(200) != 0 && (config().usecookies == 0 || OutputCookie() != 0) &&
+         EndHeaders() != 0;
 }
 
-Module* HostBase::OpenFirstModule(const String& script, const String& name) {
+Module* Host::OpenFirstModule(const String& script, const String& name) {
   auto module = std::make_unique<Module>(*this);
   String message;
   if (module->Open(script, EntityEncoded(name), message) == 0) {
@@ -68,81 +89,99 @@ Module* HostBase::OpenFirstModule(const String& script, const String& name) {
   return current_module_;
 }
 
-int HostBase::AddSystemVariables() {
-  vars_.AddSystemVariable("version", kVersion);
-  vars_.AddSystemVariable("vexaversion", kVersion);
-  TimeValues now;
-  vx_gettimevalues(now);
-  for (size_t part = 0; part < kTimeParts; ++part) {
-    vars_.AddSystemVariable(kTimePartNames[part], now.parts[part]);
+// --- Configuration ---------------------------------------------------------------------------
+
+int Host::LoadConfiguration() {
+  String path;
+  if (process_.GetConfigurationFile(path) == 0) {
+    Error(FatalError("Unable to locate configuration file"));
+    return 0;
   }
-  vars_.AddSystemVariable("globaltimeout", PrintInteger(config().globaltimeout));
-  for (int part = 0; part < kTimeParts; ++part) {
-    vars_.AddSystemVariable(
-        std::make_unique<DynamicTimeVariable>(*this, static_cast<TimePart>(part)));
-  }
-  vars_.AddSystemVariable(std::make_unique<TimeRemainingVariable>(*this));
-  vars_.AddSystemVariable(std::make_unique<LanguageVariable>(*this));
-  vars_.AddSystemVariable(std::make_unique<DefaultLanguageVariable>(*this));
+  if (process_.RunningSetUIDRoot()) mode_ = RunMode::SetUIDRootMode;
+  bool safe = mode_ == RunMode::SetUIDRootMode;
+  ConfigReceiver& receiver = *this;
+  config_ = std::make_unique<UNIXConfig>(receiver, safe ? ServerSafeMode::On : ServerSafeMode::Off);
+  if (config_->ReadConfiguration(path) != 0) return 0;
+  bool users = !config().authfile.empty() || !config().authuserdir.empty();
+  if (mode_ == RunMode::StandardMode && users) mode_ = RunMode::UserMode;
+  output().Resize(config().outputbuffersize);
   return 1;
 }
 
-// Reads the body of the request into form variables, when it is of a kind that has fields.
-int HostBase::AddContentVariables() {
-  int64_t length = ReadInteger64(RequestHeader("Content-Length"));
-  if (length <= 0) return 1;
-  String header = RequestHeader("Content-Type");
-  std::unique_ptr<ContentParser> parser = NewContentParser(*this, header);
-  return parser == nullptr || parser->Parse(length) == 0;
+int Host::CheckConfiguration() {
+  if (config_->ValidateConfiguration() != 0) return 0;
+  bool redirected =
+      environment().Find("REDIRECT_STATUS") != nullptr && !request_.path_info().empty();
+  if (config().redirectonly != 0 && !redirected) {
+    Error(FatalError("Vexa is configured for redirected use only"));
+    return 0;
+  }
+  // Compared in 16 bits, on purpose: sites have it in their configuration so.
+  int caller = static_cast<int>(getuid() & 0xFFFF);
+  if (config().serveruserid != -1 && config().serveruserid != caller) {
+    Error(
+        FatalError("The UID of the process which executed Vexa does not match the serveruserid "
+                   "configuration variable"));
+    return 0;
+  }
+  return 1;
 }
 
-void HostBase::ReleaseScripts() {
+// However the script ended: this is called when all that it held has been released, and the page
+// has left the buffer.
+void Host::LogEnd() {
+  if (!script_started() || !log_.IsOpen()) return;
+  log_.ScriptEnded(answer_.output().written_bytes());
+}
+
+void Host::ReleaseScripts() {
   current_module_ = nullptr;
   modules_.clear();
-  primary_ = nullptr;
-  databases_.clear();
+  databases_.Clear();
 }
 
 // --- Time ------------------------------------------------------------------------------------
 
-int HostBase::ResetGlobalTimeout() {
+int Host::ResetGlobalTimeout() {
   int seconds = config().globaltimeout;
   deadline_ = seconds == 0 ? 0 : std::time(nullptr) + seconds;
   return 1;
 }
 
-bool HostBase::timedout() { return deadline_ != 0 && std::time(nullptr) > deadline_; }
+// A page that nobody can read any more ends like an interrupted one.
+bool Host::timedout() {
+  return process_.interrupted() || answer_.output().broken() ||
+         (deadline_ != 0 && std::time(nullptr) > deadline_);
+}
 
-int64_t HostBase::timeremaining() { return deadline_ == 0 ? -1 : deadline_ - std::time(nullptr); }
+int64_t Host::timeremaining() { return deadline_ == 0 ? -1 : deadline_ - std::time(nullptr); }
 
 // --- Errors ----------------------------------------------------------------------------------
 
-void HostBase::Error(const vexa::Error& error) {
+void Host::Error(const vexa::Error& error) {
   RequireHeaders(error.resultcode());
   WriteError(error.message());
 }
 
-void HostBase::Error(const String& text) {
+void Host::Error(const String& text) {
   RequireHeaders(200);
   WriteError(text);
 }
 
 // Every response begins with headers, that of a failed request too.
-void HostBase::RequireHeaders(int status) {
-  if (headers_begun_) return;
-  (void)StartHeaders(status);
-  (void)EndHeaders();
-  headers_begun_ = true;
+void Host::RequireHeaders(int status) {
+  if (!answer_.begun()) (void)StartHeaders(status);
+  if (!answer_.headers_ended()) (void)EndHeaders();
 }
 
-void HostBase::WriteError(std::string_view text) {
+void Host::WriteError(std::string_view text) {
   logfile().Write(LogLevel::Errors, "ERROR", text);
   output().Write(text);
   output().Write("\r\n");
   output().Flush();
 }
 
-String HostBase::BuildCookie(std::string_view cookies) {
+String Host::BuildCookie(std::string_view cookies) {
   String caller_id = FindCallerID(cookies);
   if (caller_id.empty()) caller_id = MakeSessionID();
   vars_.AddSystemVariable("callerid", caller_id);
@@ -151,50 +190,32 @@ String HostBase::BuildCookie(std::string_view cookies) {
 
 // --- Registries ------------------------------------------------------------------------------
 
-void HostBase::AddSiteVariable(std::string_view name, const String& value) {
+void Host::AddSiteVariable(std::string_view name, const String& value) {
   vars_.AddSystemVariable(name, value);
 }
 
-void HostBase::AddDatabase(std::unique_ptr<Database> database) {
-  databases_.push_back(std::move(database));
+void Host::AddPackage(PackageInfo package) { packages_.push_back(std::move(package)); }
+
+void Host::AddCommerceHandler(CommerceMethod method) { commerce_.push_back(std::move(method)); }
+
+std::unique_ptr<Database> Host::NewDatabase(const String& type, const String& name,
+                                            String& message) {
+  return MakeDatabase(*this, type, name, message);
 }
 
-bool HostBase::RemoveDatabase(Database* database) {
-  auto found = std::find_if(databases_.begin(), databases_.end(),
-                            [database](const auto& open) { return open.get() == database; });
-  if (found == databases_.end()) return false;
-  if (primary_ == database) primary_ = nullptr;
-  databases_.erase(found);
-  return true;
-}
+void Host::AddDatabase(std::unique_ptr<Database> database) { databases_.Add(std::move(database)); }
 
-Database* HostBase::FindDatabase(std::string_view name) {
-  auto found = std::find_if(databases_.begin(), databases_.end(), [name](const auto& open) {
-    return EqualsIgnoreCase(open->name(), name);
-  });
-  return found == databases_.end() ? nullptr : found->get();
-}
+bool Host::RemoveDatabase(Database* database) { return databases_.Remove(database); }
 
-DatabaseView* HostBase::FindDatabaseView(std::string_view name) {
-  for (const auto& database : databases_) {
-    if (DatabaseView* view = database->FindView(name)) return view;
-  }
-  return nullptr;
-}
+Database* Host::FindDatabase(std::string_view name) { return databases_.Find(name); }
 
-Variable* HostBase::FindField(std::string_view field, std::string_view database) {
-  for (const auto& open : databases_) {
-    if (!database.empty() && !EqualsIgnoreCase(open->name(), database)) continue;
-    for (DatabaseView* view : open->views()) {
-      if (Variable* variable = view->FindVariable(field)) return variable;
-    }
-  }
-  return nullptr;
-}
+DatabaseView* Host::FindDatabaseView(std::string_view name) { return databases_.FindView(name); }
 
-ExpressionContext& HostBase::expressioncontext() { return current_module_->scriptparser(); }
+std::span<const std::unique_ptr<Database>> Host::databases() const { return databases_.all(); }
 
-Module* HostBase::FindModule(const String& name, String& message) {
+ExpressionContext& Host::expressioncontext() { return current_module_->scriptparser(); }
+
+Module* Host::FindModule(const String& name, String& message) {
   String path;
   if (ResolvePath(name, path, PathType::ScriptPath, message) == 0) return nullptr;
   auto found = std::find_if(modules_.begin(), modules_.end(),
@@ -206,7 +227,7 @@ Module* HostBase::FindModule(const String& name, String& message) {
   return modules_.back().get();
 }
 
-void HostBase::OrderPackages(std::string_view names) {
+void Host::OrderPackages(std::string_view names) {
   std::vector<PackageInfo> ordered;
   for (PieceReader pieces(names, ","); pieces.Next();) {
     std::string_view name = Stripped(pieces.piece());

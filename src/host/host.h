@@ -1,58 +1,77 @@
-// HostBase: the part of the interpreter host that does not depend on how the request arrives. It
-// owns what a request creates (variables, scripts, databases, packages), keeps the time limit, and
-// turns errors into response text. CGIVexa supplies the rest.
+// Host: the interpreter host of one request. It finds the configuration and the requested script,
+// decides whether that script may run and with whose data, makes the request into variables, runs
+// the script and writes the answer; it owns what the request creates, keeps the time limit, and
+// turns errors into text of the page. What must begin anew with each request stands here; what the
+// process has once is Process.
 //
 // Go() runs the phases in order. A phase returns non-zero for success; the first that returns 0,
 // after it has shown its error, ends the request.
+//
+// Read in this order: host.cpp (the run of the phases, errors, what is owned),
+// script_information.cpp (which script), process_configuration.cpp (which data),
+// request_variables.cpp (what the script sees of the request, and the head of the answer),
+// system_services.cpp (clock, sessions, names of users).
 
 #ifndef VEXA_HOST_HOST_H_
 #define VEXA_HOST_HOST_H_
+
+#include <sys/types.h>
 
 #include <ctime>
 #include <memory>
 #include <span>
 #include <string_view>
-#include <utility>
 #include <vector>
 
+#include "config/config_receiver.h"
+#include "config/unix_config.h"
 #include "core/environment.h"
 #include "core/string.h"
 #include "core/variables.h"
-#include "database.h"
+#include "files/activity_log.h"
+#include "files/unix_file_manager.h"
+#include "host/open_databases.h"
+#include "host/process.h"
+#include "request/answer.h"
+#include "request/form.h"
+#include "request/request.h"
 #include "vexa.h"
 
 namespace vexa {
 
-// A commerce method registered by the configuration file.
-struct CommerceMethod {
-  String method;
-  String library;
-  String metamethod;  // empty when there is none
-};
+// The version of the product: what `vexa --version` prints and the variable `version` holds.
+inline constexpr char kVersion[] = "1.0.0";
 
-class HostBase : public Vexa, private FieldSource {
+class Host : public Vexa, private ConfigReceiver, private FormReceiver {
  public:
-  // `environment` is the process environment, a null-terminated list.
-  explicit HostBase(char** environment);
-  ~HostBase() override;
+  // All are borrowed and outlive the host.
+  Host(Process& process, Request& request, ResponseOutput& output);
+  ~Host() override;
 
-  // Runs the request. Returns 1 when the script was started, whatever it then did, and 0 when a
-  // phase failed. The process exits with that status, on purpose the reverse of the usual: servers
-  // and monitors are set up for it.
+  // Runs the request, once. Returns 1 when the script was started, whatever it then did, and 0 when
+  // a phase failed. The process exits with that status, on purpose the reverse of the usual:
+  // servers and monitors are set up for it.
   [[nodiscard]] int Go();
   // Whether Go has come to running the script.
   [[nodiscard]] bool script_started() const { return script_started_; }
 
   // What the request carries besides its environment.
-  [[nodiscard]] virtual String RequestHeader(std::string_view name) = 0;
+  [[nodiscard]] String RequestHeader(std::string_view name) const;
   // Reads up to `count` bytes of the body. 0 at its end, negative on an error or a time-out.
-  [[nodiscard]] virtual int ReadContent(char* buffer, int count) = 0;
+  [[nodiscard]] int ReadContent(char* buffer, int count) override;
+  [[nodiscard]] const Environment& environment() const override { return request_.environment(); }
 
-  [[nodiscard]] const Environment& environment() const { return environment_; }
-  void AddSiteVariable(std::string_view name, const String& value);
-  void AddCommerceHandler(CommerceMethod method) { commerce_.push_back(std::move(method)); }
+  // The program's own file name, and the host name of the request as the configuration knows it.
+  [[nodiscard]] const String& basename() const { return process_.basename(); }
+  [[nodiscard]] const String& hostname() const;
+
+  // What the configuration registers.
+  void AddSiteVariable(std::string_view name, const String& value) override;
+  void AddCommerceHandler(CommerceMethod method) override;
   [[nodiscard]] std::span<const CommerceMethod> commercemethods() const { return commerce_; }
-  void AddPackage(PackageInfo package) { packages_.push_back(std::move(package)); }
+  void AddPackage(PackageInfo package) override;
+  [[nodiscard]] std::span<const PackageInfo> packages() const override { return packages_; }
+
   // The view of that name in the first open database that has one, or null.
   [[nodiscard]] DatabaseView* FindDatabaseView(std::string_view name);
   // The scripts loaded so far, the requested one first.
@@ -62,9 +81,20 @@ class HostBase : public Vexa, private FieldSource {
   // system variable `callerid`. `cookies` is what the browser sent.
   [[nodiscard]] String BuildCookie(std::string_view cookies);
 
+  // Before a configuration is loaded: the defaults.
+  [[nodiscard]] const Settings& config() const override;
+  [[nodiscard]] FileManager& filemanager() override { return filemanager_; }
+  [[nodiscard]] ActivityLog& logfile() override { return log_; }
+  [[nodiscard]] Output& output() override { return answer_.output(); }
   [[nodiscard]] Variables& vars() override { return vars_; }
   [[nodiscard]] bool timedout() override;
   [[nodiscard]] int64_t timeremaining() override;
+  [[nodiscard]] String lasterror() override;
+  [[nodiscard]] String currentdate() override;
+  [[nodiscard]] String Crypt(const String& key, const String& salt) override;
+  [[nodiscard]] String MakeSessionID() override;
+  [[nodiscard]] int ResolvePath(const String& name, String& resolved, PathType type,
+                                String& message) override;
   void Error(const vexa::Error& error) override;
   void Error(const String& text) override;
   [[nodiscard]] const String& language() const override { return language_; }
@@ -73,72 +103,110 @@ class HostBase : public Vexa, private FieldSource {
   void SetDefaultLanguage(const String& language) override { defaultlanguage_ = language; }
   [[nodiscard]] MacroEncoding defaultmacroencoding() const override { return macro_encoding_; }
   void SetDefaultMacroEncoding(MacroEncoding encoding) override { macro_encoding_ = encoding; }
+  [[nodiscard]] std::unique_ptr<Database> NewDatabase(const String& type, const String& name,
+                                                      String& message) override;
   void AddDatabase(std::unique_ptr<Database> database) override;
   bool RemoveDatabase(Database* database) override;
   [[nodiscard]] Database* FindDatabase(std::string_view name) override;
-  [[nodiscard]] std::span<const std::unique_ptr<Database>> databases() const override {
-    return databases_;
-  }
-  [[nodiscard]] Database* PrimaryDB() override { return primary_; }
-  void SetPrimaryDB(Database* database) override { primary_ = database; }
+  [[nodiscard]] std::span<const std::unique_ptr<Database>> databases() const override;
+  [[nodiscard]] Database* PrimaryDB() override { return databases_.primary(); }
+  void SetPrimaryDB(Database* database) override { databases_.SetPrimary(database); }
   [[nodiscard]] Module* FindModule(const String& name, String& message) override;
   [[nodiscard]] ExpressionContext& expressioncontext() override;
   [[nodiscard]] Module* currentmodule() override { return current_module_; }
   void SetCurrentModule(Module* module) override { current_module_ = module; }
-  [[nodiscard]] std::span<const PackageInfo> packages() const override { return packages_; }
 
- protected:
+ private:
+  // Whose scripts run with whose data.
+  enum class RunMode {
+    StandardMode = 0,    // the site's scripts, with the site's data
+    UserMode = 1,        // scripts of the user the program runs as, with that user's data
+    SetUIDRootMode = 2,  // scripts of any user; the program takes on the owner's identity
+  };
+
+  // Who owns the script. Name and home are known only after LookUpOwner.
+  struct Owner {
+    uid_t uid = static_cast<uid_t>(-1);
+    gid_t gid = static_cast<gid_t>(-1);
+    String name;
+    String home;
+  };
+
   // The phases, in the order they run.
-  [[nodiscard]] virtual int AddEnvironmentVariables() = 0;
-  [[nodiscard]] virtual int LoadConfiguration() = 0;
-  [[nodiscard]] virtual int CheckConfiguration() = 0;
+  [[nodiscard]] int AddEnvironmentVariables();
+  [[nodiscard]] int LoadConfiguration();
+  [[nodiscard]] int CheckConfiguration();
   // Finds the requested script: its path, and its name as messages show it.
-  [[nodiscard]] virtual int GetScriptInformation(String& script, String& name) = 0;
-  [[nodiscard]] virtual int ProcessConfiguration(const String& script, const String& name) = 0;
+  [[nodiscard]] int GetScriptInformation(String& script, String& name);
+  [[nodiscard]] int ProcessConfiguration(const String& script, const String& name);
   [[nodiscard]] int AddSystemVariables();
-  [[nodiscard]] virtual int AddQueryArguments() = 0;
-  [[nodiscard]] virtual int AddQueryVariables() = 0;
-  [[nodiscard]] virtual int AddAPIVariables() = 0;
-  [[nodiscard]] virtual int StartHeaders(int status) = 0;
-  [[nodiscard]] virtual int OutputCookie() = 0;
-  [[nodiscard]] virtual int EndHeaders() = 0;
+  [[nodiscard]] int AddQueryArguments();
+  [[nodiscard]] int AddQueryVariables();
+  [[nodiscard]] int AddAPIVariables();
+  [[nodiscard]] int StartHeaders(int status);
+  [[nodiscard]] int OutputCookie();
+  [[nodiscard]] int EndHeaders();
+  [[nodiscard]] Module* OpenFirstModule(const String& script, const String& name);
   [[nodiscard]] int AddContentVariables();
   [[nodiscard]] int ResetGlobalTimeout();
+  // Groups of them. False when one failed.
+  [[nodiscard]] bool PrepareRequest(String& script, String& name);
+  [[nodiscard]] bool BeginResponse();
 
-  // Told when the script begins to run.
-  virtual void ScriptStarted() {}
+  // The requested script. False after an error was shown.
+  [[nodiscard]] String RequestedName();
+  void LocateUserScript(const String& requested, String& script);
+  void LocateScript(const String& requested, String& script);
+  [[nodiscard]] bool CheckScriptDirectory();
+  [[nodiscard]] bool CheckScriptPath(String& script, const String& name);
+  [[nodiscard]] bool CheckScriptFile(const String& script, const String& name);
+  // What is wrong with a directory as the end of a sentence, empty when nothing is. The directory
+  // is then replaced by its path without "." and "..". The bits say which links it may pass.
+  [[nodiscard]] std::string_view DirectoryProblem(String& directory, int links, int other_owners);
 
-  // When the request must be done; 0 when there is no limit.
-  [[nodiscard]] time_t deadline() const { return deadline_; }
-
+  // The data of the script. False after an error was shown.
+  void LookUpOwner();
+  [[nodiscard]] bool OpenLog();
+  void LogEnd();
+  [[nodiscard]] bool ChooseDataDirectory(const String& name);
+  [[nodiscard]] bool ChooseUserDataDirectory(const String& name);
+  [[nodiscard]] bool CheckDataDirectory();
+  [[nodiscard]] int SwitchToUserMode(uid_t uid);
+  [[nodiscard]] static String UserNameFromUID(uid_t uid);
   // Lists the packages whose codes or names stand in `names` (comma-separated), in that order, and
   // no others.
   void OrderPackages(std::string_view names);
-  // Destroys scripts and databases. A derived class calls this before the files they hold open
-  // lose their manager.
-  void ReleaseScripts();
 
- private:
-  [[nodiscard]] Variable* FindField(std::string_view field, std::string_view database) override;
-  [[nodiscard]] int PrepareRequest(String& script, String& name);
-  [[nodiscard]] int BeginResponse();
-  [[nodiscard]] Module* OpenFirstModule(const String& script, const String& name);
+  // Begins and ends the head of the answer where that has not happened.
   void RequireHeaders(int status);
   void WriteError(std::string_view text);
+  // Destroys scripts and databases.
+  void ReleaseScripts();
 
-  Environment environment_;
+  [[nodiscard]] const String& SystemVariable(std::string_view name) override {
+    return vars_.GetSystemVariableValue(name);
+  }
+
+  Process& process_;
+  Request& request_;
+  Answer answer_;
+  std::unique_ptr<UNIXConfig> config_;
+  UNIXLogFile log_;
+  UNIXFileManager filemanager_;
+  OpenDatabases databases_;
   Variables vars_;
   std::vector<std::unique_ptr<Module>> modules_;
   Module* current_module_ = nullptr;
-  std::vector<std::unique_ptr<Database>> databases_;
-  Database* primary_ = nullptr;
   std::vector<CommerceMethod> commerce_;
   std::vector<PackageInfo> packages_;
+  String data_directory_;
+  String script_directory_;
+  Owner owner_;
+  RunMode mode_ = RunMode::StandardMode;
   MacroEncoding macro_encoding_ = MacroEncoding::None;
   String language_;
   String defaultlanguage_ = "en-US";
-  time_t deadline_ = 0;  // 0: none
-  bool headers_begun_ = false;
+  time_t deadline_ = 0;  // when the request must be done; 0: no limit
   bool script_started_ = false;
 };
 

@@ -1,56 +1,94 @@
-// CGIVexa: the request as variables, the response's headers, and the body.
+// Host: the request and the system as variables, the head of the answer, and the body.
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <ctime>
 
 #include "core/number.h"
-#include "host/cgi_vexa.h"
-#include "request/cookie.h"
-#include "request/form_fields.h"
+#include "core/time_parts.h"
+#include "engine/module.h"
+#include "host/dynamic_variables.h"
+#include "host/host.h"
 
 namespace vexa {
 
+// The variables that are left out tell scripts nothing about the request, only about the server.
+int Host::AddEnvironmentVariables() {
+  vars().AddSystemVariable("process_id", PrintInteger(getpid()));
+  for (const EnvironmentEntry& entry : environment().entries()) {
+    bool hidden = entry.name == "TERMCAP" || entry.name == "MAIL" || entry.name == "LOGNAME" ||
+                  entry.name == "PATH";
+    if (!hidden) vars().AddSystemVariable(entry.name, String(entry.value));
+  }
+  return 1;
+}
+
+int Host::AddSystemVariables() {
+  vars_.AddSystemVariable("version", kVersion);
+  vars_.AddSystemVariable("vexaversion", kVersion);
+  TimeValues now;
+  vx_gettimevalues(now);
+  for (size_t part = 0; part < kTimeParts; ++part) {
+    vars_.AddSystemVariable(kTimePartNames[part], now.parts[part]);
+  }
+  vars_.AddSystemVariable("globaltimeout", PrintInteger(config().globaltimeout));
+  for (int part = 0; part < kTimeParts; ++part) {
+    vars_.AddSystemVariable(
+        std::make_unique<DynamicTimeVariable>(*this, static_cast<TimePart>(part)));
+  }
+  vars_.AddSystemVariable(std::make_unique<TimeRemainingVariable>(*this));
+  vars_.AddSystemVariable(std::make_unique<LanguageVariable>(*this));
+  vars_.AddSystemVariable(std::make_unique<DefaultLanguageVariable>(*this));
+  return 1;
+}
+
+// Reads the body of the request into form variables, when it is of a kind that has fields.
+int Host::AddContentVariables() {
+  int64_t length = ReadInteger64(RequestHeader("Content-Length"));
+  if (length <= 0) return 1;
+  FormInput input{*this, modules_.front()->scriptparser(), config().contentbuffersize};
+  std::unique_ptr<ContentParser> parser = NewContentParser(input, RequestHeader("Content-Type"));
+  return parser == nullptr || parser->Parse(length) == 0;
+}
+
 // The positional arguments: arg1 names the script, the others are the caller's.
-int CGIVexa::AddQueryArguments() {
+int Host::AddQueryArguments() {
   int count = 0;
   auto add = [this, &count](std::string_view text) {
     String argument(text);
     argument.gsub("\\", "");
     vars().AddSystemVariable("arg" + PrintInteger(++count), argument);
   };
-  if (!path_info_.empty()) {
+  if (!request_.path_info().empty()) {
     add(RequestedName());
-  } else if (argc_ < 2) {
+  } else if (request_.arguments().empty()) {
     String query = SystemVariable("QUERY_STRING");
     for (PieceReader pieces(query, "+"); pieces.Next();) add(pieces.piece());
   } else {
-    for (int i = 1; i < argc_; ++i) add(argv_[i]);
+    for (const char* argument : request_.arguments()) add(argument);
   }
   vars().AddSystemVariable("nargs", PrintInteger(count));
   return 1;
 }
 
-int CGIVexa::AddQueryVariables() {
+int Host::AddQueryVariables() {
   String query = SystemVariable("QUERY_STRING");
-  AddQueryFields(vars(), path_info_.empty() ? query.after("+") : query);
+  AddQueryFields(vars(), request_.path_info().empty() ? query.after("+") : query);
   return 1;
 }
 
-int CGIVexa::AddAPIVariables() {
+int Host::AddAPIVariables() {
   bool secure = SystemVariable("HTTPS") == "on";
   String port = SystemVariable("SERVER_PORT");
   bool usual = port.empty() || port == (secure ? "443" : "80");
   String start = String::Concat({secure ? "https" : "http", "://",
                                  SystemVariable(config().virtualhostvariable), usual ? "" : ":",
                                  usual ? "" : port.view()});
-  if (!path_info_.empty()) {
+  if (!request_.path_info().empty()) {
     vars().AddSystemVariable("apitype", "Redirect");
-    vars().AddSystemVariable("documenturl", String::Concat({start, path_info_, "?"}));
+    vars().AddSystemVariable("documenturl", String::Concat({start, request_.path_info(), "?"}));
   } else {
     vars().AddSystemVariable("apitype", "CGI");
     String path = SystemVariable("SCRIPT_NAME");
@@ -62,46 +100,38 @@ int CGIVexa::AddAPIVariables() {
 
 // --- Headers ---------------------------------------------------------------------------------
 
-// A CGI program that names no status leaves it to the server to send the usual one.
-int CGIVexa::StartHeaders(int) {
-  output_.Write(String::Concat({"Content-type: ", content_type_, "\r\n"}));
+// Without a status the server sends the usual one.
+int Host::StartHeaders(int) {
+  answer_.StartHeaders();
   return 1;
 }
 
-int CGIVexa::OutputCookie() {
-  String cookie = BuildCookie(SystemVariable("HTTP_COOKIE"));
-  output_.Write(String::Concat({"Set-Cookie: ", cookie, "\r\n"}));
+int Host::OutputCookie() {
+  answer_.AddHeader("Set-Cookie", BuildCookie(SystemVariable("HTTP_COOKIE")));
   return 1;
 }
 
-int CGIVexa::EndHeaders() {
-  output_.Write("\r\n");
+int Host::EndHeaders() {
+  answer_.EndHeaders();
   return 1;
 }
 
 // --- The request -----------------------------------------------------------------------------
 
-String CGIVexa::RequestHeader(std::string_view name) {
-  if (name == "Content-Type") return environment().Value("CONTENT_TYPE");
-  if (name == "Content-Length") return environment().Value("CONTENT_LENGTH");
-  String variable = "HTTP_" + String(name);
-  variable.gsub("-", "_");
-  return environment().Value(variable);
-}
+String Host::RequestHeader(std::string_view name) const { return request_.Header(name); }
 
 // Waits no longer than the deadline: a sender that stops halfway must not hold the process.
-int CGIVexa::ReadContent(char* buffer, int count) {
+int Host::ReadContent(char* buffer, int count) {
   while (!timedout()) {
-    int64_t seconds = deadline() == 0 ? -1 : std::max<int64_t>(deadline() - std::time(nullptr), 0);
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    int wait = seconds < 0 ? -1 : static_cast<int>(std::min<int64_t>(seconds + 1, INT_MAX / 1000));
-    int ready = poll(&input, 1, wait < 0 ? -1 : wait * 1000);
-    if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
-    ssize_t length = read(STDIN_FILENO, buffer, static_cast<size_t>(count));
-    if (length >= 0) return static_cast<int>(length);
-    if (errno != EINTR && errno != EAGAIN) return -1;
+    int wait_ms = -1;
+    if (deadline_ != 0) {
+      int64_t seconds = std::max<int64_t>(deadline_ - std::time(nullptr), 0) + 1;
+      wait_ms = static_cast<int>(std::min<int64_t>(seconds, INT_MAX / 1000)) * 1000;
+    }
+    int length = request_.ReadBody(buffer, count, wait_ms);
+    if (length != Request::kNothingYet) return length;
   }
-  return -1;
+  return Request::kBodyFailed;
 }
 
 }  // namespace vexa

@@ -1,4 +1,4 @@
-// CGIVexa: which script the request names, and whether it may run. Every name that is shown came
+// Host: which script the request names, and whether it may run. Every name that is shown came
 // from the request, so its markup characters are shown as entities.
 
 #include <pwd.h>
@@ -6,7 +6,7 @@
 
 #include "core/encoding.h"
 #include "core/error.h"
-#include "host/cgi_vexa.h"
+#include "host/host.h"
 
 namespace vexa {
 
@@ -38,7 +38,7 @@ std::string_view LinkProblem(int result) {
 
 }  // namespace
 
-int CGIVexa::GetScriptInformation(String& script, String& name) {
+int Host::GetScriptInformation(String& script, String& name) {
   String requested = RequestedName();
   name = requested;
   if (requested.empty()) {
@@ -59,25 +59,24 @@ int CGIVexa::GetScriptInformation(String& script, String& name) {
     name = config().quorbeldefault;
     script.cat(name.view());
   }
-  return CheckScriptDirectory() != 0 && CheckScriptPath(script, name) != 0 &&
-         CheckScriptFile(script, name) != 0;
+  return CheckScriptDirectory() && CheckScriptPath(script, name) && CheckScriptFile(script, name);
 }
 
 // The name as the request gives it, without a leading slash and without backslashes.
-String CGIVexa::RequestedName() {
+String Host::RequestedName() {
   String name;
-  if (!path_info_.empty()) {
-    name = path_info_.from(path_info_[0] == '/' ? 1 : 0);
-  } else if (argc_ < 2) {
+  if (const String& path = request_.path_info(); !path.empty()) {
+    name = path.from(path[0] == '/' ? 1 : 0);
+  } else if (request_.arguments().empty()) {
     name = SystemVariable("QUERY_STRING").before("+");
   } else {
-    name = argv_[1];
+    name = request_.arguments().front();
   }
   name.gsub("\\", "");
   return name;
 }
 
-void CGIVexa::LocateScript(const String& requested, String& script) {
+void Host::LocateScript(const String& requested, String& script) {
   const String& root = config().quorbelroot;
   bool joined = root.view().ends_with('/') || requested[0] == '/';
   script_directory_ = String::Concat({root, joined ? "" : "/"});
@@ -85,7 +84,7 @@ void CGIVexa::LocateScript(const String& requested, String& script) {
 }
 
 // "~user/rest". Of an unknown user nothing is known; the check of the directory then fails.
-void CGIVexa::LocateUserScript(const String& requested, String& script) {
+void Host::LocateUserScript(const String& requested, String& script) {
   owner_.name = requested.before("/").from(1);
   const passwd* user = getpwnam(owner_.name.c_str());
   script = requested;
@@ -94,53 +93,53 @@ void CGIVexa::LocateUserScript(const String& requested, String& script) {
   script = script_directory_ + requested.after("/");
 }
 
-std::string_view CGIVexa::DirectoryProblem(String& directory, int links, int other_owners) {
+std::string_view Host::DirectoryProblem(String& directory, int links, int other_owners) {
   int options = config().securityoptions;
   int followed = filemanager_.FollowPath(directory, options & links, options & other_owners);
   if (followed != 0) return LinkProblem(followed);
   return filemanager_.Exists(directory) ? "" : " does not exist";
 }
 
-int CGIVexa::CheckScriptDirectory() {
+bool Host::CheckScriptDirectory() {
   std::string_view problem =
       DirectoryProblem(script_directory_, kScriptLinks, kScriptLinksToOthers);
-  if (problem.empty()) return 1;
+  if (problem.empty()) return true;
   String subject = owner_.name.empty()
                        ? String("The directory configured as vexaroot")
                        : "The configured script directory for " + EntityEncoded(owner_.name);
   Error(ConfigurationError(config(), subject + problem));
-  return 0;
+  return false;
 }
 
-int CGIVexa::CheckScriptPath(String& script, const String& name) {
+bool Host::CheckScriptPath(String& script, const String& name) {
   int options = config().securityoptions;
   int followed =
       filemanager_.FollowPath(script, options & kScriptLinks, options & kScriptLinksToOthers);
   if (followed != 0) {
     Error(FatalError(Quoted(name) + LinkProblem(followed)));
-    return 0;
+    return false;
   }
   // By characters alone, on purpose: sites keep sibling directories with a common beginning.
-  if (script.view().starts_with(script_directory_.view())) return 1;
+  if (script.view().starts_with(script_directory_.view())) return true;
   Error(FatalError(Quoted(name) + " is not contained in the configured script directory"));
-  return 0;
+  return false;
 }
 
-int CGIVexa::CheckScriptFile(const String& script, const String& name) {
+bool Host::CheckScriptFile(const String& script, const String& name) {
   struct stat status;
   // What is no plain file cannot be read back and forth, as scripts are.
   if (stat(script.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
     Error(ScriptNotFoundError("Unable to open " + EntityEncoded(name)));
-    return 0;
+    return false;
   }
   std::string_view extension = Extension(script);
   if (!config_->IsValidExtension(extension)) {
     Error(FatalError(Quoted(name) + " does not have a valid extension"));
-    return 0;
+    return false;
   }
-  content_type_ = config_->GetContentType(extension);
+  answer_.SetContentType(config_->GetContentType(extension));
   owner_.uid = status.st_uid;
-  return 1;
+  return true;
 }
 
 }  // namespace vexa

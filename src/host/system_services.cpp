@@ -1,4 +1,4 @@
-// CGIVexa: what it asks of the system on behalf of scripts.
+// Host: what it asks of the system on behalf of scripts.
 
 #include <crypt.h>
 #include <pwd.h>
@@ -12,20 +12,17 @@
 #include <cstring>
 #include <ctime>
 
-#include "core/encoding.h"
 #include "core/number.h"
-#include "core/text.h"
 #include "engine/module.h"
 #include "files/sandbox.h"
-#include "host/cgi_vexa.h"
-#include "xbase/database/xbase_database.h"
+#include "host/host.h"
 
 namespace vexa {
 
-String CGIVexa::lasterror() { return std::strerror(errno); }
+String Host::lasterror() { return std::strerror(errno); }
 
 // The zone is written in whole hours, on purpose: its minutes are always "00".
-String CGIVexa::currentdate() {
+String Host::currentdate() {
   time_t now = std::time(nullptr);
   tm fields;
   tzset();
@@ -43,14 +40,14 @@ String CGIVexa::currentdate() {
   return String::Concat({std::string_view(date, length), zone});
 }
 
-String CGIVexa::Crypt(const String& key, const String& salt) {
+String Host::Crypt(const String& key, const String& salt) {
   const char* hash = crypt(key.c_str(), salt.c_str());
   // A salt that cannot be used gives null, or a text that begins with "*", which no hash does.
   return hash == nullptr || hash[0] == '*' ? String() : String(hash);
 }
 
 // Time, process and chance: no two requests have the same id, and nobody can guess one.
-String CGIVexa::MakeSessionID() {
+String Host::MakeSessionID() {
   timeval now;
   gettimeofday(&now, nullptr);
   uint32_t chance;
@@ -63,27 +60,18 @@ String CGIVexa::MakeSessionID() {
   return id;
 }
 
-String CGIVexa::UserNameFromUID(uid_t uid) {
+String Host::UserNameFromUID(uid_t uid) {
   const passwd* user = getpwuid(uid & 0xFFFF);
   return user == nullptr ? "user #" + PrintInteger(uid) : String(user->pw_name);
 }
 
-int CGIVexa::ResolvePath(const String& name, String& resolved, PathType type, String& message) {
+int Host::ResolvePath(const String& name, String& resolved, PathType type, String& message) {
   static const String nowhere;
   Module* module = currentmodule();
   const String& module_directory = module == nullptr ? nowhere : module->directory();
   const Sandbox sandbox{config(), filemanager_, script_directory_, data_directory_,
                         module_directory};
   return sandbox.ResolvePath(name, resolved, type, message);
-}
-
-std::unique_ptr<Database> CGIVexa::NewDatabase(const String& type, const String& name,
-                                               String& message) {
-  if (EqualsIgnoreCase(type, XBaseDatabase::kType)) {
-    return std::make_unique<XBaseDatabase>(*this, name);
-  }
-  message = String::Concat({"Unsupported database type '", EntityEncoded(type), "'"});
-  return nullptr;
 }
 
 }  // namespace vexa

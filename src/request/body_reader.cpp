@@ -3,9 +3,8 @@
 #include "request/body_reader.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
-
-#include "host/host.h"
 
 namespace vexa {
 
@@ -19,23 +18,26 @@ constexpr int64_t kLargestPiece = 65536;
 
 }  // namespace
 
-BodyReader::BodyReader(HostBase& host, int64_t length, std::string_view boundary)
-    : host_(host),
+BodyReader::BodyReader(ContentSource& source, int64_t length, std::string_view boundary,
+                       int piece_bytes)
+    : source_(source),
       remaining_(length),
       delimiter_(String::Concat({"\r\n--", boundary})),
-      piece_(static_cast<size_t>(
-          std::clamp<int64_t>(host.config().contentbuffersize, 1, kLargestPiece))),
+      piece_(static_cast<size_t>(std::clamp<int64_t>(piece_bytes, 1, kLargestPiece))),
       size_(piece_ + delimiter_.size() + kLongestTail),
-      window_(std::make_unique_for_overwrite<char[]>(size_)) {}
+      window_(std::make_unique_for_overwrite<char[]>(size_)) {
+  assert(!boundary.empty() && boundary.size() <= kLongestBoundary);
+}
 
 // REQUIRES: at most a delimiter and its tail are unread, so that there is room for a piece.
 bool BodyReader::Fill() {
+  assert(begin_ <= end_ && end_ <= size_);
   if (begin_ > 0) std::memmove(window_.get(), window_.get() + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
   int64_t wanted = std::min(static_cast<int64_t>(std::min(piece_, size_ - end_)), remaining_);
   if (wanted <= 0) return false;
-  int count = host_.ReadContent(window_.get() + end_, static_cast<int>(wanted));
+  int count = source_.ReadContent(window_.get() + end_, static_cast<int>(wanted));
   if (count < 1) {
     remaining_ = 0;
     return false;

@@ -20,7 +20,13 @@
 
 namespace vexa {
 
-class HostBase;
+// Where the bytes of a body come from.
+class ContentSource {
+ public:
+  virtual ~ContentSource() = default;
+  // Reads up to `count` bytes. 0 at the end of the body, negative on an error or a time-out.
+  [[nodiscard]] virtual int ReadContent(char* buffer, int count) = 0;
+};
 
 // What the data up to a delimiter is given to, piece by piece.
 class PartSink {
@@ -39,9 +45,9 @@ class BodyReader {
   // A boundary longer than this is refused; the standard allows 70.
   static constexpr size_t kLongestBoundary = 200;
 
-  // Reads `length` bytes from `host`, which is borrowed. REQUIRES: `boundary` is not empty and at
-  // most kLongestBoundary bytes long.
-  BodyReader(HostBase& host, int64_t length, std::string_view boundary);
+  // Reads `length` bytes from `source`, which is borrowed, `piece_bytes` at once. REQUIRES:
+  // `boundary` is not empty and at most kLongestBoundary bytes long.
+  BodyReader(ContentSource& source, int64_t length, std::string_view boundary, int piece_bytes);
 
   // Reads the first line of the body, which must be a delimiter without its CR LF. Failed when it
   // is anything else.
@@ -65,7 +71,7 @@ class BodyReader {
   bool Fill();
   [[nodiscard]] DataEnd CheckTail(size_t delimiter_length);
 
-  HostBase& host_;
+  ContentSource& source_;
   int64_t remaining_;  // bytes of the body that were not read yet
   String delimiter_;
   size_t piece_;  // bytes to read at once

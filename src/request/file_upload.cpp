@@ -8,6 +8,7 @@
 #include "core/number.h"
 #include "engine/script_parser.h"
 #include "expr/expression_context.h"
+#include "request/form.h"
 
 namespace vexa {
 
@@ -29,7 +30,7 @@ bool UploadFunctions::Find() {
 bool UploadFunctions::FindOne(std::string_view name, int parameters, const Callable*& function) {
   if (!parser_.FindFunction(name, function)) return false;
   if (function == nullptr || function->parameter_count() == parameters) return true;
-  host_.Error(FatalError(
+  receiver_.Error(FatalError(
       String::Concat({"Function '", name, "' must be declared with ", PrintInteger(parameters),
                       " parameters, found ", PrintInteger(function->parameter_count())})));
   return false;
@@ -67,7 +68,7 @@ bool UploadFunctions::Process(const PartHeader& part, const String& path, int64_
 FileUpload::~FileUpload() { Remove(); }
 
 bool FileUpload::Fail(std::string_view message) {
-  host_.Error(FatalError(message));
+  receiver_.Error(FatalError(message));
   return false;
 }
 
@@ -76,10 +77,10 @@ bool FileUpload::Begin() {
   if (limit_ < 0) return true;
   String message;
   name_ = kTemporaryName;
-  if (host_.ResolvePath(name_, path_, PathType::DataPath, message) == 0) return Fail(message);
-  file_ = host_.filemanager().MakeTemporary(path_, name_, OpenRead | OpenWrite);
+  if (receiver_.ResolvePath(name_, path_, PathType::DataPath, message) == 0) return Fail(message);
+  file_ = receiver_.filemanager().MakeTemporary(path_, name_, OpenRead | OpenWrite);
   if (file_ != nullptr) return true;
-  return Fail("Unable to create a file for the upload: " + host_.filemanager().error());
+  return Fail("Unable to create a file for the upload: " + receiver_.filemanager().error());
 }
 
 bool FileUpload::Take(std::string_view data) {
@@ -108,7 +109,7 @@ bool FileUpload::Finish(Arrived arrived) {
 // The file stays open until here, so that a name the page has freed, and another request has taken
 // since, is not mistaken for it.
 void FileUpload::Remove() {
-  if (file_ != nullptr && file_->StillNamed() == 1) (void)host_.filemanager().Delete(path_);
+  if (file_ != nullptr && file_->StillNamed() == 1) (void)receiver_.filemanager().Delete(path_);
   file_.reset();
 }
 

@@ -13,27 +13,27 @@
 #define VEXA_REQUEST_FILE_UPLOAD_H_
 
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
+#include <span>
 #include <string_view>
 
 #include "core/file.h"
 #include "core/string.h"
 #include "request/body_reader.h"
 #include "request/part_header.h"
-#include "vexa.h"
 
 namespace vexa {
 
 class Callable;
-class HostBase;
+class FormReceiver;
 class ScriptParser;
 
 // The page's functions for uploads, looked for once a request.
 class UploadFunctions {
  public:
   // Both are borrowed.
-  UploadFunctions(Vexa& host, ScriptParser& parser) : host_(host), parser_(parser) {}
+  UploadFunctions(FormReceiver& receiver, ScriptParser& parser)
+      : receiver_(receiver), parser_(parser) {}
 
   // Finds the functions. False after an error was shown.
   [[nodiscard]] bool Find();
@@ -47,7 +47,7 @@ class UploadFunctions {
   [[nodiscard]] bool FindOne(std::string_view name, int parameters, const Callable*& function);
   [[nodiscard]] bool Call(const Callable& function, std::span<String> arguments, String& result);
 
-  Vexa& host_;
+  FormReceiver& receiver_;
   ScriptParser& parser_;
   bool looked_ = false;
   const Callable* validate_ = nullptr;
@@ -57,8 +57,8 @@ class UploadFunctions {
 class FileUpload final : public PartSink {
  public:
   // Everything is borrowed.
-  FileUpload(Vexa& host, UploadFunctions& functions, const PartHeader& part)
-      : host_(host), functions_(functions), part_(part) {}
+  FileUpload(FormReceiver& receiver, UploadFunctions& functions, const PartHeader& part)
+      : receiver_(receiver), functions_(functions), part_(part) {}
   // Removes the temporary file when it is still there.
   ~FileUpload() override;
   FileUpload(const FileUpload&) = delete;
@@ -75,7 +75,7 @@ class FileUpload final : public PartSink {
   bool Fail(std::string_view message);
   void Remove();
 
-  Vexa& host_;
+  FormReceiver& receiver_;
   UploadFunctions& functions_;
   const PartHeader& part_;
   int64_t limit_ = 0;  // bytes; 0: any

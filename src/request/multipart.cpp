@@ -3,8 +3,6 @@
 #include "request/multipart.h"
 
 #include "core/error.h"
-#include "engine/module.h"
-#include "host/host.h"
 
 namespace vexa {
 
@@ -34,23 +32,24 @@ class NoSink final : public PartSink {
 
 }  // namespace
 
-MultipartFormDataParser::MultipartFormDataParser(HostBase& host, const String& content_type)
-    : ContentParser(host), functions_(host, host.modules().front()->scriptparser()) {
+MultipartFormDataParser::MultipartFormDataParser(const FormInput& input,
+                                                 std::string_view content_type)
+    : ContentParser(input), functions_(input.receiver, input.page) {
   (void)HeaderParameter(content_type, "boundary", boundary_);
 }
 
 int MultipartFormDataParser::Fail(std::string_view message) {
-  host().Error(FatalError(message));
+  receiver().Error(FatalError(message));
   return 1;
 }
 
 int MultipartFormDataParser::Parse(int64_t length) {
   using DataEnd = BodyReader::DataEnd;
   bool usable = !boundary_.empty() && boundary_.size() <= BodyReader::kLongestBoundary;
-  BodyReader body(host(), length, usable ? boundary_.view() : "-");
+  BodyReader body(receiver(), length, usable ? boundary_.view() : "-", input().piece_bytes);
   DataEnd end = usable ? body.ReadFirstLine() : DataEnd::Failed;
   if (end == DataEnd::Failed) {
-    if (CheckTimeout() != 0) return 1;
+    if (ReportTimeout()) return 1;
     return Fail("Boundary in Content-Type header does not match boundary in first line of content");
   }
   while (end == DataEnd::Part) {
@@ -60,7 +59,7 @@ int MultipartFormDataParser::Parse(int64_t length) {
     end = header == HeaderEnd::BodyEnd ? DataEnd::BodyEnd : ReadPart(body, part);
   }
   if (end == DataEnd::Failed) return 1;
-  return end == DataEnd::BodyEnd ? CheckTimeout() : 0;
+  return end == DataEnd::BodyEnd && ReportTimeout() ? 1 : 0;
 }
 
 // Reads header lines up to the empty one. A line that begins with white space goes on with the one
@@ -103,18 +102,19 @@ BodyReader::DataEnd MultipartFormDataParser::ReadPart(BodyReader& body, const Pa
 BodyReader::DataEnd MultipartFormDataParser::ReadField(BodyReader& body, const PartHeader& part) {
   FieldSink sink;
   BodyReader::DataEnd end = body.ReadData(sink);
-  if (end != BodyReader::DataEnd::BodyEnd) host().vars().AddFormVariable(part.name, sink.value());
+  if (end != BodyReader::DataEnd::BodyEnd)
+    receiver().vars().AddFormVariable(part.name, sink.value());
   return end;
 }
 
 BodyReader::DataEnd MultipartFormDataParser::ReadFile(BodyReader& body, const PartHeader& part) {
   using DataEnd = BodyReader::DataEnd;
-  FileUpload upload(host(), functions_, part);
+  FileUpload upload(receiver(), functions_, part);
   if (!upload.Begin()) return DataEnd::Failed;
   DataEnd end = body.ReadData(upload);
   if (end == DataEnd::Failed) return end;
   bool cut = end == DataEnd::BodyEnd;
-  if (cut && CheckTimeout() != 0) return DataEnd::Failed;
+  if (cut && ReportTimeout()) return DataEnd::Failed;
   bool done = upload.Finish(cut ? FileUpload::Arrived::Cut : FileUpload::Arrived::Whole);
   return done ? end : DataEnd::Failed;
 }

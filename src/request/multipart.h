@@ -9,8 +9,8 @@
 
 #include "core/string.h"
 #include "request/body_reader.h"
-#include "request/content_parser.h"
 #include "request/file_upload.h"
+#include "request/form.h"
 #include "request/part_header.h"
 
 namespace vexa {
@@ -18,7 +18,7 @@ namespace vexa {
 class MultipartFormDataParser final : public ContentParser {
  public:
   // `content_type` is the request's header, which names the boundary.
-  MultipartFormDataParser(HostBase& host, const String& content_type);
+  MultipartFormDataParser(const FormInput& input, std::string_view content_type);
   [[nodiscard]] int Parse(int64_t length) override;
 
  private:

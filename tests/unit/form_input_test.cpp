@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "host/cgi_vexa.h"
 #include "request/body_reader.h"
 #include "request/cookie.h"
 #include "request/part_header.h"
@@ -17,28 +16,20 @@ namespace vexa {
 
 namespace {
 
-// A request whose body is a text that arrives in pieces of random length.
-class BodyHost final : public CGIVexa {
+// A body that arrives in pieces of random length.
+class Pieces final : public ContentSource {
  public:
-  BodyHost(std::string body, int buffer_size, unsigned seed)
-      : CGIVexa(0, nullptr), body_(std::move(body)), chance_(seed) {
-    settings_.contentbuffersize = buffer_size;
-  }
-  const Settings& config() const override { return settings_; }
+  Pieces(std::string body, unsigned seed) : body_(std::move(body)), chance_(seed) {}
   int ReadContent(char* buffer, int count) override {
-    if (count < 1 || next_ == body_.size()) return 0;
-    size_t most = std::min(static_cast<size_t>(count), body_.size() - next_);
-    size_t length = 1 + chance_() % most;
-    body_.copy(buffer, length, next_);
-    next_ += length;
+    if (body_.empty()) return 0;
+    size_t length = body_.copy(buffer, 1 + chance_() % static_cast<size_t>(count));
+    body_.erase(0, length);
     return static_cast<int>(length);
   }
 
  private:
   std::string body_;
-  size_t next_ = 0;
   std::minstd_rand chance_;
-  Settings settings_;
 };
 
 class TextSink final : public PartSink {
@@ -72,8 +63,9 @@ TEST(BodyReaderTest, DataComesBackWhereverThePiecesEnd) {
       bool last = &part == &parts.back();
       body += "line\r\n" + part + "\r\n--edge" + (last ? "--" : chance() % 2 ? " \t\r\n" : "\r\n");
     }
-    BodyHost host(body, static_cast<int>(1 + chance() % 40), seed);
-    BodyReader reader(host, static_cast<int64_t>(body.size()), "edge");
+    Pieces pieces(body, seed);
+    BodyReader reader(pieces, static_cast<int64_t>(body.size()), "edge",
+                      static_cast<int>(1 + chance() % 40));
     auto end = reader.ReadFirstLine();
     for (const std::string& part : parts) {
       ASSERT_EQ(BodyReader::DataEnd::Part, end);
@@ -92,8 +84,8 @@ TEST(BodyReaderTest, ABodyCutOffAnywhereGivesItsDataAndItsEnd) {
   const std::string body = "--edge\r\ndata\r\n--edge--";
   for (size_t length = 8; length < body.size(); ++length) {
     SCOPED_TRACE(length);
-    BodyHost host(body.substr(0, length), 3, 1);
-    BodyReader reader(host, 1000, "edge");
+    Pieces pieces(body.substr(0, length), 1);
+    BodyReader reader(pieces, 1000, "edge", 3);
     ASSERT_EQ(BodyReader::DataEnd::Part, reader.ReadFirstLine());
     TextSink sink;
     bool whole = length >= body.size() - 2;  // The delimiter has come, but for its dashes.
@@ -104,8 +96,8 @@ TEST(BodyReaderTest, ABodyCutOffAnywhereGivesItsDataAndItsEnd) {
 }
 
 TEST(BodyReaderTest, ALineIsNoLongerThanAllowed) {
-  BodyHost host("--b\r\n12345\r\nx\n123", 2, 1);
-  BodyReader reader(host, 100, "b");
+  Pieces pieces("--b\r\n12345\r\nx\n123", 1);
+  BodyReader reader(pieces, 100, "b", 2);
   ASSERT_EQ(BodyReader::DataEnd::Part, reader.ReadFirstLine());
   String line;
   ASSERT_EQ(BodyReader::LineEnd::Line, reader.ReadLine(line, 6));

@@ -1,6 +1,6 @@
-// StandardOutput: writing to the web server.
+// Standard input and output as the ends of a request.
 
-#include "cgi/standard_output.h"
+#include "cgi/cgi_vexa.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -11,6 +11,8 @@ namespace vexa {
 
 namespace {
 
+constexpr int kOutputBuffer = 8192;  // until the configuration says otherwise
+
 // Some servers hand out a descriptor that does not block. False when waiting was interrupted.
 bool WaitUntilWritable() {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
@@ -18,6 +20,17 @@ bool WaitUntilWritable() {
 }
 
 }  // namespace
+
+CGIRequest::CGIRequest(const Process& process) : Request(environ, process.arguments()) {}
+
+int CGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  int ready = poll(&input, 1, wait_ms);
+  if (ready == 0 || (ready < 0 && errno == EINTR)) return kNothingYet;
+  ssize_t length = read(STDIN_FILENO, buffer, static_cast<size_t>(count));
+  if (length >= 0) return static_cast<int>(length);
+  return errno == EINTR || errno == EAGAIN ? kNothingYet : kBodyFailed;
+}
 
 StandardOutput::~StandardOutput() { Flush(); }
 
@@ -36,5 +49,7 @@ int StandardOutput::DoWrite(const char* text, int length) {
   written_bytes_ += written;
   return broken_ ? -1 : written;
 }
+
+CGIEnds::CGIEnds(const Process& process) : cgi_request(process), cgi_output(kOutputBuffer) {}
 
 }  // namespace vexa

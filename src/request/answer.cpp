@@ -1,8 +1,30 @@
-// The status texts of HTTP: the table.
+// Answer: writing the head, and the table of status texts.
 
-#include "request/http_status.h"
+#include "request/answer.h"
+
+#include <cassert>
 
 namespace vexa {
+
+void Answer::StartHeaders() {
+  assert(stage_ == Stage::Waiting);
+  stage_ = Stage::InHead;
+  AddHeader("Content-type", content_type_);
+}
+
+// In pieces: this must work when memory has run out.
+void Answer::AddHeader(std::string_view name, std::string_view value) {
+  assert(stage_ == Stage::InHead);
+  for (std::string_view piece : {name, std::string_view(": "), value, std::string_view("\r\n")}) {
+    output_.Write(piece);
+  }
+}
+
+void Answer::EndHeaders() {
+  assert(stage_ == Stage::InHead);
+  output_.Write("\r\n");
+  stage_ = Stage::InPage;
+}
 
 namespace {
 

@@ -1,0 +1,46 @@
+// CGIVexa: the host of a request that arrives through CGI: the request is the process environment,
+// the program's arguments and standard input, the answer goes to standard output.
+
+#ifndef VEXA_CGI_CGI_VEXA_H_
+#define VEXA_CGI_CGI_VEXA_H_
+
+#include "host/host.h"
+#include "host/process.h"
+#include "request/answer.h"
+#include "request/request.h"
+
+namespace vexa {
+
+class CGIRequest final : public Request {
+ public:
+  explicit CGIRequest(const Process& process);
+  [[nodiscard]] int ReadBody(char* buffer, int count, int wait_ms) override;
+};
+
+// Writes to file descriptor 1.
+class StandardOutput final : public ResponseOutput {
+ public:
+  // `size` is the buffer's size in bytes.
+  explicit StandardOutput(int size) : ResponseOutput(size) {}
+  ~StandardOutput() override;
+
+ protected:
+  int DoWrite(const char* text, int length) override;
+};
+
+// The ends of the request, which outlive the host.
+struct CGIEnds {
+  explicit CGIEnds(const Process& process);
+  CGIRequest cgi_request;
+  StandardOutput cgi_output;
+};
+
+class CGIVexa final : private CGIEnds, public Host {
+ public:
+  // `process` is borrowed.
+  explicit CGIVexa(Process& process) : CGIEnds(process), Host(process, cgi_request, cgi_output) {}
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_CGI_CGI_VEXA_H_

@@ -1,0 +1,83 @@
+// OpenDatabases, and the table of the types.
+
+#include "host/open_databases.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/encoding.h"
+#include "core/text.h"
+#include "xbase/database/xbase_database.h"
+
+namespace vexa {
+
+namespace {
+
+template <typename Type>
+std::unique_ptr<Database> Make(Vexa& host, const String& name) {
+  return std::make_unique<Type>(host, name);
+}
+
+struct DatabaseType {
+  std::string_view name;
+  std::unique_ptr<Database> (*make)(Vexa& host, const String& name);
+};
+
+constexpr DatabaseType kDatabaseTypes[] = {
+    {XBaseDatabase::kType, Make<XBaseDatabase>},
+};
+
+}  // namespace
+
+std::unique_ptr<Database> MakeDatabase(Vexa& host, const String& type, const String& name,
+                                       String& message) {
+  for (const DatabaseType& row : kDatabaseTypes) {
+    if (EqualsIgnoreCase(row.name, type)) return row.make(host, name);
+  }
+  message = String::Concat({"Unsupported database type '", EntityEncoded(type), "'"});
+  return nullptr;
+}
+
+void OpenDatabases::Add(std::unique_ptr<Database> database) {
+  databases_.push_back(std::move(database));
+}
+
+bool OpenDatabases::Remove(Database* database) {
+  auto found = std::find_if(databases_.begin(), databases_.end(),
+                            [database](const auto& open) { return open.get() == database; });
+  if (found == databases_.end()) return false;
+  if (primary_ == database) primary_ = nullptr;
+  databases_.erase(found);
+  return true;
+}
+
+void OpenDatabases::Clear() {
+  primary_ = nullptr;
+  databases_.clear();
+}
+
+Database* OpenDatabases::Find(std::string_view name) const {
+  auto found = std::find_if(databases_.begin(), databases_.end(), [name](const auto& open) {
+    return EqualsIgnoreCase(open->name(), name);
+  });
+  return found == databases_.end() ? nullptr : found->get();
+}
+
+DatabaseView* OpenDatabases::FindView(std::string_view name) const {
+  for (const auto& database : databases_) {
+    if (DatabaseView* view = database->FindView(name)) return view;
+  }
+  return nullptr;
+}
+
+Variable* OpenDatabases::FindField(std::string_view field, std::string_view database) {
+  for (const auto& open : databases_) {
+    if (!database.empty() && !EqualsIgnoreCase(open->name(), database)) continue;
+    for (DatabaseView* view : open->views()) {
+      if (Variable* variable = view->FindVariable(field)) return variable;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace vexa

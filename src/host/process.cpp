@@ -1,0 +1,128 @@
+// Process: signals, limits, identity, and the places of the configuration.
+
+#include "host/process.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+namespace vexa {
+
+namespace {
+
+// Set by the signal handler. The first is never cleared.
+volatile std::sig_atomic_t to_end = 0;
+volatile std::sig_atomic_t reader_gone = 0;
+
+void NoteSignal(int signal) { (signal == SIGPIPE ? reader_gone : to_end) = 1; }
+
+// Calls that wait return when a signal arrives, so that no reader or writer sleeps through it.
+void InstallSignalHandlers() {
+  struct sigaction action = {};
+  action.sa_handler = NoteSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) {
+    sigaction(signal, &action, nullptr);
+  }
+  action.sa_handler = SIG_IGN;
+  // A file that grows past the limit of the process is an error of its writer, not the end.
+  for (int signal : {SIGALRM, SIGXFSZ}) sigaction(signal, &action, nullptr);
+}
+
+// Lowers the hard limit only. The system refuses one below the soft limit; nothing changes then.
+void SetHardLimit(decltype(RLIMIT_CPU) resource, int value) {
+  rlimit limit;
+  if (value == 0 || getrlimit(resource, &limit) != 0) return;
+  limit.rlim_max = static_cast<rlim_t>(value);
+  (void)setrlimit(resource, &limit);
+}
+
+bool FileExists(const String& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0;
+}
+
+}  // namespace
+
+bool FillStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) != -1) continue;
+    // The system gives the lowest free number, which is this one.
+    if (open("/dev/null", O_RDWR) != fd) return false;
+  }
+  return true;
+}
+
+Process::Process(int argc, char** argv) {
+  if (argc > 0) {
+    program_ = argv[0];
+    basename_ = program_.view().substr(program_.view().rfind('/') + 1);
+    arguments_ = {argv + 1, argv + argc};
+  }
+  InstallSignalHandlers();
+}
+
+Process::~Process() { RemoveSearchPath(); }
+
+bool Process::RunningSetUIDRoot() const {
+  struct stat status;
+  return stat(program_.c_str(), &status) == 0 && (status.st_mode & S_ISUID) != 0 &&
+         status.st_uid == 0;
+}
+
+int Process::GetConfigurationFile(String& path) const {
+  path = program_ + ".conf";
+  if (FileExists(path)) return 1;
+  char directory[PATH_MAX];
+  if (getcwd(directory, sizeof directory) != nullptr) {
+    std::string_view here = directory;
+    path = String::Concat({here, here.ends_with('/') ? "" : "/", basename_, ".conf"});
+    if (FileExists(path)) return 1;
+  }
+  path = String::Concat({"/etc/", basename_, ".conf"});
+  return 1;
+}
+
+// Seeded once: two requests of one second must not draw the same numbers.
+void Process::BeginRequest() {
+  if (!seeded_) std::srand(static_cast<unsigned>(std::time(nullptr)));
+  seeded_ = true;
+  reader_gone = 0;
+}
+
+bool Process::interrupted() const { return to_end != 0 || reader_gone != 0; }
+
+void Process::ApplyResourceLimits(const Settings& settings) {
+  if (limited_) return;
+  limited_ = true;
+  if (settings.nice != 0) (void)!nice(settings.nice);
+  SetHardLimit(RLIMIT_CPU, settings.maxcpu);
+  SetHardLimit(RLIMIT_DATA, settings.maxdata);
+  SetHardLimit(RLIMIT_STACK, settings.maxstack);
+}
+
+bool Process::TakeOnIdentity(uid_t uid) { return seteuid(uid) == 0; }
+
+void Process::InstallSearchPath(const String& path) {
+  RemoveSearchPath();
+  String text = "PATH=" + path;
+  search_path_ = std::make_unique<char[]>(text.size() + 1);
+  std::memcpy(search_path_.get(), text.data(), text.size());
+  putenv(search_path_.get());
+}
+
+void Process::RemoveSearchPath() {
+  if (search_path_ == nullptr) return;
+  setenv("PATH", "", 1);
+  search_path_.reset();
+}
+
+}  // namespace vexa

@@ -1,0 +1,69 @@
+// Process: what a process has once, however many requests it serves, and what a request changes of
+// the process itself.
+//
+// Once: the program and its arguments, the signals that end a page, the seed of chance, the
+// standard descriptors. Limits, priority and identity cannot be taken back: they are set by the
+// first request that asks for them and stay. The search path is each request's own.
+
+#ifndef VEXA_HOST_PROCESS_H_
+#define VEXA_HOST_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <memory>
+#include <span>
+
+#include "core/settings.h"
+#include "core/string.h"
+
+namespace vexa {
+
+// Opens /dev/null for each of the descriptors 0 to 2 that is closed. A server may leave some of
+// them so; the next file opened would get their number, and what is printed would end up in it.
+// False when that fails.
+[[nodiscard]] bool FillStandardDescriptors();
+
+class Process {
+ public:
+  // `argv` is what main was given and stays valid. Takes over the signals that end a page.
+  Process(int argc, char** argv);
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  // The program as it was started, its own file name, and the arguments behind it.
+  [[nodiscard]] const String& program() const { return program_; }
+  [[nodiscard]] const String& basename() const { return basename_; }
+  [[nodiscard]] std::span<char* const> arguments() const { return arguments_; }
+  // Whether the program runs as root by its set-user-ID bit.
+  [[nodiscard]] bool RunningSetUIDRoot() const;
+  // Where the configuration lies: the first of three places that has the file. Always 1. The last
+  // one is not looked at: a file missing there too is noticed when it is read.
+  int GetConfigurationFile(String& path) const;
+
+  // A request begins: its reader is there, whatever became of the one before.
+  void BeginRequest();
+  // Whether the process is to end, or the reader of this request has gone.
+  [[nodiscard]] bool interrupted() const;
+
+  // Sets priority and hard limits, unless an earlier request has done so. Values are passed as they
+  // stand: seconds of processor time, bytes of data and stack. What the system refuses is left.
+  void ApplyResourceLimits(const Settings& settings);
+  // Takes on the identity of a user. False, with the reason in errno, when the system refuses.
+  [[nodiscard]] bool TakeOnIdentity(uid_t uid);
+  // Makes `path` the environment variable PATH, and takes it out again, leaving PATH empty.
+  void InstallSearchPath(const String& path);
+  void RemoveSearchPath();
+
+ private:
+  String program_;
+  String basename_;
+  std::span<char* const> arguments_;
+  std::unique_ptr<char[]> search_path_;  // "PATH=...", part of the environment while set
+  bool seeded_ = false;
+  bool limited_ = false;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_HOST_PROCESS_H_

@@ -1,0 +1,91 @@
+// Form: the names and values a browser sent, in the query string or in the body, as variables.
+//
+// A body is read by the ContentParser of its type, in pieces and never kept whole, so only the
+// fields themselves need memory. FormReceiver is what such a parser asks of the request.
+
+#ifndef VEXA_REQUEST_FORM_H_
+#define VEXA_REQUEST_FORM_H_
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "core/error.h"
+#include "core/file.h"
+#include "core/string.h"
+#include "core/variables.h"
+#include "request/body_reader.h"
+#include "vexa.h"
+
+namespace vexa {
+
+class ScriptParser;
+
+// Whom a form is read for: where its bytes come from and where its fields and files go.
+class FormReceiver : public ContentSource {
+ public:
+  // Fields become form variables of these.
+  [[nodiscard]] virtual Variables& vars() = 0;
+  // Uploads become files of this manager, at data paths; as of the host (vexa.h).
+  [[nodiscard]] virtual FileManager& filemanager() = 0;
+  [[nodiscard]] virtual int ResolvePath(const String& name, String& resolved, PathType type,
+                                        String& message) = 0;
+  // Whether the body stopped arriving because the time was up.
+  [[nodiscard]] virtual bool timedout() = 0;
+  virtual void Error(const vexa::Error& error) = 0;
+};
+
+// What a body is read with.
+struct FormInput {
+  FormReceiver& receiver;  // borrowed
+  ScriptParser& page;      // borrowed; its functions take the uploads
+  int piece_bytes;         // how much to read at once
+};
+
+class ContentParser {
+ public:
+  explicit ContentParser(const FormInput& input) : input_(input) {}
+  virtual ~ContentParser() = default;
+  ContentParser(const ContentParser&) = delete;
+  ContentParser& operator=(const ContentParser&) = delete;
+
+  // Reads a body of `length` bytes; one that ends earlier gives the fields that arrived. Returns 0,
+  // or non-zero after the error was shown, so the reverse of the request phases.
+  [[nodiscard]] virtual int Parse(int64_t length) = 0;
+
+ protected:
+  [[nodiscard]] const FormInput& input() const { return input_; }
+  [[nodiscard]] FormReceiver& receiver() const { return input_.receiver; }
+  // When the body stopped arriving because the time was up, shows that and returns true.
+  [[nodiscard]] bool ReportTimeout() const;
+
+ private:
+  FormInput input_;
+};
+
+// Bodies of type "application/x-www-form-urlencoded".
+class URLEncodedParser final : public ContentParser {
+ public:
+  using ContentParser::ContentParser;
+  [[nodiscard]] int Parse(int64_t length) override;
+
+ private:
+  void Take(std::string_view bytes);
+  void AddPending();
+
+  String pending_;  // the pair that has begun but not ended yet
+};
+
+// The parser for bodies of the type that a Content-Type header names; null when bodies of that
+// type are not read.
+[[nodiscard]] std::unique_ptr<ContentParser> NewContentParser(const FormInput& input,
+                                                              std::string_view content_type);
+
+// Adds every "name=value" pair of a query string as a form variable, after dropping all backslashes
+// in it. A pair is split at its first "=", white space around both parts is dropped, both are
+// decoded; a pair without "=" is its own value.
+void AddQueryFields(Variables& vars, std::string_view query);
+
+}  // namespace vexa
+
+#endif  // VEXA_REQUEST_FORM_H_
