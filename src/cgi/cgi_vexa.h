@@ -8,6 +8,7 @@
 #include "host/process.h"
 #include "request/answer.h"
 #include "request/request.h"
+#include "tags/tag_table.h"
 
 namespace vexa {
 
@@ -38,7 +39,8 @@ struct CGIEnds {
 class CGIVexa final : private CGIEnds, public Host {
  public:
   // `process` is borrowed.
-  explicit CGIVexa(Process& process) : CGIEnds(process), Host(process, cgi_request, cgi_output) {}
+  explicit CGIVexa(Process& process)
+      : CGIEnds(process), Host(process, kVexaTags, cgi_request, cgi_output) {}
 };
 
 }  // namespace vexa

@@ -9,6 +9,7 @@
 
 #include "cgi/cgi_vexa.h"
 #include "engine/script_check.h"
+#include "tags/tag_table.h"
 #include "xbase/check/table_check.h"
 
 namespace vexa {
@@ -46,7 +47,7 @@ int CheckScripts(Output& out, Arguments paths) {
   bool clean = !paths.empty();
   if (paths.empty()) out.Write("vexa --check: no file given\n");
   for (const char* path : paths) {
-    if (!CheckScript(host, path, out)) clean = false;
+    if (!CheckScript(host, kVexaTags, path, out)) clean = false;
   }
   return clean ? EXIT_SUCCESS : EXIT_FAILURE;
 }

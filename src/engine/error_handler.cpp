@@ -2,7 +2,6 @@
 
 #include "engine/error_handler.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace vexa {
@@ -10,17 +9,6 @@ namespace vexa {
 namespace {
 
 constexpr unsigned kCategoryMask = 0xFF000000;
-
-// The tags whose runtime errors do not stop a script.
-constexpr unsigned kNonFatalTags[] = {0x02, 0x04, 0x08, 0x09, 0x14, 0x17, 0x1C, 0x1E, 0x20,
-                                      0x39, 0x3A, 0x3B, 0x3C, 0x3E, 0x3F, 0x40, 0x41, 0x42,
-                                      0x43, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x4B, 0x4C};
-static_assert(std::size(kNonFatalTags) == 27);
-
-bool IsNonFatal(unsigned code) {
-  return std::any_of(std::begin(kNonFatalTags), std::end(kNonFatalTags),
-                     [code](unsigned tag) { return code == (kRuntimeErrors | tag); });
-}
 
 }  // namespace
 
@@ -53,7 +41,9 @@ void ErrorHandler::CopySettings(const ErrorHandler& other) {
 
 ErrorHandler::ErrorSettings ErrorHandler::Settings(unsigned code) const {
   if (auto found = changed_.find(code); found != changed_.end()) return found->second;
-  return {.fatal = !IsNonFatal(code), .display = true};
+  const bool of_tag = (code & kCategoryMask) == kRuntimeErrors;
+  const TagRow* row = of_tag ? tags_.WithNumber(static_cast<int>(code & ~kCategoryMask)) : nullptr;
+  return {.fatal = row == nullptr || row->fatal, .display = true};
 }
 
 }  // namespace vexa

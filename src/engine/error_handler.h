@@ -1,6 +1,6 @@
 // ErrorHandler: decides for one running script whether an error is shown and whether it stops the
-// script. Runtime errors of the listed tags are shown and not fatal; everything else is fatal until
-// the page says otherwise.
+// script. Everything is shown, and fatal but for the runtime errors of tags whose rows say other-
+// wise, until the page changes that.
 
 #ifndef VEXA_ENGINE_ERROR_HANDLER_H_
 #define VEXA_ENGINE_ERROR_HANDLER_H_
@@ -9,13 +9,15 @@
 
 #include "core/error.h"
 #include "core/string.h"
+#include "engine/tag_row.h"
 #include "vexa.h"
 
 namespace vexa {
 
 class ErrorHandler {
  public:
-  explicit ErrorHandler(Vexa& host) : host_(host) {}
+  // Both are borrowed.
+  ErrorHandler(Vexa& host, const TagSet& tags) : host_(host), tags_(tags) {}
 
   // Handles `error` under `code`: shows it where the settings say so. Returns 1 when the script
   // may go on, 0 when it must stop.
@@ -38,6 +40,7 @@ class ErrorHandler {
   [[nodiscard]] ErrorSettings Settings(unsigned code) const;
 
   Vexa& host_;
+  const TagSet& tags_;
   unsigned level_ = 0x7F000000;
   String message_;
   std::map<unsigned, ErrorSettings> changed_;  // only what the page changed

@@ -9,7 +9,6 @@
 #include "engine/function.h"
 #include "engine/script_parser.h"
 #include "expr/builtin_table.h"
-#include "tags/tag_numbers.h"
 
 namespace vexa {
 
@@ -20,7 +19,7 @@ void Function::SetParameters(std::string_view list) {
 }
 
 StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
-  static constexpr WantedTag kBodyEnd[] = {{kTagVxFUNCTIONClose, 0}};
+  const WantedTag body_end[] = {{tag.row().closing_id, 0}};
   const String& name = tag.Value("NAME");
   SourcePlace body = parser.CurrentPlace();
   if (FindBuiltin(name) != nullptr) {
@@ -44,7 +43,7 @@ StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
     function->SetParameters(tag.Value("PARAMETERS"));
     parser.AddFunction(std::move(function));
   }
-  return parser.SkipTo(kBodyEnd, "&lt;/VxFUNCTION&gt;") != nullptr ? StateResult::Handled
+  return parser.SkipTo(body_end, "&lt;/VxFUNCTION&gt;") != nullptr ? StateResult::Handled
                                                                    : StateResult::Failed;
 }
 

@@ -3,12 +3,12 @@
 #include "engine/function_state.h"
 
 #include "engine/script_parser.h"
-#include "tags/tag_numbers.h"
 
 namespace vexa {
 
 FunctionState::FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals)
-    : ScriptState(parser), return_place_(parser.CurrentPlace()) {
+    : BlockState(parser, *parser.tags().WithFlag(kDeclaresFunction)),
+      return_place_(parser.CurrentPlace()) {
   parser.GoTo(function.body());
   if (function.standardoutputlevel != kNoOutputLevel) {
     saved_output_level_ = parser.SetStandardOutputLevel(function.standardoutputlevel);
@@ -24,17 +24,14 @@ FunctionState::~FunctionState() {
   if (scope_pushed_) parser().variables().PopLocalVars();
 }
 
-StateResult FunctionState::ProcessTag(Tag& tag) {
-  switch (tag.id()) {
-    case kTagVxFUNCRETURN:
-      parser().functionreturnvalue() = tag.Value("VALUE");
-      return StateResult::Finished;
-    case kTagVxFUNCTIONClose:
-      parser().functionreturnvalue().clear();
-      return StateResult::Finished;
-    default:
-      return ScriptState::ProcessTag(tag);
-  }
+StateResult FunctionState::OnClose() {
+  parser().functionreturnvalue().clear();
+  return StateResult::Finished;
+}
+
+StateResult FunctionState::OnOwnTag(Tag& tag) {
+  parser().functionreturnvalue() = tag.Value("VALUE");
+  return StateResult::Finished;
 }
 
 StateResult FunctionState::ExitState() {

@@ -5,21 +5,23 @@
 #define VEXA_ENGINE_FUNCTION_STATE_H_
 
 #include "core/variables.h"
+#include "engine/block_state.h"
 #include "engine/function.h"
-#include "engine/script_state.h"
 
 namespace vexa {
 
-class FunctionState final : public ScriptState {
+class FunctionState final : public BlockState {
  public:
   // `locals` holds the arguments under the parameters' names; both are borrowed.
   FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals);
   ~FunctionState() override;
 
-  [[nodiscard]] StateResult ProcessTag(Tag& tag) override;
   [[nodiscard]] StateResult ExitState() override;
-  [[nodiscard]] std::string_view closing_tag() const override { return "&lt;/VxFUNCTION&gt;"; }
   [[nodiscard]] bool is_function() const override { return true; }
+
+ protected:
+  [[nodiscard]] StateResult OnClose() override;
+  [[nodiscard]] StateResult OnOwnTag(Tag& tag) override;
 
  private:
   SourcePlace return_place_;

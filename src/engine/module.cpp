@@ -4,8 +4,8 @@
 
 namespace vexa {
 
-Module::Module(Vexa& host)
-    : host_(host), source_(host, host.config().templatebuffersize), parser_(host, source_) {}
+Module::Module(Vexa& host, const TagSet& tags)
+    : host_(host), source_(host, host.config().templatebuffersize), parser_(host, source_, tags) {}
 
 int Module::Open(const String& path, const String& name, String& message) {
   filepath_ = path;

@@ -12,8 +12,8 @@ namespace vexa {
 
 class Module {
  public:
-  // `host` is borrowed.
-  explicit Module(Vexa& host);
+  // Both are borrowed.
+  Module(Vexa& host, const TagSet& tags);
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
 

@@ -39,18 +39,18 @@ void Keep(String* kept, std::string_view text) {
 
 // --- Text ------------------------------------------------------------------------------------
 
-// Delivers text and newlines up to the next `<`, which stays unread. End before a tag, EndOfFile,
-// or what a delivery returned when it was not Done.
-ScanResult Parser::ProcessTextUntilTag() {
+// Delivers text and newlines up to the next `<`, which stays unread. More before a tag, EndOfFile,
+// or what a delivery returned when it was not More.
+Progress Parser::ProcessTextUntilTag() {
   for (;;) {
     std::string_view run = source_.Run();
-    if (run.empty()) return ScanResult::EndOfFile;
-    ScanResult result = ScanResult::Done;
+    if (run.empty()) return Progress::EndOfFile;
+    Progress result = Progress::More;
     if (CopiesPlainText()) {
       if (size_t plain = PlainLength(run); plain > 0) {
         source_.Take(plain);
         result = ProcessPlain(run.substr(0, plain));
-        if (result != ScanResult::Done) return result;
+        if (result != Progress::More) return result;
         continue;
       }
     }
@@ -59,7 +59,7 @@ ScanResult Parser::ProcessTextUntilTag() {
       source_.TakeWithinLine(length);
       result = ProcessText(run.substr(0, length));
     } else if (run[0] == '<') {
-      return ScanResult::End;
+      return Progress::More;
     } else if (run[0] == '\n') {
       source_.Take(1);
       result = ProcessNewLine("\n");
@@ -68,13 +68,9 @@ ScanResult Parser::ProcessTextUntilTag() {
       bool newline = TakeTextPiece(piece);
       result = newline ? ProcessNewLine(piece) : ProcessText(piece);
     }
-    if (result != ScanResult::Done) return result;
+    if (result != Progress::More) return result;
   }
 }
-
-bool Parser::CopiesPlainText() const { return false; }
-
-ScanResult Parser::ProcessPlain(std::string_view text) { return ProcessText(text); }
 
 // How much of `run` is text and whole tags that are not ours, so that it can be copied at once.
 // Whatever needs a closer look ends it: our tags, comments, odd constructs, what is cut off.
@@ -88,7 +84,7 @@ size_t Parser::PlainLength(std::string_view run) const {
     }
     std::string_view name = run.substr(at + 1, name_end - at - 1);
     bool odd = name_end == run.size() || name.empty() || name[0] == '#' || name[0] == '!';
-    if (odd || IsLeadingPart(name, kCommentTag) || FindTemplate(name) != nullptr) return at;
+    if (odd || IsLeadingPart(name, kCommentTag) || tags_.Find(name) != nullptr) return at;
     size_t end = TagEnd(run, name_end);
     if (end == std::string_view::npos) return at;
     at = end;
@@ -113,11 +109,12 @@ bool Parser::TakeTextPiece(String& piece) {
   return false;
 }
 
-ScanResult Parser::SkipTextUntilTag() {
+// False at the end of the file.
+bool Parser::SkipTextUntilTag() {
   for (;;) {
     std::string_view run = source_.Run();
-    if (run.empty()) return ScanResult::EndOfFile;
-    if (run[0] == '<') return ScanResult::End;
+    if (run.empty()) return false;
+    if (run[0] == '<') return true;
     size_t length = TextRunLength(run);
     if (length > 0) {
       source_.TakeWithinLine(length);
@@ -130,17 +127,6 @@ ScanResult Parser::SkipTextUntilTag() {
   }
 }
 
-ScanResult Parser::EatWhitespace(String& out) {
-  for (int c = source_.GetNextChar(); c >= 0; c = source_.GetNextChar()) {
-    if (!IsWhitespace(static_cast<char>(c))) {
-      source_.UnGetChar();
-      return ScanResult::Done;
-    }
-    out.Accumulate(static_cast<char>(c));
-  }
-  return ScanResult::EndOfFile;
-}
-
 bool Parser::SkipWhitespace() {
   for (int c = source_.GetNextChar(); c >= 0; c = source_.GetNextChar()) {
     if (IsWhitespace(static_cast<char>(c))) continue;
@@ -150,7 +136,7 @@ bool Parser::SkipWhitespace() {
   return false;
 }
 
-ScanResult Parser::ReadUntilTagEnd(String* out) {
+bool Parser::ReadUntilTagEnd(String* out) {
   bool quoted = false;
   for (;;) {
     std::string_view run = source_.Run();
@@ -160,7 +146,7 @@ ScanResult Parser::ReadUntilTagEnd(String* out) {
       if (run[i] == '"' || quoted) continue;
       Keep(out, run.substr(0, i + 1));
       source_.Take(i + 1);
-      return ScanResult::Done;
+      return true;
     }
     Keep(out, run);
     source_.Take(run.size());
@@ -169,7 +155,7 @@ ScanResult Parser::ReadUntilTagEnd(String* out) {
 
 // A `>` ends the comment once two dashes in a row were read; one that comes too early leaves the
 // count as it is, on purpose, so that `->->` ends a comment too.
-ScanResult Parser::ReadHTMLComment(String* out) {
+bool Parser::ReadHTMLComment(String* out) {
   int dashes = 0;
   for (int c = source_.GetNextChar(); c >= 0; c = source_.GetNextChar()) {
     char byte = static_cast<char>(c);
@@ -179,20 +165,20 @@ ScanResult Parser::ReadHTMLComment(String* out) {
     } else if (c != '>') {
       dashes = 0;
     } else if (dashes >= 2) {
-      return ScanResult::Done;
+      return true;
     }
   }
   return UnexpectedEndLookingFor("--&gt;");
 }
 
-ScanResult Parser::FindText(std::string_view text, std::string_view shown) {
+bool Parser::FindText(std::string_view text, std::string_view shown) {
   const std::vector<size_t> restart = RestartPoints(text);
   size_t matched = 0;
   for (int c = source_.GetNextChar(); c >= 0; c = source_.GetNextChar()) {
     char upper = ToUpper(static_cast<char>(c));
     while (matched > 0 && upper != ToUpper(text[matched])) matched = restart[matched];
     if (upper == ToUpper(text[matched])) ++matched;
-    if (matched == text.size()) return ScanResult::Done;
+    if (matched == text.size()) return true;
   }
   return UnexpectedEndLookingFor(shown);
 }
@@ -201,142 +187,139 @@ ScanResult Parser::FindText(std::string_view text, std::string_view shown) {
 
 // Reads what stands behind a `<` that comes next: up to the end of a comment or skipped construct,
 // or just the name of a tag. `raw_` then holds what was read of a Comment or Unknown tag.
-Parser::Construct Parser::ReadConstruct(const TagTemplate*& form, RawText raw) {
+Parser::Construct Parser::ReadConstruct(const TagRow*& row, RawText raw) {
   source_.GetNextChar();
   raw_ = "<";
   name_.clear();
-  if (EatWhitespace(raw_) == ScanResult::EndOfFile) return Construct::EndOfFile;
-  int ending;
-  for (;;) {
-    ending = source_.GetNextChar();
-    if (ending < 0) {
+  int c = source_.GetNextChar();
+  for (; c >= 0 && IsWhitespace(static_cast<char>(c)); c = source_.GetNextChar()) {
+    raw_.Accumulate(static_cast<char>(c));
+  }
+  if (c < 0) return Construct::EndOfFile;
+  for (; c != '>' && !IsWhitespace(static_cast<char>(c)); c = source_.GetNextChar()) {
+    if (c < 0) {
       ReportSyntaxError("Unexpected end of file in tag");
       return Construct::Failed;
     }
-    if (ending == '>' || IsWhitespace(static_cast<char>(ending))) break;
-    name_.Accumulate(static_cast<char>(ending));
+    name_.Accumulate(static_cast<char>(c));
   }
   raw_.cat(name_.view());
   if (name_.view().starts_with("##")) {
-    if (ending == '>') return Construct::Skipped;
+    if (c == '>') return Construct::Skipped;
     source_.UnGetChar();
-    return FindText("##>", "##&gt;") == ScanResult::Done ? Construct::Skipped : Construct::Failed;
+    return FindText("##>", "##&gt;") ? Construct::Skipped : Construct::Failed;
   }
   if (name_.view().starts_with("!--")) {
-    if (ending == '>') {
+    if (c == '>') {
       raw_.cat('>');
       return Construct::Comment;
     }
     source_.UnGetChar();
-    ScanResult read = ReadHTMLComment(raw == RawText::Keep ? &raw_ : nullptr);
-    return read == ScanResult::Done ? Construct::Comment : Construct::Failed;
+    return ReadHTMLComment(raw == RawText::Keep ? &raw_ : nullptr) ? Construct::Comment
+                                                                   : Construct::Failed;
   }
   source_.UnGetChar();
   // Any leading part of the name opens a comment block, on purpose: also the empty name of `<>`.
   if (IsLeadingPart(name_, kCommentTag)) {
-    return FindText("</VxCOMMENT>", "&lt;/VxCOMMENT&gt;") == ScanResult::Done ? Construct::Skipped
-                                                                              : Construct::Failed;
+    return FindText("</VxCOMMENT>", "&lt;/VxCOMMENT&gt;") ? Construct::Skipped : Construct::Failed;
   }
-  form = FindTemplate(name_);
-  return form != nullptr ? Construct::Known : Construct::Unknown;
+  row = tags_.Find(name_);
+  return row != nullptr ? Construct::Known : Construct::Unknown;
 }
 
-ScanResult Parser::FindNextTag() {
+Progress Parser::FindNextTag() {
   for (;;) {
-    ScanResult text = ProcessTextUntilTag();
-    if (text != ScanResult::End) return text;
-    text = EndText();
-    if (text != ScanResult::Done) return text;
-    const TagTemplate* form = nullptr;
-    switch (ReadConstruct(form, RawText::Keep)) {
-      case Construct::Failed:
-        return ScanResult::Failed;
-      case Construct::EndOfFile:
-      case Construct::Skipped:
-        continue;
-      case Construct::Unknown:
-        if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
-        [[fallthrough]];
-      case Construct::Comment: {
-        ScanResult result = ProcessUnknownTag(raw_);
-        if (result != ScanResult::Done) return result;
-        continue;
-      }
-      case Construct::Known:
-        break;
-    }
-    Tag tag(*form);
-    if (GetNameValuePairs(tag) == ScanResult::Failed) return ScanResult::Failed;
-    if (ValidateTag(tag) == ScanResult::Failed) return ScanResult::Failed;
-    ScanResult result = ProcessKnownTag(tag);
-    if (result == ScanResult::Failed || result == ScanResult::End) return result;
-    return ScanResult::More;
+    Progress progress = ProcessTextUntilTag();
+    if (progress != Progress::More) return progress;
+    progress = EndText();
+    if (progress != Progress::More) return progress;
+    bool known = false;
+    progress = ProcessConstruct(known);
+    if (known || progress != Progress::More) return progress;
   }
 }
 
-ScanResult Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTag> wanted) {
+Progress Parser::ProcessConstruct(bool& known) {
+  const TagRow* row = nullptr;
+  switch (ReadConstruct(row, RawText::Keep)) {
+    case Construct::Failed:
+      return Progress::Failed;
+    case Construct::EndOfFile:
+    case Construct::Skipped:
+      return Progress::More;
+    case Construct::Unknown:
+      if (!EatUntilTagEnd(raw_)) return Progress::Failed;
+      [[fallthrough]];
+    case Construct::Comment:
+      return ProcessUnknownTag(raw_);
+    case Construct::Known:
+      break;
+  }
+  known = true;
+  Tag tag(*row);
+  if (!GetNameValuePairs(tag) || !ValidateTag(tag)) return Progress::Failed;
+  return ProcessKnownTag(tag);
+}
+
+Scanned Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTag> wanted) {
   found.reset();
   for (int64_t depth = 0;;) {
-    if (SkipTextUntilTag() == ScanResult::EndOfFile) return ScanResult::EndOfFile;
-    const TagTemplate* form = nullptr;
-    Construct construct = ReadConstruct(form, RawText::Drop);
-    if (construct == Construct::Failed) return ScanResult::Failed;
-    if (construct == Construct::EndOfFile) return ScanResult::EndOfFile;
+    if (!SkipTextUntilTag()) return Scanned::EndOfFile;
+    const TagRow* row = nullptr;
+    Construct construct = ReadConstruct(row, RawText::Drop);
+    if (construct == Construct::Failed) return Scanned::Failed;
+    if (construct == Construct::EndOfFile) return Scanned::EndOfFile;
     if (construct == Construct::Skipped || construct == Construct::Comment) continue;
     auto match = construct == Construct::Unknown
                      ? wanted.end()
                      : std::find_if(wanted.begin(), wanted.end(),
-                                    [form](const WantedTag& w) { return w.id == form->id; });
+                                    [row](const WantedTag& w) { return w.id == row->id; });
     if (match == wanted.end() || (match->closing_id < 0 && depth > 0)) {
-      if (SkipUntilTagEnd() == ScanResult::Failed) return ScanResult::Failed;
+      if (!SkipUntilTagEnd()) return Scanned::Failed;
       continue;
     }
     if (match->closing_id > 0) {
       bool opens = true;
-      if (SkipOpener(*form, &opens) == ScanResult::Failed) return ScanResult::Failed;
+      if (!SkipOpener(*row, &opens)) return Scanned::Failed;
       if (opens) ++depth;
       continue;
     }
     if (depth > 0) {
       --depth;
-      if (SkipUntilTagEnd() == ScanResult::Failed) return ScanResult::Failed;
+      if (!SkipUntilTagEnd()) return Scanned::Failed;
       continue;
     }
-    auto tag = std::make_unique<Tag>(*form);
-    if (GetNameValuePairs(*tag) == ScanResult::Failed) return ScanResult::Failed;
+    auto tag = std::make_unique<Tag>(*row);
+    if (!GetNameValuePairs(*tag)) return Scanned::Failed;
     found = std::move(tag);
-    return ScanResult::Done;
+    return Scanned::Done;
   }
 }
 
-bool Parser::IsStopForm(const TagTemplate&, std::string_view) const { return false; }
-
 // Skips the rest of a block's opening tag.
-ScanResult Parser::SkipOpener(const TagTemplate& form, bool* opens) {
+bool Parser::SkipOpener(const TagRow& row, bool* opens) {
   raw_.clear();
-  if (EatUntilTagEnd(raw_) == ScanResult::Failed) return ScanResult::Failed;
+  if (!EatUntilTagEnd(raw_)) return false;
   std::string_view body = raw_;
   body.remove_suffix(1);
-  *opens = !IsStopForm(form, body);
-  return ScanResult::Done;
+  *opens = !row.IsStopBody(body);
+  return true;
 }
 
 // --- Attributes ------------------------------------------------------------------------------
 
-ScanResult Parser::GetNameValuePairs(Tag& tag) { return ReadAttributes(tag); }
-
-ScanResult Parser::ReadAttributes(Tag& tag) {
-  ScanResult result;
+bool Parser::GetNameValuePairs(Tag& tag) {
+  AttributeEnd end;
   do {
-    result = GetNextNameValuePair(tag);
-  } while (result == ScanResult::More);
-  return result;
+    end = GetNextNameValuePair(tag);
+  } while (end == AttributeEnd::More);
+  return end == AttributeEnd::TagEnd;
 }
 
-ScanResult Parser::GetNextNameValuePair(Tag& tag) {
+AttributeEnd Parser::GetNextNameValuePair(Tag& tag) {
   if (!SkipWhitespace()) return UnexpectedEnd(tag);
   int c = source_.GetNextChar();
-  if (c == '>') return ScanResult::End;
+  if (c == '>') return AttributeEnd::TagEnd;
   String name;
   do {
     name.Accumulate(static_cast<char>(c));
@@ -347,47 +330,73 @@ ScanResult Parser::GetNextNameValuePair(Tag& tag) {
     c = source_.GetNextChar();
   }
   if (!IsAlpha(name[0]) && name[0] != '_') {
-    return ReportSyntaxError("Attribute '" + name + "' begins with a non-alpha character");
+    ReportSyntaxError("Attribute '" + name + "' begins with a non-alpha character");
+    return AttributeEnd::Failed;
   }
   if (c < 0) return UnexpectedEnd(tag);
   String value;
+  AttributeEnd end = c == '>' ? AttributeEnd::TagEnd : AttributeEnd::More;
   if (c == '=') {
     if (!SkipWhitespace()) return UnexpectedEnd(tag);
-    ScanResult result = GetValue(tag, name, value);
-    if (result != ScanResult::Failed) tag.AddNameValuePair(name, std::move(value));
-    return result;
+    end = GetValue(tag, name, value);
+    if (end == AttributeEnd::Failed) return end;
+  } else {
+    if (!ProcessEmptyValue(tag, name, value)) return AttributeEnd::Failed;
+    if (c != '>') source_.UnGetChar();
   }
-  if (ProcessEmptyValue(tag, name, value) == ScanResult::Failed) return ScanResult::Failed;
   tag.AddNameValuePair(name, std::move(value));
-  if (c == '>') return ScanResult::End;
-  source_.UnGetChar();
-  return ScanResult::More;
+  return end;
 }
 
-ScanResult Parser::ProcessEmptyValue(Tag&, const String& name, String& value) {
+// The first byte belongs to the value whatever it is; behind that, white space, `>` and `/` outside
+// double quotes end it.
+AttributeEnd Parser::GetValue(Tag& tag, const String&, String& value) {
+  int c = source_.GetNextChar();
+  bool quoted = false;
+  do {
+    if (c < 0) return UnexpectedEnd(tag);
+    if (c == '"') quoted = !quoted;
+    value.Accumulate(static_cast<char>(c));
+    c = source_.GetNextChar();
+  } while (quoted || (c != '>' && c != '/' && !(c >= 0 && IsWhitespace(static_cast<char>(c)))));
+  if (c == '>') return AttributeEnd::TagEnd;
+  if (c != '/') return AttributeEnd::More;
+  // Behind "/>" the attributes go on, on purpose: it does not close a tag.
+  c = source_.GetNextChar();
+  if (c < 0) return UnexpectedEnd(tag);
+  if (c == '>') return AttributeEnd::More;
+  const char found = static_cast<char>(c);
+  ReportSyntaxError(String::Concat({"Expected &gt;, found '", std::string_view(&found, 1), "'"}));
+  return AttributeEnd::Failed;
+}
+
+bool Parser::ProcessEmptyValue(Tag&, const String& name, String& value) {
   value = name;
-  return ScanResult::Done;
+  return true;
 }
 
-ScanResult Parser::ValidateTag(Tag& tag) {
-  for (const AttributeTemplate& attribute : tag.form().attributes) {
-    if (attribute.kind == AttributeKind::Optional || tag.Has(attribute.name)) continue;
-    if (attribute.kind == AttributeKind::Required) {
-      return ReportSyntaxError(String::Concat(
+bool Parser::ValidateTag(Tag& tag) {
+  for (const AttributeRow& attribute : tag.row().attributes) {
+    if (attribute.presence == Presence::Required && !tag.Has(attribute.name)) {
+      ReportSyntaxError(String::Concat(
           {tag.name(), " requires the ", attribute.name, " attribute to be specified"}));
+      return false;
     }
-    tag.AddNameValuePair(attribute.name, attribute.value);
+    if (attribute.presence == Presence::Default && !tag.Has(attribute.name)) {
+      tag.AddNameValuePair(attribute.name, attribute.fallback);
+    }
   }
-  return ScanResult::Done;
+  return true;
 }
 
-ScanResult Parser::UnexpectedEnd(const Tag& tag) {
-  return ReportSyntaxError(String::Concat({"Unexpected end of file in &lt;", tag.name(), "&gt;"}));
+AttributeEnd Parser::UnexpectedEnd(const Tag& tag) {
+  ReportSyntaxError(String::Concat({"Unexpected end of file in &lt;", tag.name(), "&gt;"}));
+  return AttributeEnd::Failed;
 }
 
-ScanResult Parser::UnexpectedEndLookingFor(std::string_view shown) {
-  return ReportSyntaxError(
-      String::Concat({"Unexpected end of file while looking for '", shown, "'"}));
+bool Parser::UnexpectedEndLookingFor(std::string_view shown) {
+  ReportSyntaxError(String::Concat({"Unexpected end of file while looking for '", shown, "'"}));
+  return false;
 }
 
 }  // namespace vexa

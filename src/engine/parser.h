@@ -18,13 +18,22 @@
 
 namespace vexa {
 
-// What a scanning operation came to.
-enum class ScanResult : int {
-  Failed = 0,  // an error was reported; stop
-  Done = 1,
-  More = 2,  // more to come
-  End = 3,   // of a line: a tag follows; of a tag: its `>` was read; of processing: stop
-  EndOfFile = 4,
+// What a search or a skip came to.
+enum class Scanned { Failed, Done, EndOfFile };  // Failed: an error was reported
+
+// How far a script has come with a piece of it.
+enum class Progress {
+  Failed,  // an error was reported; stop
+  More,    // go on
+  Stop,    // the script is to end here
+  EndOfFile,
+};
+
+// How the reading of an attribute ended.
+enum class AttributeEnd {
+  Failed,  // an error was reported
+  More,    // attributes may follow
+  TagEnd,  // the tag's `>` was read
 };
 
 // One tag that a forward skip looks for.
@@ -35,57 +44,56 @@ struct WantedTag {
 
 class Parser {
  public:
-  // `source` is borrowed.
-  explicit Parser(Buffer& source) : source_(source) {}
+  // Both are borrowed.
+  Parser(Buffer& source, const TagSet& tags) : source_(source), tags_(tags) {}
   virtual ~Parser() = default;
   Parser(const Parser&) = delete;
   Parser& operator=(const Parser&) = delete;
 
   [[nodiscard]] int line() const { return source_.line(); }
+  [[nodiscard]] const TagSet& tags() const { return tags_; }
 
   // Skips forward without output until a tag of `wanted` closes the current level. Done with
   // `*found` set, EndOfFile, or Failed with `*found` empty. Nested blocks are counted.
-  [[nodiscard]] ScanResult FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTag> wanted);
+  [[nodiscard]] Scanned FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTag> wanted);
 
  protected:
-  // The template of a tag name, letter case ignored, or null when it is not a tag of ours.
-  [[nodiscard]] virtual const TagTemplate* FindTemplate(std::string_view name) const = 0;
-  [[nodiscard]] virtual ScanResult ProcessKnownTag(Tag& tag) = 0;
-  [[nodiscard]] virtual ScanResult ProcessUnknownTag(std::string_view raw) = 0;
-  [[nodiscard]] virtual ScanResult ProcessText(std::string_view text) = 0;
-  [[nodiscard]] virtual ScanResult ProcessNewLine(std::string_view newline) = 0;
-  // A run of text ended at a tag, which is read next. Done, or what a delivery returned.
-  [[nodiscard]] virtual ScanResult EndText() { return ScanResult::Done; }
+  // The deliveries. More, or what else became of the script.
+  [[nodiscard]] virtual Progress ProcessKnownTag(Tag& tag) = 0;
+  [[nodiscard]] virtual Progress ProcessUnknownTag(std::string_view raw) = 0;
+  [[nodiscard]] virtual Progress ProcessText(std::string_view text) = 0;
+  [[nodiscard]] virtual Progress ProcessNewLine(std::string_view newline) = 0;
+  // A run of text ended at a tag, which is read next.
+  [[nodiscard]] virtual Progress EndText() { return Progress::More; }
   // Whether text, newlines and tags of other languages are all just copied to the output now, so
   // that a stretch of them may be delivered whole to ProcessPlain.
-  [[nodiscard]] virtual bool CopiesPlainText() const;
-  [[nodiscard]] virtual ScanResult ProcessPlain(std::string_view text);
-  // Reports a scanning error at the current line. Always returns Failed.
-  virtual ScanResult ReportSyntaxError(std::string_view message) = 0;
+  [[nodiscard]] virtual bool CopiesPlainText() const { return false; }
+  [[nodiscard]] virtual Progress ProcessPlain(std::string_view text) { return ProcessText(text); }
+  // Reports a scanning error at the current line.
+  virtual void ReportSyntaxError(std::string_view message) = 0;
 
-  // Reads the attributes of `tag` up to and including its `>`. End, or Failed.
-  [[nodiscard]] virtual ScanResult GetNameValuePairs(Tag& tag);
-  // Reads the value behind `name=`. More when attributes may follow, End at `>`, or Failed.
-  [[nodiscard]] virtual ScanResult GetValue(Tag& tag, const String& name, String& value) = 0;
-  // Gives the value of an attribute written without one: its own name. Done, or Failed.
-  [[nodiscard]] virtual ScanResult ProcessEmptyValue(Tag& tag, const String& name, String& value);
+  // Reads the attributes of `tag` up to and including its `>`. False after an error.
+  [[nodiscard]] virtual bool GetNameValuePairs(Tag& tag);
+  // Reads the value behind `name=`: here a plain word, or a text with its double quotes.
+  [[nodiscard]] virtual AttributeEnd GetValue(Tag& tag, const String& name, String& value);
+  // Gives the value of an attribute written without one: its own name. False after an error.
+  [[nodiscard]] virtual bool ProcessEmptyValue(Tag& tag, const String& name, String& value);
 
-  // Whether a tag that usually opens a block only ends one, going by its `body`.
-  [[nodiscard]] virtual bool IsStopForm(const TagTemplate& form, std::string_view body) const;
-
-  // Reads up to and including at most one known tag. More when there may be further ones.
-  [[nodiscard]] ScanResult FindNextTag();
-  // The attribute loop of ordinary tags.
-  [[nodiscard]] ScanResult ReadAttributes(Tag& tag);
-  // Checks required attributes and fills in defaults. Done, or Failed.
-  [[nodiscard]] ScanResult ValidateTag(Tag& tag);
+  // Reads up to and including at most one known tag.
+  [[nodiscard]] Progress FindNextTag();
+  // Reads what begins with the `<` that comes next, and delivers it; `known` is set to true when
+  // that was a tag of the set.
+  [[nodiscard]] Progress ProcessConstruct(bool& known);
+  // Reads the next attribute into `tag`.
+  [[nodiscard]] AttributeEnd GetNextNameValuePair(Tag& tag);
+  // Checks required attributes and fills in defaults. False after an error.
+  [[nodiscard]] bool ValidateTag(Tag& tag);
 
   // Reads to the tag's `>` (included) outside double quotes, appending what is read to `out`.
-  [[nodiscard]] ScanResult EatUntilTagEnd(String& out) { return ReadUntilTagEnd(&out); }
+  // False after an error.
+  [[nodiscard]] bool EatUntilTagEnd(String& out) { return ReadUntilTagEnd(&out); }
   // The same without keeping what is read, however much it is.
-  [[nodiscard]] ScanResult SkipUntilTagEnd() { return ReadUntilTagEnd(nullptr); }
-  // Appends white space to `out`. Done before another byte, or EndOfFile.
-  ScanResult EatWhitespace(String& out);
+  [[nodiscard]] bool SkipUntilTagEnd() { return ReadUntilTagEnd(nullptr); }
   // Skips white space; false at the end of the file.
   bool SkipWhitespace();
 
@@ -95,24 +103,24 @@ class Parser {
  private:
   // What stands behind a `<`.
   enum class Construct { Known, Unknown, Skipped, Comment, Failed, EndOfFile };
-
-  ScanResult ProcessTextUntilTag();
-  ScanResult SkipTextUntilTag();
-  size_t PlainLength(std::string_view run) const;
-  bool TakeTextPiece(String& piece);
   // What becomes of the text of comments and unknown tags.
   enum class RawText { Keep, Drop };
 
-  ScanResult ReadUntilTagEnd(String* out);
-  Construct ReadConstruct(const TagTemplate*& form, RawText raw);
-  ScanResult ReadHTMLComment(String* out);
-  ScanResult FindText(std::string_view text, std::string_view shown);
-  ScanResult GetNextNameValuePair(Tag& tag);
-  ScanResult SkipOpener(const TagTemplate& form, bool* opens);
-  ScanResult UnexpectedEnd(const Tag& tag);
-  ScanResult UnexpectedEndLookingFor(std::string_view shown);
+  Progress ProcessTextUntilTag();
+  bool SkipTextUntilTag();
+  size_t PlainLength(std::string_view run) const;
+  bool TakeTextPiece(String& piece);
+
+  bool ReadUntilTagEnd(String* out);
+  Construct ReadConstruct(const TagRow*& row, RawText raw);
+  bool ReadHTMLComment(String* out);
+  bool FindText(std::string_view text, std::string_view shown);
+  bool SkipOpener(const TagRow& row, bool* opens);
+  AttributeEnd UnexpectedEnd(const Tag& tag);
+  bool UnexpectedEndLookingFor(std::string_view shown);
 
   Buffer& source_;
+  const TagSet& tags_;
   String raw_;   // the tag being scanned, as written
   String name_;  // its name
 };

@@ -11,7 +11,6 @@
 #include "engine/stack_guard.h"
 #include "expr/builtin_call.h"
 #include "expr/builtin_table.h"
-#include "tags/tag_numbers.h"
 
 namespace vexa {
 
@@ -27,22 +26,21 @@ bool ScriptParser::FindFunction(std::string_view name, const Callable*& function
 // Registers the functions declared further down, up to and including the one called `name`, and
 // comes back. False after an error was reported.
 bool ScriptParser::ScanForFunction(std::string_view name) {
-  static constexpr WantedTag kWanted[] = {{kTagVxFUNCTION, 0}};
-  SourcePlace noted = source().Place();
+  const WantedTag declarations[] = {{tags().WithFlag(kDeclaresFunction)->id, 0}};
+  SourcePlace noted = CurrentPlace();
   scanning_ = true;
   std::unique_ptr<Tag> found;
-  ScanResult result = FindTag(found, kWanted);
-  while (result == ScanResult::Done) {
+  Scanned result = FindTag(found, declarations);
+  while (result == Scanned::Done) {
     bool wanted = EqualsIgnoreCase(found->Value("NAME"), name);
-    bool declared = ValidateTag(*found) == ScanResult::Done &&
-                    DeclareFunction(*this, *found) != StateResult::Failed;
-    if (!declared) result = ScanResult::Failed;
+    bool declared = ValidateTag(*found) && DeclareFunction(*this, *found) != StateResult::Failed;
+    if (!declared) result = Scanned::Failed;
     if (!declared || wanted) break;
-    result = FindTag(found, kWanted);
+    result = FindTag(found, declarations);
   }
   scanning_ = false;
   GoTo(noted);
-  return result != ScanResult::Failed;
+  return result != Scanned::Failed;
 }
 
 bool ScriptParser::CallFunction(const Callable& function, std::span<String> arguments,
@@ -66,16 +64,16 @@ bool ScriptParser::CallOwnFunction(const Function& function, std::span<String> a
   TextFilter* filter = SwitchTextFilter(nullptr);
   AddState(std::make_unique<FunctionState>(*this, function, locals));
   function_return_value_.clear();
-  ScanResult scanned = ScanResult::More;
-  while (scanned == ScanResult::More && states_.size() > noted) scanned = FindNextTag();
+  Progress progress = Progress::More;
+  while (progress == Progress::More && states_.size() > noted) progress = FindNextTag();
   PopFunctionCall();
   SwitchTextFilter(filter);
   if (exiting_) return false;
-  if (scanned == ScanResult::EndOfFile) ReportOpenBlock();
+  if (progress == Progress::EndOfFile) ReportOpenBlock();
   DropStates(noted);
   result = std::move(function_return_value_);
   function_return_value_.clear();
-  return scanned == ScanResult::More;
+  return progress == Progress::More;
 }
 
 bool ScriptParser::PushFunctionCall() {
@@ -91,11 +89,11 @@ bool ScriptParser::PushFunctionCall() {
   return false;
 }
 
-void ScriptParser::TakeOver(const CallSettings& settings) {
-  errors_.CopySettings(settings.errors);
-  output_ = settings.output;
-  depth_ = settings.depth;
-  watchers_ = settings.watchers;
+void ScriptParser::TakeOver(const Inheritance& inherited) {
+  errors_.CopySettings(inherited.errors);
+  output_ = inherited.output;
+  depth_ = inherited.depth;
+  watchers_ = inherited.watchers;
 }
 
 bool ScriptParser::EvaluateText(std::string_view text, String& value) {

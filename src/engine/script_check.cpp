@@ -1,4 +1,4 @@
-// The check reads every tag as the executor would, blocks that would be skipped included, and goes
+// The check reads every tag as the executor does, blocks that would be skipped included, and goes
 // on behind a tag that is wrong. Expressions are read but not evaluated.
 
 #include "engine/script_check.h"
@@ -9,11 +9,8 @@
 #include "core/encoding.h"
 #include "core/error.h"
 #include "core/number.h"
-#include "engine/parser.h"
-#include "expr/expression.h"
-#include "tags/attribute_forms.h"
-#include "tags/tag_numbers.h"
-#include "tags/tag_table.h"
+#include "engine/script_state.h"
+#include "engine/tag_reader.h"
 
 namespace vexa {
 
@@ -21,102 +18,73 @@ namespace {
 
 constexpr int kBlockSize = 65536;
 
-class ScriptChecker final : public Parser, private CharacterSource, private ExpressionContext {
+class ScriptChecker final : public TagReader {
  public:
-  ScriptChecker(Vexa& host, Buffer& source, Output& out) : Parser(source), host_(host), out_(out) {}
+  ScriptChecker(Vexa& host, const TagSet& tags, Buffer& source, Output& out)
+      : TagReader(source, tags), host_(host), out_(out) {}
 
   // Reads the whole script; whether it is free of errors.
   bool Check() {
-    ScanResult result;
+    Progress progress;
     do {
       in_tag_ = false;
-      result = FindNextTag();
+      progress = FindNextTag();
       // A wrong tag is left where a skip would leave it.
-      if (result == ScanResult::Failed && in_tag_) result = Recover();
-    } while (result == ScanResult::More);
-    for (; result == ScanResult::EndOfFile && !open_.empty(); open_.pop_back()) {
-      String closer = FindTagTemplateByNumber(open_.back()->closing_id)->name;
+      if (progress == Progress::Failed && in_tag_) progress = Recover();
+    } while (progress == Progress::More);
+    for (; progress == Progress::EndOfFile && !open_.empty(); open_.pop_back()) {
       ReportSyntaxError(
-          String::Concat({"Unexpected end of file looking for &lt;", closer, "&gt;"}));
+          String::Concat({"Unexpected end of file looking for &lt;",
+                          tags().WithNumber(open_.back()->closing_id)->name, "&gt;"}));
     }
     return clean_;
   }
 
  protected:
-  const TagTemplate* FindTemplate(std::string_view name) const override {
-    return FindTagTemplate(name);
-  }
-  ScanResult ProcessText(std::string_view) override { return ScanResult::Done; }
-  ScanResult ProcessNewLine(std::string_view) override { return ScanResult::Done; }
-  ScanResult ProcessUnknownTag(std::string_view) override { return ScanResult::Done; }
+  Progress ProcessText(std::string_view) override { return Progress::More; }
+  Progress ProcessNewLine(std::string_view) override { return Progress::More; }
+  Progress ProcessUnknownTag(std::string_view) override { return Progress::More; }
 
-  ScanResult ReportSyntaxError(std::string_view message) override {
-    if (skipping_) return ScanResult::Failed;
+  void ReportSyntaxError(std::string_view message) override {
+    if (skipping_) return;
     Print(SyntaxError({source().errorname(), line(), {}}, message).message());
     clean_ = false;
-    return ScanResult::Failed;
   }
 
-  ScanResult ProcessKnownTag(Tag& tag) override {
-    const TagTemplate& form = tag.form();
-    bool attributes_count = form.id == kTagVxIF || form.id == kTagVxWHILE || form.id == kTagVxEVAL;
-    if (attributes_count && tag.attributes().size() != 1) {
-      return ReportSyntaxError(String::Concat({tag.name(), " expects exactly 1 name/value pair"}));
+  Progress ProcessKnownTag(Tag& tag) override {
+    const TagRow& row = tag.row();
+    if (row.body == TagBody::Condition && !tag.stops() && !CheckCondition(tag)) {
+      return Progress::Failed;
     }
-    if (form.id == kTagVxELSE) return IsInnermost(kTagVxIF) ? ScanResult::Done : Unexpected(tag);
-    if (tag.Has("STOP") && (form.id == kTagWHILE || form.id == kTagIMPORT)) {
-      return IsOpen(form.id) ? ScanResult::Done : Unexpected(tag);
+    if (!FollowBlocks(tag)) {
+      ReportSyntaxError(UnexpectedTag(row));
+    } else if (String problem = tag.Problem(); !problem.empty() && !tag.stops()) {
+      ReportSyntaxError(problem);
     }
-    if (int block = StoppedBlock(form.id); block >= 0) {
-      return IsOpen(block) ? ScanResult::Done : Unexpected(tag);
-    }
-    if (form.closing_id != 0) {
-      open_.push_back(&form);
-    } else if (tag.name().starts_with('/')) {
-      if (open_.empty() || open_.back()->closing_id != form.id) return Unexpected(tag);
-      open_.pop_back();
-    }
-    return ScanResult::Done;
+    return Progress::More;
   }
 
-  ScanResult GetNameValuePairs(Tag& tag) override {
-    start_ = source().Place();
+  bool GetNameValuePairs(Tag& tag) override {
+    start_ = CurrentPlace();
     in_tag_ = true;
-    ScanResult result = ReadTag(tag);
-    if (result == ScanResult::Failed) return result;
-    SourcePlace end = source().Place();
-    source().Return(start_);
+    if (!TagReader::GetNameValuePairs(tag)) return false;
+    const SourcePlace end = CurrentPlace();
+    GoTo(start_);
     skipping_ = true;
-    bool misleads = SkipRest() == ScanResult::Failed || !(source().Place() == end);
+    const bool misleads = !SkipUntilTagEnd() || !(CurrentPlace() == end);
     skipping_ = false;
-    source().Return(end);
-    if (misleads) {
-      Print(String::Concat({source().errorname(), ": Line ", PrintInteger(line()),
-                            ": Warning: ", "a skip over this &lt;", tag.name(),
-                            "&gt; ends elsewhere: it knows only double quotes"}));
-    }
-    return result;
+    GoTo(end);
+    if (misleads) WarnOfSkips(tag);
+    return true;
   }
 
-  ScanResult GetValue(Tag& tag, const String& name, String&) override {
-    if (IsRawOrder(tag.id(), name)) return SkipRest();
-    return ReadValue(AttributeForm(tag.id(), name));
-  }
-
-  ScanResult ProcessEmptyValue(Tag& tag, const String& name, String& value) override {
-    if (tag.id() == kTagVxIF || tag.id() == kTagVxEVAL || tag.id() == kTagVxWHILE) {
-      return ReportSyntaxError(String::Concat(
-          {"Attributes with empty values are not allowed in &lt;", tag.name(), "&gt;"}));
-    }
-    return Parser::ProcessEmptyValue(tag, name, value);
+  bool TakeValue(Tag& tag, WrittenValue& written, String& value) override {
+    if (written.reading == Reading::Deferred) tag.Defer(written.place);
+    value = std::move(written.text);
+    return true;
   }
 
  private:
-  int NextChar() override { return source().GetNextChar(); }
-  void PutBack() override { source().UnGetChar(); }
-  SourcePlace Place() const override { return source().Place(); }
-  void Return(const SourcePlace& place) override { source().Return(place); }
-
   Vexa& host() override { return host_; }
   bool ReportExpressionError(std::string_view message) override {
     Print(ExpressionError({source().errorname(), line(), {}}, message).message());
@@ -135,87 +103,72 @@ class ScriptChecker final : public Parser, private CharacterSource, private Expr
     out_.Write("\n");
   }
 
-  ScanResult Unexpected(const Tag& tag) {
-    return ReportSyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));
+  void WarnOfSkips(const Tag& tag) {
+    Print(String::Concat({source().errorname(), ": Line ", PrintInteger(line()),
+                          ": Warning: ", "a skip over this &lt;", tag.name(),
+                          "&gt; ends elsewhere: it knows only double quotes"}));
+  }
+
+  // The condition of a loop, which the loop itself reads when it begins.
+  bool CheckCondition(const Tag& tag) {
+    const SourcePlace end = CurrentPlace();
+    Expression condition;
+    if (!ReadExpressionAt(tag.deferred(), ValueForm::Body, condition)) return false;
+    if (!(CurrentPlace() == end)) WarnOfSkips(tag);
+    GoTo(end);
+    return true;
+  }
+
+  // Opens, closes or leaves the blocks that the tag does; false when it cannot stand here.
+  bool FollowBlocks(const Tag& tag) {
+    const TagRow& row = tag.row();
+    if (tag.stops()) return IsOpen(row.id);
+    const TagRow* closer = row.closing_id == 0 ? nullptr : tags().WithNumber(row.closing_id);
+    const bool opens = closer != nullptr && closer->block == row.id;
+    if (row.block != kNoTag) {
+      const bool closes = tags().WithNumber(row.block)->closing_id == row.id;
+      const bool divides = closer != nullptr && !opens;
+      if (closes || divides) {
+        if (open_.empty() || open_.back()->id != row.block) return false;
+        if (closes) open_.pop_back();
+        return true;
+      }
+      if (!IsOpen(row.block)) return false;
+    }
+    if (opens) open_.push_back(&row);
+    return true;
+  }
+
+  // Whether a block of that tag is open here. Nothing passes the boundary of a function.
+  [[nodiscard]] bool IsOpen(int id) const {
+    for (size_t i = open_.size(); i-- > 0;) {
+      if (open_[i]->id == id) return true;
+      if (open_[i]->Has(kDeclaresFunction)) return false;
+    }
+    return false;
   }
 
   // Goes on behind the tag that failed: behind the `>` that ends it for a skip.
-  ScanResult Recover() {
-    source().Return(start_);
+  Progress Recover() {
+    GoTo(start_);
     in_tag_ = false;
-    return SkipRest() == ScanResult::Failed ? ScanResult::Failed : ScanResult::More;
-  }
-
-  ScanResult SkipRest() {
-    return SkipUntilTagEnd() == ScanResult::Failed ? ScanResult::Failed : ScanResult::End;
-  }
-
-  ScanResult ReadTag(Tag& tag) {
-    if (tag.id() == kTagHIDE) return SkipRest();
-    if (tag.id() != kTagIF && tag.id() != kTagEVAL && tag.id() != kTagWHILE) {
-      return ReadAttributes(tag);
-    }
-    String body;
-    if (EatUntilTagEnd(body) == ScanResult::Failed) return ScanResult::Failed;
-    body.Truncate(body.size() - 1);
-    if (IsStopBody(tag.id(), body)) {
-      tag.AddNameValuePair("STOP", {});
-      return ScanResult::End;
-    }
-    source().Return(start_);
-    return ReadValue(ValueForm::Body);
-  }
-
-  ScanResult ReadValue(ValueForm form) {
-    Expression expression;
-    ValueEnd end = expression.Read(*this, form, *this);
-    if (end == ValueEnd::Failed) return ScanResult::Failed;
-    return end == ValueEnd::TagEnd ? ScanResult::End : ScanResult::More;
-  }
-
-  // The block that a stop, delete or return tag needs around it; -1 for other tags.
-  static int StoppedBlock(int id) {
-    switch (id) {
-      case kTagVxIMPORTSTOP:
-        return kTagVxIMPORT;
-      case kTagVxPOPSTOP:
-      case kTagVxPOPDELETE:
-        return kTagVxPOP;
-      case kTagVxWHILESTOP:
-        return kTagVxWHILE;
-      case kTagVxCALLSTOP:
-        return kTagVxCALL;
-      case kTagVxFUNCRETURN:
-        return kTagVxFUNCTION;
-      case kTagVxCOMMERCESTOP:
-        return kTagVxCOMMERCE;
-      default:
-        return -1;
-    }
-  }
-
-  [[nodiscard]] bool IsInnermost(int id) const { return !open_.empty() && open_.back()->id == id; }
-  [[nodiscard]] bool IsOpen(int id) const {
-    for (const TagTemplate* form : open_) {
-      if (form->id == id) return true;
-    }
-    return false;
+    return SkipUntilTagEnd() ? Progress::More : Progress::Failed;
   }
 
   Vexa& host_;
   Output& out_;
   bool clean_ = true;
-  bool in_tag_ = false;                   // the attributes of a known tag are being read
-  bool skipping_ = false;                 // a skip is only tried out
-  SourcePlace start_;                     // where they begin
-  std::vector<const TagTemplate*> open_;  // the blocks around the current place
+  bool in_tag_ = false;              // the attributes of a known tag are being read
+  bool skipping_ = false;            // a skip is only tried out
+  SourcePlace start_;                // where they begin
+  std::vector<const TagRow*> open_;  // the blocks around the current place
 };
 
 }  // namespace
 
-bool CheckScript(Vexa& host, const String& path, Output& out) {
+bool CheckScript(Vexa& host, const TagSet& tags, const String& path, Output& out) {
   Buffer source(host.filemanager(), kBlockSize);
-  if (source.Open(path, path)) return ScriptChecker(host, source, out).Check();
+  if (source.Open(path, path)) return ScriptChecker(host, tags, source, out).Check();
   out.Write(String::Concat({"Unable to open ", path, ": ", source.error(), "\n"}));
   return false;
 }

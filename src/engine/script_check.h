@@ -1,19 +1,19 @@
-// Reading a script without running it, for people: every syntax error with its line, and warnings
-// of quotes that mislead the skipping of blocks.
+// Reading a script without running it, for people who want to know whether it is well written.
 
 #ifndef VEXA_ENGINE_SCRIPT_CHECK_H_
 #define VEXA_ENGINE_SCRIPT_CHECK_H_
 
 #include "core/output.h"
 #include "core/string.h"
+#include "engine/tag_row.h"
 #include "vexa.h"
 
 namespace vexa {
 
-// Reads the script file `path` and prints what is wrong with it to `out`, a line each. Returns
-// whether no error was found; warnings do not count. Macros are not expanded: what they would
-// deliver is not known.
-[[nodiscard]] bool CheckScript(Vexa& host, const String& path, Output& out);
+// Reads the script file `path` with the tags of `tags` and writes every error in it to `out`, one a
+// line, with file and line, in the words of a running page. Whether there was none; a file that
+// cannot be opened is one. The host is asked for files only.
+[[nodiscard]] bool CheckScript(Vexa& host, const TagSet& tags, const String& path, Output& out);
 
 }  // namespace vexa
 

@@ -2,14 +2,18 @@
 
 #include "engine/script_parser.h"
 
+#include <utility>
+
 #include "core/text.h"
-#include "tags/tag_numbers.h"
-#include "tags/tag_table.h"
 
 namespace vexa {
 
-ScriptParser::ScriptParser(Vexa& host, MacroExpander& source)
-    : Parser(source), host_(host), macros_(source), output_(&host.output()), errors_(host) {
+ScriptParser::ScriptParser(Vexa& host, MacroExpander& source, const TagSet& tags)
+    : TagReader(source, tags),
+      host_(host),
+      macros_(source),
+      output_(&host.output()),
+      errors_(host, tags) {
   AddState(std::make_unique<ScriptState>(*this));
 }
 
@@ -24,20 +28,23 @@ int ScriptParser::Parse() {
   exiting_ = false;
   GoTo({});
   running_ = true;
-  ScanResult result;
+  Progress progress;
   do {
-    result = FindNextTag();
-  } while (result == ScanResult::More);
-  if (result == ScanResult::EndOfFile && states_.size() > 1) result = ReportOpenBlock();
+    progress = FindNextTag();
+  } while (progress == Progress::More);
+  bool failed = progress == Progress::Failed;
+  if (progress == Progress::EndOfFile && states_.size() > 1) {
+    ReportOpenBlock();
+    failed = true;
+  }
   left_states_.clear();  // Blocks that could not be left let go of their locks.
   running_ = false;
-  return result == ScanResult::Failed && !exiting_ ? 0 : 1;
+  return failed && !exiting_ ? 0 : 1;
 }
 
-ScanResult ScriptParser::ReportOpenBlock() {
+void ScriptParser::ReportOpenBlock() {
   SyntaxError(
       String::Concat({"Unexpected end of file looking for ", states_.back()->closing_tag()}));
-  return ScanResult::Failed;
 }
 
 Output& ScriptParser::SwitchOutput(Output& output) {
@@ -56,27 +63,21 @@ void ScriptParser::WriteValue(std::string_view text) {
 
 ErrorPlace ScriptParser::CurrentErrorPlace() const { return {source().errorname(), line(), {}}; }
 
-ScanResult ScriptParser::ReportSyntaxError(std::string_view message) {
-  SyntaxError(message);
-  return ScanResult::Failed;
-}
-
 StateResult ScriptParser::SyntaxError(std::string_view message) {
   (void)errors_.Error(kSyntaxErrors, vexa::SyntaxError(CurrentErrorPlace(), message));
   return StateResult::Failed;
 }
 
-// Reports a runtime error of the tag of that form; whether the page goes on, with the message in
-// the tag's error variable.
-bool ScriptParser::ReportRuntimeError(const TagTemplate& form, std::string_view message) {
-  unsigned code = kRuntimeErrors | static_cast<unsigned>(form.id);
+// Whether the page goes on, with the message in the tag's error variable.
+bool ScriptParser::ReportRuntimeError(const TagRow& row, std::string_view message) {
+  unsigned code = kRuntimeErrors | static_cast<unsigned>(row.id);
   if (errors_.Error(code, vexa::RuntimeError(CurrentErrorPlace(), message)) == 0) return false;
-  SetErrorVariable(form, message);
+  SetErrorVariable(row, message);
   return true;
 }
 
-StateResult ScriptParser::RuntimeError(const Tag& tag, std::string_view message) {
-  return ReportRuntimeError(tag.form(), message) ? StateResult::Done : StateResult::Failed;
+StateResult ScriptParser::RuntimeError(const TagRow& row, std::string_view message) {
+  return ReportRuntimeError(row, message) ? StateResult::Reported : StateResult::Failed;
 }
 
 bool ScriptParser::ReportExpressionError(std::string_view message) {
@@ -84,20 +85,19 @@ bool ScriptParser::ReportExpressionError(std::string_view message) {
   return false;
 }
 
-// File functions of expressions answer for their failures as the FILE tag does.
 bool ScriptParser::ReportFileError(std::string_view message) {
-  return ReportRuntimeError(*FindTagTemplateByNumber(kTagFILE), message);
+  return ReportRuntimeError(*tags().WithFlag(kAnswersForFiles), message);
 }
 
-void ScriptParser::SetErrorVariable(const TagTemplate& form, const String& text) {
+void ScriptParser::SetErrorVariable(const TagRow& row, const String& text) {
   // A page may hide the name behind a variable that refuses; the error was shown all the same.
-  (void)variables().SetVariable(String::Concat({form.name, "_Error"}), text);
+  (void)variables().SetVariable(String::Concat({row.name, "_Error"}), text);
 }
 
-StateResult ScriptParser::Assign(const Tag& tag, std::string_view name, const String& value) {
+StateResult ScriptParser::Assign(const TagRow& row, std::string_view name, const String& value) {
   Variable* refused = variables().SetVariable(name, value);
   if (refused == nullptr) return StateResult::Handled;
-  return RuntimeError(tag, refused->error());
+  return RuntimeError(row, refused->error());
 }
 
 bool ScriptParser::CheckTimeout() {
@@ -106,11 +106,29 @@ bool ScriptParser::CheckTimeout() {
   return false;
 }
 
-// --- Pieces ----------------------------------------------------------------------------------
+// --- Values ----------------------------------------------------------------------------------
 
-const TagTemplate* ScriptParser::FindTemplate(std::string_view name) const {
-  return FindTagTemplate(name);
+bool ScriptParser::TakeValue(Tag& tag, WrittenValue& written, String& value) {
+  if (written.reading == Reading::Deferred) {
+    tag.Defer(written.place);
+    return true;
+  }
+  if (!written.expression.empty()) return written.expression.Evaluate(*this, value);
+  value = std::move(written.text);
+  return true;
 }
+
+bool ScriptParser::EvaluateAt(const SourcePlace& place, ValueForm form, String& value) {
+  const SourcePlace noted = CurrentPlace();
+  Expression expression;
+  if (!ReadExpressionAt(place, form, expression) || !expression.Evaluate(*this, value)) {
+    return false;
+  }
+  GoTo(noted);
+  return true;
+}
+
+// --- Pieces ----------------------------------------------------------------------------------
 
 bool ScriptParser::InFunction() const {
   for (const auto& state : states_) {
@@ -119,29 +137,29 @@ bool ScriptParser::InFunction() const {
   return false;
 }
 
-ScanResult ScriptParser::ProcessKnownTag(Tag& tag) {
-  if (!CheckTimeout()) return ScanResult::Failed;
-  if (!execute_tags_ && tag.id() != kTagVEXA && tag.id() != kTagQUORBEL) {
-    bool ends_function = tag.id() == kTagVxFUNCRETURN || tag.id() == kTagVxFUNCTIONClose;
-    if (!ends_function || !InFunction()) return ScanResult::Done;
+Progress ScriptParser::ProcessKnownTag(Tag& tag) {
+  if (!CheckTimeout()) return Progress::Failed;
+  const TagRow& row = tag.row();
+  if (!execute_tags_ && !row.Has(kRunsWhileOff) && !(row.Has(kEndsFunction) && InFunction())) {
+    return Progress::More;
   }
-  if (tag.id() == kTagEXIT || tag.id() == kTagVxEXIT) return ExitScript();
+  if (row.Has(kEndsScript)) return ExitScript();
   for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
   return Offer(tag);
 }
 
 // Offers a tag from the top state down.
-ScanResult ScriptParser::Offer(Tag& tag) {
+Progress ScriptParser::Offer(Tag& tag) {
   for (size_t i = states_.size(); i-- > 0;) {
     bool boundary = states_[i]->is_function();
     StateResult result = states_[i]->ProcessTag(tag);
-    if (exiting_) return ScanResult::End;  // A function that the tag called ended the script.
+    if (exiting_) return Progress::Stop;  // A function that the tag called ended the script.
     switch (result) {
       case StateResult::Failed:
-        return ScanResult::Failed;
-      case StateResult::Done:
+        return Progress::Failed;
+      case StateResult::Reported:
       case StateResult::Handled:
-        return ScanResult::Done;
+        return Progress::More;
       case StateResult::Finished:
         return CloseStates(i);
       case StateResult::NotMine:
@@ -149,7 +167,8 @@ ScanResult ScriptParser::Offer(Tag& tag) {
     }
     if (boundary) break;
   }
-  return ReportSyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));
+  SyntaxError(UnexpectedTag(tag.row()));
+  return Progress::Failed;
 }
 
 // A state may still lead to what the one below it owns.
@@ -158,73 +177,74 @@ void ScriptParser::DropStates(size_t count) {
 }
 
 // Leaves the states from the top down to the one at `index`.
-ScanResult ScriptParser::CloseStates(size_t index) {
+Progress ScriptParser::CloseStates(size_t index) {
   while (states_.size() > index) {
     std::unique_ptr<ScriptState> state = std::move(states_.back());
     states_.pop_back();
     bool left = state->ExitState() != StateResult::Failed;
     // A state whose own operation called the function that ends the script is still in use.
     if (exiting_) left_states_.push_back(std::move(state));
-    if (!left) return ScanResult::Failed;
+    if (!left) return Progress::Failed;
   }
-  return states_.empty() ? ScanResult::End : ScanResult::Done;
+  return states_.empty() ? Progress::Stop : Progress::More;
 }
 
 // Ends the script after every open block has been left, the functions among them. A block that
 // cannot be left ends that, but functions still are: their local scopes die with their calls.
-ScanResult ScriptParser::ExitScript() {
+Progress ScriptParser::ExitScript() {
   exiting_ = true;
   (void)CloseStates(1);
   for (; states_.size() > 1; states_.pop_back()) {
     if (states_.back()->is_function()) (void)states_.back()->ExitState();
     left_states_.push_back(std::move(states_.back()));
   }
-  return ScanResult::End;
+  return Progress::Stop;
 }
 
-ScanResult ScriptParser::ProcessText(std::string_view text) {
-  if (!CheckTimeout()) return ScanResult::Failed;
+Progress ScriptParser::ProcessText(std::string_view text) {
+  if (!CheckTimeout()) return Progress::Failed;
   if (filter_ == nullptr) return OfferText(text);
   String filtered;
   filter_->Add(text, filtered);
-  return filtered.empty() ? ScanResult::Done : OfferText(filtered);
+  return filtered.empty() ? Progress::More : OfferText(filtered);
 }
 
-ScanResult ScriptParser::EndText() {
-  if (filter_ == nullptr) return ScanResult::Done;
+Progress ScriptParser::EndText() {
+  if (filter_ == nullptr) return Progress::More;
   String rest;
   filter_->End(rest);
-  return rest.empty() ? ScanResult::Done : OfferText(rest);
+  return rest.empty() ? Progress::More : OfferText(rest);
 }
 
 // Offers a text from the top state down.
-ScanResult ScriptParser::OfferText(std::string_view text) {
+Progress ScriptParser::OfferText(std::string_view text) {
   for (size_t i = states_.size(); i-- > 0;) {
     StateResult result = states_[i]->ProcessText(text, output_level_);
-    if (result == StateResult::Failed) return ScanResult::Failed;
+    if (result == StateResult::Failed) return Progress::Failed;
     if (result == StateResult::Finished) return CloseStates(i);
-    if (result != StateResult::NotMine) return ScanResult::Done;
+    if (result != StateResult::NotMine) return Progress::More;
   }
-  return ReportSyntaxError("Unexpected text");
+  SyntaxError("Unexpected text");
+  return Progress::Failed;
 }
 
-ScanResult ScriptParser::ProcessNewLine(std::string_view newline) {
-  if (!CheckTimeout()) return ScanResult::Failed;
-  if (ScanResult ended = EndText(); ended != ScanResult::Done) return ended;
-  if ((output_level_ & kTextOutput) == 0) return ScanResult::Done;
+Progress ScriptParser::ProcessNewLine(std::string_view newline) {
+  if (!CheckTimeout()) return Progress::Failed;
+  if (Progress ended = EndText(); ended != Progress::More) return ended;
+  if ((output_level_ & kTextOutput) == 0) return Progress::More;
   if ((output_level_ & kCompressWhitespace) == 0 || output_->inwhitespace() == 0) {
     output_->Write(newline);
   }
   output_->inwhitespace() = 1;
-  return ScanResult::Done;
+  return Progress::More;
 }
 
-ScanResult ScriptParser::ProcessUnknownTag(std::string_view raw) {
-  if (!CheckTimeout()) return ScanResult::Failed;
-  if ((output_level_ & kHtmlOutput) == 0) return ScanResult::Done;
+Progress ScriptParser::ProcessUnknownTag(std::string_view raw) {
+  if (!CheckTimeout()) return Progress::Failed;
+  if ((output_level_ & kHtmlOutput) == 0) return Progress::More;
   output_->inwhitespace() = 0;
   output_->Write(raw);
-  return ScanResult::Done;
+  return Progress::More;
 }
 
 // No state treats text in a way of its own; what changes text on its way is a filter.
@@ -233,16 +253,16 @@ bool ScriptParser::CopiesPlainText() const {
   return filter_ == nullptr && (output_level_ & (kCopied | kCompressWhitespace)) == kCopied;
 }
 
-ScanResult ScriptParser::ProcessPlain(std::string_view text) {
-  if (!CheckTimeout()) return ScanResult::Failed;
+Progress ScriptParser::ProcessPlain(std::string_view text) {
+  if (!CheckTimeout()) return Progress::Failed;
   WriteValue(text);
-  return ScanResult::Done;
+  return Progress::More;
 }
 
 std::unique_ptr<Tag> ScriptParser::SkipTo(std::span<const WantedTag> wanted,
                                           std::string_view closing_tag) {
   std::unique_ptr<Tag> found;
-  if (FindTag(found, wanted) == ScanResult::EndOfFile) {
+  if (FindTag(found, wanted) == Scanned::EndOfFile) {
     SyntaxError(String::Concat({"Unexpected end of file looking for ", closing_tag}));
   }
   return found;

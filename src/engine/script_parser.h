@@ -2,8 +2,8 @@
 // routes every piece that the scanner finds through a stack of block states, writes what is
 // output, and runs calls of the script's functions.
 //
-// Read in this order: script_parser.cpp (pieces and states), script_values.cpp (attributes),
-// script_calls.cpp (functions), script_settings.cpp (what the VEXA tag sets).
+// Read in this order: tag_reader.h (how tags are read), script_parser.cpp (pieces, values and
+// states), script_calls.cpp (functions), script_settings.cpp (what the settings tags change).
 
 #ifndef VEXA_ENGINE_SCRIPT_PARSER_H_
 #define VEXA_ENGINE_SCRIPT_PARSER_H_
@@ -19,13 +19,11 @@
 #include "engine/error_handler.h"
 #include "engine/function.h"
 #include "engine/macro_expander.h"
-#include "engine/parser.h"
 #include "engine/script_state.h"
 #include "engine/tag.h"
+#include "engine/tag_reader.h"
 #include "engine/text_filter.h"
-#include "expr/character_source.h"
 #include "expr/expression.h"
-#include "expr/expression_context.h"
 #include "vexa.h"
 
 namespace vexa {
@@ -38,10 +36,10 @@ enum OutputLevel : int {
   kCompressWhitespace = 8,
 };
 
-class ScriptParser final : public Parser, public ExpressionContext, private CharacterSource {
+class ScriptParser final : public TagReader {
  public:
-  // Both are borrowed and must outlive the parser.
-  ScriptParser(Vexa& host, MacroExpander& source);
+  // All are borrowed and must outlive the parser.
+  ScriptParser(Vexa& host, MacroExpander& source, const TagSet& tags);
   ~ScriptParser() override;
 
   // Runs the script from its first line with no block open. 1 when it ran to an end (also one that
@@ -64,16 +62,16 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
 
   // Report an error at the current line. Always return Failed.
   StateResult SyntaxError(std::string_view message);
-  ScanResult ReportSyntaxError(std::string_view message) override;
-  // Reports a runtime error of `tag`. Done when the page goes on, with the message in the tag's
-  // error variable; else Failed.
-  [[nodiscard]] StateResult RuntimeError(const Tag& tag, std::string_view message);
+  void ReportSyntaxError(std::string_view message) override { SyntaxError(message); }
+  // Reports a runtime error of a tag of that row. Reported when the page goes on, with the message
+  // in the tag's error variable; else Failed.
+  [[nodiscard]] StateResult RuntimeError(const TagRow& row, std::string_view message);
   bool ReportExpressionError(std::string_view message) override;
   bool ReportFileError(std::string_view message) override;
-  // The variable that holds the last runtime error of the tag of that form.
-  void SetErrorVariable(const TagTemplate& form, const String& text);
-  // Assigns on behalf of `tag`; a refusal is a runtime error of the tag.
-  [[nodiscard]] StateResult Assign(const Tag& tag, std::string_view name, const String& value);
+  // The variable that holds the last runtime error of a tag of that row.
+  void SetErrorVariable(const TagRow& row, const String& text);
+  // Assigns on behalf of a tag of that row; a refusal is a runtime error of the tag.
+  [[nodiscard]] StateResult Assign(const TagRow& row, std::string_view name, const String& value);
 
   // False, after the error was reported, when the request's time is up. For handlers that work
   // long without a tag; the executor itself asks before every piece.
@@ -84,11 +82,8 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   // is removed, which must happen before it is destroyed.
   void AddWatcher(ScriptState* state) { watchers_->push_back(state); }
   void RemoveWatcher(ScriptState* state) { std::erase(*watchers_, state); }
-  // The place behind what was read last, and the way back to it.
-  [[nodiscard]] SourcePlace CurrentPlace() const { return source().Place(); }
-  void GoTo(const SourcePlace& place) { source().Return(place); }
-  // Evaluates the expression that starts at `place`, then stands again where it stood. `body` says
-  // that it runs to the tag's end. False after an error was reported.
+  // Evaluates the expression of that form that starts at `place`, then stands again where it stood.
+  // False after an error was reported.
   [[nodiscard]] bool EvaluateAt(const SourcePlace& place, ValueForm form, String& value);
   // Skips to the tag that closes a block; a file that ends first is the error that names
   // `closing_tag`. Null on failure.
@@ -108,16 +103,16 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   // Goes one call deeper; false, after an error, when that is deeper than the site allows.
   [[nodiscard]] bool PushFunctionCall();
   void PopFunctionCall() { --depth_; }
-  // What a script takes over from the one that runs it, for as long as it runs: settings() of the
-  // one, given to TakeOver of the other.
-  struct CallSettings {
+  // What a script takes over from the one that runs it, for as long as it runs: inheritance() of
+  // the one, given to TakeOver of the other.
+  struct Inheritance {
     ErrorHandler errors;
     Output* output;
     int depth;
     std::shared_ptr<std::vector<ScriptState*>> watchers;
   };
-  [[nodiscard]] CallSettings settings() const { return {errors_, output_, depth_, watchers_}; }
-  void TakeOver(const CallSettings& settings);
+  [[nodiscard]] Inheritance inheritance() const { return {errors_, output_, depth_, watchers_}; }
+  void TakeOver(const Inheritance& inherited);
   // Evaluates `text` with this script's functions, for a script that runs it. A function that ends
   // this script makes the value empty. False after an error was reported.
   [[nodiscard]] bool EvaluateText(std::string_view text, String& value);
@@ -137,41 +132,26 @@ class ScriptParser final : public Parser, public ExpressionContext, private Char
   void SetTagErrorSettings(std::string_view tag, std::string_view list);
 
  protected:
-  [[nodiscard]] const TagTemplate* FindTemplate(std::string_view name) const override;
-  [[nodiscard]] bool IsStopForm(const TagTemplate& form, std::string_view body) const override;
-  [[nodiscard]] ScanResult ProcessKnownTag(Tag& tag) override;
-  [[nodiscard]] ScanResult ProcessUnknownTag(std::string_view raw) override;
-  [[nodiscard]] ScanResult ProcessText(std::string_view text) override;
-  [[nodiscard]] ScanResult ProcessNewLine(std::string_view newline) override;
-  [[nodiscard]] ScanResult EndText() override;
+  [[nodiscard]] Progress ProcessKnownTag(Tag& tag) override;
+  [[nodiscard]] Progress ProcessUnknownTag(std::string_view raw) override;
+  [[nodiscard]] Progress ProcessText(std::string_view text) override;
+  [[nodiscard]] Progress ProcessNewLine(std::string_view newline) override;
+  [[nodiscard]] Progress EndText() override;
   [[nodiscard]] bool CopiesPlainText() const override;
-  [[nodiscard]] ScanResult ProcessPlain(std::string_view text) override;
-  [[nodiscard]] ScanResult GetNameValuePairs(Tag& tag) override;
-  [[nodiscard]] ScanResult GetValue(Tag& tag, const String& name, String& value) override;
-  [[nodiscard]] ScanResult ProcessEmptyValue(Tag& tag, const String& name, String& value) override;
+  [[nodiscard]] Progress ProcessPlain(std::string_view text) override;
+  [[nodiscard]] bool TakeValue(Tag& tag, WrittenValue& written, String& value) override;
 
  private:
-  // CharacterSource, for the expression reader.
-  int NextChar() override { return source().GetNextChar(); }
-  void PutBack() override { source().UnGetChar(); }
-  [[nodiscard]] SourcePlace Place() const override { return source().Place(); }
-  void Return(const SourcePlace& place) override { source().Return(place); }
-
   [[nodiscard]] MacroExpander& macros() { return macros_; }
   [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
-  bool ReportRuntimeError(const TagTemplate& form, std::string_view message);
-  ScanResult Offer(Tag& tag);
-  ScanResult OfferText(std::string_view text);
-  ScanResult CloseStates(size_t index);
+  bool ReportRuntimeError(const TagRow& row, std::string_view message);
+  Progress Offer(Tag& tag);
+  Progress OfferText(std::string_view text);
+  Progress CloseStates(size_t index);
   // Destroys the states from the top down until `count` are left, without leaving their blocks.
   void DropStates(size_t count);
-  ScanResult ExitScript();
-  ScanResult ReportOpenBlock();
-
-  ScanResult GetBody(Tag& tag);
-  ScanResult GetRawBody(Tag& tag);
-  ScanResult GetLoopCondition(Tag& tag);
-  ScanResult GetUnevaluated(ValueForm form, String& text);
+  Progress ExitScript();
+  void ReportOpenBlock();
 
   bool CallOwnFunction(const Function& function, std::span<String> arguments, String& result);
   bool ScanForFunction(std::string_view name);

@@ -5,7 +5,6 @@
 
 #include "core/text.h"
 #include "engine/script_parser.h"
-#include "tags/tag_table.h"
 
 namespace vexa {
 
@@ -82,9 +81,9 @@ void ScriptParser::SetDefaultMacroEncoding(std::string_view value) {
 }
 
 void ScriptParser::SetTagErrorSettings(std::string_view tag, std::string_view list) {
-  const TagTemplate* form = FindTagTemplate(tag);
-  if (form == nullptr) return;
-  unsigned code = kRuntimeErrors | static_cast<unsigned>(form->id);
+  const TagRow* row = tags().Find(tag);
+  if (row == nullptr) return;
+  unsigned code = kRuntimeErrors | static_cast<unsigned>(row->id);
   for (PieceReader items(list, ","); items.Next();) {
     switch (KeywordValue(items.piece(), kBehaviourWords)) {
       case kFatal:

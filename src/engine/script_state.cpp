@@ -5,14 +5,22 @@
 #include "core/string.h"
 #include "core/text.h"
 #include "engine/script_parser.h"
+#include "engine/tag_call.h"
 
 namespace vexa {
 
 StateResult ScriptState::ProcessTag(Tag& tag) {
-  parser_.SetErrorVariable(tag.form(), {});
-  TagHandler handler = tag.form().handler;
-  if (handler != nullptr) return handler(parser_, tag);
-  return parser_.SyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));
+  const TagRow& row = tag.row();
+  parser_.SetErrorVariable(row, {});
+  if (row.handler == nullptr) return parser_.SyntaxError(UnexpectedTag(row));
+  if (tag.stops()) return StateResult::NotMine;
+  if (String problem = tag.Problem(); !problem.empty()) return parser_.SyntaxError(problem);
+  TagCall call(parser_, tag);
+  return row.handler(call);
+}
+
+String UnexpectedTag(const TagRow& row) {
+  return String::Concat({"Unexpected &lt;", row.name, "&gt;"});
 }
 
 StateResult ScriptState::ProcessText(std::string_view text, int level) {

@@ -4,18 +4,22 @@
 //   ProcessTag -> Failed: stop | Done, Handled: go on | Finished: close this block and all above
 //              -> NotMine: offer to the state below
 //
-// A block that is left before its closing tag was read skips to it in ExitState.
+// What blocks have in common stands in block_state.h.
 
 #ifndef VEXA_ENGINE_SCRIPT_STATE_H_
 #define VEXA_ENGINE_SCRIPT_STATE_H_
 
 #include <string_view>
 
+#include "core/string.h"
 #include "engine/tag.h"
 
 namespace vexa {
 
 class ScriptParser;
+
+// The message about a tag that stands where nothing understands it.
+[[nodiscard]] String UnexpectedTag(const TagRow& row);
 
 class ScriptState {
  public:
@@ -24,7 +28,8 @@ class ScriptState {
   ScriptState(const ScriptState&) = delete;
   ScriptState& operator=(const ScriptState&) = delete;
 
-  // The base: clears the tag's error variable and runs the tag's handler.
+  // The base: clears the tag's error variable, and runs the tag's handler when its attributes are
+  // what its row says. A tag that only stops a block is left to that.
   [[nodiscard]] virtual StateResult ProcessTag(Tag& tag);
   // The base: writes `text` to the current output as the output `level` says. May change nothing
   // of the script's source.
@@ -32,7 +37,7 @@ class ScriptState {
   // Leaves the block; Failed after an error was reported.
   [[nodiscard]] virtual StateResult ExitState() { return StateResult::Handled; }
   // The closing tag that this block waits for, as messages show it; empty for the base state.
-  [[nodiscard]] virtual std::string_view closing_tag() const { return {}; }
+  [[nodiscard]] virtual String closing_tag() const { return {}; }
   // Whether tags and texts stop here: nothing passes the boundary of a function.
   [[nodiscard]] virtual bool is_function() const { return false; }
   // Called before every tag of this script and of those it runs, while this state watches them

@@ -1,10 +1,48 @@
-// Looking up a tag's attributes.
+// Looking up rows, and a tag's attributes.
 
 #include "engine/tag.h"
 
+#include <algorithm>
+
+#include "core/number.h"
 #include "core/text.h"
 
 namespace vexa {
+
+const AttributeRow* TagRow::FindAttribute(std::string_view attribute) const {
+  for (const AttributeRow& row : attributes) {
+    const std::string_view known = row.name;
+    const bool fits = row.reading == Reading::Raw ? IsLeadingPart(attribute, known)
+                                                  : EqualsIgnoreCase(attribute, known);
+    if (fits || known == kAnyName) return &row;
+  }
+  return nullptr;
+}
+
+bool TagRow::IsStopBody(std::string_view tag_body) const {
+  constexpr std::string_view kStop = "STOP";
+  switch (stop) {
+    case StopForm::None:
+      return false;
+    case StopForm::Stop:
+      return EqualsIgnoreCase(Stripped(tag_body), kStop);
+    case StopForm::StartOfStop:
+      return IsLeadingPart(Stripped(tag_body), kStop);
+  }
+  return false;
+}
+
+const TagRow* TagSet::WithNumber(int id) const {
+  auto row = std::lower_bound(rows.begin(), rows.end(), id,
+                              [](const TagRow& tag, int wanted) { return tag.id < wanted; });
+  return row != rows.end() && row->id == id ? &*row : nullptr;
+}
+
+const TagRow* TagSet::WithFlag(TagFlag flag) const {
+  auto row =
+      std::find_if(rows.begin(), rows.end(), [flag](const TagRow& tag) { return tag.Has(flag); });
+  return row != rows.end() ? &*row : nullptr;
+}
 
 void NameValuePair::RemoveQuotes() {
   value.StripWhitespace();
@@ -16,6 +54,29 @@ void NameValuePair::RemoveQuotes() {
   }
   value = String(text);
   value.gsub("\\\"", "\"");
+}
+
+String Tag::Problem() const {
+  const TagBody body = row_->body;
+  if ((body == TagBody::OneExpression || body == TagBody::OneAssignment) &&
+      attributes_.size() != 1) {
+    // Two wordings on purpose: pages show them.
+    return String::Concat(
+        {name(), " expects exactly ", body == TagBody::OneAssignment ? "one " : "",
+         "1 name/value pair, found ", PrintInteger(static_cast<int64_t>(attributes_.size()))});
+  }
+  for (const AttributeRow& attribute : row_->attributes) {
+    if (attribute.presence != Presence::Needed || FindFor(attribute) != nullptr) continue;
+    return String::Concat({name(), " requires the ", attribute.name, " attribute to be specified"});
+  }
+  return row_->problem == nullptr ? String() : row_->problem(*this);
+}
+
+const NameValuePair* Tag::FindFor(const AttributeRow& attribute) const {
+  for (const NameValuePair& pair : attributes_) {
+    if (row_->FindAttribute(pair.name) == &attribute) return &pair;
+  }
+  return nullptr;
 }
 
 const NameValuePair* Tag::Find(std::string_view name) const {

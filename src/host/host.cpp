@@ -19,8 +19,9 @@
 
 namespace vexa {
 
-Host::Host(Process& process, Request& request, ResponseOutput& output)
+Host::Host(Process& process, const TagSet& tags, Request& request, ResponseOutput& output)
     : process_(process),
+      tags_(tags),
       request_(request),
       answer_(output),
       filemanager_(*this),
@@ -78,7 +79,7 @@ bool Host::BeginResponse() {
 }
 
 Module* Host::OpenFirstModule(const String& script, const String& name) {
-  auto module = std::make_unique<Module>(*this);
+  auto module = std::make_unique<Module>(*this, tags_);
   String message;
   if (module->Open(script, EntityEncoded(name), message) == 0) {
     Error(FatalError(message));
@@ -221,7 +222,7 @@ Module* Host::FindModule(const String& name, String& message) {
   auto found = std::find_if(modules_.begin(), modules_.end(),
                             [&path](const auto& module) { return module->filepath() == path; });
   if (found != modules_.end()) return found->get();
-  auto module = std::make_unique<Module>(*this);
+  auto module = std::make_unique<Module>(*this, tags_);
   if (module->Open(path, EntityEncoded(name), message) == 0) return nullptr;
   modules_.push_back(std::move(module));
   return modules_.back().get();

@@ -28,6 +28,7 @@
 #include "core/environment.h"
 #include "core/string.h"
 #include "core/variables.h"
+#include "engine/tag_row.h"
 #include "files/activity_log.h"
 #include "files/unix_file_manager.h"
 #include "host/open_databases.h"
@@ -45,7 +46,7 @@ inline constexpr char kVersion[] = "1.0.0";
 class Host : public Vexa, private ConfigReceiver, private FormReceiver {
  public:
   // All are borrowed and outlive the host.
-  Host(Process& process, Request& request, ResponseOutput& output);
+  Host(Process& process, const TagSet& tags, Request& request, ResponseOutput& output);
   ~Host() override;
 
   // Runs the request, once. Returns 1 when the script was started, whatever it then did, and 0 when
@@ -188,6 +189,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   }
 
   Process& process_;
+  const TagSet& tags_;
   Request& request_;
   Answer answer_;
   std::unique_ptr<UNIXConfig> config_;

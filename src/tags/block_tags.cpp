@@ -1,39 +1,102 @@
-// Opening conditionals and loops. IF and WHILE are the legacy spellings.
-
-#include "tags/block_tags.h"
+// Conditionals and loops. IF and WHILE are the legacy spellings; they close only their own kind.
+//
+//   IF:     condition true  -> branch runs -> its closing tag, or VxELSE, which skips to it
+//           condition false -> skip to VxELSE (branch runs) or to the closing tag (block done)
+//   WHILE:  condition true  -> body runs -> closing tag -> condition again, from the file
+//           condition false, or a stop tag -> skip to the closing tag
 
 #include <memory>
+#include <utility>
 
+#include "engine/block_state.h"
 #include "engine/script_parser.h"
-#include "tags/block_states.h"
-#include "tags/one_attribute.h"
+#include "expr/expression.h"
+#include "tags/handlers.h"
 #include "tags/tag_numbers.h"
 
 namespace vexa {
 
-StateResult ProcessVxIF(ScriptParser& parser, Tag& tag) {
-  const NameValuePair* condition = OnlyAttribute(parser, tag);
-  if (condition == nullptr) return StateResult::Failed;
-  if (!condition->name.empty() &&
-      parser.Assign(tag, condition->name, condition->value) == StateResult::Failed) {
+namespace {
+
+class IFState final : public BlockState {
+ public:
+  explicit IFState(const TagCall& call) : BlockState(call) {}
+
+  // Starts the block whose condition is `value`. Handled: a branch runs; Finished: the block is
+  // already complete; Failed.
+  [[nodiscard]] StateResult Continue(const String& value) {
+    static constexpr WantedTag kBranchEnds[] = {
+        {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}, {kTagVxELSE, -1}};
+    if (Expression::IsTrue(value)) return StateResult::Handled;
+    if (opener().id == kTagIF) {
+      return SkipBlock() == StateResult::Failed ? StateResult::Failed : OnClose();
+    }
+    auto found = SkipTo(kBranchEnds);
+    if (found == nullptr) return StateResult::Failed;
+    return found->id() == kTagVxELSE ? StateResult::Handled : OnClose();
+  }
+
+  // A branch that ends early looks for the end of either spelling, on purpose: pages mix them.
+  [[nodiscard]] StateResult ExitState() override {
+    static constexpr WantedTag kEnds[] = {
+        {kTagIF, kTagIFClose}, {kTagIFClose, 0}, {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}};
+    return finished() || SkipTo(kEnds) != nullptr ? StateResult::Handled : StateResult::Failed;
+  }
+};
+
+class WHILEState final : public BlockState {
+ public:
+  explicit WHILEState(const TagCall& call)
+      : BlockState(call), condition_(call.tag().deferred()), body_(parser().CurrentPlace()) {
+    if (!IsLegacy()) condition_name_ = call.Only().name;
+  }
+
+  // Evaluates the condition. Handled: true; Finished: false; Failed.
+  [[nodiscard]] StateResult EvaluateExpression() {
+    const ValueForm form = IsLegacy() ? ValueForm::Body : ValueForm::ExpressionAttribute;
+    String value;
+    if (!parser().EvaluateAt(condition_, form, value)) return StateResult::Failed;
+    if (!condition_name_.empty() &&
+        parser().Assign(opener(), condition_name_, value) == StateResult::Failed) {
+      return StateResult::Failed;
+    }
+    return Expression::IsTrue(value) ? StateResult::Handled : StateResult::Finished;
+  }
+
+ protected:
+  [[nodiscard]] StateResult OnClose() override {
+    const StateResult result = EvaluateExpression();
+    if (result == StateResult::Handled) parser().GoTo(body_);
+    if (result == StateResult::Finished) SetFinished();
+    return result;
+  }
+
+ private:
+  [[nodiscard]] bool IsLegacy() const { return opener().id == kTagWHILE; }
+
+  SourcePlace condition_;  // where the condition's text begins
+  SourcePlace body_;       // just behind the opening tag
+  String condition_name_;  // the variable that receives the condition's value; may be empty
+};
+
+}  // namespace
+
+StateResult ProcessVxIF(TagCall& call) {
+  const NameValuePair& condition = call.Only();
+  if (!condition.name.empty() &&
+      call.Assign(condition.name, condition.value) == StateResult::Failed) {
     return StateResult::Failed;
   }
-  BlockStyle style = tag.id() == kTagVxIF ? BlockStyle::Vx : BlockStyle::Legacy;
-  auto state = std::make_unique<IFState>(parser, style);
-  StateResult result = state->Continue(condition->value);
-  if (result == StateResult::Handled) parser.AddState(std::move(state));
+  auto state = std::make_unique<IFState>(call);
+  const StateResult result = state->Continue(condition.value);
+  if (result == StateResult::Handled) return call.Enter(std::move(state));
   return result == StateResult::Finished ? StateResult::Handled : result;
 }
 
-StateResult ProcessVxWHILE(ScriptParser& parser, Tag& tag) {
-  bool vx = tag.id() == kTagVxWHILE;
-  // The legacy stop form belongs to the loop around it.
-  if (!vx && tag.Has("STOP")) return StateResult::NotMine;
-  if (vx && OnlyAttribute(parser, tag) == nullptr) return StateResult::Failed;
-  BlockStyle style = vx ? BlockStyle::Vx : BlockStyle::Legacy;
-  auto state = std::make_unique<WHILEState>(parser, style, tag);
-  StateResult result = state->EvaluateExpression();
-  if (result == StateResult::Handled) parser.AddState(std::move(state));
+StateResult ProcessVxWHILE(TagCall& call) {
+  auto state = std::make_unique<WHILEState>(call);
+  const StateResult result = state->EvaluateExpression();
+  if (result == StateResult::Handled) return call.Enter(std::move(state));
   return result == StateResult::Finished ? state->ExitState() : result;
 }
 

@@ -15,22 +15,22 @@ String InUseMessage(const Database& database) {
                          "' is in use by its own filter or key expression"});
 }
 
-Database* GetDatabase(ScriptParser& parser, const Tag& tag, String& message) {
-  const NameValuePair* const name = tag.Find("NAME");
+Database* GetDatabase(const TagCall& call, String& message) {
+  const NameValuePair* const name = call.Find("NAME");
   if (name == nullptr) {
-    Database* const primary = parser.host().PrimaryDB();
+    Database* const primary = call.host().PrimaryDB();
     if (primary == nullptr) {
       message = "There is no primary database, and no database was specified";
     }
     return primary;
   }
-  Database* const database = parser.host().FindDatabase(name->value);
+  Database* const database = call.host().FindDatabase(name->value);
   if (database == nullptr) message = NotOpenMessage(name->value);
   return database;
 }
 
-DatabaseView* FindViewOf(Database& database, const Tag& tag, String& message) {
-  const String& name = tag.Value("VIEW");
+DatabaseView* FindViewOf(const TagCall& call, Database& database, String& message) {
+  const String& name = call.Text("VIEW");
   DatabaseView* const view = database.FindView(name);
   if (view == nullptr) {
     message = String::Concat({"Database '", EntityEncoded(database.name()), "' has no view named '",
@@ -39,10 +39,10 @@ DatabaseView* FindViewOf(Database& database, const Tag& tag, String& message) {
   return view;
 }
 
-DatabaseView* GetView(ScriptParser& parser, const Tag& tag, Database*& database, String& message) {
-  database = GetDatabase(parser, tag, message);
+DatabaseView* GetView(const TagCall& call, Database*& database, String& message) {
+  database = GetDatabase(call, message);
   if (database == nullptr) return nullptr;
-  if (tag.Has("VIEW")) return FindViewOf(*database, tag, message);
+  if (call.Has("VIEW")) return FindViewOf(call, *database, message);
   DatabaseView* const view = database->PrimaryView();
   if (view == nullptr) {
     message =
@@ -51,18 +51,18 @@ DatabaseView* GetView(ScriptParser& parser, const Tag& tag, Database*& database,
   return view;
 }
 
-DatabaseView* GetView(ScriptParser& parser, const Tag& tag, String& message) {
+DatabaseView* GetView(const TagCall& call, String& message) {
   Database* database;
-  return GetView(parser, tag, database, message);
+  return GetView(call, database, message);
 }
 
-StateResult ReportFailure(ScriptParser& parser, const Tag& tag, const String& message) {
-  return message.empty() ? StateResult::Failed : parser.RuntimeError(tag, message);
+StateResult ReportFailure(const TagCall& call, const String& message) {
+  return message.empty() ? StateResult::Failed : call.Fail(message);
 }
 
-StateResult Conclude(ScriptParser& parser, const Tag& tag, DatabaseView& view, DataResult result) {
-  if (result == DataResult::Failed) return ReportFailure(parser, tag, view.error());
-  if (result == DataResult::EndOfData) parser.SetErrorVariable(tag.form(), "EOF");
+StateResult ResultOf(const TagCall& call, DatabaseView& view, DataResult result) {
+  if (result == DataResult::Failed) return ReportFailure(call, view.error());
+  if (result == DataResult::EndOfData) call.NoteOutcome("EOF");
   return StateResult::Handled;
 }
 

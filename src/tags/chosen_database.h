@@ -9,27 +9,23 @@
 
 #include "core/string.h"
 #include "database.h"
-#include "engine/script_parser.h"
-#include "engine/tag.h"
+#include "engine/tag_call.h"
 
 namespace vexa {
 
 // Each returns null with `message` set on failure. The host owns what is returned.
-[[nodiscard]] Database* GetDatabase(ScriptParser& parser, const Tag& tag, String& message);
+[[nodiscard]] Database* GetDatabase(const TagCall& call, String& message);
 // `database` is set to the view's.
-[[nodiscard]] DatabaseView* GetView(ScriptParser& parser, const Tag& tag, Database*& database,
-                                    String& message);
-[[nodiscard]] DatabaseView* GetView(ScriptParser& parser, const Tag& tag, String& message);
+[[nodiscard]] DatabaseView* GetView(const TagCall& call, Database*& database, String& message);
+[[nodiscard]] DatabaseView* GetView(const TagCall& call, String& message);
 // The view called VIEW.
-[[nodiscard]] DatabaseView* FindViewOf(Database& database, const Tag& tag, String& message);
+[[nodiscard]] DatabaseView* FindViewOf(const TagCall& call, Database& database, String& message);
 
 // Reports a failure. An empty `message` says that an expression failed, which was reported where it
 // happened and stops the script.
-[[nodiscard]] StateResult ReportFailure(ScriptParser& parser, const Tag& tag,
-                                        const String& message);
+[[nodiscard]] StateResult ReportFailure(const TagCall& call, const String& message);
 // What a tag makes of the result of an operation on `view`.
-[[nodiscard]] StateResult Conclude(ScriptParser& parser, const Tag& tag, DatabaseView& view,
-                                   DataResult result);
+[[nodiscard]] StateResult ResultOf(const TagCall& call, DatabaseView& view, DataResult result);
 
 [[nodiscard]] String NotOpenMessage(const String& name);
 // Of an operation that would destroy what is being used.

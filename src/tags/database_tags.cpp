@@ -1,22 +1,21 @@
 // Opening and closing databases, and the tags about indexes, views and whole tables.
 
-#include "tags/database_tags.h"
-
 #include <utility>
 
 #include "core/encoding.h"
-#include "engine/script_parser.h"
+#include "engine/tag_call.h"
 #include "tags/chosen_database.h"
+#include "tags/handlers.h"
 
 namespace vexa {
 
 namespace {
 
 // An empty database of the type and name that `tag` asks for; null with `message` set.
-std::unique_ptr<Database> MakeDatabase(ScriptParser& parser, const Tag& tag, String& message) {
-  const String& name = tag.Value("NAME");
-  if (parser.host().FindDatabase(name) == nullptr) {
-    return parser.host().NewDatabase(tag.Value("TYPE"), name, message);
+std::unique_ptr<Database> MakeDatabase(const TagCall& call, String& message) {
+  const String& name = call.Text("NAME");
+  if (call.host().FindDatabase(name) == nullptr) {
+    return call.host().NewDatabase(call.Text("TYPE"), name, message);
   }
   message =
       String::Concat({"A database with the name '", EntityEncoded(name), "' is already open"});
@@ -24,8 +23,8 @@ std::unique_ptr<Database> MakeDatabase(ScriptParser& parser, const Tag& tag, Str
 }
 
 // Hands an open database over to the host.
-StateResult Register(ScriptParser& parser, std::unique_ptr<Database> database) {
-  Vexa& host = parser.host();
+StateResult Register(const TagCall& call, std::unique_ptr<Database> database) {
+  Vexa& host = call.host();
   Database* const opened = database.get();
   host.AddDatabase(std::move(database));
   if (host.PrimaryDB() == nullptr) host.SetPrimaryDB(opened);
@@ -33,138 +32,137 @@ StateResult Register(ScriptParser& parser, std::unique_ptr<Database> database) {
   return StateResult::Handled;
 }
 
-StateResult CloseAndRemove(ScriptParser& parser, Database& database) {
+StateResult CloseAndRemove(const TagCall& call, Database& database) {
   database.Close();
-  (void)parser.host().RemoveDatabase(&database);
+  (void)call.host().RemoveDatabase(&database);
   return StateResult::Handled;
 }
 
 // What a tag makes of the result of an operation on `database`.
-StateResult Conclude(ScriptParser& parser, const Tag& tag, const Database& database, int result) {
-  return result != 0 ? StateResult::Handled : ReportFailure(parser, tag, database.error());
+StateResult ResultOf(const TagCall& call, const Database& database, int result) {
+  return result != 0 ? StateResult::Handled : ReportFailure(call, database.error());
 }
 
 }  // namespace
 
-StateResult ProcessVxOPEN(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxOPEN(TagCall& call) {
   String message;
-  std::unique_ptr<Database> database = MakeDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  const String& indexes = tag.Value("INDEXES");
-  if (database->Open(tag.Value("DATABASE"), tag.Value("USER"), tag.Value("PASSWORD")) == 0 ||
+  std::unique_ptr<Database> database = MakeDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  const String& indexes = call.Text("INDEXES");
+  if (database->Open(call.Text("DATABASE"), call.Text("USER"), call.Text("PASSWORD")) == 0 ||
       (!indexes.empty() && database->OpenIndexes(indexes) == 0)) {
-    return ReportFailure(parser, tag, database->error());
+    return ReportFailure(call, database->error());
   }
-  return Register(parser, std::move(database));
+  return Register(call, std::move(database));
 }
 
-StateResult ProcessVxCREATE(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxCREATE(TagCall& call) {
   String message;
-  std::unique_ptr<Database> database = MakeDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  if (database->Create(tag.Value("DATABASE"), tag.Value("FIELDS")) == 0) {
-    return ReportFailure(parser, tag, database->error());
+  std::unique_ptr<Database> database = MakeDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  if (database->Create(call.Text("DATABASE"), call.Text("FIELDS")) == 0) {
+    return ReportFailure(call, database->error());
   }
-  return Register(parser, std::move(database));
+  return Register(call, std::move(database));
 }
 
-StateResult ProcessVxCLOSE(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxCLOSE(TagCall& call) {
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  if (database->InUse()) return parser.RuntimeError(tag, InUseMessage(*database));
-  return CloseAndRemove(parser, *database);
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  if (database->InUse()) return call.Fail(InUseMessage(*database));
+  return CloseAndRemove(call, *database);
 }
 
-StateResult ProcessVxPRIMARY(ScriptParser& parser, Tag& tag) {
-  Database* const database = parser.host().FindDatabase(tag.Value("NAME"));
+StateResult ProcessVxPRIMARY(TagCall& call) {
+  Database* const database = call.host().FindDatabase(call.Text("NAME"));
   if (database == nullptr) {
-    return parser.RuntimeError(tag, NotOpenMessage(tag.Value("NAME")));
+    return call.Fail(NotOpenMessage(call.Text("NAME")));
   }
   // Nothing becomes primary when one of the three cannot.
   DatabaseView* view = nullptr;
-  if (tag.Has("VIEW")) {
+  if (call.Has("VIEW")) {
     String message;
-    view = FindViewOf(*database, tag, message);
-    if (view == nullptr) return parser.RuntimeError(tag, message);
+    view = FindViewOf(call, *database, message);
+    if (view == nullptr) return call.Fail(message);
   }
-  if (tag.Has("INDEX") && database->SetPrimaryIndex(tag.Value("INDEX")) == 0) {
-    return ReportFailure(parser, tag, database->error());
+  if (call.Has("INDEX") && database->SetPrimaryIndex(call.Text("INDEX")) == 0) {
+    return ReportFailure(call, database->error());
   }
   if (view != nullptr) database->SetPrimaryView(view);
-  parser.host().SetPrimaryDB(database);
+  call.host().SetPrimaryDB(database);
   return StateResult::Handled;
 }
 
-StateResult ProcessVxSETINDEX(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxSETINDEX(TagCall& call) {
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  return Conclude(parser, tag, *database, database->OpenIndexes(tag.Value("INDEXES")));
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  return ResultOf(call, *database, database->OpenIndexes(call.Text("INDEXES")));
 }
 
-StateResult ProcessVxMAKEINDEX(ScriptParser& parser, Tag& tag) {
-  const NameValuePair* expression = tag.Find("EXPR");
-  if (expression == nullptr) expression = tag.Find("EXPRESSION");
+StateResult ProcessVxMAKEINDEX(TagCall& call) {
+  const NameValuePair* expression = call.Find("EXPR");
+  if (expression == nullptr) expression = call.Find("EXPRESSION");
   if (expression == nullptr) {
-    return parser.RuntimeError(
-        tag, String::Concat({tag.name(), " requires the EXPR attribute to be specified"}));
+    return call.Fail(
+        String::Concat({call.row().name, " requires the EXPR attribute to be specified"}));
   }
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  return Conclude(
-      parser, tag, *database,
-      database->CreateIndex(tag.Value("INDEXFILE"), expression->value, tag.Value("FLAGS")));
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  return ResultOf(
+      call, *database,
+      database->CreateIndex(call.Text("INDEXFILE"), expression->value, call.Text("FLAGS")));
 }
 
-StateResult ProcessVxREINDEX(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxREINDEX(TagCall& call) {
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  return Conclude(parser, tag, *database, database->Reindex());
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  return ResultOf(call, *database, database->Reindex());
 }
 
-StateResult ProcessVxPACK(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxPACK(TagCall& call) {
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  if (database->InUse()) return parser.RuntimeError(tag, InUseMessage(*database));
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  if (database->InUse()) return call.Fail(InUseMessage(*database));
   if (database->Pack() != DataResult::Failed) return StateResult::Handled;
-  const StateResult result = ReportFailure(parser, tag, database->error());
+  const StateResult result = ReportFailure(call, database->error());
   // What a pack that failed left open is not to be trusted.
-  (void)CloseAndRemove(parser, *database);
+  (void)CloseAndRemove(call, *database);
   return result;
 }
 
-StateResult ProcessVxOPENVIEW(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxOPENVIEW(TagCall& call) {
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  const String& view = tag.Value("VIEW");
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  const String& view = call.Text("VIEW");
   if (database->FindView(view) != nullptr) {
-    return parser.RuntimeError(
-        tag, String::Concat({"Database '", EntityEncoded(database->name()),
-                             "' already has a view named '", EntityEncoded(view), "'"}));
+    return call.Fail(String::Concat({"Database '", EntityEncoded(database->name()),
+                                     "' already has a view named '", EntityEncoded(view), "'"}));
   }
-  return Conclude(parser, tag, *database, database->OpenView(view, tag.Value("QUERY")));
+  return ResultOf(call, *database, database->OpenView(view, call.Text("QUERY")));
 }
 
-StateResult ProcessVxCLOSEVIEW(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxCLOSEVIEW(TagCall& call) {
   String message;
   Database* database;
-  DatabaseView* const view = GetView(parser, tag, database, message);
-  if (view == nullptr) return parser.RuntimeError(tag, message);
-  if (database->InUse()) return parser.RuntimeError(tag, InUseMessage(*database));
+  DatabaseView* const view = GetView(call, database, message);
+  if (view == nullptr) return call.Fail(message);
+  if (database->InUse()) return call.Fail(InUseMessage(*database));
   database->RemoveView(view);
   return StateResult::Handled;
 }
 
-StateResult ProcessVxQUERY(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVxQUERY(TagCall& call) {
   String message;
-  Database* const database = GetDatabase(parser, tag, message);
-  if (database == nullptr) return parser.RuntimeError(tag, message);
-  return Conclude(parser, tag, *database, database->RunQuery(tag.Value("QUERY")));
+  Database* const database = GetDatabase(call, message);
+  if (database == nullptr) return call.Fail(message);
+  return ResultOf(call, *database, database->RunQuery(call.Text("QUERY")));
 }
 
 }  // namespace vexa

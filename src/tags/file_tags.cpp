@@ -5,8 +5,7 @@
 // Which attributes a tag has is checked before anything is done: a mistake there is a syntax error.
 // What the system refuses is a runtime error of the tag.
 
-#include "tags/file_tags.h"
-
+#include <algorithm>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -14,8 +13,9 @@
 #include "core/file.h"
 #include "core/string.h"
 #include "core/text.h"
-#include "engine/script_parser.h"
+#include "engine/tag_call.h"
 #include "files/locked_file.h"
+#include "tags/handlers.h"
 #include "tags/shown_name.h"
 #include "vexa.h"
 
@@ -26,7 +26,7 @@ namespace {
 // One tag being carried out. A step that fails leaves the reason, as HTML, in `error`.
 struct FileTask {
   Vexa& host;
-  const Tag& tag;
+  const TagCall& call;
   String path;    // finished
   String target;  // finished; of COPY and RENAME
   String result;  // for the variable NAME; of READ and LIST
@@ -64,13 +64,13 @@ bool Read(FileTask& task) {
 bool Write(FileTask& task) {
   constexpr int kMode = OpenWrite | OpenCreate;
   const std::unique_ptr<File> file = OpenLocked(task.host, task.path, kMode, task.error);
-  return file != nullptr && ReplaceContent(*file, task.tag.Value("VALUE"), task.error);
+  return file != nullptr && ReplaceContent(*file, task.call.Text("VALUE"), task.error);
 }
 
 bool Append(FileTask& task) {
   constexpr int kMode = OpenWrite | OpenCreate | OpenAppend;
   const std::unique_ptr<File> file = OpenLocked(task.host, task.path, kMode, task.error);
-  return file != nullptr && AppendWhole(*file, task.tag.Value("VALUE"), task.error);
+  return file != nullptr && AppendWhole(*file, task.call.Text("VALUE"), task.error);
 }
 
 bool Delete(FileTask& task) { return task.Checked(task.host.filemanager().Delete(task.path)); }
@@ -140,50 +140,49 @@ const FileAction* FindAction(std::string_view attribute) {
   return nullptr;
 }
 
-// The one action of the tag and its path; null after a syntax error.
-const FileAction* OnlyAction(ScriptParser& parser, const Tag& tag, const String*& path) {
+// The attribute that names the action: the one and only, as FileTagProblem makes sure.
+const NameValuePair& ActionOf(const TagCall& call) {
+  return *std::find_if(call.attributes().begin(), call.attributes().end(),
+                       [](const NameValuePair& pair) { return FindAction(pair.name) != nullptr; });
+}
+
+}  // namespace
+
+String FileTagProblem(const Tag& tag) {
   const FileAction* only = nullptr;
   for (const NameValuePair& pair : tag.attributes()) {
     const FileAction* action = FindAction(pair.name);
     if (action == nullptr) continue;
     if (only != nullptr) {
-      parser.SyntaxError(String::Concat(
-          {tag.name(), " takes one action, found ", only->name, " and ", action->name}));
-      return nullptr;
+      return String::Concat(
+          {tag.name(), " takes one action, found ", only->name, " and ", action->name});
     }
     only = action;
-    path = &pair.value;
   }
   if (only == nullptr) {
-    parser.SyntaxError(String::Concat({tag.name(),
-                                       " requires one of READ, WRITE, APPEND, DELETE, COPY, "
-                                       "RENAME, TOUCH, MAKEDIR, REMOVEDIR and LIST"}));
-  } else if (!only->needed.empty() && !tag.Has(only->needed)) {
-    parser.SyntaxError(String::Concat({tag.name(), " requires the ", only->needed,
-                                       " attribute to be specified with ", only->name}));
-    return nullptr;
+    return String::Concat({tag.name(),
+                           " requires one of READ, WRITE, APPEND, DELETE, COPY, "
+                           "RENAME, TOUCH, MAKEDIR, REMOVEDIR and LIST"});
   }
-  return only;
+  if (only->needed.empty() || tag.Has(only->needed)) return {};
+  return String::Concat(
+      {tag.name(), " requires the ", only->needed, " attribute to be specified with ", only->name});
 }
 
-}  // namespace
-
-StateResult ProcessFILE(ScriptParser& parser, Tag& tag) {
-  const String* path = nullptr;
-  const FileAction* action = OnlyAction(parser, tag, path);
-  if (action == nullptr) return StateResult::Failed;
-  const bool moves = action->needed == kTo;
-  FileTask task{parser.host(), tag, {}, {}, {}, {}};
-  const bool done = task.Resolve(*path, task.path) &&
-                    (!moves || task.Resolve(tag.Value(kTo), task.target)) && action->work(task);
+StateResult ProcessFILE(TagCall& call) {
+  const NameValuePair& path = ActionOf(call);
+  const FileAction& action = *FindAction(path.name);
+  const bool moves = action.needed == kTo;
+  FileTask task{call.host(), call, {}, {}, {}, {}};
+  const bool done = task.Resolve(path.value, task.path) &&
+                    (!moves || task.Resolve(call.Text(kTo), task.target)) && action.work(task);
   if (!done) {
-    String names = ShownName(*path);
-    if (moves) names = String::Concat({names, " to ", ShownName(tag.Value(kTo))});
-    return parser.RuntimeError(
-        tag, String::Concat({"Error ", action->doing, " ", names, ": ", task.error}));
+    String names = ShownName(path.value);
+    if (moves) names = String::Concat({names, " to ", ShownName(call.Text(kTo))});
+    return call.Fail(String::Concat({"Error ", action.doing, " ", names, ": ", task.error}));
   }
-  if (action->needed != kName) return StateResult::Handled;
-  return parser.Assign(tag, tag.Value(kName), task.result);
+  if (action.needed != kName) return StateResult::Handled;
+  return call.Assign(call.Text(kName), task.result);
 }
 
 }  // namespace vexa

@@ -1,6 +1,4 @@
-// VxFUNCTION and VxDO.
-
-#include "tags/function_tags.h"
+// Functions of the page, and running other scripts.
 
 #include <memory>
 
@@ -8,6 +6,7 @@
 #include "engine/function_declaration.h"
 #include "engine/module.h"
 #include "engine/script_parser.h"
+#include "tags/handlers.h"
 
 namespace vexa {
 
@@ -21,9 +20,9 @@ class RunningModule {
         former_(host_.currentmodule()),
         callee_(module.scriptparser()),
         nested_(&callee_ != &caller && callee_.running()),
-        own_(callee_.settings()) {
+        own_(callee_.inheritance()) {
     host_.SetCurrentModule(&module);
-    callee_.TakeOver(caller.settings());
+    callee_.TakeOver(caller.inheritance());
   }
   ~RunningModule() {
     host_.SetCurrentModule(former_);
@@ -37,54 +36,55 @@ class RunningModule {
   Module* former_;
   ScriptParser& callee_;
   bool nested_;  // the module waits further out for the caller, and goes on as it was
-  ScriptParser::CallSettings own_;
+  ScriptParser::Inheritance own_;
 };
 
 // Evaluates the kept text of VALUE with the module's functions, into the variable called NAME.
-StateResult EvaluateIn(Module& module, ScriptParser& parser, const Tag& tag) {
+StateResult EvaluateIn(Module& module, const TagCall& call) {
   String value;
-  if (!module.scriptparser().EvaluateText(tag.Value("VALUE"), value)) return StateResult::Failed;
-  return parser.Assign(tag, tag.Value("NAME"), value);
+  if (!module.scriptparser().EvaluateText(call.Text("VALUE"), value)) return StateResult::Failed;
+  return call.Assign(call.Text("NAME"), value);
+}
+
+StateResult Run(Module& module) {
+  return module.scriptparser().Parse() != 0 ? StateResult::Handled : StateResult::Failed;
 }
 
 }  // namespace
 
-StateResult ProcessVxFUNCTION(ScriptParser& parser, Tag& tag) {
-  if (parser.InFunction()) {
-    return parser.SyntaxError("Nested function declarations are not supported");
+StateResult ProcessVxFUNCTION(TagCall& call) {
+  if (call.script().InFunction()) {
+    return call.SyntaxError("Nested function declarations are not supported");
   }
-  return DeclareFunction(parser, tag);
+  return DeclareFunction(call.script(), call.tag());
 }
 
-StateResult ProcessVxDO(ScriptParser& parser, Tag& tag) {
-  if (tag.Has("VALUE") && !tag.Has("NAME")) {
-    return parser.SyntaxError(String::Concat(
-        {tag.name(),
-         " requires the NAME attribute to be specified when the VALUE attribute is specified"}));
-  }
+String VxDoProblem(const Tag& tag) {
+  if (!tag.Has("VALUE") || tag.Has("NAME")) return {};
+  return String::Concat(
+      {tag.name(),
+       " requires the NAME attribute to be specified when the VALUE attribute is specified"});
+}
+
+StateResult ProcessVxDO(TagCall& call) {
+  const String& file = call.Text("FILE");
   String message;
-  Module* module = parser.host().FindModule(tag.Value("FILE"), message);
-  if (module == nullptr) return parser.RuntimeError(tag, message);
+  Module* module = call.host().FindModule(file, message);
+  if (module == nullptr) return call.Fail(message);
   // A script that is already running, this one included, is run by a parser of its own.
   std::unique_ptr<Module> fresh;
-  if (!tag.Has("VALUE") && module->scriptparser().running()) {
-    fresh = std::make_unique<Module>(parser.host());
-    if (!fresh->Open(module->filepath(), EntityEncoded(tag.Value("FILE")), message)) {
-      return parser.RuntimeError(tag, message);
-    }
+  if (!call.Has("VALUE") && module->scriptparser().running()) {
+    fresh = std::make_unique<Module>(call.host(), call.script().tags());
+    if (!fresh->Open(module->filepath(), EntityEncoded(file), message)) return call.Fail(message);
     module = fresh.get();
   }
-  if (!parser.PushFunctionCall()) return StateResult::Failed;
+  if (!call.script().PushFunctionCall()) return StateResult::Failed;
   StateResult result;
   {
-    RunningModule running(parser, *module);
-    if (tag.Has("VALUE")) {
-      result = EvaluateIn(*module, parser, tag);
-    } else {
-      result = module->scriptparser().Parse() != 0 ? StateResult::Handled : StateResult::Failed;
-    }
+    RunningModule running(call.script(), *module);
+    result = call.Has("VALUE") ? EvaluateIn(*module, call) : Run(*module);
   }
-  parser.PopFunctionCall();
+  call.script().PopFunctionCall();
   return result;
 }
 

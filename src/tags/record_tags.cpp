@@ -1,12 +1,11 @@
 // Moving through records and changing them: each tag is one operation of the chosen view.
 
-#include "tags/record_tags.h"
-
 #include "core/number.h"
 #include "core/text.h"
 #include "database.h"
-#include "engine/script_parser.h"
+#include "engine/tag_call.h"
 #include "tags/chosen_database.h"
+#include "tags/handlers.h"
 
 namespace vexa {
 
@@ -14,11 +13,11 @@ namespace {
 
 // Runs `operation(view)` on the view that `tag` chooses.
 template <typename Operation>
-StateResult OnView(ScriptParser& parser, const Tag& tag, Operation operation) {
+StateResult OnView(const TagCall& call, Operation operation) {
   String message;
-  DatabaseView* const view = GetView(parser, tag, message);
-  if (view == nullptr) return parser.RuntimeError(tag, message);
-  return Conclude(parser, tag, *view, operation(*view));
+  DatabaseView* const view = GetView(call, message);
+  if (view == nullptr) return call.Fail(message);
+  return ResultOf(call, *view, operation(*view));
 }
 
 long RowOf(const String& text) {
@@ -28,45 +27,43 @@ long RowOf(const String& text) {
 
 }  // namespace
 
-StateResult ProcessVxSKIP(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag,
-                [&](DatabaseView& view) { return view.Skip(ReadInteger(tag.Value("ROWS"))); });
+StateResult ProcessVxSKIP(TagCall& call) {
+  return OnView(call, [&](DatabaseView& view) { return view.Skip(call.Integer("ROWS")); });
 }
 
-StateResult ProcessVxGO(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag, [&](DatabaseView& view) { return view.Go(RowOf(tag.Value("ROW"))); });
+StateResult ProcessVxGO(TagCall& call) {
+  return OnView(call, [&](DatabaseView& view) { return view.Go(RowOf(call.Text("ROW"))); });
 }
 
-StateResult ProcessVxFIND(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag, [&](DatabaseView& view) {
-    return view.Find(tag.Value("VALUE"), tag.Has("EXACT") ? 1 : 0);
+StateResult ProcessVxFIND(TagCall& call) {
+  return OnView(call, [&](DatabaseView& view) {
+    return view.Find(call.Text("VALUE"), call.Has("EXACT") ? 1 : 0);
   });
 }
 
-StateResult ProcessVxFILTER(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag,
-                [&](DatabaseView& view) { return view.SetFilter(tag.Value("FILTER")); });
+StateResult ProcessVxFILTER(TagCall& call) {
+  return OnView(call, [&](DatabaseView& view) { return view.SetFilter(call.Text("FILTER")); });
 }
 
-StateResult ProcessVxADD(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag, [](DatabaseView& view) { return view.Add(); });
+StateResult ProcessVxADD(TagCall& call) {
+  return OnView(call, [](DatabaseView& view) { return view.Add(); });
 }
 
-StateResult ProcessVxUPDATE(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag, [](DatabaseView& view) { return view.Update(); });
+StateResult ProcessVxUPDATE(TagCall& call) {
+  return OnView(call, [](DatabaseView& view) { return view.Update(); });
 }
 
-StateResult ProcessVxDELETE(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag, [](DatabaseView& view) { return view.Delete(); });
+StateResult ProcessVxDELETE(TagCall& call) {
+  return OnView(call, [](DatabaseView& view) { return view.Delete(); });
 }
 
-StateResult ProcessVxUNDELETE(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag, [](DatabaseView& view) { return view.UnDelete(); });
+StateResult ProcessVxUNDELETE(TagCall& call) {
+  return OnView(call, [](DatabaseView& view) { return view.UnDelete(); });
 }
 
-StateResult ProcessVxREVEALSTRUCTURE(ScriptParser& parser, Tag& tag) {
-  return OnView(parser, tag,
-                [&](DatabaseView& view) { return view.RevealStructure(tag.Value("DATABASE")); });
+StateResult ProcessVxREVEALSTRUCTURE(TagCall& call) {
+  return OnView(call,
+                [&](DatabaseView& view) { return view.RevealStructure(call.Text("DATABASE")); });
 }
 
 }  // namespace vexa

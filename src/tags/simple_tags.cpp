@@ -1,12 +1,11 @@
 // Printing and assigning values, hidden form fields, and the page settings.
 
-#include "tags/simple_tags.h"
-
 #include "core/encoding.h"
 #include "core/number.h"
 #include "core/text.h"
 #include "engine/script_parser.h"
-#include "tags/one_attribute.h"
+#include "engine/tag_call.h"
+#include "tags/handlers.h"
 
 namespace vexa {
 
@@ -20,13 +19,9 @@ std::string_view WithoutQuotes(std::string_view list) {
   return list;
 }
 
-void WriteHiddenField(ScriptParser& parser, std::string_view name, std::string_view value) {
-  parser.output().Write("<INPUT TYPE=\"hidden\" NAME=\"");
-  parser.output().Write(name);
-  parser.output().Write("\" VALUE=\"");
-  parser.output().Write(value);
-  parser.output().Write("\">");
-  parser.output().inwhitespace() = 0;
+void WriteHiddenField(const TagCall& call, std::string_view name, std::string_view value) {
+  call.WriteMarkup(
+      String::Concat({"<INPUT TYPE=\"hidden\" NAME=\"", name, "\" VALUE=\"", value, "\">"}));
 }
 
 enum class Switch { On, Off, Neither };
@@ -38,94 +33,85 @@ Switch SwitchOf(std::string_view value) {
 }
 
 // Applies the switch attribute `name` of QUORBEL; false after an error.
-bool ApplySwitch(ScriptParser& parser, const Tag& tag, const char* name,
-                 void (ScriptParser::*set)(bool)) {
-  const NameValuePair* pair = tag.Find(name);
+bool ApplySwitch(const TagCall& call, const char* name, void (ScriptParser::*set)(bool)) {
+  const NameValuePair* pair = call.Find(name);
   if (pair == nullptr) return true;
   Switch value = SwitchOf(pair->value);
   if (value != Switch::Neither) {
-    (parser.*set)(value == Switch::On);
+    (call.script().*set)(value == Switch::On);
     return true;
   }
-  parser.SyntaxError(String::Concat({"'", pair->value, "' is not a valid value for ", name}));
+  call.SyntaxError(String::Concat({"'", pair->value, "' is not a valid value for ", name}));
   return false;
 }
 
 }  // namespace
 
-StateResult ProcessEVAL(ScriptParser& parser, Tag& tag) {
-  if (tag.attributes().empty()) return parser.SyntaxError("EVAL requires an expression");
-  parser.WriteValue(tag.attributes().front().value);
-  return StateResult::Handled;
+String EvalProblem(const Tag& tag) {
+  return tag.attributes().empty() ? String("EVAL requires an expression") : String();
 }
 
-StateResult ProcessVxEVAL(ScriptParser& parser, Tag& tag) {
-  const NameValuePair* pair = OnlyAttribute(parser, tag);
-  if (pair == nullptr) return StateResult::Failed;
+StateResult ProcessVxEVAL(TagCall& call) {
+  const NameValuePair& pair = call.Only();
   // The attribute's own name receives the value too, on purpose: EXPR= leaves a variable EXPR.
-  if (parser.Assign(tag, pair->name, pair->value) == StateResult::Failed) {
+  if (!pair.name.empty() && call.Assign(pair.name, pair.value) == StateResult::Failed) {
     return StateResult::Failed;
   }
-  parser.WriteValue(pair->value);
+  call.Write(pair.value);
   return StateResult::Handled;
 }
 
-StateResult ProcessVxLET(ScriptParser& parser, Tag& tag) {
-  if (tag.attributes().size() != 1) {
-    String count = PrintInteger(static_cast<int64_t>(tag.attributes().size()));
-    return parser.SyntaxError(
-        String::Concat({tag.name(), " expects exactly one 1 name/value pair, found ", count}));
-  }
-  const NameValuePair& pair = tag.attributes().front();
-  return parser.Assign(tag, pair.name, pair.value);
+StateResult ProcessVxLET(TagCall& call) { return call.Assign(call.Only().name, call.Only().value); }
+
+StateResult ProcessVxASSIGN(TagCall& call) {
+  return call.Assign(call.Text("NAME"), call.Text("VALUE"));
 }
 
-StateResult ProcessVxASSIGN(ScriptParser& parser, Tag& tag) {
-  return parser.Assign(tag, tag.Value("NAME"), tag.Value("VALUE"));
+String HideProblem(const Tag& tag) {
+  return tag.Value("").empty() ? String("HIDE requires a list of variables to hide") : String();
 }
 
-StateResult ProcessHIDE(ScriptParser& parser, Tag& tag) {
-  const String& body = tag.Value("");
-  if (body.empty()) return parser.SyntaxError("HIDE requires a list of variables to hide");
-  for (PieceReader names(WithoutQuotes(body), ","); names.Next();) {
-    Variable* variable = parser.variables().Find(Stripped(names.piece()));
-    if (variable != nullptr) WriteHiddenField(parser, variable->name(), variable->value());
+StateResult ProcessHIDE(TagCall& call) {
+  for (PieceReader names(WithoutQuotes(call.Text("")), ","); names.Next();) {
+    Variable* variable = call.variables().Find(Stripped(names.piece()));
+    if (variable != nullptr) WriteHiddenField(call, variable->name(), variable->value());
   }
   return StateResult::Handled;
 }
 
-StateResult ProcessVxHIDE(ScriptParser& parser, Tag& tag) {
-  for (PieceReader names(WithoutQuotes(tag.Value("FIELDS")), ","); names.Next();) {
+StateResult ProcessVxHIDE(TagCall& call) {
+  for (PieceReader names(WithoutQuotes(call.Text("FIELDS")), ","); names.Next();) {
     std::string_view name = Stripped(names.piece());
     if (name.empty()) continue;
-    WriteHiddenField(parser, name, EntityEncoded(parser.variables().Value(name)));
+    WriteHiddenField(call, name, EntityEncoded(call.variables().Value(name)));
   }
   return StateResult::Handled;
 }
 
-StateResult ProcessQUORBEL(ScriptParser& parser, Tag& tag) {
-  bool tags = ApplySwitch(parser, tag, "TAGDETECT", &ScriptParser::SetTagDetect);
-  bool macros = ApplySwitch(parser, tag, "MACRO", &ScriptParser::SetExpandMacros);
+StateResult ProcessQUORBEL(TagCall& call) {
+  bool tags = ApplySwitch(call, "TAGDETECT", &ScriptParser::SetTagDetect);
+  bool macros = ApplySwitch(call, "MACRO", &ScriptParser::SetExpandMacros);
   return tags && macros ? StateResult::Handled : StateResult::Failed;
 }
 
-StateResult ProcessVEXA(ScriptParser& parser, Tag& tag) {
+StateResult ProcessVEXA(TagCall& call) {
   static constexpr std::string_view kErrorSuffix = "_ERROR";
-  if (const auto* pair = tag.Find("INTERPRET")) parser.SetInterpret(pair->value);
-  if (const auto* pair = tag.Find("STANDARDOUTPUTLEVEL")) {
-    parser.SetStandardOutputLevel(parser.StandardOutputLevelValue(pair->value));
+  ScriptParser& script = call.script();
+  if (const auto* pair = call.Find("INTERPRET")) script.SetInterpret(pair->value);
+  if (const auto* pair = call.Find("STANDARDOUTPUTLEVEL")) {
+    script.SetStandardOutputLevel(script.StandardOutputLevelValue(pair->value));
   }
-  if (const auto* pair = tag.Find("ERROROUTPUTLEVEL")) {
-    parser.SetErrorOutputLevel(parser.ErrorOutputLevelValue(pair->value));
+  if (const auto* pair = call.Find("ERROROUTPUTLEVEL")) {
+    script.SetErrorOutputLevel(script.ErrorOutputLevelValue(pair->value));
   }
-  if (const auto* pair = tag.Find("ERRORMESSAGE")) parser.SetErrorMessage(pair->value);
-  if (const auto* pair = tag.Find("DEFAULTMACROENCODING")) {
-    parser.SetDefaultMacroEncoding(pair->value);
+  if (const auto* pair = call.Find("ERRORMESSAGE")) script.SetErrorMessage(pair->value);
+  if (const auto* pair = call.Find("DEFAULTMACROENCODING")) {
+    script.SetDefaultMacroEncoding(pair->value);
   }
-  for (const NameValuePair& pair : tag.attributes()) {
+  for (const NameValuePair& pair : call.attributes()) {
     String upper = pair.name.upper();
     if (upper.contains(kErrorSuffix)) {
-      parser.SetTagErrorSettings(upper.before(kErrorSuffix), pair.value);
+      script.SetTagErrorSettings(upper.before(kErrorSuffix), pair.value);
     }
   }
   return StateResult::Handled;

@@ -1,190 +1,424 @@
 // The tag table, and the hash that finds a row without any work at start-up.
 //
-// This is the one place that names the tags' handlers, wherever their subjects live. A row without
-// a handler is a tag that only an open block understands; met elsewhere it is "Unexpected".
+// A row says all that is known of a tag (engine/tag_row.h tells what each part of it means): one
+// row and one handler are a tag. A tag without a handler is understood only by its open block, and
+// is "Unexpected" elsewhere. Attributes that no row names are read as values, and left to the
+// handler.
 
 #include "tags/tag_table.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 
 #include "core/string.h"
 #include "core/text.h"
-#include "engine/script_parser.h"
-#include "tags/block_tags.h"
-#include "tags/database_tags.h"
-#include "tags/file_tags.h"
-#include "tags/function_tags.h"
-#include "tags/import_tags.h"
-#include "tags/localized_tags.h"
-#include "tags/lock_tags.h"
-#include "tags/record_tags.h"
-#include "tags/simple_tags.h"
+#include "engine/tag_call.h"
+#include "tags/handlers.h"
 #include "tags/tag_numbers.h"
 
 namespace vexa {
 
 namespace {
 
-constexpr AttributeTemplate kImport[] = {{"FILE", AttributeKind::Required},
-                                         {"FIELDS", AttributeKind::Required},
-                                         {"DELIMITER", AttributeKind::Required}};
-constexpr AttributeTemplate kAssign[] = {{"NAME", AttributeKind::Required},
-                                         {"VALUE", AttributeKind::Required}};
-constexpr AttributeTemplate kFields[] = {{"FIELDS", AttributeKind::Required}};
-constexpr AttributeTemplate kPop[] = {{"LOGIN", AttributeKind::Required},
-                                      {"PASSWORD", AttributeKind::Required},
-                                      {"DIRECTORY", AttributeKind::Required},
-                                      {"MAILHOST", AttributeKind::Required}};
-constexpr AttributeTemplate kSmtp[] = {{"FROM", AttributeKind::Required},
-                                       {"TO", AttributeKind::Required},
-                                       {"MAILHOST", AttributeKind::Required},
-                                       {"SUBJECT", AttributeKind::Default, "(no subject)"},
-                                       {"CC", AttributeKind::Optional}};
-constexpr AttributeTemplate kCall[] = {{"ACTION", AttributeKind::Required},
-                                       {"METHOD", AttributeKind::Required},
-                                       {"FIELDS", AttributeKind::Optional},
-                                       {"FILES", AttributeKind::Optional}};
-constexpr AttributeTemplate kFunction[] = {{"NAME", AttributeKind::Required},
-                                           {"PARAMETERS", AttributeKind::Optional}};
-constexpr AttributeTemplate kReturn[] = {{"VALUE", AttributeKind::Optional}};
-constexpr AttributeTemplate kCommerce[] = {{"ACTION", AttributeKind::Optional},
-                                           {"FIELDS", AttributeKind::Optional}};
-constexpr AttributeTemplate kDo[] = {{"FILE", AttributeKind::Required}};
-constexpr AttributeTemplate kFile[] = {{"FILE", AttributeKind::Required}};
-constexpr AttributeTemplate kLocalized[] = {{"NAME", AttributeKind::Optional},
-                                            {"ID", AttributeKind::Optional}};
-constexpr AttributeTemplate kLanguage[] = {{"LANGUAGE", AttributeKind::Required}};
-constexpr AttributeTemplate kOpen[] = {
-    {"NAME", AttributeKind::Required},     {"TYPE", AttributeKind::Default, "xbase3"},
-    {"DATABASE", AttributeKind::Required}, {"USER", AttributeKind::Optional},
-    {"PASSWORD", AttributeKind::Optional}, {"INDEXES", AttributeKind::Optional}};
-constexpr AttributeTemplate kName[] = {{"NAME", AttributeKind::Optional}};
-constexpr AttributeTemplate kSkip[] = {{"NAME", AttributeKind::Optional},
-                                       {"VIEW", AttributeKind::Optional},
-                                       {"ROWS", AttributeKind::Default, "1"}};
-constexpr AttributeTemplate kGo[] = {{"NAME", AttributeKind::Optional},
-                                     {"VIEW", AttributeKind::Optional},
-                                     {"ROW", AttributeKind::Required}};
-constexpr AttributeTemplate kPrimary[] = {{"NAME", AttributeKind::Required}};
-constexpr AttributeTemplate kFind[] = {{"NAME", AttributeKind::Optional},
-                                       {"VIEW", AttributeKind::Optional},
-                                       {"VALUE", AttributeKind::Required}};
-constexpr AttributeTemplate kSetIndex[] = {{"NAME", AttributeKind::Optional},
-                                           {"VIEW", AttributeKind::Optional},
-                                           {"INDEXES", AttributeKind::Required}};
-constexpr AttributeTemplate kNameView[] = {{"NAME", AttributeKind::Optional},
-                                           {"VIEW", AttributeKind::Optional}};
-constexpr AttributeTemplate kMakeIndex[] = {{"NAME", AttributeKind::Optional},
-                                            {"INDEXFILE", AttributeKind::Required},
-                                            {"FLAGS", AttributeKind::Default, "ascending"}};
-constexpr AttributeTemplate kCreate[] = {{"NAME", AttributeKind::Required},
-                                         {"TYPE", AttributeKind::Default, "xbase3"},
-                                         {"DATABASE", AttributeKind::Required},
-                                         {"FIELDS", AttributeKind::Required}};
-constexpr AttributeTemplate kReveal[] = {{"NAME", AttributeKind::Optional},
-                                         {"VIEW", AttributeKind::Optional},
-                                         {"DATABASE", AttributeKind::Required}};
-constexpr AttributeTemplate kOpenView[] = {{"NAME", AttributeKind::Optional},
-                                           {"VIEW", AttributeKind::Required},
-                                           {"QUERY", AttributeKind::Optional}};
-constexpr AttributeTemplate kQuery[] = {{"NAME", AttributeKind::Optional},
-                                        {"QUERY", AttributeKind::Required}};
-constexpr AttributeTemplate kFilter[] = {{"NAME", AttributeKind::Optional},
-                                         {"VIEW", AttributeKind::Optional},
-                                         {"FILTER", AttributeKind::Optional}};
+// --- Attributes ------------------------------------------------------------------------------
+
+constexpr Presence kRequired = Presence::Required;
+constexpr Presence kNeeded = Presence::Needed;
+constexpr Presence kOptional = Presence::Optional;
+constexpr Presence kDefault = Presence::Default;
+
+constexpr AttributeRow kImport[] = {{"FILE", kRequired},
+                                    {"FIELDS", kRequired},
+                                    {"DELIMITER", kRequired},
+                                    {"FILTER", kOptional, "", Reading::Deferred}};
+constexpr AttributeRow kLegacyImport[] = {{"FILE", kNeeded},
+                                          {"ORDER", kNeeded, "", Reading::Raw},
+                                          {"DELIMITER", kNeeded},
+                                          {"FILTER", kOptional, "", Reading::Deferred},
+                                          {"STOP"}};
+constexpr AttributeRow kExport[] = {
+    {"FILE", kRequired}, {"FIELDS", kRequired}, {"DELIMITER", kRequired}};
+constexpr AttributeRow kLegacyExport[] = {
+    {"FILE", kNeeded}, {"ORDER", kNeeded, "", Reading::Raw}, {"DELIMITER", kNeeded}};
+constexpr AttributeRow kOne[] = {{kAnyName, kOptional, "", Reading::Expression}};
+constexpr AttributeRow kOneDeferred[] = {{kAnyName, kOptional, "", Reading::Deferred}};
+constexpr AttributeRow kAssign[] = {{"NAME", kRequired}, {"VALUE", kRequired}};
+constexpr AttributeRow kFields[] = {{"FIELDS", kRequired}};
+constexpr AttributeRow kPop[] = {{"LOGIN", kRequired},
+                                 {"PASSWORD", kRequired},
+                                 {"DIRECTORY", kRequired},
+                                 {"MAILHOST", kRequired}};
+constexpr AttributeRow kSmtp[] = {{"FROM", kRequired},
+                                  {"TO", kRequired},
+                                  {"MAILHOST", kRequired},
+                                  {"SUBJECT", kDefault, "(no subject)"},
+                                  {"CC"}};
+constexpr AttributeRow kCall[] = {
+    {"ACTION", kRequired}, {"METHOD", kRequired}, {"FIELDS"}, {"FILES"}};
+constexpr AttributeRow kFunction[] = {
+    {"NAME", kRequired}, {"PARAMETERS"}, {"STANDARDOUTPUTLEVEL"}, {"ERROROUTPUTLEVEL"}};
+constexpr AttributeRow kReturn[] = {{"VALUE"}};
+constexpr AttributeRow kCommerce[] = {{"ACTION"}, {"FIELDS"}};
+constexpr AttributeRow kDo[] = {
+    {"FILE", kRequired}, {"NAME"}, {"VALUE", kOptional, "", Reading::KeptExpression}};
+constexpr AttributeRow kFile[] = {{"FILE", kRequired}};
+constexpr AttributeRow kFileAction[] = {{"READ"},   {"WRITE"}, {"APPEND"},  {"DELETE"},    {"COPY"},
+                                        {"RENAME"}, {"TOUCH"}, {"MAKEDIR"}, {"REMOVEDIR"}, {"LIST"},
+                                        {"NAME"},   {"VALUE"}, {"TO"}};
+constexpr AttributeRow kLocalized[] = {
+    {"NAME"}, {"ID"}, {"STANDARDOUTPUTLEVEL"}, {"ERROROUTPUTLEVEL"}};
+constexpr AttributeRow kLanguage[] = {{"LANGUAGE", kRequired}};
+constexpr AttributeRow kOpen[] = {{"NAME", kRequired},
+                                  {"TYPE", kDefault, "xbase3"},
+                                  {"DATABASE", kRequired},
+                                  {"USER"},
+                                  {"PASSWORD"},
+                                  {"INDEXES"}};
+constexpr AttributeRow kName[] = {{"NAME"}};
+constexpr AttributeRow kSkip[] = {{"NAME"}, {"VIEW"}, {"ROWS", kDefault, "1"}};
+constexpr AttributeRow kGo[] = {{"NAME"}, {"VIEW"}, {"ROW", kRequired}};
+constexpr AttributeRow kPrimary[] = {{"NAME", kRequired}, {"VIEW"}, {"INDEX"}};
+constexpr AttributeRow kFind[] = {{"NAME"}, {"VIEW"}, {"VALUE", kRequired}, {"EXACT"}};
+constexpr AttributeRow kSetIndex[] = {{"NAME"}, {"VIEW"}, {"INDEXES", kRequired}};
+constexpr AttributeRow kNameView[] = {{"NAME"}, {"VIEW"}};
+constexpr AttributeRow kMakeIndex[] = {{"NAME"},
+                                       {"INDEXFILE", kRequired},
+                                       {"FLAGS", kDefault, "ascending"},
+                                       {"EXPR", kOptional, "", Reading::KeptExpression},
+                                       {"EXPRESSION", kOptional, "", Reading::KeptExpression}};
+constexpr AttributeRow kCreate[] = {{"NAME", kRequired},
+                                    {"TYPE", kDefault, "xbase3"},
+                                    {"DATABASE", kRequired},
+                                    {"FIELDS", kRequired}};
+constexpr AttributeRow kReveal[] = {{"NAME"}, {"VIEW"}, {"DATABASE", kRequired}};
+constexpr AttributeRow kOpenView[] = {{"NAME"}, {"VIEW", kRequired}, {"QUERY"}};
+constexpr AttributeRow kQuery[] = {{"NAME"}, {"QUERY", kRequired}};
+constexpr AttributeRow kFilter[] = {
+    {"NAME"}, {"VIEW"}, {"FILTER", kOptional, "", Reading::KeptFilter}};
+constexpr AttributeRow kOldSwitches[] = {{"TAGDETECT"}, {"MACRO"}};
+constexpr AttributeRow kSwitches[] = {{"INTERPRET"},
+                                      {"STANDARDOUTPUTLEVEL"},
+                                      {"ERROROUTPUTLEVEL"},
+                                      {"ERRORMESSAGE"},
+                                      {"DEFAULTMACROENCODING"}};
+
+// --- Handlers that serve several subjects ----------------------------------------------------
 
 // These tags travel down to the block that understands them.
-StateResult LeaveToBlock(ScriptParser&, Tag&) { return StateResult::NotMine; }
+StateResult LeaveToBlock(TagCall&) { return StateResult::NotMine; }
 
 // A tag whose subject is not part of this build.
-StateResult ReportUnsupported(ScriptParser& parser, Tag& tag) {
-  return parser.RuntimeError(tag, tag.name() + String(" is not supported by this build"));
+StateResult ReportUnsupported(TagCall& call) {
+  return call.Fail(call.row().name + String(" is not supported by this build"));
 }
 
-constexpr TagTemplate kTags[] = {
-    {"IF", kTagIF, kTagIFClose, {}, ProcessVxIF},
-    {"/IF", kTagIFClose, 0, {}, nullptr},
-    {"IMPORT", kTagIMPORT, kTagIMPORTClose, {}, ProcessVxIMPORT},
-    {"/IMPORT", kTagIMPORTClose, 0, {}, nullptr},
-    {"EXPORT", kTagEXPORT, 0, {}, ProcessVxEXPORT},
-    {"LET", kTagLET, 0, {}, ProcessVxLET},
-    {"EVAL", kTagEVAL, 0, {}, ProcessEVAL},
-    {"EVALUATE", kTagEVAL, 0, {}, ProcessEVAL},
-    {"HIDE", kTagHIDE, 0, {}, ProcessHIDE},
-    {"FILE", kTagFILE, 0, {}, ProcessFILE},
-    {"MAIL", kTagMAIL, kTagMAILClose, {}, ReportUnsupported},
-    {"/MAIL", kTagMAILClose, 0, {}, ReportUnsupported},
-    {"WHILE", kTagWHILE, kTagWHILEClose, {}, ProcessVxWHILE},
-    {"/WHILE", kTagWHILEClose, 0, {}, nullptr},
-    {"CALL", kTagCALL, kTagCALLClose, {}, ReportUnsupported},
-    {"/CALL", kTagCALLClose, 0, {}, ReportUnsupported},
-    {"QUORBEL", kTagQUORBEL, 0, {}, ProcessQUORBEL},
-    {"EXIT", kTagEXIT, 0, {}, nullptr},
-    {"VxIF", kTagVxIF, kTagVxIFClose, {}, ProcessVxIF},
-    {"VxELSE", kTagVxELSE, kTagVxIFClose, {}, nullptr},
-    {"/VxIF", kTagVxIFClose, 0, {}, nullptr},
-    {"VxIMPORT", kTagVxIMPORT, kTagVxIMPORTClose, kImport, ProcessVxIMPORT},
-    {"VxIMPORTSTOP", kTagVxIMPORTSTOP, 0, {}, LeaveToBlock},
-    {"/VxIMPORT", kTagVxIMPORTClose, 0, {}, nullptr},
-    {"VxEXPORT", kTagVxEXPORT, 0, kImport, ProcessVxEXPORT},
-    {"VxLET", kTagVxLET, 0, {}, ProcessVxLET},
-    {"VxASSIGN", kTagVxASSIGN, 0, kAssign, ProcessVxASSIGN},
-    {"VxEVAL", kTagVxEVAL, 0, {}, ProcessVxEVAL},
-    {"VxEVALUATE", kTagVxEVAL, 0, {}, ProcessVxEVAL},
-    {"VxHIDE", kTagVxHIDE, 0, kFields, ProcessVxHIDE},
-    {"VxPOP", kTagVxPOP, kTagVxPOPClose, kPop, ReportUnsupported},
-    {"VxPOPSTOP", kTagVxPOPSTOP, 0, {}, LeaveToBlock},
-    {"VxPOPDELETE", kTagVxPOPDELETE, 0, {}, LeaveToBlock},
-    {"/VxPOP", kTagVxPOPClose, 0, {}, ReportUnsupported},
-    {"VxSMTP", kTagVxSMTP, kTagVxSMTPClose, kSmtp, ReportUnsupported},
-    {"/VxSMTP", kTagVxSMTPClose, 0, {}, ReportUnsupported},
-    {"VxWHILE", kTagVxWHILE, kTagVxWHILEClose, {}, ProcessVxWHILE},
-    {"VxWHILESTOP", kTagVxWHILESTOP, 0, {}, LeaveToBlock},
-    {"/VxWHILE", kTagVxWHILEClose, 0, {}, nullptr},
-    {"VxCALL", kTagVxCALL, kTagVxCALLClose, kCall, ReportUnsupported},
-    {"VxCALLSTOP", kTagVxCALLSTOP, 0, {}, LeaveToBlock},
-    {"/VxCALL", kTagVxCALLClose, 0, {}, ReportUnsupported},
-    {"VxFUNCTION", kTagVxFUNCTION, kTagVxFUNCTIONClose, kFunction, ProcessVxFUNCTION},
-    {"VxFUNCRETURN", kTagVxFUNCRETURN, 0, kReturn, LeaveToBlock},
-    {"VxFUNCTIONRETURN", kTagVxFUNCRETURN, 0, kReturn, LeaveToBlock},
-    {"/VxFUNCTION", kTagVxFUNCTIONClose, 0, {}, nullptr},
-    {"VxCOMMERCE", kTagVxCOMMERCE, kTagVxCOMMERCEClose, kCommerce, ReportUnsupported},
-    {"VxCOMMERCESTOP", kTagVxCOMMERCESTOP, 0, {}, LeaveToBlock},
-    {"/VxCOMMERCE", kTagVxCOMMERCEClose, 0, {}, ReportUnsupported},
-    {"VxCOMMENT", kTagVxCOMMENT, kTagVxCOMMENTClose, {}, nullptr},
-    {"/VxCOMMENT", kTagVxCOMMENTClose, 0, {}, nullptr},
-    {"VxDO", kTagVxDO, 0, kDo, ProcessVxDO},
-    {"VxLOCKFILE", kTagVxLOCKFILE, kTagVxLOCKFILEClose, kFile, ProcessVxLOCKFILE},
-    {"/VxLOCKFILE", kTagVxLOCKFILEClose, 0, {}, nullptr},
-    {"VxLOCALIZED", kTagVxLOCALIZED, kTagVxLOCALIZEDClose, kLocalized, ProcessVxLOCALIZED},
-    {"/VxLOCALIZED", kTagVxLOCALIZEDClose, 0, {}, nullptr},
-    {"VxLOCALIZED-TOKEN", kTagVxLOCALIZEDTOKEN, 0, kAssign, LeaveToBlock},
-    {"VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXT, kTagVxLOCALIZEDTEXTClose, kLanguage, LeaveToBlock},
-    {"/VxLOCALIZED-TEXT", kTagVxLOCALIZEDTEXTClose, 0, {}, nullptr},
-    {"VxEXIT", kTagVxEXIT, 0, {}, nullptr},
-    {"VxOPEN", kTagVxOPEN, 0, kOpen, ProcessVxOPEN},
-    {"VxCLOSE", kTagVxCLOSE, 0, kName, ProcessVxCLOSE},
-    {"VxSKIP", kTagVxSKIP, 0, kSkip, ProcessVxSKIP},
-    {"VxGO", kTagVxGO, 0, kGo, ProcessVxGO},
-    {"VxPRIMARY", kTagVxPRIMARY, 0, kPrimary, ProcessVxPRIMARY},
-    {"VxFIND", kTagVxFIND, 0, kFind, ProcessVxFIND},
-    {"VxSETINDEX", kTagVxSETINDEX, 0, kSetIndex, ProcessVxSETINDEX},
-    {"VxUPDATE", kTagVxUPDATE, 0, kNameView, ProcessVxUPDATE},
-    {"VxDELETE", kTagVxDELETE, 0, kNameView, ProcessVxDELETE},
-    {"VxUNDELETE", kTagVxUNDELETE, 0, kNameView, ProcessVxUNDELETE},
-    {"VxADD", kTagVxADD, 0, kNameView, ProcessVxADD},
-    {"VxMAKEINDEX", kTagVxMAKEINDEX, 0, kMakeIndex, ProcessVxMAKEINDEX},
-    {"VxPACK", kTagVxPACK, 0, kName, ProcessVxPACK},
-    {"VxREINDEX", kTagVxREINDEX, 0, kName, ProcessVxREINDEX},
-    {"VxCREATE", kTagVxCREATE, 0, kCreate, ProcessVxCREATE},
-    {"VxREVEALSTRUCTURE", kTagVxREVEALSTRUCTURE, 0, kReveal, ProcessVxREVEALSTRUCTURE},
-    {"VxOPENVIEW", kTagVxOPENVIEW, 0, kOpenView, ProcessVxOPENVIEW},
-    {"VxCLOSEVIEW", kTagVxCLOSEVIEW, 0, kNameView, ProcessVxCLOSEVIEW},
-    {"VxQUERY", kTagVxQUERY, 0, kQuery, ProcessVxQUERY},
-    {"VxFILTER", kTagVxFILTER, 0, kFilter, ProcessVxFILTER},
-    {"VEXA", kTagVEXA, 0, {}, ProcessVEXA},
+// --- The rows --------------------------------------------------------------------------------
+
+constexpr bool kNonFatal = false;
+
+constexpr TagRow kTags[] = {
+    {.name = "IF",
+     .id = kTagIF,
+     .closing_id = kTagIFClose,
+     .body = TagBody::Expression,
+     .handler = ProcessVxIF},
+    {.name = "/IF", .id = kTagIFClose, .block = kTagIF},
+    {.name = "IMPORT",
+     .id = kTagIMPORT,
+     .closing_id = kTagIMPORTClose,
+     .attributes = kLegacyImport,
+     .fatal = kNonFatal,
+     .stop = StopForm::Stop,
+     .handler = ProcessVxIMPORT},
+    {.name = "/IMPORT", .id = kTagIMPORTClose, .block = kTagIMPORT},
+    {.name = "EXPORT",
+     .id = kTagEXPORT,
+     .attributes = kLegacyExport,
+     .fatal = kNonFatal,
+     .handler = ProcessVxEXPORT},
+    {.name = "LET", .id = kTagLET, .body = TagBody::OneAssignment, .handler = ProcessVxLET},
+    {.name = "EVAL",
+     .id = kTagEVAL,
+     .body = TagBody::OptionalExpression,
+     .handler = ProcessVxEVAL,
+     .problem = EvalProblem},
+    {.name = "EVALUATE",
+     .id = kTagEVAL,
+     .body = TagBody::OptionalExpression,
+     .handler = ProcessVxEVAL,
+     .problem = EvalProblem},
+    {.name = "HIDE",
+     .id = kTagHIDE,
+     .body = TagBody::RawText,
+     .handler = ProcessHIDE,
+     .problem = HideProblem},
+    {.name = "FILE",
+     .id = kTagFILE,
+     .attributes = kFileAction,
+     .fatal = kNonFatal,
+     .flags = kAnswersForFiles,
+     .handler = ProcessFILE,
+     .problem = FileTagProblem},
+    {.name = "MAIL",
+     .id = kTagMAIL,
+     .closing_id = kTagMAILClose,
+     .fatal = kNonFatal,
+     .handler = ReportUnsupported},
+    {.name = "/MAIL", .id = kTagMAILClose, .block = kTagMAIL, .handler = ReportUnsupported},
+    {.name = "WHILE",
+     .id = kTagWHILE,
+     .closing_id = kTagWHILEClose,
+     .body = TagBody::Condition,
+     .stop = StopForm::StartOfStop,
+     .handler = ProcessVxWHILE},
+    {.name = "/WHILE", .id = kTagWHILEClose, .block = kTagWHILE},
+    {.name = "CALL",
+     .id = kTagCALL,
+     .closing_id = kTagCALLClose,
+     .stop = StopForm::Stop,
+     .handler = ReportUnsupported},
+    {.name = "/CALL", .id = kTagCALLClose, .block = kTagCALL, .handler = ReportUnsupported},
+    {.name = "QUORBEL",
+     .id = kTagQUORBEL,
+     .attributes = kOldSwitches,
+     .flags = kRunsWhileOff,
+     .handler = ProcessQUORBEL},
+    {.name = "EXIT", .id = kTagEXIT, .flags = kEndsScript},
+    {.name = "VxIF",
+     .id = kTagVxIF,
+     .closing_id = kTagVxIFClose,
+     .body = TagBody::OneExpression,
+     .attributes = kOne,
+     .handler = ProcessVxIF},
+    {.name = "VxELSE", .id = kTagVxELSE, .closing_id = kTagVxIFClose, .block = kTagVxIF},
+    {.name = "/VxIF", .id = kTagVxIFClose, .block = kTagVxIF},
+    {.name = "VxIMPORT",
+     .id = kTagVxIMPORT,
+     .closing_id = kTagVxIMPORTClose,
+     .attributes = kImport,
+     .fatal = kNonFatal,
+     .handler = ProcessVxIMPORT},
+    {.name = "VxIMPORTSTOP",
+     .id = kTagVxIMPORTSTOP,
+     .block = kTagVxIMPORT,
+     .handler = LeaveToBlock},
+    {.name = "/VxIMPORT", .id = kTagVxIMPORTClose, .block = kTagVxIMPORT},
+    {.name = "VxEXPORT",
+     .id = kTagVxEXPORT,
+     .attributes = kExport,
+     .fatal = kNonFatal,
+     .handler = ProcessVxEXPORT},
+    {.name = "VxLET", .id = kTagVxLET, .body = TagBody::OneAssignment, .handler = ProcessVxLET},
+    {.name = "VxASSIGN", .id = kTagVxASSIGN, .attributes = kAssign, .handler = ProcessVxASSIGN},
+    {.name = "VxEVAL",
+     .id = kTagVxEVAL,
+     .body = TagBody::OneExpression,
+     .attributes = kOne,
+     .handler = ProcessVxEVAL},
+    {.name = "VxEVALUATE",
+     .id = kTagVxEVAL,
+     .body = TagBody::OneExpression,
+     .attributes = kOne,
+     .handler = ProcessVxEVAL},
+    {.name = "VxHIDE", .id = kTagVxHIDE, .attributes = kFields, .handler = ProcessVxHIDE},
+    {.name = "VxPOP",
+     .id = kTagVxPOP,
+     .closing_id = kTagVxPOPClose,
+     .attributes = kPop,
+     .fatal = kNonFatal,
+     .handler = ReportUnsupported},
+    {.name = "VxPOPSTOP", .id = kTagVxPOPSTOP, .block = kTagVxPOP, .handler = LeaveToBlock},
+    {.name = "VxPOPDELETE",
+     .id = kTagVxPOPDELETE,
+     .block = kTagVxPOP,
+     .fatal = kNonFatal,
+     .handler = LeaveToBlock},
+    {.name = "/VxPOP", .id = kTagVxPOPClose, .block = kTagVxPOP, .handler = ReportUnsupported},
+    {.name = "VxSMTP",
+     .id = kTagVxSMTP,
+     .closing_id = kTagVxSMTPClose,
+     .attributes = kSmtp,
+     .fatal = kNonFatal,
+     .handler = ReportUnsupported},
+    {.name = "/VxSMTP", .id = kTagVxSMTPClose, .block = kTagVxSMTP, .handler = ReportUnsupported},
+    {.name = "VxWHILE",
+     .id = kTagVxWHILE,
+     .closing_id = kTagVxWHILEClose,
+     .body = TagBody::OneExpression,
+     .attributes = kOneDeferred,
+     .handler = ProcessVxWHILE},
+    {.name = "VxWHILESTOP", .id = kTagVxWHILESTOP, .block = kTagVxWHILE, .handler = LeaveToBlock},
+    {.name = "/VxWHILE", .id = kTagVxWHILEClose, .block = kTagVxWHILE},
+    {.name = "VxCALL",
+     .id = kTagVxCALL,
+     .closing_id = kTagVxCALLClose,
+     .attributes = kCall,
+     .handler = ReportUnsupported},
+    {.name = "VxCALLSTOP", .id = kTagVxCALLSTOP, .block = kTagVxCALL, .handler = LeaveToBlock},
+    {.name = "/VxCALL", .id = kTagVxCALLClose, .block = kTagVxCALL, .handler = ReportUnsupported},
+    {.name = "VxFUNCTION",
+     .id = kTagVxFUNCTION,
+     .closing_id = kTagVxFUNCTIONClose,
+     .attributes = kFunction,
+     .flags = kDeclaresFunction,
+     .handler = ProcessVxFUNCTION},
+    {.name = "VxFUNCRETURN",
+     .id = kTagVxFUNCRETURN,
+     .block = kTagVxFUNCTION,
+     .attributes = kReturn,
+     .flags = kEndsFunction,
+     .handler = LeaveToBlock},
+    {.name = "VxFUNCTIONRETURN",
+     .id = kTagVxFUNCRETURN,
+     .block = kTagVxFUNCTION,
+     .attributes = kReturn,
+     .flags = kEndsFunction,
+     .handler = LeaveToBlock},
+    {.name = "/VxFUNCTION",
+     .id = kTagVxFUNCTIONClose,
+     .block = kTagVxFUNCTION,
+     .flags = kEndsFunction},
+    {.name = "VxCOMMERCE",
+     .id = kTagVxCOMMERCE,
+     .closing_id = kTagVxCOMMERCEClose,
+     .attributes = kCommerce,
+     .handler = ReportUnsupported},
+    {.name = "VxCOMMERCESTOP",
+     .id = kTagVxCOMMERCESTOP,
+     .block = kTagVxCOMMERCE,
+     .handler = LeaveToBlock},
+    {.name = "/VxCOMMERCE",
+     .id = kTagVxCOMMERCEClose,
+     .block = kTagVxCOMMERCE,
+     .handler = ReportUnsupported},
+    {.name = "VxCOMMENT", .id = kTagVxCOMMENT, .closing_id = kTagVxCOMMENTClose},
+    {.name = "/VxCOMMENT", .id = kTagVxCOMMENTClose, .block = kTagVxCOMMENT},
+    {.name = "VxDO",
+     .id = kTagVxDO,
+     .attributes = kDo,
+     .handler = ProcessVxDO,
+     .problem = VxDoProblem},
+    {.name = "VxLOCKFILE",
+     .id = kTagVxLOCKFILE,
+     .closing_id = kTagVxLOCKFILEClose,
+     .attributes = kFile,
+     .handler = ProcessVxLOCKFILE},
+    {.name = "/VxLOCKFILE", .id = kTagVxLOCKFILEClose, .block = kTagVxLOCKFILE},
+    {.name = "VxLOCALIZED",
+     .id = kTagVxLOCALIZED,
+     .closing_id = kTagVxLOCALIZEDClose,
+     .attributes = kLocalized,
+     .handler = ProcessVxLOCALIZED},
+    {.name = "/VxLOCALIZED", .id = kTagVxLOCALIZEDClose, .block = kTagVxLOCALIZED},
+    {.name = "VxLOCALIZED-TOKEN",
+     .id = kTagVxLOCALIZEDTOKEN,
+     .block = kTagVxLOCALIZED,
+     .attributes = kAssign,
+     .handler = LeaveToBlock},
+    {.name = "VxLOCALIZED-TEXT",
+     .id = kTagVxLOCALIZEDTEXT,
+     .closing_id = kTagVxLOCALIZEDTEXTClose,
+     .block = kTagVxLOCALIZED,
+     .attributes = kLanguage,
+     .handler = LeaveToBlock},
+    {.name = "/VxLOCALIZED-TEXT", .id = kTagVxLOCALIZEDTEXTClose, .block = kTagVxLOCALIZEDTEXT},
+    {.name = "VxEXIT", .id = kTagVxEXIT, .flags = kEndsScript},
+    {.name = "VxOPEN",
+     .id = kTagVxOPEN,
+     .attributes = kOpen,
+     .fatal = kNonFatal,
+     .handler = ProcessVxOPEN},
+    {.name = "VxCLOSE",
+     .id = kTagVxCLOSE,
+     .attributes = kName,
+     .fatal = kNonFatal,
+     .handler = ProcessVxCLOSE},
+    {.name = "VxSKIP",
+     .id = kTagVxSKIP,
+     .attributes = kSkip,
+     .fatal = kNonFatal,
+     .handler = ProcessVxSKIP},
+    {.name = "VxGO", .id = kTagVxGO, .attributes = kGo, .fatal = kNonFatal, .handler = ProcessVxGO},
+    {.name = "VxPRIMARY", .id = kTagVxPRIMARY, .attributes = kPrimary, .handler = ProcessVxPRIMARY},
+    {.name = "VxFIND",
+     .id = kTagVxFIND,
+     .attributes = kFind,
+     .fatal = kNonFatal,
+     .handler = ProcessVxFIND},
+    {.name = "VxSETINDEX",
+     .id = kTagVxSETINDEX,
+     .attributes = kSetIndex,
+     .fatal = kNonFatal,
+     .handler = ProcessVxSETINDEX},
+    {.name = "VxUPDATE",
+     .id = kTagVxUPDATE,
+     .attributes = kNameView,
+     .fatal = kNonFatal,
+     .handler = ProcessVxUPDATE},
+    {.name = "VxDELETE",
+     .id = kTagVxDELETE,
+     .attributes = kNameView,
+     .fatal = kNonFatal,
+     .handler = ProcessVxDELETE},
+    {.name = "VxUNDELETE",
+     .id = kTagVxUNDELETE,
+     .attributes = kNameView,
+     .fatal = kNonFatal,
+     .handler = ProcessVxUNDELETE},
+    {.name = "VxADD",
+     .id = kTagVxADD,
+     .attributes = kNameView,
+     .fatal = kNonFatal,
+     .handler = ProcessVxADD},
+    {.name = "VxMAKEINDEX",
+     .id = kTagVxMAKEINDEX,
+     .attributes = kMakeIndex,
+     .handler = ProcessVxMAKEINDEX},
+    {.name = "VxPACK",
+     .id = kTagVxPACK,
+     .attributes = kName,
+     .fatal = kNonFatal,
+     .handler = ProcessVxPACK},
+    {.name = "VxREINDEX",
+     .id = kTagVxREINDEX,
+     .attributes = kName,
+     .fatal = kNonFatal,
+     .handler = ProcessVxREINDEX},
+    {.name = "VxCREATE",
+     .id = kTagVxCREATE,
+     .attributes = kCreate,
+     .fatal = kNonFatal,
+     .handler = ProcessVxCREATE},
+    {.name = "VxREVEALSTRUCTURE",
+     .id = kTagVxREVEALSTRUCTURE,
+     .attributes = kReveal,
+     .fatal = kNonFatal,
+     .handler = ProcessVxREVEALSTRUCTURE},
+    {.name = "VxOPENVIEW",
+     .id = kTagVxOPENVIEW,
+     .attributes = kOpenView,
+     .fatal = kNonFatal,
+     .handler = ProcessVxOPENVIEW},
+    {.name = "VxCLOSEVIEW",
+     .id = kTagVxCLOSEVIEW,
+     .attributes = kNameView,
+     .fatal = kNonFatal,
+     .handler = ProcessVxCLOSEVIEW},
+    {.name = "VxQUERY",
+     .id = kTagVxQUERY,
+     .attributes = kQuery,
+     .fatal = kNonFatal,
+     .handler = ProcessVxQUERY},
+    {.name = "VxFILTER",
+     .id = kTagVxFILTER,
+     .attributes = kFilter,
+     .fatal = kNonFatal,
+     .handler = ProcessVxFILTER},
+    {.name = "VEXA",
+     .id = kTagVEXA,
+     .attributes = kSwitches,
+     .flags = kRunsWhileOff,
+     .handler = ProcessVEXA},
 };
 
 // --- Look-up ---------------------------------------------------------------------------------
@@ -211,31 +445,41 @@ constexpr auto kIndex = [] {
   return index;
 }();
 
-constexpr bool RowsInOrder() {
+constexpr const TagRow* RowOf(int id) {
+  for (const TagRow& tag : kTags) {
+    if (tag.id == id) return &tag;
+  }
+  return nullptr;
+}
+
+// Rows stand in the order of their numbers, none is missing, and a block's closing tag leads back
+// to the tag that opens it.
+constexpr bool RowsAgree() {
   int expected = 0;
-  for (const TagTemplate& tag : kTags) {
+  for (const TagRow& tag : kTags) {
     if (tag.id != expected && tag.id != expected - 1) return false;
     expected = tag.id + 1;
     if (std::string_view(tag.name).size() > kLongestName) return false;
+    if (tag.block != kNoTag && RowOf(tag.block)->closing_id == 0) return false;
+    if (tag.closing_id != 0 && RowOf(RowOf(tag.closing_id)->block)->closing_id != tag.closing_id) {
+      return false;
+    }
   }
   return expected == kTagCount;
 }
-static_assert(RowsInOrder());
+static_assert(RowsAgree());
 
-}  // namespace
-
-const TagTemplate* FindTagTemplate(std::string_view name) {
+const TagRow* FindTag(std::string_view name) {
   if (name.size() > kLongestName) return nullptr;
   for (size_t slot = SlotOf(name); kIndex[slot] != 0; slot = (slot + 1) % kSlots) {
-    const TagTemplate& tag = kTags[kIndex[slot] - 1];
+    const TagRow& tag = kTags[kIndex[slot] - 1];
     if (EqualsIgnoreCase(tag.name, name)) return &tag;
   }
   return nullptr;
 }
 
-const TagTemplate* FindTagTemplateByNumber(int id) {
-  return std::find_if(std::begin(kTags), std::end(kTags),
-                      [id](const TagTemplate& tag) { return tag.id == id; });
-}
+}  // namespace
+
+constexpr TagSet kVexaTags = {kTags, FindTag};
 
 }  // namespace vexa

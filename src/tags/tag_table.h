@@ -1,19 +1,13 @@
-// The table of the language's tags: constant data, one row for each spelling.
+// The tags of the language.
 
 #ifndef VEXA_TAGS_TAG_TABLE_H_
 #define VEXA_TAGS_TAG_TABLE_H_
 
-#include <string_view>
-
-#include "engine/tag.h"
+#include "engine/tag_row.h"
 
 namespace vexa {
 
-// The template of a tag name, letter case ignored, or null when there is no such tag.
-[[nodiscard]] const TagTemplate* FindTagTemplate(std::string_view name);
-
-// The first row with that number. REQUIRES: a TagNumber.
-[[nodiscard]] const TagTemplate* FindTagTemplateByNumber(int id);
+extern const TagSet kVexaTags;
 
 }  // namespace vexa
 

@@ -16,6 +16,7 @@
 #include "engine/module.h"
 #include "fake_host.h"
 #include "table_fixture.h"
+#include "tags/tag_table.h"
 #include "xbase/database/xbase_database.h"
 #include "xbase/database/xbase_database_view.h"
 
@@ -28,7 +29,7 @@ class DatabaseFaults : public TableFixture {
   // Fills the leaf of both indexes, so that the next insertion splits it.
   static constexpr int kPeople = 8;
 
-  DatabaseFaults() : variables_(host_), module_(SetUpHost()) {
+  DatabaseFaults() : variables_(host_), module_(SetUpHost(), kVexaTags) {
     host_.expressions = &module_.scriptparser();
     XBaseDatabase people(host_, "people");
     EXPECT_EQ(people.Create("people.dbf", "NAME CHAR(10), AGE NUMBER(3), NOTE MEMO"), 1);

@@ -1,6 +1,7 @@
 // The host below the level of pages: requests that share a process, and what it asks of the system.
 
 #include "host/host.h"
+#include "tags/tag_table.h"
 
 #include <gtest/gtest.h>
 
@@ -72,7 +73,7 @@ class HostTest : public testing::Test {
     std::string response;
     TextRequest request(list.data(), body);
     TextOutput output(response);
-    Host host(process, request, output);
+    Host host(process, kVexaTags, request, output);
     EXPECT_EQ(1, host.Go()) << response;
     host.output().Flush();
     return response;
@@ -97,7 +98,7 @@ class HostTest : public testing::Test {
   TextRequest request_{nothing_, ""};
   std::string response_;
   TextOutput output_{response_};
-  Host host_{process_, request_, output_};
+  Host host_{process_, kVexaTags, request_, output_};
 };
 
 TEST_F(HostTest, ASecondRequestSeesNothingOfTheFirst) {
@@ -150,7 +151,7 @@ TEST_F(HostTest, HeadersComeFromTheEnvironment) {
   char type[] = "CONTENT_TYPE=a/b", own[] = "HTTP_X_Own_Header=mine";
   char* environment[] = {type, own, nullptr};
   TextRequest request(environment, "");
-  Host host(process_, request, output_);
+  Host host(process_, kVexaTags, request, output_);
   EXPECT_EQ(host.RequestHeader("Content-Type"), "a/b");
   EXPECT_EQ(host.RequestHeader("X-Own-Header"), "mine");
   EXPECT_EQ(host.RequestHeader("X-OWN-HEADER"), "");

@@ -10,6 +10,7 @@
 
 #include "engine/module.h"
 #include "file_fixture.h"
+#include "tags/tag_table.h"
 
 namespace vexa {
 
@@ -46,7 +47,7 @@ class ScriptSourceTest : public FileFixture {
     script_host.settings.templatebuffersize = size;
     script_host.polls_left = kMostPieces;
     (void)variables.SetVariable("v", "<b>");
-    Module module(script_host);
+    Module module(script_host, kVexaTags);
     script_host.SetCurrentModule(&module);
     String message;
     EXPECT_EQ(module.Open(Make("script", script), "script", message), 1) << message.view();

@@ -1,0 +1,38 @@
+// Recognising a block's own tags, and leaving it.
+
+#include "engine/block_state.h"
+
+#include <memory>
+
+#include "engine/script_parser.h"
+
+namespace vexa {
+
+StateResult BlockState::ProcessTag(Tag& tag) {
+  if (tag.id() == opener_.closing_id) return OnClose();
+  const bool own = tag.row().block == opener_.id || (tag.id() == opener_.id && tag.stops());
+  return own ? OnOwnTag(tag) : ScriptState::ProcessTag(tag);
+}
+
+StateResult BlockState::OnClose() {
+  SetFinished();
+  return StateResult::Finished;
+}
+
+StateResult BlockState::ExitState() { return finished_ ? StateResult::Handled : SkipBlock(); }
+
+StateResult BlockState::SkipBlock() {
+  const WantedTag ends[] = {{opener_.id, opener_.closing_id}, {opener_.closing_id, 0}};
+  return SkipTo(ends) != nullptr ? StateResult::Handled : StateResult::Failed;
+}
+
+std::unique_ptr<Tag> BlockState::SkipTo(std::span<const WantedTag> wanted) {
+  return parser().SkipTo(wanted, closing_tag());
+}
+
+String BlockState::closing_tag() const {
+  const TagRow* closer = parser().tags().WithNumber(opener_.closing_id);
+  return String::Concat({"&lt;", closer->name, "&gt;"});
+}
+
+}  // namespace vexa

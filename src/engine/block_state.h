@@ -1,0 +1,54 @@
+// BlockState: a block between an opening and a closing tag, as far as all blocks are alike.
+//
+//   opened -> tags of the body -> closing tag -> OnClose: the block is left, or goes on (loops)
+//                              -> a tag of its own (stop, branch) -> OnOwnTag
+//          -> left early: ExitState skips to the closing tag
+//
+// Which tags are a block's own is said by their rows.
+
+#ifndef VEXA_ENGINE_BLOCK_STATE_H_
+#define VEXA_ENGINE_BLOCK_STATE_H_
+
+#include <span>
+
+#include "core/string.h"
+#include "engine/parser.h"
+#include "engine/script_state.h"
+#include "engine/tag_call.h"
+
+namespace vexa {
+
+class BlockState : public ScriptState {
+ public:
+  // The block that the tag of `call`, just read, opens; its body begins where the script stands.
+  explicit BlockState(const TagCall& call) : BlockState(call.script(), call.row()) {}
+  BlockState(ScriptParser& script, const TagRow& opener) : ScriptState(script), opener_(opener) {}
+
+  [[nodiscard]] StateResult ProcessTag(Tag& tag) override;
+  [[nodiscard]] StateResult ExitState() override;
+  [[nodiscard]] String closing_tag() const override;
+
+  // Skips what is left of the block, to behind its closing tag. Handled, or Failed.
+  [[nodiscard]] StateResult SkipBlock();
+
+ protected:
+  // Its closing tag was read. The base: the block is complete.
+  [[nodiscard]] virtual StateResult OnClose();
+  // A tag that belongs to the block was read. The base: it is left.
+  [[nodiscard]] virtual StateResult OnOwnTag(Tag&) { return StateResult::Finished; }
+
+  [[nodiscard]] const TagRow& opener() const { return opener_; }
+  // Skips to a tag of `wanted`. Null after an error.
+  [[nodiscard]] std::unique_ptr<Tag> SkipTo(std::span<const WantedTag> wanted);
+  // Nothing of the block is left to be read.
+  void SetFinished() { finished_ = true; }
+  [[nodiscard]] bool finished() const { return finished_; }
+
+ private:
+  const TagRow& opener_;
+  bool finished_ = false;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_ENGINE_BLOCK_STATE_H_

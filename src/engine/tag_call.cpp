@@ -1,0 +1,42 @@
+// What handlers ask of the executor.
+
+#include "engine/tag_call.h"
+
+#include <utility>
+
+#include "core/number.h"
+#include "engine/script_parser.h"
+
+namespace vexa {
+
+int32_t TagCall::Integer(std::string_view name) const { return ReadInteger(Text(name)); }
+
+Vexa& TagCall::host() const { return script_.host(); }
+
+void TagCall::Write(std::string_view text) const { script_.WriteValue(text); }
+
+void TagCall::WriteMarkup(std::string_view text) const {
+  script_.output().Write(text);
+  script_.output().inwhitespace() = 0;
+}
+
+StateResult TagCall::Assign(std::string_view name, const String& value) const {
+  return script_.Assign(row(), name, value);
+}
+
+StateResult TagCall::SyntaxError(std::string_view message) const {
+  return script_.SyntaxError(message);
+}
+
+StateResult TagCall::Fail(std::string_view message) const {
+  return script_.RuntimeError(row(), message);
+}
+
+void TagCall::NoteOutcome(const String& text) const { script_.SetErrorVariable(row(), text); }
+
+StateResult TagCall::Enter(std::unique_ptr<ScriptState> block) const {
+  script_.AddState(std::move(block));
+  return StateResult::Handled;
+}
+
+}  // namespace vexa
