@@ -383,7 +383,7 @@ bool Parser::ValidateTag(Tag& tag) {
       return false;
     }
     if (attribute.presence == Presence::Default && !tag.Has(attribute.name)) {
-      tag.AddNameValuePair(attribute.name, attribute.fallback);
+      tag.AddNameValuePair(attribute.name, String(attribute.fallback));
     }
   }
   return true;

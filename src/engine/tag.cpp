@@ -11,10 +11,9 @@ namespace vexa {
 
 const AttributeRow* TagRow::FindAttribute(std::string_view attribute) const {
   for (const AttributeRow& row : attributes) {
-    const std::string_view known = row.name;
-    const bool fits = row.reading == Reading::Raw ? IsLeadingPart(attribute, known)
-                                                  : EqualsIgnoreCase(attribute, known);
-    if (fits || known == kAnyName) return &row;
+    const bool fits = row.reading == Reading::Raw ? IsLeadingPart(attribute, row.name)
+                                                  : EqualsIgnoreCase(attribute, row.name);
+    if (fits || row.name == kAnyName) return &row;
   }
   return nullptr;
 }

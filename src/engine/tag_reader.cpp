@@ -86,7 +86,6 @@ bool TagReader::GetBody(Tag& tag) {
   written.reading = Reading::Expression;
   written.place = CurrentPlace();
   if (written.expression.Read(*this, ValueForm::Body, *this) == ValueEnd::Failed) return false;
-  written.behind = CurrentPlace();
   String value;
   if (!TakeValue(tag, written, value)) return false;
   tag.AddNameValuePair("", std::move(value));
@@ -118,7 +117,6 @@ AttributeEnd TagReader::GetValue(Tag& tag, const String& name, String& value) {
   // How the value ended is kept here: evaluating it may run tags that are read by this reader.
   const AttributeEnd end = ReadValue(written);
   if (end == AttributeEnd::Failed) return end;
-  written.behind = CurrentPlace();
   return TakeValue(tag, written, value) ? end : AttributeEnd::Failed;
 }
 

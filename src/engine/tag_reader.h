@@ -24,7 +24,6 @@ struct WrittenValue {
   Expression expression;  // finished; empty where the value is a text
   String text;            // of a kept or raw value
   SourcePlace place;      // where it begins
-  SourcePlace behind;     // where the script stands when it is evaluated
 };
 
 class TagReader : public Parser, public ExpressionContext, protected CharacterSource {

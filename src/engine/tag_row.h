@@ -46,12 +46,12 @@ enum class Reading : uint8_t {
 };
 
 struct AttributeRow {
-  const char* name;  // kAnyName: every attribute of the tag
+  std::string_view name;  // kAnyName: every attribute of the tag
   Presence presence = Presence::Optional;
-  const char* fallback = "";  // of a Default one
+  std::string_view fallback = {};  // of a Default one
   Reading reading = Reading::Value;
 };
-inline constexpr const char kAnyName[] = "";
+inline constexpr std::string_view kAnyName = "";
 
 // What stands between a tag's name and its `>`.
 enum class TagBody : uint8_t {
@@ -79,7 +79,7 @@ enum TagFlag : uint8_t {
 inline constexpr int kNoTag = -1;
 
 struct TagRow {
-  const char* name;
+  std::string_view name;
   int id;
   int closing_id = 0;  // the tag that closes this one, 0 when it opens no block
   int block = kNoTag;  // the opening tag of the block that this one closes, divides or leaves

@@ -109,7 +109,7 @@ StateResult LeaveToBlock(TagCall&) { return StateResult::NotMine; }
 
 // A tag whose subject is not part of this build.
 StateResult ReportUnsupported(TagCall& call) {
-  return call.Fail(call.row().name + String(" is not supported by this build"));
+  return call.Fail(String::Concat({call.row().name, " is not supported by this build"}));
 }
 
 // --- The rows --------------------------------------------------------------------------------
@@ -459,7 +459,7 @@ constexpr bool RowsAgree() {
   for (const TagRow& tag : kTags) {
     if (tag.id != expected && tag.id != expected - 1) return false;
     expected = tag.id + 1;
-    if (std::string_view(tag.name).size() > kLongestName) return false;
+    if (tag.name.size() > kLongestName) return false;
     if (tag.block != kNoTag && RowOf(tag.block)->closing_id == 0) return false;
     if (tag.closing_id != 0 && RowOf(RowOf(tag.closing_id)->block)->closing_id != tag.closing_id) {
       return false;
