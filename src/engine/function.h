@@ -1,4 +1,5 @@
-// Function: one of a script's own functions, known from its declaration on.
+// Function: one of a script's own functions, known from its declaration on: met on the way through
+// the script, or found by a scan ahead of it.
 
 #ifndef VEXA_ENGINE_FUNCTION_H_
 #define VEXA_ENGINE_FUNCTION_H_
@@ -8,9 +9,12 @@
 
 #include "core/source_place.h"
 #include "core/string.h"
+#include "engine/tag.h"
 #include "expr/expression_context.h"
 
 namespace vexa {
+
+class ScriptParser;
 
 // Output levels that mean "the function has none of its own".
 inline constexpr int kNoOutputLevel = 255;
@@ -40,6 +44,10 @@ class Function final : public Callable {
   SourcePlace body_;
   std::vector<String> parameters_;
 };
+
+// Registers the function that a VxFUNCTION `tag`, just read, declares, and skips its body. Meeting
+// the same declaration again only skips. Handled, or Failed after an error was reported.
+[[nodiscard]] StateResult DeclareFunction(ScriptParser& parser, const Tag& tag);
 
 }  // namespace vexa
 

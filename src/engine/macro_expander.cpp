@@ -1,8 +1,19 @@
 // MacroExpander: recognising references and delivering their values.
+//
+// There is one span that bytes are handed out from, [next_, limit_). While a value is delivered the
+// span is the value, and the unread part of the file's block waits in file_next_, file_limit_; so
+// the source itself reads no further before the value is used up or dropped:
+//
+//   watching_  the span is the file's, and macros are on: an '&' needs a look
+//   counting_  the span is the file's: its line feeds count
+//
+// A value is delivered as text: references in it are not expanded. Looking at an '&' may read the
+// next block to see the whole reference, and goes back when there is none.
 
 #include "engine/macro_expander.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstring>
 
@@ -186,6 +197,8 @@ void MacroExpander::Expand(const String& content) {
 }
 
 void MacroExpander::BeginExpansion() {
+  assert(!expanding_ && !expansion_.empty());
+  assert(span_begin_ <= next_ && next_ <= limit_);
   file_begin_ = span_begin_;
   file_next_ = next_;
   file_limit_ = limit_;
@@ -197,6 +210,8 @@ void MacroExpander::BeginExpansion() {
 }
 
 void MacroExpander::EndExpansion() {
+  assert(expanding_ && counting_ == 0);
+  assert(file_begin_ <= file_next_ && file_next_ <= file_limit_);
   span_begin_ = file_begin_;
   next_ = file_next_;
   limit_ = file_limit_;

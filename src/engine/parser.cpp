@@ -1,17 +1,68 @@
-// The tag scanner. FindNextTag and FindTag share ReadConstruct, which recognises what stands
-// behind a `<`; the one executes what it finds, the other skips it.
+// The tag scanner. Its parts, from the byte up:
+//
+//   FindByte, TagEnd        look ahead in what the source holds in one piece
+//   ProcessTextUntilTag     delivers text and line ends; SkipTextUntilTag drops them
+//   ReadConstruct           recognises what stands behind a `<`
+//   ProcessConstruct        delivers it: FindNextTag is text, then one construct after another
+//   FindTag                 skips constructs, counting blocks, to the tag that closes one
+//   GetNextNameValuePair    one attribute; how its value is read is the derived class's affair
+//
+// The source counts lines as bytes are consumed, so a message carries the line where the scanner
+// stands. What is taken from a run of the source is delivered before the source is asked again: a
+// delivery may go elsewhere in the script.
 
 #include "engine/parser.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
+#include <cassert>
 #include <vector>
 
 #include "core/text.h"
-#include "engine/text_scan.h"
 
 namespace vexa {
 
 namespace {
+
+// --- The inner loops of every page: the next byte that matters ---------------------------------
+
+// The offset at or behind `from` of the first byte of `text` that is one of `Stops`; the size of
+// `text` when there is none.
+template <char... Stops>
+size_t FindByte(std::string_view text, size_t from = 0) {
+  size_t i = from;
+#ifdef __SSE2__
+  for (; i + 16 <= text.size(); i += 16) {
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
+    __m128i hits = _mm_setzero_si128();
+    ((hits = _mm_or_si128(hits, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(Stops)))), ...);
+    auto found = static_cast<unsigned>(_mm_movemask_epi8(hits));
+    if (found != 0) return i + static_cast<size_t>(__builtin_ctz(found));
+  }
+#endif
+  while (i < text.size() && !((text[i] == Stops) || ...)) ++i;
+  return i;
+}
+
+// The offset of the first byte of `text` that ends a text run or escapes the next byte; its size
+// when there is none.
+size_t TextRunLength(std::string_view text) { return FindByte<'<', '\n', '\r', '\\'>(text); }
+
+// The offset just behind the `>` that ends a tag whose attributes begin at `from`, going by the
+// rule that double quotes hide it; npos when `text` ends first.
+size_t TagEnd(std::string_view text, size_t from) {
+  for (size_t i = from;; ++i) {
+    i = FindByte<'>', '"'>(text, i);
+    if (i < text.size() && text[i] == '>') return i + 1;
+    if (i < text.size()) i = FindByte<'"'>(text, i + 1);
+    if (i >= text.size()) return std::string_view::npos;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
 
 constexpr std::string_view kCommentTag = "VxCOMMENT";
 
@@ -298,6 +349,7 @@ Scanned Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTag> 
 
 // Skips the rest of a block's opening tag.
 bool Parser::SkipOpener(const TagRow& row, bool* opens) {
+  assert(row.closing_id != 0);
   raw_.clear();
   if (!EatUntilTagEnd(raw_)) return false;
   std::string_view body = raw_;

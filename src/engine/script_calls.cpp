@@ -1,18 +1,117 @@
 // Calls of functions: finding them, entering and leaving them, and the depth limit.
+//
+// A call of one of the script's own functions:
+//   1. goes one deeper, if the site and the machine's stack allow it;
+//   2. makes the arguments the local scope, and pushes a FunctionState, which stands at the body;
+//   3. scans on from there until that state is gone: the return or closing tag went back to the
+//      place of the call;
+//   4. takes the value, unless the script ended meanwhile.
+// A function that is not known yet is looked for further down, with everything on the way noted.
+
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <cassert>
+#include <cstdint>
 #include <utility>
 
 #include "core/number.h"
 #include "core/text.h"
-#include "engine/function_declaration.h"
-#include "engine/function_state.h"
+#include "engine/block_state.h"
+#include "engine/function.h"
 #include "engine/script_parser.h"
-#include "engine/stack_guard.h"
 #include "expr/builtin_call.h"
 #include "expr/builtin_table.h"
 
 namespace vexa {
+
+namespace {
+
+constexpr uintptr_t kAssumedStack = 8u << 20;  // bytes, where the system sets no limit
+constexpr uintptr_t kReserve = 512u << 10;     // bytes kept for what one more call may need
+
+uintptr_t StackSize() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
+    return kAssumedStack;
+  }
+  return limit.rlim_cur;
+}
+
+// Whether less than a safe reserve of the machine's stack is left. A site may allow deeper calls
+// than the stack can carry; the depth error is then raised earlier instead of a crash. The stack
+// grows down from roughly where the first question was asked.
+bool StackIsLow() {
+  // Not the address of a local: checking tools may keep locals elsewhere.
+  auto now = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  static const uintptr_t kTop = now;
+  static const uintptr_t kSize = StackSize();
+  uintptr_t used = now < kTop ? kTop - now : 0;
+  return used + std::min(2 * kReserve, kSize / 2) > kSize;
+}
+
+// A call of one of the script's own functions in progress. Built, it stands at the function's body
+// with the arguments as the local scope; left, it stands where the call was made.
+class FunctionState final : public BlockState {
+ public:
+  // `locals` holds the arguments under the parameters' names; both are borrowed.
+  FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals);
+  ~FunctionState() override;
+
+  [[nodiscard]] StateResult ExitState() override;
+  [[nodiscard]] bool is_function() const override { return true; }
+
+ protected:
+  [[nodiscard]] StateResult OnClose() override;
+  [[nodiscard]] StateResult OnOwnTag(Tag& tag) override;
+
+ private:
+  SourcePlace return_place_;
+  // What the call gives back when it ends. A function without levels of its own gives back these
+  // "none" values, so that the page then has every output bit set: on purpose, pages rely on it.
+  int saved_output_level_ = kNoOutputLevel;
+  unsigned saved_error_level_ = kNoErrorLevel;
+  bool scope_pushed_ = true;
+};
+
+FunctionState::FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals)
+    : BlockState(parser, *parser.tags().WithFlag(kDeclaresFunction)),
+      return_place_(parser.CurrentPlace()) {
+  parser.GoTo(function.body());
+  if (function.standardoutputlevel != kNoOutputLevel) {
+    saved_output_level_ = parser.SetStandardOutputLevel(function.standardoutputlevel);
+  }
+  if (function.erroroutputlevel != kNoErrorLevel) {
+    saved_error_level_ = parser.SetErrorOutputLevel(function.erroroutputlevel);
+  }
+  parser.variables().PushLocalVars(&locals);
+}
+
+FunctionState::~FunctionState() {
+  // Left by an error, without ExitState.
+  if (scope_pushed_) parser().variables().PopLocalVars();
+}
+
+StateResult FunctionState::OnClose() {
+  parser().functionreturnvalue().clear();
+  return StateResult::Finished;
+}
+
+StateResult FunctionState::OnOwnTag(Tag& tag) {
+  parser().functionreturnvalue() = tag.Value("VALUE");
+  return StateResult::Finished;
+}
+
+StateResult FunctionState::ExitState() {
+  parser().GoTo(return_place_);
+  parser().SetStandardOutputLevel(saved_output_level_);
+  parser().SetErrorOutputLevel(saved_error_level_);
+  parser().variables().PopLocalVars();
+  scope_pushed_ = false;
+  return StateResult::Handled;
+}
+
+}  // namespace
 
 bool ScriptParser::FindFunction(std::string_view name, const Callable*& function) {
   function = FindBuiltin(name);
@@ -55,6 +154,7 @@ bool ScriptParser::CallFunction(const Callable& function, std::span<String> argu
 
 bool ScriptParser::CallOwnFunction(const Function& function, std::span<String> arguments,
                                    String& result) {
+  assert(arguments.size() == function.parameters().size());
   if (!PushFunctionCall()) return false;
   VariableTree locals;
   for (size_t i = 0; i < arguments.size(); ++i) {

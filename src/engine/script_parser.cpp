@@ -1,7 +1,17 @@
 // The executor's main path: pieces of the script on their way through the open blocks.
+//
+//   Parse ─▶ FindNextTag (scanner) ─▶ ProcessText, ProcessNewLine, ProcessUnknownTag ─▶ output
+//                                  └▶ TakeValue, for each attribute: evaluated before the next is
+//                                  read └▶ ProcessKnownTag ─▶ Offer, from the top state down
+//                                                          └▶ CloseStates, when one is finished
+//
+// states_ holds the open blocks, the base state at the bottom. A function call is a state too, and
+// runs its own loop of FindNextTag (script_calls.cpp): nothing passes its boundary. The end of the
+// script may be asked for deep inside such calls; exiting_ tells everybody further out to return.
 
 #include "engine/script_parser.h"
 
+#include <cassert>
 #include <utility>
 
 #include "core/text.h"
@@ -150,6 +160,7 @@ Progress ScriptParser::ProcessKnownTag(Tag& tag) {
 
 // Offers a tag from the top state down.
 Progress ScriptParser::Offer(Tag& tag) {
+  assert(!states_.empty());
   for (size_t i = states_.size(); i-- > 0;) {
     bool boundary = states_[i]->is_function();
     StateResult result = states_[i]->ProcessTag(tag);
@@ -178,6 +189,7 @@ void ScriptParser::DropStates(size_t count) {
 
 // Leaves the states from the top down to the one at `index`.
 Progress ScriptParser::CloseStates(size_t index) {
+  assert(index < states_.size());
   while (states_.size() > index) {
     std::unique_ptr<ScriptState> state = std::move(states_.back());
     states_.pop_back();
@@ -189,11 +201,15 @@ Progress ScriptParser::CloseStates(size_t index) {
   return states_.empty() ? Progress::Stop : Progress::More;
 }
 
-// Ends the script after every open block has been left, the functions among them. A block that
-// cannot be left ends that, but functions still are: their local scopes die with their calls.
+// Ends the script:
+//   1. Everybody further out is told.
+//   2. Every open block is left, from the top down, functions among them. A block that cannot be
+//      left ends that.
+//   3. Functions still are left: their local scopes die with their calls. States that are in use
+//      further out live on in left_states_ until the script returns.
 Progress ScriptParser::ExitScript() {
   exiting_ = true;
-  (void)CloseStates(1);
+  if (states_.size() > 1) (void)CloseStates(1);
   for (; states_.size() > 1; states_.pop_back()) {
     if (states_.back()->is_function()) (void)states_.back()->ExitState();
     left_states_.push_back(std::move(states_.back()));

@@ -22,7 +22,6 @@
 #include "engine/script_state.h"
 #include "engine/tag.h"
 #include "engine/tag_reader.h"
-#include "engine/text_filter.h"
 #include "expr/expression.h"
 #include "vexa.h"
 
@@ -34,6 +33,17 @@ enum OutputLevel : int {
   kHtmlOutput = 2,
   kTextOutput = 4,
   kCompressWhitespace = 8,
+};
+
+// Changes the text of a script on its way to the open blocks. At most one is in place; text that a
+// function prints is not touched.
+class TextFilter {
+ public:
+  virtual ~TextFilter() = default;
+  // Takes the next piece of a run of text and appends to `out` what can be delivered already.
+  virtual void Add(std::string_view text, String& out) = 0;
+  // The run ended, at a tag, a line end or the end of the file: appends what was kept back.
+  virtual void End(String& out) = 0;
 };
 
 class ScriptParser final : public TagReader {

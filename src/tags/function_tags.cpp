@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "core/encoding.h"
-#include "engine/function_declaration.h"
+#include "engine/function.h"
 #include "engine/module.h"
 #include "engine/script_parser.h"
 #include "tags/handlers.h"

@@ -1,12 +1,11 @@
-// Declarations and their parameters.
+// Declaring functions.
 
-#include "engine/function_declaration.h"
+#include "engine/function.h"
 
 #include <memory>
 
 #include "core/number.h"
 #include "core/text.h"
-#include "engine/function.h"
 #include "engine/script_parser.h"
 #include "expr/builtin_table.h"
 
