@@ -1,5 +1,14 @@
-// Host: the run of the phases, the configuration, the time limit, the showing of errors, and what a
-// request owns.
+// Host: the run of the phases, the configuration, the time limit, the showing of errors, and the
+// scripts of a request.
+//
+//   Go:  PrepareRequest (phases 1 to 9: nothing is written yet)
+//        BeginResponse (10 to 12: the head of the answer)
+//        OpenFirstModule, AddContentVariables (13 to 15: the body may call the script's functions)
+//        the script
+//
+// An error before BeginResponse begins and ends the head itself, so that a failed request is a
+// whole answer too. Whatever ends the request, the destructor closes what it has open, and only
+// then says in the log how long the answer was.
 
 #include "host/host.h"
 
@@ -191,30 +200,15 @@ String Host::BuildCookie(std::string_view cookies) {
 
 // --- Registries ------------------------------------------------------------------------------
 
-void Host::AddSiteVariable(std::string_view name, const String& value) {
-  vars_.AddSystemVariable(name, value);
-}
-
-void Host::AddPackage(PackageInfo package) { packages_.push_back(std::move(package)); }
-
-void Host::AddCommerceHandler(CommerceMethod method) { commerce_.push_back(std::move(method)); }
-
 std::unique_ptr<Database> Host::NewDatabase(const String& type, const String& name,
                                             String& message) {
   return MakeDatabase(*this, type, name, message);
 }
 
-void Host::AddDatabase(std::unique_ptr<Database> database) { databases_.Add(std::move(database)); }
-
-bool Host::RemoveDatabase(Database* database) { return databases_.Remove(database); }
-
-Database* Host::FindDatabase(std::string_view name) { return databases_.Find(name); }
-
-DatabaseView* Host::FindDatabaseView(std::string_view name) { return databases_.FindView(name); }
-
-std::span<const std::unique_ptr<Database>> Host::databases() const { return databases_.all(); }
-
-ExpressionContext& Host::expressioncontext() { return current_module_->scriptparser(); }
+ExpressionContext& Host::expressioncontext() {
+  assert(current_module_ != nullptr);
+  return current_module_->scriptparser();
+}
 
 Module* Host::FindModule(const String& name, String& message) {
   String path;

@@ -21,6 +21,7 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "config/config_receiver.h"
@@ -67,14 +68,20 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] const String& hostname() const;
 
   // What the configuration registers.
-  void AddSiteVariable(std::string_view name, const String& value) override;
-  void AddCommerceHandler(CommerceMethod method) override;
+  void AddSiteVariable(std::string_view name, const String& value) override {
+    vars_.AddSystemVariable(name, value);
+  }
+  void AddCommerceHandler(CommerceMethod method) override {
+    commerce_.push_back(std::move(method));
+  }
   [[nodiscard]] std::span<const CommerceMethod> commercemethods() const { return commerce_; }
-  void AddPackage(PackageInfo package) override;
+  void AddPackage(PackageInfo package) override { packages_.push_back(std::move(package)); }
   [[nodiscard]] std::span<const PackageInfo> packages() const override { return packages_; }
 
   // The view of that name in the first open database that has one, or null.
-  [[nodiscard]] DatabaseView* FindDatabaseView(std::string_view name);
+  [[nodiscard]] DatabaseView* FindDatabaseView(std::string_view name) {
+    return databases_.FindView(name);
+  }
   // The scripts loaded so far, the requested one first.
   [[nodiscard]] std::span<const std::unique_ptr<Module>> modules() const { return modules_; }
 
@@ -82,40 +89,46 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   // system variable `callerid`. `cookies` is what the browser sent.
   [[nodiscard]] String BuildCookie(std::string_view cookies);
 
-  // Before a configuration is loaded: the defaults.
+  // What anybody may ask, in the order of vexa.h. Before a configuration is loaded: the defaults.
   [[nodiscard]] const Settings& config() const override;
   [[nodiscard]] FileManager& filemanager() override { return filemanager_; }
   [[nodiscard]] ActivityLog& logfile() override { return log_; }
+  [[nodiscard]] int ResolvePath(const String& name, String& resolved, PathType type,
+                                String& message) override;
   [[nodiscard]] Output& output() override { return answer_.output(); }
+  void Error(const vexa::Error& error) override;
+  void Error(const String& text) override;
   [[nodiscard]] Variables& vars() override { return vars_; }
+  [[nodiscard]] MacroEncoding defaultmacroencoding() const override { return macro_encoding_; }
+  void SetDefaultMacroEncoding(MacroEncoding encoding) override { macro_encoding_ = encoding; }
+  [[nodiscard]] const String& language() const override { return language_; }
+  void SetLanguage(const String& language) override { language_ = language; }
+  [[nodiscard]] const String& defaultlanguage() const override { return defaultlanguage_; }
+  void SetDefaultLanguage(const String& language) override { defaultlanguage_ = language; }
   [[nodiscard]] bool timedout() override;
   [[nodiscard]] int64_t timeremaining() override;
   [[nodiscard]] String lasterror() override;
   [[nodiscard]] String currentdate() override;
   [[nodiscard]] String Crypt(const String& key, const String& salt) override;
   [[nodiscard]] String MakeSessionID() override;
-  [[nodiscard]] int ResolvePath(const String& name, String& resolved, PathType type,
-                                String& message) override;
-  void Error(const vexa::Error& error) override;
-  void Error(const String& text) override;
-  [[nodiscard]] const String& language() const override { return language_; }
-  void SetLanguage(const String& language) override { language_ = language; }
-  [[nodiscard]] const String& defaultlanguage() const override { return defaultlanguage_; }
-  void SetDefaultLanguage(const String& language) override { defaultlanguage_ = language; }
-  [[nodiscard]] MacroEncoding defaultmacroencoding() const override { return macro_encoding_; }
-  void SetDefaultMacroEncoding(MacroEncoding encoding) override { macro_encoding_ = encoding; }
   [[nodiscard]] std::unique_ptr<Database> NewDatabase(const String& type, const String& name,
                                                       String& message) override;
-  void AddDatabase(std::unique_ptr<Database> database) override;
-  bool RemoveDatabase(Database* database) override;
-  [[nodiscard]] Database* FindDatabase(std::string_view name) override;
-  [[nodiscard]] std::span<const std::unique_ptr<Database>> databases() const override;
+  void AddDatabase(std::unique_ptr<Database> database) override {
+    databases_.Add(std::move(database));
+  }
+  bool RemoveDatabase(Database* database) override { return databases_.Remove(database); }
+  [[nodiscard]] Database* FindDatabase(std::string_view name) override {
+    return databases_.Find(name);
+  }
+  [[nodiscard]] std::span<const std::unique_ptr<Database>> databases() const override {
+    return databases_.all();
+  }
   [[nodiscard]] Database* PrimaryDB() override { return databases_.primary(); }
   void SetPrimaryDB(Database* database) override { databases_.SetPrimary(database); }
   [[nodiscard]] Module* FindModule(const String& name, String& message) override;
-  [[nodiscard]] ExpressionContext& expressioncontext() override;
   [[nodiscard]] Module* currentmodule() override { return current_module_; }
   void SetCurrentModule(Module* module) override { current_module_ = module; }
+  [[nodiscard]] ExpressionContext& expressioncontext() override;
 
  private:
   // Whose scripts run with whose data.

@@ -3,6 +3,7 @@
 #include "host/open_databases.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "core/encoding.h"
@@ -39,6 +40,7 @@ std::unique_ptr<Database> MakeDatabase(Vexa& host, const String& type, const Str
 }
 
 void OpenDatabases::Add(std::unique_ptr<Database> database) {
+  assert(database != nullptr);
   databases_.push_back(std::move(database));
 }
 
@@ -49,6 +51,13 @@ bool OpenDatabases::Remove(Database* database) {
   if (primary_ == database) primary_ = nullptr;
   databases_.erase(found);
   return true;
+}
+
+void OpenDatabases::SetPrimary(Database* database) {
+  assert(database == nullptr ||
+         std::any_of(databases_.begin(), databases_.end(),
+                     [database](const auto& open) { return open.get() == database; }));
+  primary_ = database;
 }
 
 void OpenDatabases::Clear() {

@@ -36,7 +36,7 @@ class OpenDatabases final : public FieldSource {
 
   // One of these, or null.
   [[nodiscard]] Database* primary() const { return primary_; }
-  void SetPrimary(Database* database) { primary_ = database; }
+  void SetPrimary(Database* database);
 
  private:
   std::vector<std::unique_ptr<Database>> databases_;
