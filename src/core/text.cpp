@@ -17,13 +17,8 @@ int CompareIgnoreCase(std::string_view a, std::string_view b) {
   return a.size() < b.size() ? -1 : 1;
 }
 
-bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && CompareIgnoreCase(a, b) == 0;
-}
-
 bool IsLeadingPart(std::string_view part, std::string_view keyword) {
-  return part.size() <= keyword.size() &&
-         CompareIgnoreCase(part, keyword.substr(0, part.size())) == 0;
+  return part.size() <= keyword.size() && EqualsIgnoreCase(part, keyword.substr(0, part.size()));
 }
 
 std::string_view Stripped(std::string_view text) {

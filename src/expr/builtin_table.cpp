@@ -1,5 +1,4 @@
-// The rows stand in the order of the manual. The slots of the hash table are filled by the
-// compiler; a name that is no built-in usually ends its search at the first empty slot.
+// The rows stand in the order of the manual.
 
 #include "expr/builtin_table.h"
 
@@ -7,10 +6,9 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <string_view>
 
-#include "core/text.h"
+#include "core/name_table.h"
 #include "expr/builtins.h"
 
 namespace vexa {
@@ -112,28 +110,7 @@ constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
     {"vexa_setdefaultlanguage", "language", BuiltinSetdefaultlanguage},
 }};
 
-constexpr size_t kSlots = 256;  // A power of two, well above the number of rows.
-
-constexpr size_t HashOf(std::string_view name) {
-  uint32_t hash = 2166136261U;
-  for (const char c : name) {
-    hash = (hash ^ static_cast<unsigned char>(ToLower(c))) * 16777619U;
-  }
-  return (hash ^ (hash >> 16)) % kSlots;
-}
-
-// The row number + 1 of the built-in in each slot, 0 for an empty slot. A row whose slot is taken
-// stands in the next free one.
-constexpr std::array<uint8_t, kSlots> FillSlots() {
-  std::array<uint8_t, kSlots> slots{};
-  for (size_t row = 0; row < kBuiltinCount; ++row) {
-    size_t slot = HashOf(kBuiltins[row].name());
-    while (slots[slot] != 0) slot = (slot + 1) % kSlots;
-    slots[slot] = static_cast<uint8_t>(row + 1);
-  }
-  return slots;
-}
-constexpr std::array<uint8_t, kSlots> kRowsBySlot = FillSlots();
+constexpr NameTable kBuiltinNames(kBuiltins, [](const BuiltinFunction& row) { return row.name(); });
 
 // A row left out would be an element without a name.
 static_assert(!kBuiltins.back().name().empty());
@@ -141,11 +118,8 @@ static_assert(!kBuiltins.back().name().empty());
 }  // namespace
 
 const BuiltinFunction* FindBuiltin(std::string_view name) {
-  for (size_t slot = HashOf(name); kRowsBySlot[slot] != 0; slot = (slot + 1) % kSlots) {
-    const BuiltinFunction& row = kBuiltins[kRowsBySlot[slot] - 1];
-    if (EqualsIgnoreCase(row.name(), name)) return &row;
-  }
-  return nullptr;
+  const int row = kBuiltinNames.Find(kBuiltins, name);
+  return row < 0 ? nullptr : &kBuiltins[static_cast<size_t>(row)];
 }
 
 std::span<const BuiltinFunction, kBuiltinCount> Builtins() { return kBuiltins; }

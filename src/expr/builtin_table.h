@@ -1,6 +1,5 @@
 // The table of the built-in functions: constant data, one row each, in the order of the manual.
-// Nothing is done with it when the program starts; a name is found by a hash computed at build
-// time.
+// Nothing is done with it when the program starts.
 
 #ifndef VEXA_EXPR_BUILTIN_TABLE_H_
 #define VEXA_EXPR_BUILTIN_TABLE_H_

@@ -1,0 +1,296 @@
+// Evaluation of ExpressionProgram: the stack, the steps, and appending in place.
+//
+// The stack keeps its values in storage that is not touched until a value is pushed, since most
+// expressions hold one or two; beyond a few it takes storage from the heap once. Slot 0 of the
+// stack is the caller's result, so the last step leaves it where it is wanted. Of every step it
+// holds that the stack has as many values afterwards as Finish() counted; what a failed step leaves
+// is destroyed with the stack.
+
+#include "expr/expression_program.h"
+
+#include <algorithm>
+#include <cassert>
+#include <memory>
+#include <new>
+
+#include "core/number.h"
+
+namespace vexa {
+
+// --- Putting it together ---------------------------------------------------------------------
+
+uint32_t ExpressionProgram::AddConstant(std::string_view text) {
+  leaves_.push_back({text, {}});
+  // Looked at now, so that it is never looked at while it is evaluated.
+  (void)leaves_.back().constant.IsNumber();
+  return static_cast<uint32_t>(leaves_.size() - 1);
+}
+
+uint32_t ExpressionProgram::AddVariable(std::string_view name) {
+  leaves_.push_back({{}, Variables::Scope(name)});
+  return static_cast<uint32_t>(leaves_.size() - 1);
+}
+
+uint32_t ExpressionProgram::AddCall(std::string_view name, uint32_t argument_count) {
+  calls_.push_back({name, Symbol(name), FindBuiltin(name), argument_count});
+  return static_cast<uint32_t>(calls_.size() - 1);
+}
+
+void ExpressionProgram::Finish() {
+  uint32_t values = 0;
+  uint32_t functions = 0;
+  for (const Step& step : steps_) {
+    switch (step.action) {
+      case Action::Push:
+      case Action::PushEmpty:
+        ++values;
+        break;
+      case Action::Operate:
+        if (step.left != kStack) ++values;
+        if (step.right == kStack) --values;
+        break;
+      case Action::CheckCall:
+        ++functions;
+        break;
+      case Action::Call:
+        --functions;
+        values = values - calls_[step.left].argument_count + 1;
+        break;
+    }
+    assert(values > 0 || step.action == Action::CheckCall);
+    most_values_ = std::max(most_values_, values);
+    most_functions_ = std::max(most_functions_, functions);
+  }
+  assert(values == (steps_.empty() ? 0 : 1) && functions == 0);
+  // `a $ b $ c`: the first step takes the variable and what follows it, the others the stack.
+  appends_ = !steps_.empty() && leaves_[0].variable.variable;
+  for (size_t i = 0; i < steps_.size(); ++i) {
+    const Step& step = steps_[i];
+    appends_ = appends_ && step.action == Action::Operate &&
+               step.op->code == OperatorCode::Concatenate && step.right < kNone &&
+               step.left == (i == 0 ? 0 : kStack);
+  }
+}
+
+bool ExpressionProgram::CallsScript() const {
+  return std::any_of(calls_.begin(), calls_.end(),
+                     [](const CallSite& call) { return call.builtin == nullptr; });
+}
+
+// --- Evaluating ------------------------------------------------------------------------------
+
+namespace {
+
+// The value of a leaf. `room` is where the value of a variable that computes it is put. Valid until
+// the next operation on the variables.
+const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& variables,
+                           ScriptValue& room) {
+  if (!leaf.variable.variable) return leaf.constant;
+  Variable* variable = variables.Find(leaf.variable);
+  if (variable == nullptr) {
+    room.clear();
+    return room;
+  }
+  if (variable->plain()) [[likely]] return variable->plain_value();
+  room = variable->value();
+  return room;
+}
+
+}  // namespace
+
+// The values and waiting functions of one evaluation.
+class ExpressionProgram::Stack {
+ public:
+  Stack(const ExpressionProgram& program, Variables& variables, ScriptValue& result)
+      : variables_(variables), result_(result) {
+    if (program.most_values_ > kFew) {
+      many_values_ = std::make_unique<Slot[]>(program.most_values_);
+      rest_ = many_values_.get();
+    }
+    if (program.most_functions_ > kFew) {
+      many_functions_ = std::make_unique<const Callable*[]>(program.most_functions_);
+      functions_ = many_functions_.get();
+    }
+  }
+  ~Stack() {
+    while (count_ > 1) Drop();
+  }
+  Stack(const Stack&) = delete;
+  Stack& operator=(const Stack&) = delete;
+
+  [[nodiscard]] Variables& variables() const { return variables_; }
+  // A new value on top: some value, to be assigned.
+  ScriptValue& Push() {
+    if (count_++ == 0) return result_;
+    return *new (rest_[count_ - 1].bytes) ScriptValue();
+  }
+  // REQUIRES of the rest: there are that many.
+  [[nodiscard]] ScriptValue& Top(size_t below = 0) {
+    assert(count_ > below);
+    const size_t i = count_ - 1 - below;
+    return i == 0 ? result_ : *std::launder(reinterpret_cast<ScriptValue*>(rest_[i].bytes));
+  }
+  void Drop() {
+    assert(count_ > 0);
+    if (count_ > 1) Top().~ScriptValue();
+    --count_;
+  }
+  void PushFunction(const Callable* function) { functions_[function_count_++] = function; }
+  const Callable* PopFunction() {
+    assert(function_count_ > 0);
+    return functions_[--function_count_];
+  }
+  // The `count` values on top as neighbours. When the caller's result is among them its place is
+  // taken by slot 0, so that they stand in a row.
+  [[nodiscard]] std::span<ScriptValue> Arguments(size_t count) {
+    if (count == 0) return {};
+    const size_t first = count_ - count;
+    auto* arguments = std::launder(reinterpret_cast<ScriptValue*>(rest_[first].bytes));
+    if (first == 0) arguments = new (rest_[0].bytes) ScriptValue(std::move(result_));
+    return {arguments, count};
+  }
+  // Replaces them by `value`.
+  void ReplaceArguments(size_t count, ScriptValue&& value) {
+    if (count > 0 && count_ == count) {
+      std::launder(reinterpret_cast<ScriptValue*>(rest_[0].bytes))->~ScriptValue();
+    }
+    for (size_t i = 0; i < count; ++i) Drop();
+    Push() = std::move(value);
+  }
+
+ private:
+  static constexpr size_t kFew = 6;
+  struct Slot {
+    alignas(ScriptValue) unsigned char bytes[sizeof(ScriptValue)];
+  };
+
+  Variables& variables_;
+  ScriptValue& result_;  // the value at the bottom
+  size_t count_ = 0;
+  size_t function_count_ = 0;
+  Slot few_values_[kFew];
+  Slot* rest_ = few_values_;  // the values above it, by their number
+  const Callable* few_functions_[kFew];
+  const Callable** functions_ = few_functions_;
+  std::unique_ptr<Slot[]> many_values_;
+  std::unique_ptr<const Callable*[]> many_functions_;
+};
+
+bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result) const {
+  assert(!leaves_.empty() || !steps_.empty());
+  Variables& variables = context.host().vars();
+  if (steps_.empty()) {
+    const ScriptValue& value = ValueOf(leaves_[0], variables, result);
+    if (&value != &result) result = value;
+    return true;
+  }
+  Stack stack(*this, variables, result);
+  return Run(context, stack);
+}
+
+bool ExpressionProgram::Run(ExpressionContext& context, Stack& stack) const {
+  for (const Step& step : steps_) {
+    switch (step.action) {
+      case Action::Push: {
+        ScriptValue& top = stack.Push();
+        const ScriptValue& value = ValueOf(leaves_[step.left], stack.variables(), top);
+        if (&value != &top) top = value;
+        break;
+      }
+      case Action::PushEmpty:
+        stack.Push().clear();
+        break;
+      case Action::Operate:
+        if (!OperateOn(step, context, stack)) return false;
+        break;
+      case Action::CheckCall:
+        if (!CheckCall(calls_[step.left], context, stack)) return false;
+        break;
+      case Action::Call:
+        if (!Call(calls_[step.left], context, stack)) return false;
+        break;
+    }
+  }
+  return true;
+}
+
+bool ExpressionProgram::OperateOn(const Step& step, ExpressionContext& context,
+                                  Stack& stack) const {
+  ScriptValue room;
+  if (step.left == kStack) {
+    if (step.right != kStack) {
+      const ScriptValue& right =
+          step.right == kNone ? room : ValueOf(leaves_[step.right], stack.variables(), room);
+      return Operate(*step.op, context, stack.Top(), right);
+    }
+    const bool done = Operate(*step.op, context, stack.Top(1), stack.Top());
+    stack.Drop();
+    return done;
+  }
+  // The left one is copied before the right one is looked at: a computed value lives only so long.
+  ScriptValue& left = stack.Push();
+  const ScriptValue& value = ValueOf(leaves_[step.left], stack.variables(), left);
+  if (step.right < kNone && value.IsNumber()) {
+    const ScriptValue& right = ValueOf(leaves_[step.right], stack.variables(), room);
+    if (right.IsNumber() && OperateOnNumbers(step.op->code, value, right, left)) return true;
+    if (&value != &left) left = value;
+    return Operate(*step.op, context, left, right);
+  }
+  if (&value != &left) left = value;
+  const ScriptValue& right =
+      step.right == kNone ? room : ValueOf(leaves_[step.right], stack.variables(), room);
+  return Operate(*step.op, context, left, right);
+}
+
+bool ExpressionProgram::CheckCall(const CallSite& call, ExpressionContext& context,
+                                  Stack& stack) const {
+  const Callable* function = call.builtin;
+  if (function == nullptr && !context.FindFunction(call.symbol, function)) return false;
+  if (function == nullptr) {
+    return context.ReportExpressionError(
+        String::Concat({"Call to undefined function '", call.name, "'"}));
+  }
+  const int expected = function->parameter_count();
+  if (static_cast<uint32_t>(expected) != call.argument_count) {
+    return context.ReportExpressionError(
+        String::Concat({"Call to function '", call.name, "' expects ",
+                        PrintInteger(expected).view(),
+                        expected == 1 ? " parameter, found " : " parameters, found ",
+                        PrintInteger(call.argument_count).view()}));
+  }
+  stack.PushFunction(function);
+  return true;
+}
+
+bool ExpressionProgram::Call(const CallSite& call, ExpressionContext& context, Stack& stack) {
+  const Callable& function = *stack.PopFunction();
+  ScriptValue result;
+  const std::span<ScriptValue> arguments = stack.Arguments(call.argument_count);
+  const bool done = call.builtin != nullptr
+                        ? call.builtin->handler()(BuiltinCall(context, arguments, result))
+                        : context.CallFunction(function, arguments, result);
+  stack.ReplaceArguments(call.argument_count, std::move(result));
+  return done;
+}
+
+bool ExpressionProgram::TryAppend(ExpressionContext& context, const ScopedName& target) const {
+  if (!appends_ || !UseShortcuts()) return false;
+  Variables& variables = context.host().vars();
+  Variable* variable = variables.Find(leaves_[0].variable);
+  if (variable == nullptr || !variable->plain() || variables.Find(target) != variable) return false;
+  for (size_t i = 1; i < leaves_.size(); ++i) {
+    // What is read behind it must be what it was before.
+    if (leaves_[i].variable.variable && variables.Find(leaves_[i].variable) == variable) {
+      return false;
+    }
+  }
+  ScriptValue room;
+  String& text = variable->plain_value().MutableText();
+  for (const Step& step : steps_) {
+    const String& piece = ValueOf(leaves_[step.right], variables, room).text();
+    AppendPiece(text, piece);
+  }
+  return true;
+}
+
+}  // namespace vexa
