@@ -34,9 +34,9 @@ class DatabaseView {
   [[nodiscard]] virtual DataResult Update() = 0;
   [[nodiscard]] virtual DataResult Delete() = 0;
   [[nodiscard]] virtual DataResult UnDelete() = 0;
-  // The variable of the current record with that name (letter case ignored), or null. Owned by
-  // the view; valid until it is closed.
-  [[nodiscard]] virtual Variable* FindVariable(std::string_view name) = 0;
+  // The variable of the current record with that name, or null. Owned by the view; valid until it
+  // is closed.
+  [[nodiscard]] virtual Variable* FindVariable(Symbol name) = 0;
   [[nodiscard]] virtual const String& name() const = 0;
   [[nodiscard]] virtual const String& error() const = 0;
 };

@@ -47,32 +47,12 @@ String::String(std::string_view text) {
   assign(text);
 }
 
-String::String(const String& other) {
+// Gives a copy storage of its own, of the same capacity.
+void String::CopyStorage(const String& other) {
   SetInside(0);
-  if (other.capacity_ > kCapacityStep) Grow(other.capacity_);
-  std::memcpy(mutable_data(), other.data(), other.length_ + 1);
+  Grow(other.capacity_);
+  std::memcpy(storage_.heap, other.storage_.heap, other.length_ + 1);
   length_ = other.length_;
-}
-
-String::String(String&& other) noexcept
-    : storage_(other.storage_), length_(other.length_), capacity_(other.capacity_) {
-  other.SetInside(0);
-}
-
-String& String::operator=(const String& other) {
-  if (this != &other) assign(other.view());
-  return *this;
-}
-
-String& String::operator=(String&& other) noexcept {
-  if (this != &other) {
-    Release();
-    storage_ = other.storage_;
-    length_ = other.length_;
-    capacity_ = other.capacity_;
-    other.SetInside(0);
-  }
-  return *this;
 }
 
 String& String::operator=(std::string_view text) {
@@ -95,10 +75,6 @@ String String::Concat(std::initializer_list<std::string_view> pieces) {
     to += piece.size();
   }
   return result;
-}
-
-void String::Release() {
-  if (!inside()) std::free(storage_.heap);
 }
 
 // Makes the capacity `capacity`, more than kCapacityStep, and keeps the text.
@@ -172,8 +148,8 @@ void String::Truncate(size_t length) {
 char* String::Overwrite(size_t length) {
   if (length >= capacity_ || (!inside() && length < kCapacityStep)) {
     size_t capacity = CapacityFor(length);
-    Release();
-    SetInside(0);
+    ReleaseStorage();
+    length_ = 0;
     if (capacity > kCapacityStep) Grow(capacity);
   }
   SetLength(length);

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <initializer_list>
 #include <span>
 #include <string_view>
@@ -31,11 +32,35 @@ class String {
   // gives an empty String.
   String(const char* text, int length = -1);
   String(std::string_view text);  // Implicit on purpose: views are how texts are passed around.
-  String(const String& other);
-  String(String&& other) noexcept;
-  ~String() { Release(); }
-  String& operator=(const String& other);
-  String& operator=(String&& other) noexcept;
+  String(const String& other)
+      : storage_(other.storage_), length_(other.length_), capacity_(other.capacity_) {
+    if (!inside()) CopyStorage(other);
+  }
+  String(String&& other) noexcept
+      : storage_(other.storage_), length_(other.length_), capacity_(other.capacity_) {
+    other.SetInside(0);
+  }
+  ~String() {
+    if (!inside()) Release();
+  }
+  String& operator=(const String& other) {
+    if (inside() && other.inside()) {
+      storage_ = other.storage_;
+      length_ = other.length_;
+    } else if (this != &other) {
+      assign(other.view());
+    }
+    return *this;
+  }
+  String& operator=(String&& other) noexcept {
+    if (this == &other) return *this;
+    if (!inside()) Release();
+    storage_ = other.storage_;
+    length_ = other.length_;
+    capacity_ = other.capacity_;
+    other.SetInside(0);
+    return *this;
+  }
   String& operator=(std::string_view text);
   String& operator=(const char* text);
 
@@ -79,6 +104,12 @@ class String {
   void prepend(std::string_view text);
   void prepend(char c) { prepend(std::string_view(&c, 1)); }
   void clear();
+  // Makes it the empty text and gives up storage outside the object.
+  void ReleaseStorage() {
+    if (inside()) return;
+    Release();
+    SetInside(0);
+  }
   // Makes room for a text of `length` bytes, so that appending up to it allocates nothing. For
   // accumulators that grow without bound: at least doubles the room when it has to grow.
   void Reserve(size_t length);
@@ -133,7 +164,8 @@ class String {
     length_ = length;
     storage_.local[length] = '\0';
   }
-  void Release();
+  void Release() { std::free(storage_.heap); }  // REQUIRES: !inside()
+  void CopyStorage(const String& other);
   void Grow(size_t capacity);
   void SetLength(size_t length);
 

@@ -1,6 +1,10 @@
-// Variables: splitting names, and the walk through the scopes.
+// Scopes, splitting names, and the walk through the scopes.
 
 #include "core/variables.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
 
 #include "core/text.h"
 
@@ -21,49 +25,122 @@ bool MayBePrefix(char c) { return c == 'L' || c == 'G' || c == 'D' || c == 'S'; 
 
 }  // namespace
 
-Variable* VariableTree::SetVariable(std::string_view name, const String& value) {
-  if (Variable* variable = Find(name)) return variable->SetValue(value) ? nullptr : variable;
-  Insert(std::make_unique<Variable>(String(name), value));
+// --- One scope -------------------------------------------------------------------------------
+
+VariableTree::~VariableTree() {
+  for (size_t i = 0; i <= mask_; ++i) delete slots_[i];
+  if (slots_ != few_.data()) std::free(slots_);
+}
+
+Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
+  const Symbol name = variable->symbol();
+  assert(name);
+  size_t slot = SlotOf(name);
+  for (; slots_[slot] != nullptr; slot = (slot + 1) & mask_) {
+    if (slots_[slot]->symbol() != name) continue;
+    delete std::exchange(slots_[slot], variable.release());
+    return slots_[slot];
+  }
+  if ((count_ + 1) * 4 > (mask_ + 1) * 3) {
+    Grow();
+    for (slot = SlotOf(name); slots_[slot] != nullptr;) slot = (slot + 1) & mask_;
+  }
+  ++count_;
+  name.AddKinds(kinds_);
+  return slots_[slot] = variable.release();
+}
+
+void VariableTree::Grow() {
+  const size_t former = mask_ + 1;
+  auto* slots = static_cast<Variable**>(std::calloc(former * 2, sizeof(Variable*)));
+  if (slots == nullptr) throw std::bad_alloc();
+  std::swap(slots_, slots);
+  mask_ = former * 2 - 1;
+  --shift_;
+  for (size_t i = 0; i < former; ++i) {
+    if (slots[i] == nullptr) continue;
+    size_t slot = SlotOf(slots[i]->symbol());
+    while (slots_[slot] != nullptr) slot = (slot + 1) & mask_;
+    slots_[slot] = slots[i];
+  }
+  if (slots != few_.data()) std::free(slots);
+}
+
+Variable* VariableTree::SetVariable(Symbol name, ScriptValue&& value) {
+  if (Variable* variable = Find(name)) {
+    return variable->Assign(std::move(value)) ? nullptr : variable;
+  }
+  Insert(std::make_unique<Variable>(name, name.text(), std::move(value)));
   return nullptr;
 }
 
-Variables::Variables(FieldSource& fields) : fields_(fields) { systems_.push_back(&system_); }
+Variable* VariableTree::SetVariable(std::string_view name, ScriptValue value) {
+  const Symbol symbol(name);
+  if (Variable* variable = Find(symbol)) {
+    return variable->Assign(std::move(value)) ? nullptr : variable;
+  }
+  Insert(std::make_unique<Variable>(symbol, name, std::move(value)));
+  return nullptr;
+}
+
+std::vector<Variable*> VariableTree::Sorted() const {
+  std::vector<Variable*> all;
+  all.reserve(count_);
+  for (size_t i = 0; i <= mask_; ++i) {
+    if (slots_[i] != nullptr) all.push_back(slots_[i]);
+  }
+  std::sort(all.begin(), all.end(), [](const Variable* a, const Variable* b) {
+    return CompareIgnoreCase(a->name(), b->name()) < 0;
+  });
+  return all;
+}
+
+void VariableTree::SetKind(ScopeKinds kind) {
+  if ((kinds_ & kind) == kind) return;
+  kinds_ |= kind;
+  for (size_t i = 0; i <= mask_; ++i) {
+    if (slots_[i] != nullptr) slots_[i]->symbol().AddKinds(kind);
+  }
+}
+
+// --- All scopes ------------------------------------------------------------------------------
+
+Variables::Variables(FieldSource& fields) : fields_(fields) {
+  globals_.SetKind(kGlobalKind);
+  PushSystemVars(&system_);
+}
 
 ScopedName Variables::Scope(std::string_view name) {
-  ScopedName result;
-  result.variable = name;
-  result.variable.upcase();
-  std::string_view upper = result.variable;
-  size_t point = upper.find('.');
-  if (point == std::string_view::npos) return result;
+  size_t point = name.find('.');
+  if (point == std::string_view::npos) return {VariableScope::Unqualified, Symbol(name), {}};
+  const String folded = String(name).upper();
+  const std::string_view upper = folded;
   for (std::string_view mark : {".D.", ".DATABASE."}) {
     size_t at = upper.find(mark, point);
     if (at == std::string_view::npos) continue;
-    result.scope = VariableScope::Database;
-    result.database = upper.substr(0, at);
-    result.variable = upper.substr(at + mark.size());
-    return result;
+    return {VariableScope::Database, Symbol(upper.substr(at + mark.size())),
+            at == 0 ? Symbol() : Symbol(upper.substr(0, at))};
   }
+  // A word that only begins like a prefix is dropped on purpose: 'LX.Y' is the name 'Y'.
   if (MayBePrefix(upper[0])) {
-    // A word that only begins like a prefix is dropped on purpose: 'LX.Y' is the name 'Y'.
-    result.scope = PrefixScope(upper.substr(0, point));
-    result.variable = upper.substr(point + 1);
+    return {PrefixScope(upper.substr(0, point)), Symbol(upper.substr(point + 1)), {}};
   }
-  return result;
+  return {VariableScope::Unqualified, Symbol(name), {}};
 }
 
 Variable* Variables::Find(std::string_view name) {
-  if (name.find('.') != std::string_view::npos) return FindIn(Scope(name));
-  // The common case, without the upper-case copy: the trees ignore letter case.
-  if (Variable* variable = FindSystem(name)) return variable;
-  if (!locals_.empty()) {
-    if (Variable* variable = locals_.back()->Find(name)) return variable;
-  }
-  if (Variable* variable = fields_.FindField(name, {})) return variable;
-  return globals_.Find(name);
+  if (name.find('.') != std::string_view::npos) return Find(Scope(name));
+  const Symbol known = Symbol::Known(name);
+  return known ? FindUnqualified(known) : nullptr;
 }
 
-Variable* Variables::FindIn(const ScopedName& name) {
+Variable* Variables::Find(const ScopedName& name) {
+  if (name.scope == VariableScope::Unqualified) [[likely]]
+    return FindUnqualified(name.variable);
+  return FindScoped(name);
+}
+
+Variable* Variables::FindScoped(const ScopedName& name) {
   switch (name.scope) {
     case VariableScope::Local:
       return locals_or_globals().Find(name.variable);
@@ -72,19 +149,14 @@ Variable* Variables::FindIn(const ScopedName& name) {
     case VariableScope::System:
       return FindSystem(name.variable);
     case VariableScope::Database:
-      return fields_.FindField(name.variable, name.database);
+      return fields_.FindField(name.variable, name.database.text());
     case VariableScope::Unqualified:
       break;
   }
-  if (Variable* variable = FindSystem(name.variable)) return variable;
-  if (!locals_.empty()) {
-    if (Variable* variable = locals_.back()->Find(name.variable)) return variable;
-  }
-  if (Variable* variable = fields_.FindField(name.variable, {})) return variable;
-  return globals_.Find(name.variable);
+  return FindUnqualified(name.variable);
 }
 
-Variable* Variables::FindSystem(std::string_view name) {
+Variable* Variables::FindSystem(Symbol name) {
   for (auto scope = systems_.rbegin(); scope != systems_.rend(); ++scope) {
     if (Variable* variable = (*scope)->Find(name)) return variable;
   }
@@ -96,25 +168,22 @@ const String& Variables::Value(std::string_view name) {
   return variable == nullptr ? empty_ : variable->value();
 }
 
-Variable* Variables::SetVariable(std::string_view name, const String& value) {
-  ScopedName scoped = Scope(name);
-  Variable* existing = nullptr;
-  switch (scoped.scope) {
-    case VariableScope::Local:
-      return locals_or_globals().SetVariable(scoped.variable, value);
-    case VariableScope::Global:
-      return globals_.SetVariable(scoped.variable, value);
-    case VariableScope::System:
-    case VariableScope::Database:
-      existing = FindIn(scoped);
-      if (existing == nullptr) return nullptr;
-      break;
-    case VariableScope::Unqualified:
-      existing = FindIn(scoped);
-      if (existing == nullptr) return globals_.SetVariable(scoped.variable, value);
-      break;
+Variable* Variables::SetVariable(std::string_view name, ScriptValue value) {
+  return SetVariable(Scope(name), std::move(value));
+}
+
+Variable* Variables::SetVariable(const ScopedName& name, ScriptValue&& value) {
+  if (name.scope == VariableScope::Local) {
+    return locals_or_globals().SetVariable(name.variable, std::move(value));
   }
-  return existing->SetValue(value) ? nullptr : existing;
+  if (name.scope == VariableScope::Global) {
+    return globals_.SetVariable(name.variable, std::move(value));
+  }
+  if (Variable* existing = Find(name)) {
+    return existing->Assign(std::move(value)) ? nullptr : existing;
+  }
+  if (name.scope != VariableScope::Unqualified) return nullptr;
+  return globals_.SetVariable(name.variable, std::move(value));
 }
 
 void Variables::AddGlobalVariable(std::string_view name, const String& value) {
@@ -125,7 +194,7 @@ void Variables::AddFormVariable(std::string_view name, const String& value) {
   Variable* existing = globals_.Find(name);
   if (existing == nullptr) return AddGlobalVariable(name, value);
   // Globals are plain, so the value may grow in place: a form may repeat a name a million times.
-  String& joined = existing->value_;
+  String& joined = existing->plain_value().MutableText();
   joined.Reserve(joined.size() + value.size() + 1);
   joined.cat(',');
   joined.cat(value.view());

@@ -11,27 +11,41 @@
 #ifndef VEXA_CORE_VARIABLES_H_
 #define VEXA_CORE_VARIABLES_H_
 
+#include <array>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "core/splay_tree.h"
+#include "core/script_value.h"
 #include "core/string.h"
+#include "core/symbol.h"
 
 namespace vexa {
 
 // A named value. Subclasses compute their value or check what is assigned.
 class Variable {
  public:
-  Variable(String name, String value) : name_(std::move(name)), value_(std::move(value)) {}
+  // A plain variable: its value is what was assigned last.
+  Variable(String name, ScriptValue value)
+      : symbol_(name), name_(std::move(name)), value_(std::move(value)) {}
+  // The same for a name that is known. REQUIRES: `name` is a spelling of `symbol`.
+  Variable(Symbol symbol, std::string_view name, ScriptValue value)
+      : symbol_(symbol), name_(name), value_(std::move(value)) {
+    assert(Symbol(name) == symbol);
+  }
   virtual ~Variable() = default;
   Variable(const Variable&) = delete;
   Variable& operator=(const Variable&) = delete;
 
+  // The name as it was spelled when the variable was made.
   [[nodiscard]] const String& name() const { return name_; }
+  [[nodiscard]] Symbol symbol() const { return symbol_; }
   // The value, computed anew where it is a computed one. Valid until the next call or assignment.
-  [[nodiscard]] virtual const String& value() { return value_; }
+  [[nodiscard]] virtual const String& value() { return value_.text(); }
   // Assigns. False when the variable refuses; error() then says why and the value is unchanged.
   [[nodiscard]] virtual bool SetValue(const String& value) {
     value_ = value;
@@ -40,24 +54,94 @@ class Variable {
   // The message of the last refused assignment, empty when there was none.
   [[nodiscard]] const String& error() const { return error_; }
 
+  // Whether it neither computes nor checks: its value may then be used in place.
+  [[nodiscard]] bool plain() const { return plain_; }
+  // REQUIRES of both: plain().
+  [[nodiscard]] const ScriptValue& plain_value() const {
+    assert(plain_);
+    return value_;
+  }
+  [[nodiscard]] ScriptValue& plain_value() {
+    assert(plain_);
+    return value_;
+  }
+  // Assigns as SetValue does, without writing a number's text for a plain variable.
+  [[nodiscard]] bool Assign(ScriptValue&& value) {
+    if (!plain_) return SetValue(value.text());
+    value_ = std::move(value);
+    return true;
+  }
+
  protected:
+  // For subclasses.
+  enum Computed { kComputed };
+  Variable(String name, Computed) : symbol_(name), name_(std::move(name)), plain_(false) {}
+
+  Symbol symbol_;
   String name_;
-  String value_;
+  ScriptValue value_;
   String error_;
 
  private:
-  friend class Variables;  // joins repeated form fields in place
+  bool plain_ = true;
 };
 
-// One scope: variables in the order of their names. Owns them.
-class VariableTree : public SplayTree<Variable> {
+// One scope: variables found by their symbols. Owns them.
+//
+// The table is open addressing over pointers, at most three quarters full; the first few need no
+// storage outside the object. Nothing is ever taken out. Only a listing is in the order of names:
+// it sorts.
+class VariableTree {
  public:
-  // Sets the variable, creating a plain one when there is none. Returns it when it refused the
-  // value, else null.
-  Variable* SetVariable(std::string_view name, const String& value);
+  VariableTree() = default;
+  ~VariableTree();
+  VariableTree(const VariableTree&) = delete;
+  VariableTree& operator=(const VariableTree&) = delete;
+
+  // The variable of that name, or null. Valid until it is replaced or the scope destroyed.
+  [[nodiscard]] Variable* Find(Symbol name) const {
+    for (size_t slot = SlotOf(name);; slot = (slot + 1) & mask_) {
+      Variable* variable = slots_[slot];
+      if (variable == nullptr || variable->symbol() == name) return variable;
+    }
+  }
+  [[nodiscard]] Variable* Find(std::string_view name) const {
+    const Symbol symbol = Symbol::Known(name);
+    return symbol ? Find(symbol) : nullptr;
+  }
+  // Puts `variable` in; one of the same name is destroyed. Returns the variable in the scope.
+  Variable* Insert(std::unique_ptr<Variable> variable);
+  // Sets the variable, creating a plain one of that spelling when there is none. Returns it when it
+  // refused the value, else null.
+  Variable* SetVariable(Symbol name, ScriptValue&& value);
+  Variable* SetVariable(std::string_view name, ScriptValue value);
+
+  // Calls `visit(Variable&)` for every variable in the order of the names, letter case ignored.
+  template <typename Visitor>
+  void ForEach(Visitor visit) const {
+    for (Variable* variable : Sorted()) visit(*variable);
+  }
+
+  // Says that the scope is one of that kind from now on.
+  void SetKind(ScopeKinds kind);
+
+ private:
+  static constexpr size_t kFewSlots = 8;
+
+  // Symbols have small numbers in a row; multiplying spreads them over the top bits.
+  [[nodiscard]] size_t SlotOf(Symbol name) const { return (name.number() * 0x9E3779B1U) >> shift_; }
+  [[nodiscard]] std::vector<Variable*> Sorted() const;
+  void Grow();
+
+  std::array<Variable*, kFewSlots> few_{};
+  Variable** slots_ = few_.data();
+  size_t mask_ = kFewSlots - 1;
+  uint32_t count_ = 0;
+  uint8_t shift_ = 29;  // 32 less the bits of mask_
+  ScopeKinds kinds_ = 0;
 };
 
-// Names and values in a fixed order, for callers that want a whole scope at once.
+// Variables in a fixed order, for callers that want a whole scope at once.
 using VariableList = std::vector<Variable*>;
 
 // Where the fields of open databases come from.
@@ -65,17 +149,22 @@ class FieldSource {
  public:
   virtual ~FieldSource() = default;
   // The field of that name in the first view that has one, of `database` (empty: of any), or null.
-  // Letter case is ignored. Valid until a database is closed.
-  [[nodiscard]] virtual Variable* FindField(std::string_view field, std::string_view database) = 0;
+  // Valid until a database is closed.
+  [[nodiscard]] virtual Variable* FindField(Symbol field, std::string_view database) = 0;
+  // Whether there may be any field.
+  [[nodiscard]] bool has_fields() const { return has_fields_; }
+
+ protected:
+  bool has_fields_ = false;
 };
 
 enum class VariableScope { Local = 0, Global = 1, System = 2, Database = 3, Unqualified = 4 };
 
-// A written name taken apart. The texts are upper-case, so what a script creates is stored so.
+// A written name taken apart.
 struct ScopedName {
   VariableScope scope = VariableScope::Unqualified;
-  String variable;
-  String database;  // empty: every open database
+  Symbol variable = {};
+  Symbol database = {};  // none: every open database
 };
 
 class Variables {
@@ -86,12 +175,14 @@ class Variables {
   [[nodiscard]] static ScopedName Scope(std::string_view name);
 
   // The variable that `name` means, or null. Valid until its scope is dropped.
+  [[nodiscard]] Variable* Find(const ScopedName& name);
   [[nodiscard]] Variable* Find(std::string_view name);
   // Its value; the empty text when there is none. Valid until the next operation here.
   [[nodiscard]] const String& Value(std::string_view name);
   // Assigns as a script does. Returns null when that was done (or silently ignored, for unknown
   // system and database variables), else the variable that refused the value.
-  Variable* SetVariable(std::string_view name, const String& value);
+  Variable* SetVariable(const ScopedName& name, ScriptValue&& value);
+  Variable* SetVariable(std::string_view name, ScriptValue value);
 
   void AddGlobalVariable(std::string_view name, const String& value);
   // A submitted form field: a global of exactly that name; repeated fields join with ",".
@@ -103,11 +194,25 @@ class Variables {
   [[nodiscard]] const String& GetSystemVariableValue(std::string_view name);
 
   // The local scope of a function call. The tree is borrowed until it is popped.
-  void PushLocalVars(VariableTree* locals) { locals_.push_back(locals); }
-  void PopLocalVars() { locals_.pop_back(); }
+  void PushLocalVars(VariableTree* locals) {
+    locals->SetKind(kLocalKind);
+    locals_.push_back(locals);
+  }
+  // REQUIRES: one was pushed and not popped yet.
+  void PopLocalVars() {
+    assert(!locals_.empty());
+    locals_.pop_back();
+  }
   // A further system scope, asked before all others. Borrowed until it is popped.
-  void PushSystemVars(VariableTree* scope) { systems_.push_back(scope); }
-  void PopSystemVars() { systems_.pop_back(); }
+  void PushSystemVars(VariableTree* scope) {
+    scope->SetKind(kSystemKind);
+    systems_.push_back(scope);
+  }
+  // REQUIRES: one was pushed and not popped yet.
+  void PopSystemVars() {
+    assert(systems_.size() > 1);
+    systems_.pop_back();
+  }
 
   // Append the variables of a scope in the order of their names.
   void GetGlobalVariableList(VariableList& list) const;
@@ -115,8 +220,21 @@ class Variables {
   void GetLocalVariableList(VariableList& list) const;
 
  private:
-  Variable* FindIn(const ScopedName& name);
-  Variable* FindSystem(std::string_view name);
+  Variable* FindScoped(const ScopedName& name);
+  Variable* FindSystem(Symbol name);
+  Variable* FindUnqualified(Symbol name) {
+    const ScopeKinds kinds = name.kinds();
+    if ((kinds & kSystemKind) != 0) {
+      if (Variable* variable = FindSystem(name)) return variable;
+    }
+    if ((kinds & kLocalKind) != 0 && !locals_.empty()) {
+      if (Variable* variable = locals_.back()->Find(name)) return variable;
+    }
+    if (fields_.has_fields()) {
+      if (Variable* variable = fields_.FindField(name, {})) return variable;
+    }
+    return globals_.Find(name);
+  }
   VariableTree& locals_or_globals() { return locals_.empty() ? globals_ : *locals_.back(); }
 
   FieldSource& fields_;

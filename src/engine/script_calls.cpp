@@ -113,7 +113,8 @@ StateResult FunctionState::ExitState() {
 
 }  // namespace
 
-bool ScriptParser::FindFunction(std::string_view name, const Callable*& function) {
+bool ScriptParser::FindFunction(Symbol symbol, const Callable*& function) {
+  const std::string_view name = symbol.text();
   function = FindBuiltin(name);
   if (function == nullptr) function = functions_.Find(name);
   if (function != nullptr || scanning_) return true;
@@ -142,8 +143,8 @@ bool ScriptParser::ScanForFunction(std::string_view name) {
   return result != Scanned::Failed;
 }
 
-bool ScriptParser::CallFunction(const Callable& function, std::span<String> arguments,
-                                String& result) {
+bool ScriptParser::CallFunction(const Callable& function, std::span<ScriptValue> arguments,
+                                ScriptValue& result) {
   if (function.builtin()) {
     result.clear();
     const auto& builtin = static_cast<const BuiltinFunction&>(function);
@@ -152,8 +153,8 @@ bool ScriptParser::CallFunction(const Callable& function, std::span<String> argu
   return CallOwnFunction(static_cast<const Function&>(function), arguments, result);
 }
 
-bool ScriptParser::CallOwnFunction(const Function& function, std::span<String> arguments,
-                                   String& result) {
+bool ScriptParser::CallOwnFunction(const Function& function, std::span<ScriptValue> arguments,
+                                   ScriptValue& result) {
   assert(arguments.size() == function.parameters().size());
   if (!PushFunctionCall()) return false;
   VariableTree locals;

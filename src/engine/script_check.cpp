@@ -92,8 +92,10 @@ class ScriptChecker final : public TagReader {
     return false;
   }
   bool ReportFileError(std::string_view) override { return false; }
-  bool FindFunction(std::string_view, const Callable*&) override { return false; }
-  bool CallFunction(const Callable&, std::span<String>, String&) override { return false; }
+  bool FindFunction(Symbol, const Callable*&) override { return false; }
+  bool CallFunction(const Callable&, std::span<ScriptValue>, ScriptValue&) override {
+    return false;
+  }
 
   // Messages are written for pages; a terminal wants plain text.
   void Print(String message) {

@@ -101,9 +101,9 @@ class ScriptParser final : public TagReader {
                                             std::string_view closing_tag);
 
   // --- Functions ---
-  [[nodiscard]] bool FindFunction(std::string_view name, const Callable*& function) override;
-  [[nodiscard]] bool CallFunction(const Callable& function, std::span<String> arguments,
-                                  String& result) override;
+  [[nodiscard]] bool FindFunction(Symbol symbol, const Callable*& function) override;
+  [[nodiscard]] bool CallFunction(const Callable& function, std::span<ScriptValue> arguments,
+                                  ScriptValue& result) override;
   // The script's own function of that name as far as it is known, or null.
   [[nodiscard]] Function* FindOwnFunction(std::string_view name) { return functions_.Find(name); }
   void AddFunction(std::unique_ptr<Function> function) { functions_.Insert(std::move(function)); }
@@ -163,7 +163,8 @@ class ScriptParser final : public TagReader {
   Progress ExitScript();
   void ReportOpenBlock();
 
-  bool CallOwnFunction(const Function& function, std::span<String> arguments, String& result);
+  bool CallOwnFunction(const Function& function, std::span<ScriptValue> arguments,
+                       ScriptValue& result);
   bool ScanForFunction(std::string_view name);
 
   Vexa& host_;

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "core/number.h"
+#include "core/script_value.h"
 #include "core/string.h"
 #include "expr/expression_context.h"
 #include "vexa.h"
@@ -21,18 +21,18 @@ class BuiltinCall {
  public:
   // Everything is borrowed. REQUIRES: as many arguments as the function has parameters; `result`
   // is empty and none of the arguments.
-  BuiltinCall(ExpressionContext& context, std::span<String> arguments, String& result)
+  BuiltinCall(ExpressionContext& context, std::span<ScriptValue> arguments, ScriptValue& result)
       : context_(context), arguments_(arguments), result_(result) {}
 
   [[nodiscard]] Vexa& host() const { return context_.host(); }
   [[nodiscard]] ExpressionContext& context() const { return context_; }
   // The argument itself; a built-in may take its storage.
-  [[nodiscard]] String& Text(size_t i) const { return arguments_[i]; }
+  [[nodiscard]] String& Text(size_t i) const { return arguments_[i].MutableText(); }
   // The argument as a number: its longest numeric prefix, 0 when there is none. Integers saturate
   // at 32 and 64 bits.
-  [[nodiscard]] double Real(size_t i) const { return ReadReal(arguments_[i]); }
-  [[nodiscard]] int32_t Integer(size_t i) const { return ReadInteger(arguments_[i]); }
-  [[nodiscard]] int64_t Integer64(size_t i) const { return ReadInteger64(arguments_[i]); }
+  [[nodiscard]] double Real(size_t i) const { return arguments_[i].Real(); }
+  [[nodiscard]] int32_t Integer(size_t i) const { return arguments_[i].Integer(); }
+  [[nodiscard]] int64_t Integer64(size_t i) const { return arguments_[i].Integer64(); }
 
   // Sets the result; it is the empty text until then. Return true, so that a built-in can end
   // with `return call.Return(...)`. A view may be a part of an argument.
@@ -44,14 +44,24 @@ class BuiltinCall {
     result_ = std::move(text);
     return true;
   }
-  bool ReturnInteger(int64_t value) const { return Return(PrintInteger(value)); }
-  bool ReturnReal(double value) const { return Return(PrintReal(value)); }
-  bool ReturnFlag(bool value) const { return Return(std::string_view(value ? "1" : "0")); }
+  bool ReturnInteger(int64_t value) const {
+    result_.SetInteger(value);
+    return true;
+  }
+  bool ReturnReal(double value) const {
+    result_.SetReal(value);
+    return true;
+  }
+  bool ReturnRounded(double value, int places) const {
+    result_.SetRounded(value, places);
+    return true;
+  }
+  bool ReturnFlag(bool value) const { return ReturnInteger(value ? 1 : 0); }
 
  private:
   ExpressionContext& context_;
-  std::span<String> arguments_;
-  String& result_;
+  std::span<ScriptValue> arguments_;
+  ScriptValue& result_;
 };
 
 // A built-in function's work. False when the script must stop (the error was reported).

@@ -5,14 +5,12 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "core/number.h"
-
 namespace vexa {
 
 bool BuiltinInt(const BuiltinCall& call) { return call.ReturnInteger(call.Integer(0)); }
 
 bool BuiltinRnd(const BuiltinCall& call) {
-  return call.Return(PrintRounded(call.Real(0), call.Integer(1)));
+  return call.ReturnRounded(call.Real(0), call.Integer(1));
 }
 
 bool BuiltinRandom(const BuiltinCall& call) {

@@ -8,32 +8,35 @@
 
 namespace vexa {
 
-Expression::Expression() = default;
-Expression::~Expression() = default;
-Expression::Expression(Expression&& other) noexcept = default;
-Expression& Expression::operator=(Expression&& other) noexcept = default;
+ExpressionTree* Expression::ReadTree(CharacterSource& source, ValueForm form,
+                                     ExpressionContext& context, ExpressionTree& tree,
+                                     ExpressionTree& quoted, ValueEnd& end) {
+  end = ExpressionReader(source, form, context, tree).Read();
+  if (end == ValueEnd::Failed) return nullptr;
+  if (form == ValueForm::Attribute || form == ValueForm::Text || !tree.IsDoubleQuotedConstant()) {
+    return &tree;
+  }
+  const std::string_view text = tree.ConstantText();
+  if (form == ValueForm::OptionalExpression && Stripped(text).empty()) return &tree;
+  // One level only: a constant within the quotes is a text.
+  TextSource inner(text);
+  if (ExpressionReader(inner, ValueForm::Text, context, quoted).Read() != ValueEnd::Failed) {
+    return &quoted;
+  }
+  end = ValueEnd::Failed;
+  return nullptr;
+}
 
 ValueEnd Expression::Read(CharacterSource& source, ValueForm form, ExpressionContext& context) {
-  tree_.reset();
-  auto tree = std::make_unique<ExpressionTree>();
-  ValueEnd end = ExpressionReader(source, form, context, *tree).Read();
-  if (end == ValueEnd::Failed) return end;
-  if (form == ValueForm::OptionalExpression && tree->IsDoubleQuotedConstant() &&
-      !Stripped(tree->ConstantText()).empty()) {
-    form = ValueForm::ExpressionAttribute;
+  program_ = {};
+  empty_ = true;
+  ExpressionTree tree;
+  ExpressionTree quoted;
+  ValueEnd end;
+  if (ExpressionTree* read = ReadTree(source, form, context, tree, quoted, end)) {
+    read->Finish(program_);
+    empty_ = false;
   }
-  bool may_quote_expression = form == ValueForm::ExpressionAttribute || form == ValueForm::Body;
-  if (may_quote_expression && tree->IsDoubleQuotedConstant()) {
-    // One level only: a constant within the quotes is a text.
-    auto quoted = std::make_unique<ExpressionTree>();
-    TextSource text(tree->ConstantText());
-    if (ExpressionReader(text, ValueForm::Text, context, *quoted).Read() == ValueEnd::Failed) {
-      return ValueEnd::Failed;
-    }
-    tree = std::move(quoted);
-  }
-  tree->Finish();
-  tree_ = std::move(tree);
   return end;
 }
 
@@ -42,24 +45,17 @@ bool Expression::ReadText(std::string_view text, ExpressionContext& context) {
   return Read(source, ValueForm::Text, context) != ValueEnd::Failed;
 }
 
-bool Expression::Evaluate(ExpressionContext& context, String& result) const {
-  if (tree_ != nullptr) return tree_->Resolve(context, result);
+bool Expression::Evaluate(ExpressionContext& context, ScriptValue& result) const {
+  if (!empty_) return program_.Evaluate(context, result);
   result.clear();
   return true;
 }
 
-bool Expression::IsTrue(std::string_view text) {
-  bool point = false;
-  for (char c : text) {
-    if (c == '.' && !point) {
-      point = true;
-    } else if (c != '0') {
-      return true;
-    }
-  }
-  return false;
+bool Expression::Evaluate(ExpressionContext& context, String& result) const {
+  ScriptValue value;
+  if (!Evaluate(context, value)) return false;
+  result = value.TakeText();
+  return true;
 }
-
-String Expression::Printed() const { return tree_ ? tree_->Printed() : String(); }
 
 }  // namespace vexa

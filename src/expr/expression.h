@@ -1,6 +1,6 @@
 // Expression: a parsed expression, read from a script or from a text and evaluated as often as
 // wanted. The way of an expression: expression_reader reads tokens, expression_tree places them,
-// expression_evaluation walks the tree, operators computes.
+// expression_program holds the finished steps and takes them, operators computes.
 //
 // Reading and evaluating never recurse on the machine stack, so an expression of 100,000 terms or
 // 100,000 open parentheses ends in a value or in a clear error. (Calls of the script's own
@@ -9,12 +9,13 @@
 #ifndef VEXA_EXPR_EXPRESSION_H_
 #define VEXA_EXPR_EXPRESSION_H_
 
-#include <memory>
 #include <string_view>
 
+#include "core/script_value.h"
 #include "core/string.h"
 #include "expr/character_source.h"
 #include "expr/expression_context.h"
+#include "expr/expression_program.h"
 
 namespace vexa {
 
@@ -38,30 +39,34 @@ enum class ValueForm {
 
 class Expression {
  public:
-  Expression();
-  ~Expression();
-  Expression(Expression&& other) noexcept;
-  Expression& operator=(Expression&& other) noexcept;
-
   // Reads one value from `source`, replacing what was held. Errors are reported through
   // `context`, which is not kept. On failure the expression is empty.
   [[nodiscard]] ValueEnd Read(CharacterSource& source, ValueForm form, ExpressionContext& context);
   // Reads the whole `text` as one expression; false after an error was reported.
   [[nodiscard]] bool ReadText(std::string_view text, ExpressionContext& context);
   // Whether nothing has been read.
-  [[nodiscard]] bool empty() const { return tree_ == nullptr; }
+  [[nodiscard]] bool empty() const { return empty_; }
 
-  // Evaluates to text. False after an error was reported; `result` is then unspecified.
+  // Evaluates; the value of an empty expression is the empty text. False after an error was
+  // reported; `result` is then unspecified. REQUIRES: `result` is no value of a variable.
+  [[nodiscard]] bool Evaluate(ExpressionContext& context, ScriptValue& result) const;
   [[nodiscard]] bool Evaluate(ExpressionContext& context, String& result) const;
 
-  // The truth rule: a text is false exactly when it holds nothing but "0" and at most one ".".
-  [[nodiscard]] static bool IsTrue(std::string_view text);
+  // The finished steps. REQUIRES: not empty().
+  [[nodiscard]] const ExpressionProgram& program() const { return program_; }
 
-  // The tree in a fully parenthesised form, for tests: every operator with its operands.
-  [[nodiscard]] String Printed() const;
+  // The truth rule: a text is false exactly when it holds nothing but "0" and at most one ".".
+  [[nodiscard]] static bool IsTrue(std::string_view text) { return ScriptValue::TextIsTrue(text); }
+
+  // Reads as Read does, up to the tree, which is a new one. For who wants to look at it: the tree
+  // of a value that is read again stands in `quoted`, another new one, and is returned.
+  [[nodiscard]] static ExpressionTree* ReadTree(CharacterSource& source, ValueForm form,
+                                                ExpressionContext& context, ExpressionTree& tree,
+                                                ExpressionTree& quoted, ValueEnd& end);
 
  private:
-  std::unique_ptr<ExpressionTree> tree_;
+  ExpressionProgram program_;
+  bool empty_ = true;
 };
 
 }  // namespace vexa

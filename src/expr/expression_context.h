@@ -7,7 +7,9 @@
 #include <span>
 #include <string_view>
 
+#include "core/script_value.h"
 #include "core/string.h"
+#include "core/symbol.h"
 #include "vexa.h"
 
 namespace vexa {
@@ -32,15 +34,16 @@ class ExpressionContext {
   // Reports that a file function could not do its work. The page goes on unless the page's
   // settings say otherwise; false when it must stop.
   virtual bool ReportFileError(std::string_view message) = 0;
-  // Sets `function` to the function of that name, letter case ignored: a built-in, or one of the
-  // script's own, which is looked for further down in the script when it is not known yet. Null
-  // when there is none. It is owned by the context and stays valid while the script runs. False
-  // when looking for it ended in an error; that was then reported.
-  [[nodiscard]] virtual bool FindFunction(std::string_view name, const Callable*& function) = 0;
+  // Sets `function` to the function of that name: a built-in, or one of the script's own, which is
+  // looked for further down in the script when it is not known yet. Null when there is none. It is
+  // owned by the context and stays valid while the script runs. False when looking for it ended in
+  // an error; that was then reported.
+  [[nodiscard]] virtual bool FindFunction(Symbol name, const Callable*& function) = 0;
   // Runs `function`. False when the script must stop; the error was then already reported.
   // REQUIRES: as many arguments as the function has parameters.
-  [[nodiscard]] virtual bool CallFunction(const Callable& function, std::span<String> arguments,
-                                          String& result) = 0;
+  [[nodiscard]] virtual bool CallFunction(const Callable& function,
+                                          std::span<ScriptValue> arguments,
+                                          ScriptValue& result) = 0;
 };
 
 }  // namespace vexa

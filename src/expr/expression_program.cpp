@@ -63,7 +63,7 @@ void ExpressionProgram::Finish() {
   }
   assert(values == (steps_.empty() ? 0 : 1) && functions == 0);
   // `a $ b $ c`: the first step takes the variable and what follows it, the others the stack.
-  appends_ = !steps_.empty() && leaves_[0].variable.variable;
+  appends_ = !steps_.empty() && !leaves_.empty() && leaves_[0].variable.variable;
   for (size_t i = 0; i < steps_.size(); ++i) {
     const Step& step = steps_[i];
     appends_ = appends_ && step.action == Action::Operate &&
@@ -91,7 +91,8 @@ const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& varia
     room.clear();
     return room;
   }
-  if (variable->plain()) [[likely]] return variable->plain_value();
+  if (variable->plain()) [[likely]]
+    return variable->plain_value();
   room = variable->value();
   return room;
 }
@@ -252,11 +253,10 @@ bool ExpressionProgram::CheckCall(const CallSite& call, ExpressionContext& conte
   }
   const int expected = function->parameter_count();
   if (static_cast<uint32_t>(expected) != call.argument_count) {
-    return context.ReportExpressionError(
-        String::Concat({"Call to function '", call.name, "' expects ",
-                        PrintInteger(expected).view(),
-                        expected == 1 ? " parameter, found " : " parameters, found ",
-                        PrintInteger(call.argument_count).view()}));
+    return context.ReportExpressionError(String::Concat(
+        {"Call to function '", call.name, "' expects ", PrintInteger(expected).view(),
+         expected == 1 ? " parameter, found " : " parameters, found ",
+         PrintInteger(call.argument_count).view()}));
   }
   stack.PushFunction(function);
   return true;

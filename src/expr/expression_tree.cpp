@@ -1,4 +1,4 @@
-// Building and printing of ExpressionTree. Its evaluation is in expression_evaluation.cpp.
+// Building of ExpressionTree, putting it in the order of evaluation, and printing it.
 //
 // Building follows four rules: an operand goes to the left of the current node, else to its right;
 // an operator fills an empty group; a tighter operator takes over the right operand of the current
@@ -9,6 +9,7 @@
 #include "expr/expression_tree.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace vexa {
 
@@ -32,8 +33,7 @@ ExpressionTree::NodeIndex ExpressionTree::AddTextNode(ExpressionElement kind,
   Node& node = nodes_[index];
   node.text = static_cast<uint32_t>(texts_.size());
   node.text_length = static_cast<uint32_t>(text.size());
-  texts_.Reserve(texts_.size() + text.size());
-  texts_.cat(text);
+  texts_.Append(text.data(), text.size());
   return index;
 }
 
@@ -137,6 +137,7 @@ void ExpressionTree::OpenCall(std::string_view name) {
 }
 
 void ExpressionTree::NextArgument() {
+  assert(innermost() == Open::Call);
   NodeIndex argument = AddNode(ExpressionElement::Argument);
   nodes_[argument].left = root_;
   CallFrame& frame = frames_.back();
@@ -161,6 +162,7 @@ ExpressionTree::Open ExpressionTree::innermost() const {
 }
 
 bool ExpressionTree::NoArgumentBegun() const {
+  assert(innermost() == Open::Call);
   const Node& root = nodes_[root_];
   return frames_.back().last_argument == kNone && root.kind == ExpressionElement::Group &&
          root.left == kNone;
@@ -176,7 +178,108 @@ bool ExpressionTree::IsDoubleQuotedConstant() const {
          content.style == ConstantStyle::DoubleQuoted;
 }
 
-std::string_view ExpressionTree::ConstantText() const { return TextOf(nodes_[nodes_[root_].left]); }
+std::string_view ExpressionTree::ConstantText() const {
+  assert(IsDoubleQuotedConstant());
+  return TextOf(nodes_[nodes_[root_].left]);
+}
+
+// --- The order of evaluation -----------------------------------------------------------------
+
+ExpressionTree::NodeIndex ExpressionTree::WithoutGroups(NodeIndex node) const {
+  while (node != kNone && nodes_[node].kind == ExpressionElement::Group) node = nodes_[node].left;
+  return node;
+}
+
+bool ExpressionTree::IsLeaf(NodeIndex node) const {
+  ExpressionElement kind = nodes_[node].kind;
+  return kind == ExpressionElement::Constant || kind == ExpressionElement::Variable;
+}
+
+uint32_t ExpressionTree::LeafOf(NodeIndex node, ExpressionProgram& program) const {
+  assert(IsLeaf(node));
+  const std::string_view text = TextOf(nodes_[node]);
+  return nodes_[node].kind == ExpressionElement::Constant ? program.AddConstant(text)
+                                                          : program.AddVariable(text);
+}
+
+// Walks the tree in post-order. `pending` holds what is still to do, the next at its end.
+void ExpressionTree::Finish(ExpressionProgram& program) {
+  assert(innermost() == Open::Nothing);
+  root_ = WithoutGroups(root_);
+  assert(root_ != kNone);
+  if (IsLeaf(root_)) {
+    (void)LeafOf(root_, program);
+    program.Finish();
+    return;
+  }
+  PendingSteps pending;
+  pending.push_back({root_, ExpressionProgram::Action::Push, 0});
+  while (!pending.empty()) {
+    const PendingStep step = pending.back();
+    pending.pop_back();
+    switch (step.action) {
+      case ExpressionProgram::Action::Push:
+        WalkNode(step.node, program, pending);
+        break;
+      case ExpressionProgram::Action::Operate:
+        AddOperation(nodes_[step.node], program);
+        break;
+      default:
+        program.AddStep({.action = step.action, .left = step.call});
+        break;
+    }
+  }
+  program.Finish();
+}
+
+void ExpressionTree::WalkNode(NodeIndex index, ExpressionProgram& program, PendingSteps& pending) {
+  using Action = ExpressionProgram::Action;
+  Node& node = nodes_[index];
+  if (IsLeaf(index)) {
+    program.AddStep({.action = Action::Push, .left = LeafOf(index, program)});
+    return;
+  }
+  if (node.kind == ExpressionElement::Call) {
+    WalkCall(index, program, pending);
+    return;
+  }
+  node.left = WithoutGroups(node.left);
+  node.right = WithoutGroups(node.right);
+  pending.push_back({index, Action::Operate, 0});
+  const bool right_first = node.right != kNone && !IsLeaf(node.right);
+  if (right_first) pending.push_back({node.right, Action::Push, 0});
+  if (node.left == kNone) {
+    pending.push_back({index, Action::PushEmpty, 0});
+  } else if (right_first || !IsLeaf(node.left)) {
+    pending.push_back({node.left, Action::Push, 0});
+  }
+}
+
+void ExpressionTree::WalkCall(NodeIndex index, ExpressionProgram& program, PendingSteps& pending) {
+  using Action = ExpressionProgram::Action;
+  const Node& node = nodes_[index];
+  const uint32_t call = program.AddCall(TextOf(node), node.argument_count);
+  program.AddStep({.action = Action::CheckCall, .left = call});
+  pending.push_back({index, Action::Call, call});
+  const size_t first = pending.size();
+  for (NodeIndex i = node.left; i != kNone; i = nodes_[i].right) {
+    pending.push_back({WithoutGroups(nodes_[i].left), Action::Push, 0});
+  }
+  std::reverse(pending.begin() + first, pending.end());
+}
+
+void ExpressionTree::AddOperation(const Node& node, ExpressionProgram& program) const {
+  ExpressionProgram::Step step = {.action = ExpressionProgram::Action::Operate,
+                                  .left = ExpressionProgram::kStack,
+                                  .right = ExpressionProgram::kNone,
+                                  .op = node.op};
+  const bool right_leaf = node.right == kNone || IsLeaf(node.right);
+  if (node.left != kNone && IsLeaf(node.left) && right_leaf) step.left = LeafOf(node.left, program);
+  if (node.right != kNone) {
+    step.right = right_leaf ? LeafOf(node.right, program) : ExpressionProgram::kStack;
+  }
+  program.AddStep(step);
+}
 
 // --- Printing --------------------------------------------------------------------------------
 

@@ -1,8 +1,9 @@
-// ExpressionTree: what the reader builds, element by element, and what is then evaluated.
+// ExpressionTree: what the reader builds, element by element. A finished tree becomes an
+// ExpressionProgram, which is what is evaluated.
 //
-// All nodes live in one vector and name each other by index; the texts of all constants and names
-// live in one String. So building, evaluating, printing and destroying a tree of any depth need no
-// recursion and few allocations.
+// All nodes live in one array and name each other by index; the texts of all constants and names
+// live in another. Both begin inside the tree, so building, printing and destroying a tree of any
+// depth needs no recursion, and of the usual size no allocation.
 //
 //   kind       left             right           text
 //   Group      its content      -               -       "( )", or a root nothing was added to yet
@@ -19,7 +20,7 @@
 // While a tree is built, `current_` is the node where the next element goes and `parentheses_`
 // holds for each open parenthesis the node that was current before it. Each argument list being
 // read has a frame with the state of the tree around it, so an argument is built like a tree of its
-// own. Finish() replaces all that by `steps_`: the nodes in the order in which they are evaluated.
+// own. Finish() puts the nodes in the order in which they are evaluated.
 
 #ifndef VEXA_EXPR_EXPRESSION_TREE_H_
 #define VEXA_EXPR_EXPRESSION_TREE_H_
@@ -29,8 +30,9 @@
 #include <string_view>
 #include <vector>
 
+#include "core/small_array.h"
 #include "core/string.h"
-#include "expr/expression_context.h"
+#include "expr/expression_program.h"
 #include "expr/operators.h"
 
 namespace vexa {
@@ -69,15 +71,9 @@ class ExpressionTree {
   // Its text. REQUIRES: IsDoubleQuotedConstant().
   [[nodiscard]] std::string_view ConstantText() const;
 
-  // Makes the tree ready for Resolve(). REQUIRES: it is complete and nothing is open.
-  void Finish();
-
-  // --- The finished tree ---------------------------------------------------------------------
-
-  // Evaluates, both sides of every operator always, left before right. False after an error was
-  // reported through `context`; `result` is then unspecified. May be entered again while it runs,
-  // through the functions it calls.
-  [[nodiscard]] bool Resolve(ExpressionContext& context, String& result) const;
+  // Makes `program`, a new one, of the tree, which is of no use afterwards. REQUIRES: the tree is
+  // complete and nothing is open.
+  void Finish(ExpressionProgram& program);
 
   // For tests: operators as "(left OP right)" or "(OP operand)", a side that is empty as "_", the
   // ignored right side of a prefix operator behind a comma.
@@ -108,20 +104,6 @@ class ExpressionTree {
     size_t outer_parentheses;  // how many of parentheses_ belong to trees further out
   };
 
-  enum class Action : uint8_t { Push, PushEmpty, Operate, CheckCall, Call };
-  struct Step {
-    NodeIndex node;
-    Action action;
-  };
-
-  // Where the values of one evaluation stand.
-  struct Values {
-    String* texts;
-    const Callable** functions;  // of the calls whose arguments are being evaluated
-    size_t text_count = 0;
-    size_t function_count = 0;
-  };
-
   NodeIndex AddNode(ExpressionElement kind);
   NodeIndex AddTextNode(ExpressionElement kind, std::string_view text);
   void InsertOperand(NodeIndex operand);
@@ -131,32 +113,32 @@ class ExpressionTree {
   size_t OpenParentheses() const;
 
   std::string_view TextOf(const Node& node) const {
-    return texts_.view().substr(node.text, node.text_length);
+    return {texts_.begin() + node.text, node.text_length};
   }
   bool IsLeaf(NodeIndex node) const;
   NodeIndex WithoutGroups(NodeIndex node) const;
-  void AddSteps();
-  void AddStepsOfCall(NodeIndex node, std::vector<Step>& pending);
-  void MeasureSteps();
+  uint32_t LeafOf(NodeIndex node, ExpressionProgram& program) const;
 
-  bool Run(ExpressionContext& context, Values& values) const;
-  std::string_view LeafValue(const Node& node, ExpressionContext& context) const;
-  bool OperateOn(const Node& node, ExpressionContext& context, Values& values) const;
-  bool CheckFunctionCall(const Node& node, ExpressionContext& context, Values& values) const;
-  static bool Call(const Node& node, ExpressionContext& context, Values& values);
+  // What is still to do while the steps are put in order.
+  struct PendingStep {
+    NodeIndex node;
+    ExpressionProgram::Action action;  // Push: a subtree still to be walked
+    uint32_t call;                     // of a Call: its site
+  };
+  using PendingSteps = SmallArray<PendingStep, 16>;
+  void WalkNode(NodeIndex node, ExpressionProgram& program, PendingSteps& pending);
+  void WalkCall(NodeIndex node, ExpressionProgram& program, PendingSteps& pending);
+  void AddOperation(const Node& node, ExpressionProgram& program) const;
 
   struct PrintItem;
   void PrintNode(NodeIndex index, String& out, std::vector<PrintItem>& pending) const;
 
-  std::vector<Node> nodes_;
-  String texts_;
+  SmallArray<Node, 8> nodes_;
+  SmallArray<char, 128> texts_;
   NodeIndex root_ = kNone;
   NodeIndex current_ = kNone;
-  std::vector<NodeIndex> parentheses_;
-  std::vector<CallFrame> frames_;
-  std::vector<Step> steps_;
-  size_t most_texts_ = 0;      // how many texts an evaluation holds at most
-  size_t most_functions_ = 0;  // how many calls wait for their arguments at most
+  SmallArray<NodeIndex, 8> parentheses_;
+  SmallArray<CallFrame, 4> frames_;
 };
 
 }  // namespace vexa

@@ -17,9 +17,8 @@
 #include <cstdint>
 #include <limits>
 
-#include "core/number.h"
+#include "core/name_table.h"
 #include "core/text.h"
-#include "expr/expression.h"
 #include "expr/format_picture.h"
 #include "expr/math_library.h"
 
@@ -31,124 +30,123 @@ constexpr std::string_view kDivideByZero = "Divide by 0";
 
 // Every handler sets `left` to the result and returns true unless it reported an error.
 
-bool SetFlag(String& left, bool value) {
-  left.assign(value ? '1' : '0');
+bool SetFlag(ScriptValue& left, bool value) {
+  left.SetFlag(value);
   return true;
 }
 
-bool SetInteger(String& left, int64_t value) {
-  left = PrintInteger(value);
+bool SetInteger(ScriptValue& left, int64_t value) {
+  left.SetInteger(value);
   return true;
 }
 
-bool SetReal(String& left, double value) {
-  left = PrintReal(value);
+bool SetReal(ScriptValue& left, double value) {
+  left.SetReal(value);
   return true;
 }
 
 // --- Reals -----------------------------------------------------------------------------------
 
-bool Add(ExpressionContext&, String& left, std::string_view right) {
-  return SetReal(left, ReadReal(left) + ReadReal(right));
+bool Add(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetReal(left, left.Real() + right.Real());
 }
 
-bool Subtract(ExpressionContext&, String& left, std::string_view right) {
-  return SetReal(left, ReadReal(left) - ReadReal(right));
+bool Subtract(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetReal(left, left.Real() - right.Real());
 }
 
-bool Multiply(ExpressionContext&, String& left, std::string_view right) {
-  return SetReal(left, ReadReal(left) * ReadReal(right));
+bool Multiply(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetReal(left, left.Real() * right.Real());
 }
 
-bool Divide(ExpressionContext& context, String& left, std::string_view right) {
-  double divisor = ReadReal(right);
+bool Divide(ExpressionContext& context, ScriptValue& left, const ScriptValue& right) {
+  double divisor = right.Real();
   if (divisor == 0) return context.ReportExpressionError(kDivideByZero);
-  return SetReal(left, ReadReal(left) / divisor);
+  return SetReal(left, left.Real() / divisor);
 }
 
-bool Power(ExpressionContext& context, String& left, std::string_view right) {
+bool Power(ExpressionContext& context, ScriptValue& left, const ScriptValue& right) {
   double power;
-  return CallMathFunction<"pow">(context, power, ReadReal(left), ReadReal(right)) &&
-         SetReal(left, power);
+  return CallMathFunction<"pow">(context, power, left.Real(), right.Real()) && SetReal(left, power);
 }
 
-bool Round(ExpressionContext&, String& left, std::string_view right) {
-  left = PrintRounded(ReadReal(left), ReadInteger(right));
+bool Round(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  left.SetRounded(left.Real(), right.Integer());
   return true;
 }
 
 // --- Integers --------------------------------------------------------------------------------
 
-bool Modulo(ExpressionContext& context, String& left, std::string_view right) {
-  int64_t divisor = ReadInteger(right);
+bool Modulo(ExpressionContext& context, ScriptValue& left, const ScriptValue& right) {
+  int64_t divisor = right.Integer();
   if (divisor == 0) return context.ReportExpressionError(kDivideByZero);
   // In 64 bits, so that the smallest integer modulo -1 is 0 and no overflow.
-  return SetInteger(left, int64_t{ReadInteger(left)} % divisor);
+  return SetInteger(left, int64_t{left.Integer()} % divisor);
 }
 
-bool BitAnd(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, ReadInteger(left) & ReadInteger(right));
+bool BitAnd(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, left.Integer() & right.Integer());
 }
 
-bool BitOr(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, ReadInteger(left) | ReadInteger(right));
+bool BitOr(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, left.Integer() | right.Integer());
 }
 
-bool BitXor(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, ReadInteger(left) ^ ReadInteger(right));
+bool BitXor(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, left.Integer() ^ right.Integer());
 }
 
-bool BitComplement(ExpressionContext&, String& left, std::string_view) {
-  return SetInteger(left, ~ReadInteger(left));
+bool BitComplement(ExpressionContext&, ScriptValue& left, const ScriptValue&) {
+  return SetInteger(left, ~left.Integer());
 }
 
 // Only the low five bits of a shift count are used, so 33 shifts by 1.
-int ShiftCount(std::string_view text) { return ReadInteger(text) & 31; }
+int ShiftCount(const ScriptValue& value) { return value.Integer() & 31; }
 
-bool BitShiftLeft(ExpressionContext&, String& left, std::string_view right) {
-  uint32_t bits = static_cast<uint32_t>(ReadInteger(left)) << ShiftCount(right);
+bool BitShiftLeft(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  uint32_t bits = static_cast<uint32_t>(left.Integer()) << ShiftCount(right);
   return SetInteger(left, static_cast<int32_t>(bits));
 }
 
-bool BitShiftRight(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, ReadInteger(left) >> ShiftCount(right));
+bool BitShiftRight(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, left.Integer() >> ShiftCount(right));
 }
 
 // --- Truth and comparison --------------------------------------------------------------------
 
-bool And(ExpressionContext&, String& left, std::string_view right) {
-  return SetFlag(left, Expression::IsTrue(left) && Expression::IsTrue(right));
+bool And(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetFlag(left, left.IsTrue() && right.IsTrue());
 }
 
-bool Or(ExpressionContext&, String& left, std::string_view right) {
-  return SetFlag(left, Expression::IsTrue(left) || Expression::IsTrue(right));
+bool Or(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetFlag(left, left.IsTrue() || right.IsTrue());
 }
 
-bool Not(ExpressionContext&, String& left, std::string_view) {
-  return SetFlag(left, !Expression::IsTrue(left));
+bool Not(ExpressionContext&, ScriptValue& left, const ScriptValue&) {
+  return SetFlag(left, !left.IsTrue());
 }
 
-bool Equal(ExpressionContext&, String& left, std::string_view right) {
+bool Equal(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
   return SetFlag(left, Compare(left, right) == 0);
 }
 
-bool NotEqual(ExpressionContext&, String& left, std::string_view right) {
+bool NotEqual(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
   return SetFlag(left, Compare(left, right) != 0);
 }
 
-bool GreaterOrEqual(ExpressionContext&, String& left, std::string_view right) {
+bool GreaterOrEqual(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
   return SetFlag(left, Compare(left, right) >= 0);
 }
 
-bool LessOrEqual(ExpressionContext&, String& left, std::string_view right) {
+bool LessOrEqual(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
   return SetFlag(left, Compare(left, right) <= 0);
 }
 
-bool LessThan(ExpressionContext&, String& left, std::string_view right) {
+bool LessThan(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
   return SetFlag(left, Compare(left, right) < 0);
 }
 
-bool GreaterThan(ExpressionContext&, String& left, std::string_view right) {
+bool GreaterThan(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
   return SetFlag(left, Compare(left, right) > 0);
 }
 
@@ -173,29 +171,26 @@ int64_t EndPosition(std::string_view text, std::string_view whole) {
   return start == 0 ? 0 : start - 1 + static_cast<int64_t>(text.size());
 }
 
-bool In(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, StartPosition(left, right));
+bool In(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, StartPosition(left.view(), right.view()));
 }
 
-bool CaselessIn(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, StartPosition(left.upper(), String(right).upper()));
+bool CaselessIn(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, StartPosition(left.text().upper(), right.text().upper()));
 }
 
-bool EndIn(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, EndPosition(left, right));
+bool EndIn(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, EndPosition(left.view(), right.view()));
 }
 
-bool CaselessEndIn(ExpressionContext&, String& left, std::string_view right) {
-  return SetInteger(left, EndPosition(left.upper(), String(right).upper()));
+bool CaselessEndIn(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  return SetInteger(left, EndPosition(left.text().upper(), right.text().upper()));
 }
 
 // --- Texts -----------------------------------------------------------------------------------
 
-bool Concatenate(ExpressionContext&, String& left, std::string_view right) {
-  // A long chain would copy its growing left side again and again; short texts stay exact in size.
-  constexpr size_t kLong = 256;
-  if (left.size() >= kLong) left.Reserve(left.size() + right.size());
-  left.cat(right);
+bool Concatenate(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  AppendPiece(left.MutableText(), right.view());
   return true;
 }
 
@@ -223,38 +218,41 @@ bool TakeUnsigned(std::string_view& rest, uint32_t& value) {
   return true;
 }
 
-bool SubStr(ExpressionContext&, String& left, std::string_view right) {
+bool SubStr(ExpressionContext&, ScriptValue& left, const ScriptValue& right) {
+  std::string_view rest = right.view();
   uint32_t start = 0;
   uint32_t length = 0;
-  bool readable = TakeUnsigned(right, start) && right.starts_with(',');
+  bool readable = TakeUnsigned(rest, start) && rest.starts_with(',');
   if (readable) {
-    right.remove_prefix(1);
-    readable = TakeUnsigned(right, length);
+    rest.remove_prefix(1);
+    readable = TakeUnsigned(rest, length);
   }
   if (start == 0) start = 1;
-  if (!readable || start > left.size()) {
-    left.clear();
+  String& text = left.MutableText();
+  if (!readable || start > text.size()) {
+    text.clear();
   } else {
-    left = String(left.view().substr(start - 1, length));
+    text = String(text.view().substr(start - 1, length));
   }
   return true;
 }
 
-bool Crypt(ExpressionContext& context, String& left, std::string_view right) {
-  if (right.empty()) {
+bool Crypt(ExpressionContext& context, ScriptValue& left, const ScriptValue& right) {
+  const std::string_view alphabet = right.view();
+  if (alphabet.empty()) {
     return context.ReportExpressionError("The CRYPT operator expects a non-empty alphabet");
   }
-  const char salt[] = {right[0], right.size() == 1 ? right[0] : right[1]};
-  left = context.host().Crypt(left, String(std::string_view(salt, sizeof salt)));
+  const char salt[] = {alphabet[0], alphabet.size() == 1 ? alphabet[0] : alphabet[1]};
+  left = context.host().Crypt(left.text(), String(std::string_view(salt, sizeof salt)));
   return true;
 }
 
-bool FormatByPicture(ExpressionContext& context, String& left, std::string_view right) {
-  if (left.size() > kLongestFormatted) {
+bool FormatByPicture(ExpressionContext& context, ScriptValue& left, const ScriptValue& right) {
+  if (left.view().size() > kLongestFormatted) {
     return context.ReportExpressionError(
         "The left operand to the FMT operator is limited to 512 characters");
   }
-  left = Format(left, right);
+  left = Format(left.view(), right.view());
   return true;
 }
 
@@ -293,19 +291,8 @@ constexpr std::array<OperatorInfo, 30> kOperators = {{
     {"NOT", 6, OperatorCode::Not, Operands::Prefix, Not},
 }};
 
-// The upper-case spelling and its length packed into one number, so that every word of an
-// expression is compared with all spellings by plain integer comparisons.
-constexpr uint64_t PackedSpelling(std::string_view word) {
-  uint64_t packed = word.size();
-  for (char c : word) packed = packed << 8 | static_cast<unsigned char>(ToUpper(c));
-  return packed;
-}
-
-constexpr std::array<uint64_t, kOperators.size()> kPackedSpellings = [] {
-  std::array<uint64_t, kOperators.size()> packed{};
-  for (size_t i = 0; i < packed.size(); ++i) packed[i] = PackedSpelling(kOperators[i].spelling);
-  return packed;
-}();
+constexpr NameTable kOperatorNames(kOperators,
+                                   [](const OperatorInfo& row) { return row.spelling; });
 
 static_assert([] {
   size_t longest = 0;
@@ -318,27 +305,65 @@ static_assert([] {
 std::span<const OperatorInfo> AllOperators() { return kOperators; }
 
 const OperatorInfo* FindOperator(std::string_view word) {
-  if (word.empty() || word.size() > kLongestOperator) return nullptr;
-  uint64_t packed = PackedSpelling(word);
-  for (size_t i = 0; i < kPackedSpellings.size(); ++i) {
-    if (kPackedSpellings[i] == packed) return &kOperators[i];
+  if (word.size() > kLongestOperator) return nullptr;
+  const int row = kOperatorNames.Find(kOperators, word);
+  return row < 0 ? nullptr : &kOperators[static_cast<size_t>(row)];
+}
+
+void AppendPiece(String& text, std::string_view piece) {
+  // A text that grows again and again would be copied each time; short texts stay exact in size.
+  constexpr size_t kLong = 256;
+  const bool own = piece.data() >= text.data() && piece.data() <= text.data() + text.size();
+  if (text.size() >= kLong && !own) text.Reserve(text.size() + piece.size());
+  text.cat(piece);
+}
+
+bool OperateOnNumbers(OperatorCode code, const ScriptValue& left, const ScriptValue& right,
+                      ScriptValue& result) {
+  if (!left.IsWhole() || !right.IsWhole()) return false;
+  const int64_t a = left.mantissa();
+  const int64_t b = right.mantissa();
+  int64_t value;
+  switch (code) {
+    case OperatorCode::Add:
+      value = a + b;
+      break;
+    case OperatorCode::Subtract:
+      value = a - b;
+      break;
+    case OperatorCode::Multiply:
+      // Nothing times a negative number is "-0".
+      if (__builtin_mul_overflow(a, b, &value) || (value == 0 && (a < 0 || b < 0))) return false;
+      break;
+    case OperatorCode::Modulo:
+      if (b == 0 || a < INT32_MIN || a > INT32_MAX || b < INT32_MIN || b > INT32_MAX) return false;
+      value = a % b;
+      break;
+    case OperatorCode::Equal:
+      value = a == b;
+      break;
+    case OperatorCode::NotEqual:
+      value = a != b;
+      break;
+    case OperatorCode::GreaterOrEqual:
+      value = a >= b;
+      break;
+    case OperatorCode::LessOrEqual:
+      value = a <= b;
+      break;
+    case OperatorCode::LessThan:
+      value = a < b;
+      break;
+    case OperatorCode::GreaterThan:
+      value = a > b;
+      break;
+    default:
+      return false;
   }
-  return nullptr;
-}
-
-int NumberCompare(std::string_view a, std::string_view b) {
-  double left = 0;
-  double right = 0;
-  if (!ReadStrict(a, &left) || !ReadStrict(b, &right)) return kNotNumbers;
-  // "nan" is no number here: it has no place in the order.
-  if (std::isnan(left) || std::isnan(right)) return kNotNumbers;
-  if (left == right) return 0;
-  return left > right ? 1 : -1;
-}
-
-int Compare(std::string_view a, std::string_view b) {
-  int order = NumberCompare(a, b);
-  return order == kNotNumbers ? a.compare(b) : order;
+  // Beyond it reals skip whole numbers.
+  if (value <= -ScriptValue::kWholeLimit || value >= ScriptValue::kWholeLimit) return false;
+  result.SetInteger(value);
+  return true;
 }
 
 }  // namespace vexa

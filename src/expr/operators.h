@@ -1,8 +1,9 @@
 // The thirty operators: their spelling and binding strength, and what each makes of its operands.
 //
 // Every operand and every result is text; each operator decides whether it reads its operands as
-// reals, as 32-bit integers, as truth values or as texts. Nothing is kept in binary form between
-// operators: each result is printed, so (1/3)*3 is 0.999999. Scripts depend on that rounding.
+// reals, as 32-bit integers, as truth values or as texts. Each result is what printing it gives, so
+// (1/3)*3 is 0.999999 and scripts depend on that rounding; a number kept beside a text is exactly
+// what is printed (core/script_value.h).
 
 #ifndef VEXA_EXPR_OPERATORS_H_
 #define VEXA_EXPR_OPERATORS_H_
@@ -11,6 +12,7 @@
 #include <span>
 #include <string_view>
 
+#include "core/script_value.h"
 #include "core/string.h"
 #include "expr/expression_context.h"
 
@@ -58,7 +60,8 @@ enum class Operands {
 // Computes an operator. `left` holds the left operand (the only one of a prefix operator) and
 // becomes the result. False after an error was reported through `context`; `left` is then
 // unspecified.
-using OperatorHandler = bool (*)(ExpressionContext& context, String& left, std::string_view right);
+using OperatorHandler = bool (*)(ExpressionContext& context, ScriptValue& left,
+                                 const ScriptValue& right);
 
 struct OperatorInfo {
   std::string_view spelling;
@@ -86,18 +89,20 @@ inline constexpr size_t kLongestOperator = 6;
 }
 
 // Computes `op` on the operands as OperatorHandler describes.
-[[nodiscard]] inline bool Operate(const OperatorInfo& op, ExpressionContext& context, String& left,
-                                  std::string_view right) {
+[[nodiscard]] inline bool Operate(const OperatorInfo& op, ExpressionContext& context,
+                                  ScriptValue& left, const ScriptValue& right) {
   return op.handler(context, left, right);
 }
 
-// The comparison rule: as numbers when both texts are wholly numbers (the empty text is 0), else
-// byte by byte. Negative, 0 or positive.
-[[nodiscard]] int Compare(std::string_view a, std::string_view b);
+// Computes the commonest operators on two whole numbers, to the result that Operate would give.
+// False, and `result` is unchanged, for anything else. `result` may be an operand.
+// REQUIRES: both are numbers.
+[[nodiscard]] bool OperateOnNumbers(OperatorCode code, const ScriptValue& left,
+                                    const ScriptValue& right, ScriptValue& result);
 
-// The numeric part of it: -1, 0 or 1, or kNotNumbers when either text is not wholly a number.
-[[nodiscard]] int NumberCompare(std::string_view a, std::string_view b);
-inline constexpr int kNotNumbers = -2;
+// Appends `piece`, which may be `text` itself. Appending again and again takes time in proportion
+// to what is appended.
+void AppendPiece(String& text, std::string_view piece);
 
 }  // namespace vexa
 

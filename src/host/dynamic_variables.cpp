@@ -18,7 +18,7 @@ bool DynamicVariable::SetValue(const String&) {
 
 const String& TimeRemainingVariable::value() {
   value_ = PrintInteger(host().timeremaining());
-  return value_;
+  return value_.text();
 }
 
 const String& LanguageVariable::value() { return host().language(); }
@@ -31,7 +31,7 @@ DynamicTimeVariable::DynamicTimeVariable(Vexa& host, TimePart part)
 
 const String& DynamicTimeVariable::value() {
   value_ = CurrentTimePart(part_);
-  return value_;
+  return value_.text();
 }
 
 }  // namespace vexa

@@ -20,7 +20,8 @@ extern const std::array<std::string_view, kTimeParts> kTimePartNames;
 // A variable whose value is computed on every read. It refuses every assignment.
 class DynamicVariable : public Variable {
  public:
-  DynamicVariable(Vexa& host, std::string_view name) : Variable(String(name), {}), host_(host) {}
+  DynamicVariable(Vexa& host, std::string_view name)
+      : Variable(String(name), kComputed), host_(host) {}
   [[nodiscard]] bool SetValue(const String& value) override;
 
  protected:

@@ -42,6 +42,7 @@ std::unique_ptr<Database> MakeDatabase(Vexa& host, const String& type, const Str
 void OpenDatabases::Add(std::unique_ptr<Database> database) {
   assert(database != nullptr);
   databases_.push_back(std::move(database));
+  has_fields_ = true;
 }
 
 bool OpenDatabases::Remove(Database* database) {
@@ -50,6 +51,7 @@ bool OpenDatabases::Remove(Database* database) {
   if (found == databases_.end()) return false;
   if (primary_ == database) primary_ = nullptr;
   databases_.erase(found);
+  has_fields_ = !databases_.empty();
   return true;
 }
 
@@ -63,6 +65,7 @@ void OpenDatabases::SetPrimary(Database* database) {
 void OpenDatabases::Clear() {
   primary_ = nullptr;
   databases_.clear();
+  has_fields_ = false;
 }
 
 Database* OpenDatabases::Find(std::string_view name) const {
@@ -79,7 +82,7 @@ DatabaseView* OpenDatabases::FindView(std::string_view name) const {
   return nullptr;
 }
 
-Variable* OpenDatabases::FindField(std::string_view field, std::string_view database) {
+Variable* OpenDatabases::FindField(Symbol field, std::string_view database) {
   for (const auto& open : databases_) {
     if (!database.empty() && !EqualsIgnoreCase(open->name(), database)) continue;
     for (DatabaseView* view : open->views()) {

@@ -31,7 +31,7 @@ class OpenDatabases final : public FieldSource {
   [[nodiscard]] Database* Find(std::string_view name) const;
   // The view of that name in the first database that has one, or null.
   [[nodiscard]] DatabaseView* FindView(std::string_view name) const;
-  [[nodiscard]] Variable* FindField(std::string_view field, std::string_view database) override;
+  [[nodiscard]] Variable* FindField(Symbol field, std::string_view database) override;
   [[nodiscard]] std::span<const std::unique_ptr<Database>> all() const { return databases_; }
 
   // One of these, or null.

@@ -28,7 +28,7 @@ bool UploadFunctions::Find() {
 }
 
 bool UploadFunctions::FindOne(std::string_view name, int parameters, const Callable*& function) {
-  if (!parser_.FindFunction(name, function)) return false;
+  if (!parser_.FindFunction(Symbol(name), function)) return false;
   if (function == nullptr || function->parameter_count() == parameters) return true;
   receiver_.Error(FatalError(
       String::Concat({"Function '", name, "' must be declared with ", PrintInteger(parameters),
@@ -37,7 +37,8 @@ bool UploadFunctions::FindOne(std::string_view name, int parameters, const Calla
 }
 
 // The page has not begun: what a function's end does to the output levels must not reach it.
-bool UploadFunctions::Call(const Callable& function, std::span<String> arguments, String& result) {
+bool UploadFunctions::Call(const Callable& function, std::span<ScriptValue> arguments,
+                           ScriptValue& result) {
   int output_level = parser_.standardoutputlevel();
   bool done = parser_.CallFunction(function, arguments, result);
   parser_.SetStandardOutputLevel(output_level);
@@ -47,19 +48,19 @@ bool UploadFunctions::Call(const Callable& function, std::span<String> arguments
 bool UploadFunctions::Validate(const PartHeader& part, int64_t& limit) {
   limit = -1;
   if (validate_ == nullptr) return true;
-  String arguments[] = {part.name, part.filename, part.content_type};
-  String result;
+  ScriptValue arguments[] = {part.name, part.filename, part.content_type};
+  ScriptValue result;
   if (!Call(*validate_, arguments, result)) return false;
-  limit = ReadInteger64(result);
+  limit = result.Integer64();
   return true;
 }
 
 bool UploadFunctions::Process(const PartHeader& part, const String& path, int64_t size,
                               std::string_view status) {
   if (process_ == nullptr) return true;
-  String arguments[] = {part.name, part.filename,      part.content_type,
-                        path,      PrintInteger(size), String(status)};
-  String result;
+  ScriptValue arguments[] = {part.name, part.filename,      part.content_type,
+                             path,      PrintInteger(size), String(status)};
+  ScriptValue result;
   return Call(*process_, arguments, result);
 }
 

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "core/file.h"
+#include "core/script_value.h"
 #include "core/string.h"
 #include "request/body_reader.h"
 #include "request/part_header.h"
@@ -45,7 +46,8 @@ class UploadFunctions {
 
  private:
   [[nodiscard]] bool FindOne(std::string_view name, int parameters, const Callable*& function);
-  [[nodiscard]] bool Call(const Callable& function, std::span<String> arguments, String& result);
+  [[nodiscard]] bool Call(const Callable& function, std::span<ScriptValue> arguments,
+                          ScriptValue& result);
 
   FormReceiver& receiver_;
   ScriptParser& parser_;

@@ -35,11 +35,13 @@ class FakeScript final : public ExpressionContext {
     errors.emplace_back(message);
     return goes_on;
   }
-  bool FindFunction(std::string_view name, const Callable*& function) override {
-    function = FindBuiltin(name);
+  bool FindFunction(Symbol name, const Callable*& function) override {
+    function = FindBuiltin(name.text());
     return true;
   }
-  bool CallFunction(const Callable&, std::span<String>, String&) override { return false; }
+  bool CallFunction(const Callable&, std::span<ScriptValue>, ScriptValue&) override {
+    return false;
+  }
 
   FakeHost& fake() { return host_; }
   bool goes_on = true;
@@ -57,8 +59,8 @@ class BuiltinsTest : public testing::Test {
       ADD_FAILURE() << name << " cannot be called with " << arguments.size() << " arguments";
       return "";
     }
-    std::vector<String> texts(arguments.begin(), arguments.end());
-    String result;
+    std::vector<ScriptValue> texts(arguments.begin(), arguments.end());
+    ScriptValue result;
     went_on_ = function->handler()(BuiltinCall(script_, texts, result));
     return std::string(result.view());
   }

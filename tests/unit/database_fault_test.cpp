@@ -49,9 +49,9 @@ class DatabaseFaults : public TableFixture {
   static void Assign(XBaseDatabase& people, const std::string& name, const std::string& age,
                      const std::string& note) {
     DatabaseView& view = *people.PrimaryView();
-    EXPECT_TRUE(view.FindVariable("name")->SetValue(String(name)));
-    EXPECT_TRUE(view.FindVariable("age")->SetValue(String(age)));
-    EXPECT_TRUE(view.FindVariable("note")->SetValue(String(note)));
+    EXPECT_TRUE(view.FindVariable(Symbol("name"))->SetValue(String(name)));
+    EXPECT_TRUE(view.FindVariable(Symbol("age"))->SetValue(String(age)));
+    EXPECT_TRUE(view.FindVariable(Symbol("note"))->SetValue(String(note)));
   }
 
   std::string Records() {
@@ -104,8 +104,8 @@ class DatabaseFaults : public TableFixture {
       }
       if (!done && !damaged) {
         ++failures;
-        EXPECT_EQ(people.PrimaryView()->FindVariable("name")->value(), "zed");
-        EXPECT_EQ(people.PrimaryView()->FindVariable("note")->value(), "changed");
+        EXPECT_EQ(people.PrimaryView()->FindVariable(Symbol("name"))->value(), "zed");
+        EXPECT_EQ(people.PrimaryView()->FindVariable(Symbol("note"))->value(), "changed");
         EXPECT_TRUE(change(people)) << "repeated: " << people.PrimaryView()->error().view();
         EXPECT_EQ(Content(), after);
         EXPECT_EQ(Faults({"name.vxx", "age.vxx"}), "");

@@ -18,29 +18,29 @@ class ExpressionEvaluationTest : public testing::Test {
     context_.variables.AddGlobalVariable("i", "7");
     context_.variables.AddGlobalVariable("name", "Ann");
     // Each call of `note` is noted; it gives its argument back.
-    context_.AddFunction("note", 1, [this](std::span<String> arguments, String& result) {
+    context_.AddFunction("note", 1, [this](std::span<ScriptValue> arguments, ScriptValue& result) {
       noted_ += std::string(arguments[0].view()) + ";";
       result = arguments[0];
       return true;
     });
-    context_.AddFunction("join", 2, [](std::span<String> arguments, String& result) {
+    context_.AddFunction("join", 2, [](std::span<ScriptValue> arguments, ScriptValue& result) {
       result = String::Concat({arguments[0].view(), "-", arguments[1].view()});
       return true;
     });
-    context_.AddFunction("none", 0, [](std::span<String> arguments, String& result) {
+    context_.AddFunction("none", 0, [](std::span<ScriptValue> arguments, ScriptValue& result) {
       EXPECT_TRUE(arguments.empty());
       result = "nothing";
       return true;
     });
-    context_.AddFunction("stop", 0, [](std::span<String>, String&) { return false; });
-    context_.AddFunction("seti", 1, [this](std::span<String> arguments, String& result) {
+    context_.AddFunction("stop", 0, [](std::span<ScriptValue>, ScriptValue&) { return false; });
+    context_.AddFunction("seti", 1, [this](std::span<ScriptValue> arguments, ScriptValue& result) {
       context_.variables.SetVariable("i", arguments[0]);
       result = "0";
       return true;
     });
-    context_.AddFunction("eval", 1, [this](std::span<String> arguments, String& result) {
+    context_.AddFunction("eval", 1, [this](std::span<ScriptValue> arguments, ScriptValue& result) {
       Expression inner;
-      return inner.ReadText(arguments[0], context_) && inner.Evaluate(context_, result);
+      return inner.ReadText(arguments[0].view(), context_) && inner.Evaluate(context_, result);
     });
   }
 
@@ -144,7 +144,7 @@ TEST_F(ExpressionEvaluationTest, StopsAtTheFirstFailure) {
 TEST_F(ExpressionEvaluationTest, CanBeEvaluatedAgainAndWithinItself) {
   Expression expression;
   int depth = 0;
-  context_.AddFunction("again", 1, [&](std::span<String> arguments, String& result) {
+  context_.AddFunction("again", 1, [&](std::span<ScriptValue> arguments, ScriptValue& result) {
     if (++depth > 3) {
       result = "end";
       return true;

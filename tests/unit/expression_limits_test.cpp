@@ -26,11 +26,11 @@ class ExpressionLimitsTest : public testing::Test {
  protected:
   ExpressionLimitsTest() {
     context_.variables.AddGlobalVariable("a", "1");
-    context_.AddFunction("f", 1, [](std::span<String> arguments, String& result) {
+    context_.AddFunction("f", 1, [](std::span<ScriptValue> arguments, ScriptValue& result) {
       result = std::move(arguments[0]);
       return true;
     });
-    context_.AddFunction("pair", 2, [](std::span<String> arguments, String& result) {
+    context_.AddFunction("pair", 2, [](std::span<ScriptValue> arguments, ScriptValue& result) {
       result = arguments[1];
       return true;
     });

@@ -36,13 +36,11 @@ class ExpressionReadingTest : public testing::Test {
   std::string ReadFromScript(ValueForm form, std::string_view script) {
     context_.errors.clear();
     TextSource source(script);
-    Expression expression;
-    ValueEnd end = expression.Read(source, form, context_);
-    if (end == ValueEnd::Failed) {
-      EXPECT_TRUE(expression.empty());
-      return context_.ErrorText();
-    }
-    std::string told(expression.Printed().view());
+    ExpressionTree tree, quoted;
+    ValueEnd end;
+    ExpressionTree* read = Expression::ReadTree(source, form, context_, tree, quoted, end);
+    if (read == nullptr) return context_.ErrorText();
+    std::string told(read->Printed().view());
     told += end == ValueEnd::TagEnd ? " TAGEND:" : " MORE:";
     return told += script.substr(static_cast<size_t>(source.Place().position));
   }
@@ -303,8 +301,8 @@ TEST_F(ExpressionReadingTest, EndsBodiesAtTheTagOnly) {
 TEST_F(ExpressionReadingTest, ReplacesWhatItHeld) {
   Expression expression;
   ASSERT_TRUE(expression.ReadText("a + b", context_));
-  ASSERT_TRUE(expression.ReadText("c", context_));
-  EXPECT_EQ(expression.Printed(), "c");
+  ASSERT_TRUE(expression.ReadText("'c'", context_));
+  EXPECT_EQ(expression.program().constant()->view(), "c");
   EXPECT_FALSE(expression.ReadText("c +", context_));
   EXPECT_TRUE(expression.empty());
   EXPECT_EQ(context_.errors.size(), 1U);

@@ -15,6 +15,7 @@
 #include "core/variables.h"
 #include "expr/expression.h"
 #include "expr/expression_context.h"
+#include "expr/expression_tree.h"
 #include "fake_host.h"
 
 namespace vexa {
@@ -22,7 +23,7 @@ namespace vexa {
 class FakeExpressionContext final : public ExpressionContext {
  public:
   // What a function does: false makes the call fail.
-  using Work = std::function<bool(std::span<String> arguments, String& result)>;
+  using Work = std::function<bool(std::span<ScriptValue> arguments, ScriptValue& result)>;
 
   FakeExpressionContext() : variables(fake_host) { fake_host.variables = &variables; }
 
@@ -44,9 +45,11 @@ class FakeExpressionContext final : public ExpressionContext {
   // The tree of `text`, or "ERROR: " and what was reported.
   std::string Tree(std::string_view text) {
     errors.clear();
-    Expression expression;
-    if (!expression.ReadText(text, *this)) return ErrorText();
-    return std::string(expression.Printed().view());
+    ExpressionTree tree, quoted;
+    TextSource source(text);
+    ValueEnd end;
+    ExpressionTree* read = Expression::ReadTree(source, ValueForm::Text, *this, tree, quoted, end);
+    return read == nullptr ? ErrorText() : std::string(read->Printed().view());
   }
   std::string ErrorText() const {
     std::string all = "ERROR:";
@@ -63,13 +66,13 @@ class FakeExpressionContext final : public ExpressionContext {
     errors.emplace_back(message);
     return true;
   }
-  bool FindFunction(std::string_view name, const Callable*& function) override {
-    auto found = functions_.find(std::string(String(name).lower().view()));
+  bool FindFunction(Symbol name, const Callable*& function) override {
+    auto found = functions_.find(std::string(String(name.text()).lower().view()));
     function = found == functions_.end() ? nullptr : &found->second;
     return true;
   }
-  bool CallFunction(const Callable& function, std::span<String> arguments,
-                    String& result) override {
+  bool CallFunction(const Callable& function, std::span<ScriptValue> arguments,
+                    ScriptValue& result) override {
     return static_cast<const Function&>(function).work(arguments, result);
   }
 

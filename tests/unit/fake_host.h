@@ -108,6 +108,7 @@ class FakeHost final : public Vexa, public FieldSource {
   }
   void AddDatabase(std::unique_ptr<Database> database) override {
     databases_.push_back(std::move(database));
+    has_fields_ = true;
   }
   bool RemoveDatabase(Database* database) override {
     for (auto it = databases_.begin(); it != databases_.end(); ++it) {
@@ -132,7 +133,7 @@ class FakeHost final : public Vexa, public FieldSource {
     message = no_module;
     return nullptr;
   }
-  Variable* FindField(std::string_view field, std::string_view database) override {
+  Variable* FindField(Symbol field, std::string_view database) override {
     for (const auto& open : databases_) {
       if (!database.empty() && !EqualsIgnoreCase(open->name(), database)) continue;
       for (DatabaseView* view : open->views()) {

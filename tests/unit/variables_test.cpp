@@ -64,7 +64,7 @@ TEST(VariablesTest, SplitsWrittenNames) {
   auto scope = [](const char* name) {
     ScopedName scoped = Variables::Scope(name);
     return std::to_string(static_cast<int>(scoped.scope)) + " " +
-           std::string(scoped.database.view()) + ":" + std::string(scoped.variable.view());
+           std::string(scoped.database.text()) + ":" + std::string(scoped.variable.text());
   };
   EXPECT_EQ(scope("l.Name"), "0 :NAME");
   EXPECT_EQ(scope("LOCAL.a.b"), "0 :A.B");

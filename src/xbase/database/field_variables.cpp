@@ -102,7 +102,7 @@ const String& XBaseDateTimeTVariable::value() {
   } else {
     value_.clear();
   }
-  return value_;
+  return value_.text();
 }
 
 bool XBaseDateTimeTVariable::SetValue(const String& value) {
@@ -123,7 +123,7 @@ bool XBaseDateTimeTVariable::SetValue(const String& value) {
 
 const String& XBaseDatePartVariable::value() {
   value_ = PrintInteger(PartOf(field().data().padr(kDateLength, ' '), part_));
-  return value_;
+  return value_.text();
 }
 
 bool XBaseDatePartVariable::SetValue(const String& value) {
@@ -157,7 +157,7 @@ bool XBaseRecordVariable::SetValue(const String& /*value*/) {
 
 const String& XBaseRecordVariable::Number(int number) {
   value_ = PrintInteger(number);
-  return value_;
+  return value_.text();
 }
 
 const String& XBaseTotalRecordsVariable::value() { return Number(record().table().numrecords()); }

@@ -35,7 +35,7 @@ class XBaseVariable : public Variable {
  public:
   // Both are borrowed and must outlive the variable.
   XBaseVariable(XBaseRecord& record, XBaseField& field, std::string_view name)
-      : Variable(String(name), {}), record_(record), field_(field) {}
+      : Variable(String(name), kComputed), record_(record), field_(field) {}
   [[nodiscard]] const String& value() override { return field_.data(); }
   [[nodiscard]] bool SetValue(const String& value) override { return Store(value); }
 
@@ -120,7 +120,7 @@ class XBaseRecordVariable : public Variable {
  public:
   // `record` is borrowed and must outlive the variable.
   XBaseRecordVariable(const XBaseRecord& record, std::string_view name)
-      : Variable(String(name), {}), record_(record) {}
+      : Variable(String(name), kComputed), record_(record) {}
   [[nodiscard]] bool SetValue(const String& value) override;
 
  protected:

@@ -41,9 +41,7 @@ class XBaseDatabaseView final : public DatabaseView {
   [[nodiscard]] DataResult Update() override;
   [[nodiscard]] DataResult Delete() override { return Mark(1); }
   [[nodiscard]] DataResult UnDelete() override { return Mark(0); }
-  [[nodiscard]] Variable* FindVariable(std::string_view name) override {
-    return record_.FindVariable(name);
-  }
+  [[nodiscard]] Variable* FindVariable(Symbol name) override { return record_.FindVariable(name); }
   [[nodiscard]] const String& name() const override { return database_.name(); }
   [[nodiscard]] const String& error() const override { return error_; }
 

@@ -77,7 +77,7 @@ class XBaseRecord {
   // The message of an operation that is refused for that.
   [[nodiscard]] String BusyMessage() const;
 
-  [[nodiscard]] Variable* FindVariable(std::string_view name) { return variables_->Find(name); }
+  [[nodiscard]] Variable* FindVariable(Symbol name) { return variables_->Find(name); }
   void SetEOF(bool end);
   [[nodiscard]] XBaseTable& table() const { return table_; }
 

@@ -1,0 +1,114 @@
+// ExpressionProgram: a finished expression, ready to be evaluated as often as wanted.
+//
+// Since both sides of every operator are always evaluated, the order of evaluation never depends on
+// values. It is a list of steps over a stack of values:
+//
+//   Push       puts the value of a leaf (a constant or a variable) on the stack
+//   PushEmpty  puts the empty text there, for an operator without a left side
+//   Operate    replaces the operands of an operator by its result
+//   CheckCall  looks a function up, before its arguments are evaluated
+//   Call       replaces the arguments of a function by its result
+//
+// An operand that is a leaf gets no Push when nothing can change it between its turn and the
+// operator's: Operate takes it from where it is. That is so for every right leaf, and for a left
+// leaf when the right operand is a leaf too, or there is none. So `i + 1` is one step.
+//
+//   'x' $ f(i + 1)    Push 'x', CheckCall f, Operate + (i, 1), Call f, Operate $ (stack, stack)
+//
+// A program without steps is a single leaf, the most common expression of all. Constants carry
+// their numbers and variables their symbols, so evaluating reads no text twice.
+
+#ifndef VEXA_EXPR_EXPRESSION_PROGRAM_H_
+#define VEXA_EXPR_EXPRESSION_PROGRAM_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "core/script_value.h"
+#include "core/variables.h"
+#include "expr/builtin_table.h"
+#include "expr/expression_context.h"
+#include "expr/operators.h"
+
+namespace vexa {
+
+class ExpressionProgram {
+ public:
+  // A constant or a variable.
+  struct Leaf {
+    ScriptValue constant;
+    ScopedName variable;  // no name for a constant
+  };
+  // A function that is called, and with how many arguments.
+  struct CallSite {
+    String name;  // as it was written, for messages
+    Symbol symbol;
+    const BuiltinFunction* builtin;  // null for a function of the script
+    uint32_t argument_count;
+  };
+
+  enum class Action : uint8_t { Push, PushEmpty, Operate, CheckCall, Call };
+  // Where an operand is, when it is no leaf.
+  static constexpr uint32_t kStack = UINT32_MAX;
+  static constexpr uint32_t kNone = UINT32_MAX - 1;  // of a right operand
+  struct Step {
+    Action action;
+    uint32_t left = kNone;   // Push: the leaf; Operate: a leaf or kStack; calls: the call site
+    uint32_t right = kNone;  // Operate: a leaf, kStack or kNone
+    const OperatorInfo* op = nullptr;  // of Operate
+  };
+
+  // --- Putting it together: leaves and calls first, then the steps in order ------------------
+
+  uint32_t AddConstant(std::string_view text);
+  uint32_t AddVariable(std::string_view name);
+  uint32_t AddCall(std::string_view name, uint32_t argument_count);
+  void AddStep(const Step& step) { steps_.push_back(step); }
+  // Counts what the steps will hold at most, so that an evaluation never has to look.
+  void Finish();
+
+  // --- Evaluating ----------------------------------------------------------------------------
+
+  // False after an error was reported through `context`; `result` is then unspecified. May be
+  // entered again while it runs, through the functions it calls. REQUIRES: it is not empty, and
+  // `result` is no value of a variable.
+  [[nodiscard]] bool Evaluate(ExpressionContext& context, ScriptValue& result) const;
+  // When the expression is `target $ a $ b ...`, with nothing but constants and other variables
+  // behind `target`, and `target` is plain: appends them to its value in place and returns true.
+  // Otherwise does nothing.
+  [[nodiscard]] bool TryAppend(ExpressionContext& context, const ScopedName& target) const;
+  // Whether it can run a function of the script.
+  [[nodiscard]] bool CallsScript() const;
+  // The text when the expression is one constant and nothing else, else null.
+  [[nodiscard]] const ScriptValue* constant() const {
+    return steps_.empty() && !leaves_.empty() && !leaves_[0].variable.variable
+               ? &leaves_[0].constant
+               : nullptr;
+  }
+  // The name when the expression is one variable and nothing else, else null.
+  [[nodiscard]] const ScopedName* variable() const {
+    return steps_.empty() && !leaves_.empty() && leaves_[0].variable.variable ? &leaves_[0].variable
+                                                                              : nullptr;
+  }
+
+ private:
+  class Stack;
+
+  bool Run(ExpressionContext& context, Stack& stack) const;
+  bool OperateOn(const Step& step, ExpressionContext& context, Stack& stack) const;
+  bool CheckCall(const CallSite& call, ExpressionContext& context, Stack& stack) const;
+  static bool Call(const CallSite& call, ExpressionContext& context, Stack& stack);
+
+  std::vector<Leaf> leaves_;
+  std::vector<Step> steps_;
+  std::vector<CallSite> calls_;
+  uint32_t most_values_ = 0;     // how many values an evaluation holds at most
+  uint32_t most_functions_ = 0;  // how many calls wait for their arguments at most
+  bool appends_ = false;         // whether it has the shape that TryAppend looks for
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_EXPR_EXPRESSION_PROGRAM_H_
