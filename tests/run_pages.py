@@ -77,14 +77,21 @@ class Section:
         return [self.finish(line) for line in self.lines if line]
 
     def rows(self):
-        """The rows LEFT => RIGHT with their places; several stand on a line between ` ;; `."""
+        """The rows LEFT => RIGHT with their places; several stand on a line between ` ;; `, and a
+        line that begins with a space goes on with the one above it."""
         file, _, first = self.place.rpartition(":")
+        lines = []
         for number, line in enumerate(self.lines, int(first) + ("whole" not in self.marks)):
+            if line.startswith(" ") and lines:
+                lines[-1][1] += line
+            else:
+                lines.append([f"{file}:{number}", line])
+        for place, line in lines:
             for row in filter(None, line.split(" ;; ")):
                 left, arrow, right = (row.strip() + " ").partition(" => ")
                 if not arrow:
-                    raise Mistake(f"{file}:{number}: a row without an arrow: {row}")
-                yield self.finish(left), self.finish(right.strip()), f"{file}:{number}"
+                    raise Mistake(f"{place}: a row without an arrow: {row}")
+                yield self.finish(left), self.finish(right.strip()), place
 
 
 def unescape(text):
