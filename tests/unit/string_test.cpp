@@ -69,31 +69,31 @@ TEST(StringTest, CopiesAndMovesKeepBytes) {
   }
 }
 
-TEST(StringTest, TakesParts) {
+TEST(StringTest, TakesPartsAndSearches) {
   String text("a.bc.d");
-  EXPECT_EQ(text.before(2), "a.");
-  EXPECT_EQ(text.before(9), "a.bc.d");
-  EXPECT_EQ(text.before(-1), "");
-  EXPECT_EQ(text.before("."), "a");
-  EXPECT_EQ(text.before("x"), "a.bc.d");
-  EXPECT_EQ(text.after(0), ".bc.d");
-  EXPECT_EQ(text.after(5), "");
-  EXPECT_EQ(text.after(".", 2), "d");
-  EXPECT_EQ(text.after("x"), "");
-  EXPECT_EQ(text.from(4), ".d");
-  EXPECT_EQ(text.from(6), "");
-  EXPECT_EQ(text.from(".", 2), ".d");
-  EXPECT_EQ(text.at(1, 3), ".b");
-  EXPECT_EQ(text.at(4, 99), ".d");
-  EXPECT_EQ(text.at(6, 7), "");
-  EXPECT_EQ(text.at(3, 1), "");
-  EXPECT_EQ(String("123").padl(5, '0'), "00123");
-  EXPECT_EQ(String("123456").padl(5, '0'), "123456");
-  EXPECT_EQ(String("123").padr(5, '-'), "123--");
-}
-
-TEST(StringTest, Searches) {
-  String text("aaaa");
+  const std::vector<String> parts = {text.before(2),
+                                     text.before(9),
+                                     text.before(-1),
+                                     text.before("."),
+                                     text.before("x"),
+                                     text.after(0),
+                                     text.after(5),
+                                     text.after(".", 2),
+                                     text.after("x"),
+                                     text.from(4),
+                                     text.from(6),
+                                     text.from(".", 2),
+                                     text.at(1, 3),
+                                     text.at(4, 99),
+                                     text.at(6, 7),
+                                     text.at(3, 1),
+                                     String("12").padl(5, '0'),
+                                     String("1234").padl(3, '0'),
+                                     String("1").padr(3, '-')};
+  EXPECT_EQ(parts,
+            (std::vector<String>{"a.", "a.bc.d", "", "a", "a.bc.d", ".bc.d", "", "d", "", ".d", "",
+                                 ".d", ".b", ".d", "", "", "00012", "1234", "1--"}));
+  text = "aaaa";
   EXPECT_EQ(text.search("", 0), -1);
   EXPECT_EQ(text.search("aa", 3), -1);
   EXPECT_EQ(text.search("aa", 2), 2);
@@ -139,64 +139,37 @@ TEST(SplitTest, KeepsEmptyPiecesButNoTrailingOne) {
   EXPECT_EQ(Split(",", ",", 10), Pieces{""});
 }
 
-TEST(NumberTest, ReadsPrefixes) {
-  EXPECT_EQ(ReadReal("12abc"), 12);
-  EXPECT_EQ(ReadReal(" -.5e1x"), -5);
-  EXPECT_EQ(ReadReal("abc"), 0);
-  EXPECT_EQ(ReadReal(std::string_view("12345", 2)), 12);
-  EXPECT_EQ(ReadInteger("7.9"), 7);
-  EXPECT_EQ(ReadInteger("99999999999"), INT32_MAX);
-  EXPECT_EQ(ReadInteger("-99999999999"), INT32_MIN);
-  EXPECT_EQ(ReadInteger64("99999999999x"), 99999999999);
-  EXPECT_EQ(ReadInteger64("99999999999999999999"), INT64_MAX);
-}
-
-TEST(NumberTest, ReadsStrictly) {
+TEST(NumberTest, ReadsAndPrintsAsTheCLibraryWould) {
   double value = 1;
-  EXPECT_TRUE(ReadStrict("", &value));
-  EXPECT_EQ(value, 0);
-  EXPECT_TRUE(ReadStrict(" 1e2", &value));
-  EXPECT_EQ(value, 100);
+  for (const char* text : {"", "12", "-0", " 1e2", "inf", "nan", "0x1F", "99999999999999999999"}) {
+    EXPECT_TRUE(ReadStrict(text, &value)) << text;
+    const double expected = std::strtod(text, nullptr);
+    EXPECT_TRUE(value == expected || std::isnan(expected)) << text;
+  }
   EXPECT_FALSE(ReadStrict("1 ", &value));
   EXPECT_FALSE(ReadStrict("1x", &value));
   EXPECT_FALSE(ReadStrict("1e999", &value));
-  EXPECT_TRUE(ReadStrict("inf", &value));
   EXPECT_FALSE(ReadStrict(std::string_view("1\0", 2), &value));
-}
-
-TEST(NumberTest, PrintsRealsAsTheCLibraryWould) {
-  EXPECT_EQ(PrintReal(3), "3");
-  EXPECT_EQ(PrintReal(0.1 + 0.2), "0.3");
-  EXPECT_EQ(PrintReal(1.0 / 3), "0.333333");
-  EXPECT_EQ(PrintReal(-0.0000001), "-0");
+  EXPECT_EQ(ReadReal(" -.5e1x"), -5);
+  EXPECT_EQ(ReadReal(std::string_view("12345", 2)), 12);
+  EXPECT_EQ(ReadInteger("-99999999999"), INT32_MIN);
+  EXPECT_EQ(ReadInteger64("99999999999x"), 99999999999);
+  EXPECT_EQ(ReadInteger64("99999999999999999999"), INT64_MAX);
   EXPECT_EQ(PrintReal(-0.0), "-0");
-  EXPECT_EQ(PrintReal(100000000000000000000.0), "100000000000000000000");
   EXPECT_EQ(PrintReal(-999999999999999.0), "-999999999999999");
   EXPECT_EQ(PrintReal(1e300).length(), 301);
-  EXPECT_EQ(PrintReal(std::sqrt(-1.0)), "-nan");
   EXPECT_EQ(PrintReal(HUGE_VAL), "inf");
-  EXPECT_EQ(PrintReal(100), "100");
-  EXPECT_EQ(PrintRounded(2, 2), "2.00");
-  EXPECT_EQ(PrintRounded(3.14159, 0), "3");
   EXPECT_EQ(PrintRounded(0.5, 1 << 30).length(), 2 + kMostPlaces);
 }
 
-TEST(EncodingTest, AttributesRoundTrip) {
-  EXPECT_EQ(Changed("a b&c", EncodeAttribute), "a+b%26c");
+TEST(EncodingTest, RoundTripsAndKeepsWhatItDoesNotKnow) {
   EXPECT_EQ(Changed("x@y.z-_*\t", EncodeAttribute), "x@y.z-_*\t");
-  EXPECT_EQ(Changed("a+b%2fc", DecodeAttribute), "a b/c");
-  EXPECT_EQ(Changed("100%", DecodeAttribute), "100%");
-  EXPECT_EQ(Changed("%4", DecodeAttribute), "%4");
+  EXPECT_EQ(Changed("a+b%2fc%4", DecodeAttribute), "a b/c%4");
   std::string all;
   for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
   EXPECT_EQ(Changed(Changed(String(all), EncodeAttribute), DecodeAttribute).view(), all);
-}
-
-TEST(EncodingTest, Entities) {
   EXPECT_EQ(Changed("<a href=\"x\">&", EncodeEntities), "&lt;a href=&quot;x&quot;&gt;&amp;");
-  EXPECT_EQ(Changed("&LT;&nbsp;&quot;&#65;", DecodeEntities), "<nbsp\"#65");
-  EXPECT_EQ(Changed("a&b", DecodeEntities), "a&b");
-  EXPECT_EQ(Changed("a&;b&amp", DecodeEntities), "ab&amp");
+  EXPECT_EQ(Changed("&LT;&nbsp;&quot;&#65;a&;b&amp", DecodeEntities), "<nbsp\"#65ab&amp");
 }
 
 }  // namespace
