@@ -43,6 +43,7 @@ int PrintHelp(Output& out, Arguments) {
 // 0 when every script is free of syntax errors, else 1.
 int CheckScripts(Output& out, Arguments paths) {
   Process process(0, nullptr);
+  process.TakeOverSignals();
   CGIVexa host(process);
   bool clean = !paths.empty();
   if (paths.empty()) out.Write("vexa --check: no file given\n");
@@ -59,6 +60,7 @@ int CheckTableFiles(Output& out, Arguments paths) {
     return EXIT_FAILURE;
   }
   Process process(0, nullptr);
+  process.TakeOverSignals();
   CGIVexa host(process);
   std::vector<String> indexes(paths.begin() + 1, paths.end());
   return CheckTable(host.filemanager(), String(paths[0]), indexes, out);

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   if (!vexa::FillStandardDescriptors()) return EXIT_FAILURE;
   if (vexa::IsCommandLine(argc, argv)) return vexa::RunCommandLine(argc, argv);
   vexa::Process process(argc, argv);
+  process.TakeOverSignals();
   vexa::CGIVexa host(process);
   return vexa::RunRequest(host);
 }

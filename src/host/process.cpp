@@ -24,19 +24,6 @@ volatile std::sig_atomic_t reader_gone = 0;
 
 void NoteSignal(int signal) { (signal == SIGPIPE ? reader_gone : to_end) = 1; }
 
-// Calls that wait return when a signal arrives, so that no reader or writer sleeps through it.
-void InstallSignalHandlers() {
-  struct sigaction action = {};
-  action.sa_handler = NoteSignal;
-  sigemptyset(&action.sa_mask);
-  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) {
-    sigaction(signal, &action, nullptr);
-  }
-  action.sa_handler = SIG_IGN;
-  // A file that grows past the limit of the process is an error of its writer, not the end.
-  for (int signal : {SIGALRM, SIGXFSZ}) sigaction(signal, &action, nullptr);
-}
-
 // Lowers the hard limit only. The system refuses one below the soft limit; nothing changes then.
 void SetHardLimit(decltype(RLIMIT_CPU) resource, int value) {
   rlimit limit;
@@ -67,7 +54,6 @@ Process::Process(int argc, char** argv) {
     basename_ = program_.view().substr(program_.view().rfind('/') + 1);
     arguments_ = {argv + 1, argv + argc};
   }
-  InstallSignalHandlers();
 }
 
 Process::~Process() { RemoveSearchPath(); }
@@ -89,6 +75,19 @@ int Process::GetConfigurationFile(String& path) const {
   }
   path = String::Concat({"/etc/", basename_, ".conf"});
   return 1;
+}
+
+// Calls that wait return when a signal arrives, so that no reader or writer sleeps through it.
+void Process::TakeOverSignals() const {
+  struct sigaction action = {};
+  action.sa_handler = NoteSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) {
+    sigaction(signal, &action, nullptr);
+  }
+  action.sa_handler = SIG_IGN;
+  // A file that grows past the limit of the process is an error of its writer, not the end.
+  for (int signal : {SIGALRM, SIGXFSZ}) sigaction(signal, &action, nullptr);
 }
 
 // Seeded once: two requests of one second must not draw the same numbers.

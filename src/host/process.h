@@ -25,7 +25,7 @@ namespace vexa {
 
 class Process {
  public:
-  // `argv` is what main was given and stays valid. Takes over the signals that end a page.
+  // `argv` is what main was given and stays valid.
   Process(int argc, char** argv);
   ~Process();
   Process(const Process&) = delete;
@@ -41,6 +41,8 @@ class Process {
   // one is not looked at: a file missing there too is noticed when it is read.
   int GetConfigurationFile(String& path) const;
 
+  // From here on the signals that would end the process end the page that it serves.
+  void TakeOverSignals() const;
   // A request begins: its reader is there, whatever became of the one before.
   void BeginRequest();
   // Whether the process is to end, or the reader of this request has gone.
