@@ -39,11 +39,13 @@ ENVIRONMENT = {
 
 # The kinds of sections, and what each may have behind its name.
 LASTING = {"config": "", "file": "PATH", "script": ""}  # What stays for the requests behind.
-ASKED = {**LASTING, "get": "PATH?QUERY", "query": "", "post": "", "form": "", "env": "", "args": ""}
-EXPECTED = {"output": "", "response": "", "contains": "", "lacks": "", "exit": "", "check": "PATH",
-            "absent": "", "values": ""}
-TABLES = {"pages": "", "errors": "", "refused": ""}  # Every row is a request.
+ASKED = {**LASTING, "get": "PATH?QUERY", "query": "", "post": "", "form": "", "env": "", "args": "",
+         "exit": ""}
+EXPECTED = {"output": "", "response": "", "contains": "", "lacks": "", "check": "PATH", "absent": "",
+            "values": ""}
+TABLES = {"errors": "", "refused": ""}  # Every row is a request, as where `rows` is said.
 KINDS = {**ASKED, **EXPECTED, **TABLES, "request": ""}
+MARKS = ("escaped", "joined", "rows")
 
 
 class Mistake(Exception):
@@ -60,11 +62,16 @@ class Section:
         """The section that a line `--- KIND ARGUMENT MARK...` opens, with `: TEXT` a whole one."""
         header, colon, text = line[4:].partition(": ")
         words = header.split()
-        marks = [word for word in words if word in ("escaped", "joined")] + ["whole"] * bool(colon)
+        marks = [word for word in words if word in MARKS] + ["whole"] * bool(colon)
         words = [word for word in words if word not in marks]
-        if not words or words[0] not in KINDS or len(words) != (2 if KINDS[words[0]] else 1):
+        kind = words[0] if words else ""
+        if (kind not in KINDS or len(words) != (2 if KINDS[kind] and "rows" not in marks else 1)
+                or ("rows" in marks and kind not in ASKED)):
             raise Mistake(f"{place}: unknown section or wrong argument: {line}")
-        return Section(words[0], place, words[-1], [text] if colon else [], marks)
+        return Section(kind, place, words[-1], [text] if colon else [], marks)
+
+    def is_table(self):
+        return self.kind in TABLES or "rows" in self.marks
 
     def finish(self, text):
         return unescape(text) if "escaped" in self.marks else text
@@ -88,10 +95,10 @@ class Section:
                 lines.append([f"{file}:{number}", line])
         for place, line in lines:
             for row in filter(None, line.split(" ;; ")):
-                left, arrow, right = (row.strip() + " ").partition(" => ")
+                left, arrow, right = f" {row.strip()} ".partition(" => ")
                 if not arrow:
                     raise Mistake(f"{place}: a row without an arrow: {row}")
-                yield self.finish(left), self.finish(right.strip()), place
+                yield self.finish(left.strip()), self.finish(right.strip()), place
 
 
 def unescape(text):
@@ -157,7 +164,7 @@ def requests(sections):
             if request:
                 yield request
             request = []
-        if section.kind not in TABLES:
+        if not section.is_table():
             request.append(section)
             continue
         for left, right, place in section.rows():
@@ -170,15 +177,15 @@ def requests(sections):
 
 def table_row(kind, left, right, place):
     """The sections for which a row stands."""
+    asked = Section(kind, place, left, [left])
     if kind == "refused":
         syntax = "Syntax error in Configuration File: " if right.startswith("Line ") else ""
         right = (f"{syntax}{right}<BR>\nPlease contact the server administrator: "
                  "admin@example.com\r\n")
-        return [Section("setting", place, lines=[left]), Section("exit", place, lines=["0"]),
-                Section("output", place, lines=[right])]
+        return [asked, Section("exit", place, lines=["0"]), Section("output", place, lines=[right])]
     if kind == "errors":
-        right = f"index.vx: Line 1: {right}\r\n"
-    return [Section("script", place, lines=[left]), Section("output", place, lines=[right])]
+        asked, right = Section("script", place, lines=[left]), f"index.vx: Line 1: {right}\r\n"
+    return [asked, Section("output", place, lines=[right])]
 
 
 class Request:
@@ -243,10 +250,10 @@ class Request:
         for section in sections:
             if section.kind == "env":
                 self.set_environment(section)
-        if not any(section.kind in EXPECTED for section in sections):
+        if not any(section.kind in (*EXPECTED, "exit") for section in sections):
             self.fault(sections[0], "the request expects nothing")
             return
-        setting = [section.text() + "\n" for section in sections if section.kind == "setting"]
+        setting = [section.text() + "\n" for section in sections if section.kind == "refused"]
         self.write("vexa.conf", self.config + "".join(setting))
         output = self.run(sections[0], {**self.environment, **extra})
         for section in sections:

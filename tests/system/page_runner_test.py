@@ -60,7 +60,7 @@ def _():
             "--- script: Hello\n--- contains\nHell\nContent-type\n--- lacks: hello\n",
             "--- script: status 3\n--- exit: 3\n",
             "--- script joined\na\n b\n--- output: a b\n",
-            "--- pages escaped\na => a\n\\x20 => \\x20\nwrite => write\n--- check data/left.txt\nleft\n\n",
+            "--- script rows escaped\na => a\n\\x20 => \\x20\nwrite => write\n--- check data/left.txt\nleft\n\n",
             "--- values: 1 => <VxEVAL EXPR=1> ;; a => <VxEVAL EXPR=a>\n",
             "--- script\n--- get /index.vx?a=1&b=2\n--- output: a=1&b=2\n--- output\na=1&b=2\n"
             "--- script\n--- query: c\n--- output: c\n",
@@ -88,7 +88,7 @@ def _():
             ("--- script: Hello\n--- contains\nHell\nhell\n", "contains", "hell"),
             ("--- script: Hello\n--- lacks: Hello\n", "lacks"),
             ("--- script: bare\n--- output: bare\n", "no end of headers"),
-            ("--- pages\na => a\nb => a\n", "t.page:4"),
+            ("--- script rows\na => a\nb => a\n", "t.page:4"),
             ("--- errors: a => a\n",), (REFUSED.format(""),),
             ("--- values: 1 => 1\n", "1 is not"), ("--- script: status 3\n--- values: 1 =>\n", "no v"),
             ("--- script: write\n--- absent: data/left.txt\n", "data/left.txt exists"),
@@ -99,7 +99,7 @@ def _():
             ("--- script: grumble\n--- output: grumble\n", "standard error", "trouble"),
             ("--- script: Hello\n", "expects nothing"),
             ("--- script: a\n--- output: a\n--- script: a\n", "expects nothing"),
-            ("--- pages: a\n", "without an arrow"), ("--- outputs\nHello\n", "t.page:2: unknown"),
+            ("--- script rows: a\n", "without an arrow"), ("--- outputs\nHello\n", "t.page:2: unknown"),
             ("Hello\n",), ("--- check\nHello\n",), ("",), ("=== that\n--- exit\n1\n",),
             ("--- output: a\nHello\n", "outside of a section")):
         status, lines = run("=== it\n" + sections)
