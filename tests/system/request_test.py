@@ -200,7 +200,7 @@ def _(site):
         expect("files", site.files(), [])
 
 
-@case("a reader that goes away, or a disk that is full, ends the page", page="<VxWHILE EXPR='1'>01234</VxWHILE>")
+@case("a reader that goes away, or a full disk, ends the page", page="<VxWHILE EXPR='1'>01234</VxWHILE>")
 def _(site):
     with open("/dev/full", "wb") as full, site.start() as read, site.start(stdout=full) as stored:
         read.stdout.read(100000)

@@ -26,7 +26,7 @@ def _(server):
     expect("/style.css", server.page("/style.css"), "body { }\n")
 
 
-@suite.case("the headers are those of the script")
+@suite.case("the headers are those of the script, without a body for HEAD")
 def _(server):
     server.write("index.vx", "x\n")
     status, headers, _ = server.curl("/")
@@ -41,6 +41,9 @@ def _(server):
     # A visitor who comes back keeps the id.
     _, headers, _ = server.curl("/", "--cookie", f"zdxcallerid={caller[1]}")
     expect_in("second cookie", "\n".join(headers), f"Set-Cookie: zdxcallerid={caller[1]};")
+    status, headers, body = server.curl("/", "--head")
+    expect("HEAD", (status, body), (200, ""))
+    expect_in("headers of HEAD", "\n".join(headers).lower(), "content-type: text/html")
 
 
 @suite.case("the arguments of a link are decoded")
@@ -52,7 +55,7 @@ def _(server):
     expect("bytes", server.page("/q.vx?a=%C3%A9"), "[\xc3\xa9|||1|q.vx]")
 
 
-@suite.case("a form arrives whole, however long")
+@suite.case("forms and pages arrive whole, however long")
 def _(server):
     server.write("f.vx", "[&[name:entities]|<VxEVAL EXPR=len(text)>|&[system.REQUEST_METHOD]]")
     expect("short", server.page("/f.vx", "--data-urlencode", "name=A & <B>", "--data-urlencode",
@@ -61,6 +64,10 @@ def _(server):
     body.write_bytes(b"text=" + b"x%20" * 100_000 + b"&name=last")
     expect("long", server.page("/f.vx", "--data-binary", f"@{body}"), "[last|200000|POST]")
     expect("empty", server.page("/f.vx", "--data", ""), "[|0|POST]")
+    server.write("long.vx", "<VxLET i=0><VxWHILE EXPR=\"i LT 20000\">&[i] some text of a line\n"
+                            "<VxLET i=i + 1></VxWHILE>")
+    body = server.page("/long.vx")
+    expect("page", body == "".join(f"{i} some text of a line\n" for i in range(20000)), True)
 
 
 @suite.case("what a link says is never taken for a script")
@@ -86,31 +93,6 @@ def _(server):
         body = server.curl(path)[2]
         if "VxASSIGN" in body:
             raise Failure(f"{path} delivered the text of the script")
-
-
-@suite.case("an error in a script leaves what stands before it and names its place")
-def _(server):
-    server.write("bad.vx", "before\n<VxLET>\nafter\n")
-    body = server.page("/bad.vx")
-    expect("start", body.startswith("before\n"), True)
-    expect_in("message", body, "bad.vx: Line 2: Syntax Error: ")
-
-
-@suite.case("a HEAD request has no body")
-def _(server):
-    server.write("index.vx", "text of the page\n")
-    status, headers, body = server.curl("/", "--head")
-    expect("status", status, 200)
-    expect("body", body, "")
-    expect_in("headers", "\n".join(headers).lower(), "content-type: text/html")
-
-
-@suite.case("a long page arrives whole")
-def _(server):
-    server.write("long.vx", "<VxLET i=0><VxWHILE EXPR=\"i LT 20000\">&[i] some text of a line\n"
-                            "<VxLET i=i + 1></VxWHILE>")
-    body = server.page("/long.vx")
-    expect("page", body == "".join(f"{i} some text of a line\n" for i in range(20000)), True)
 
 
 @suite.case("simultaneous requests do not see each other")
