@@ -32,14 +32,18 @@ class TextRequest final : public Request {
 
 class TextOutput final : public ResponseOutput {
  public:
-  TextOutput() : ResponseOutput(10) {}
+  // `mark` stands behind each piece that was flushed.
+  explicit TextOutput(int size = 10, const char* mark = "") : ResponseOutput(size), mark_(mark) {}
   std::string text;  // what was flushed
 
  protected:
   int DoWrite(const char* bytes, int length) override {
-    text.append(bytes, static_cast<size_t>(length));
+    text.append(bytes, static_cast<size_t>(length)).append(mark_);
     return length;
   }
+
+ private:
+  const char* mark_;
 };
 
 // A host with an empty request, for a process that is nothing else.

@@ -80,37 +80,9 @@ TEST(BodyReaderTest, DataComesBackWhereverThePiecesEnd) {
   }
 }
 
-TEST(BodyReaderTest, ABodyCutOffAnywhereGivesItsDataAndItsEnd) {
-  const std::string body = "--edge\r\ndata\r\n--edge--";
-  for (size_t length = 8; length < body.size(); ++length) {
-    SCOPED_TRACE(length);
-    Pieces pieces(body.substr(0, length), 1);
-    BodyReader reader(pieces, 1000, "edge", 3);
-    ASSERT_EQ(BodyReader::DataEnd::Part, reader.ReadFirstLine());
-    TextSink sink;
-    bool whole = length >= body.size() - 2;  // The delimiter has come, but for its dashes.
-    EXPECT_EQ(whole ? BodyReader::DataEnd::LastPart : BodyReader::DataEnd::BodyEnd,
-              reader.ReadData(sink));
-    EXPECT_EQ(whole ? "data" : body.substr(8, length - 8), sink.text);
-  }
-}
-
-TEST(BodyReaderTest, ALineIsNoLongerThanAllowed) {
-  Pieces pieces("--b\r\n12345\r\nx\n123", 1);
-  BodyReader reader(pieces, 100, "b", 2);
-  ASSERT_EQ(BodyReader::DataEnd::Part, reader.ReadFirstLine());
-  String line;
-  ASSERT_EQ(BodyReader::LineEnd::Line, reader.ReadLine(line, 6));
-  EXPECT_EQ(line, "12345");
-  ASSERT_EQ(BodyReader::LineEnd::Line, reader.ReadLine(line, 6));
-  EXPECT_EQ(line, "x");
-  EXPECT_EQ(BodyReader::LineEnd::TooLong, reader.ReadLine(line, 2));
-}
-
 TEST(PartHeaderTest, ParametersOfHeaders) {
   // What the parameter "b" of each header is; null: there is none.
   const std::pair<const char*, const char*> kCases[] = {
-      {"t; b=x", "x"},
       {"t;B = x y ; c=d", "x y"},
       {"t; a=\"; b=no\"; b=yes", "yes"},
       {"t; a=\"\\\"; b=no\"; b=yes", "yes"},
