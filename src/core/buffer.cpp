@@ -32,6 +32,7 @@ void Buffer::Close() {
   file_.reset();
   base_ = 0;
   filled_ = 0;
+  moved_to_ = -1;
   span_begin_ = next_ = limit_ = block_.get();
 }
 
@@ -47,6 +48,7 @@ bool Buffer::FillBuffer(int64_t base) {
 }
 
 bool Buffer::NextBlock() {
+  if (moved() && (!Seek(moved_to_) || next_ != limit_)) return next_ != limit_;
   if (filled_ < size_) return false;  // A partly filled block is the last one.
   return FillBuffer(base_ + filled_) && filled_ > 0;
 }
@@ -58,6 +60,7 @@ int Buffer::GetUncommonChar() {
 }
 
 void Buffer::UnGetUncommonChar() {
+  if (moved()) (void)Seek(moved_to_);
   if (next_ == span_begin_) {
     if (base_ == 0) return;
     int64_t before = base_ - 1;
@@ -92,6 +95,8 @@ void Buffer::Take(size_t count) {
 }
 
 bool Buffer::Seek(int64_t offset) {
+  if (moved()) limit_ = block_.get() + filled_;
+  moved_to_ = -1;
   if (offset >= base_ && offset <= base_ + filled_ && span_begin_ == block_.get()) {
     next_ = block_.get() + (offset - base_);
     ampersand_ = nullptr;
@@ -107,6 +112,12 @@ SourcePlace Buffer::Place() const { return {CurrentFilePosition(), 0, line_}; }
 bool Buffer::Return(const SourcePlace& place) {
   line_ = place.line;
   return Seek(place.position);
+}
+
+void Buffer::ReturnLater(const SourcePlace& place) {
+  line_ = place.line;
+  moved_to_ = place.position;
+  span_begin_ = next_ = limit_ = block_.get();
 }
 
 }  // namespace vexa

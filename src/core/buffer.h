@@ -74,6 +74,8 @@ class Buffer {
   // place inside one expands it again.
   [[nodiscard]] virtual SourcePlace Place() const;
   virtual bool Return(const SourcePlace& place);
+  // The same for a place of the file itself, without looking at the file before somebody reads.
+  void ReturnLater(const SourcePlace& place);
   // Whether bytes of a macro expansion are being delivered.
   [[nodiscard]] virtual bool inmacro() const { return false; }
 
@@ -93,11 +95,14 @@ class Buffer {
   // How many bytes of the span may be handed out as a run.
   virtual size_t RunLength() { return static_cast<size_t>(limit_ - next_); }
 
-  // Reads the block that follows the current one; false at the end of the file.
+  // Makes the unread bytes that follow the span available: those at the place that reading is to
+  // go on at, or the next block. False at the end of the file.
   bool NextBlock();
+  // Whether reading is to go on at a place that was not looked at yet; the span is empty then.
+  [[nodiscard]] bool moved() const { return moved_to_ >= 0; }
   // The file offset of a byte of the block.
   [[nodiscard]] int64_t FilePosition(const char* byte) const {
-    return base_ + (byte - block_.get());
+    return moved() ? moved_to_ : base_ + (byte - block_.get());
   }
 
   const char* span_begin_ = nullptr;
@@ -118,8 +123,9 @@ class Buffer {
   std::unique_ptr<File> file_;
   int size_;
   std::unique_ptr<char[]> block_;
-  int64_t base_ = 0;  // file offset of the block's first byte
-  int filled_ = 0;    // valid bytes in the block
+  int64_t base_ = 0;       // file offset of the block's first byte
+  int filled_ = 0;         // valid bytes in the block
+  int64_t moved_to_ = -1;  // the offset that reading goes on at; -1: it is at next_
   String filename_;
   String errorname_;
 };

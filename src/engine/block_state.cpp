@@ -2,8 +2,6 @@
 
 #include "engine/block_state.h"
 
-#include <memory>
-
 #include "engine/script_parser.h"
 
 namespace vexa {
@@ -26,8 +24,8 @@ StateResult BlockState::SkipBlock() {
   return SkipTo(ends) != nullptr ? StateResult::Handled : StateResult::Failed;
 }
 
-std::unique_ptr<Tag> BlockState::SkipTo(std::span<const WantedTag> wanted) {
-  return parser().SkipTo(wanted, closing_tag());
+const TagRow* BlockState::SkipTo(std::span<const WantedTag> wanted) {
+  return parser().SkipTo(wanted, *this);
 }
 
 String BlockState::closing_tag() const {

@@ -38,8 +38,8 @@ class BlockState : public ScriptState {
   [[nodiscard]] virtual StateResult OnOwnTag(Tag&) { return StateResult::Finished; }
 
   [[nodiscard]] const TagRow& opener() const { return opener_; }
-  // Skips to a tag of `wanted`. Null after an error.
-  [[nodiscard]] std::unique_ptr<Tag> SkipTo(std::span<const WantedTag> wanted);
+  // Skips to a tag of `wanted`, whose row is returned. Null after an error.
+  [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted);
   // Nothing of the block is left to be read.
   void SetFinished() { finished_ = true; }
   [[nodiscard]] bool finished() const { return finished_; }

@@ -6,6 +6,7 @@
 
 #include "core/number.h"
 #include "core/text.h"
+#include "engine/block_state.h"
 #include "engine/script_parser.h"
 #include "expr/builtin_table.h"
 
@@ -42,8 +43,8 @@ StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
     function->SetParameters(tag.Value("PARAMETERS"));
     parser.AddFunction(std::move(function));
   }
-  return parser.SkipTo(body_end, "&lt;/VxFUNCTION&gt;") != nullptr ? StateResult::Handled
-                                                                   : StateResult::Failed;
+  const BlockState block(parser, tag.row());
+  return parser.SkipTo(body_end, block) != nullptr ? StateResult::Handled : StateResult::Failed;
 }
 
 }  // namespace vexa

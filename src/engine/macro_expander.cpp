@@ -37,16 +37,35 @@ bool IsOrdinary(const char* at, const char* limit) {
          !EqualsIgnoreCase({at + 1, kLongOpening.size()}, kLongOpening);
 }
 
-// The encoding that `word` selects; `standard` when it is none of the three words.
-MacroEncoding EncodingOf(std::string_view word, MacroEncoding standard) {
-  if (word.empty()) return standard;
+// The encoding that `word` selects; none when it is none of the three words.
+std::optional<MacroEncoding> EncodingOf(std::string_view word) {
+  if (word.empty()) return std::nullopt;
   if (IsLeadingPart(word, "attribute")) return MacroEncoding::Attribute;
   if (IsLeadingPart(word, "entities")) return MacroEncoding::Entities;
   if (IsLeadingPart(word, "none")) return MacroEncoding::None;
-  return standard;
+  return std::nullopt;
+}
+
+// Takes apart what stands between the brackets.
+MacroReference ReferenceOf(std::string_view content) {
+  MacroReference reference;
+  const size_t colon = content.find(':');
+  reference.name = Stripped(content.substr(0, colon));
+  if (colon != std::string_view::npos) {
+    reference.encoding = EncodingOf(Stripped(content.substr(colon + 1)));
+  }
+  return reference;
 }
 
 }  // namespace
+
+String MacroReference::Value(Vexa& host) const {
+  String value = host.vars().Value(name);
+  const MacroEncoding how = encoding.value_or(host.defaultmacroencoding());
+  if (how == MacroEncoding::Attribute) EncodeAttribute(value);
+  if (how == MacroEncoding::Entities) EncodeEntities(value);
+  return value;
+}
 
 void MacroExpander::SetExpandMacros(bool expand) {
   expand_ = expand;
@@ -55,6 +74,7 @@ void MacroExpander::SetExpandMacros(bool expand) {
 
 SourcePlace MacroExpander::Place() const {
   if (!expanding_) return {FilePosition(next_), 0, line_};
+  assert(span_begin_ <= next_ && next_ <= limit_);
   if (next_ == span_begin_) return reference_;
   if (next_ != limit_) return {reference_.position, static_cast<int>(next_ - span_begin_), line_};
   // Delivered to its end: the place is the one behind the reference.
@@ -63,8 +83,11 @@ SourcePlace MacroExpander::Place() const {
 
 bool MacroExpander::Return(const SourcePlace& place) {
   DropExpansion();
+  if (place.expansion_offset == 0) {
+    ReturnLater(place);
+    return true;
+  }
   if (!Buffer::Return(place)) return false;
-  if (place.expansion_offset == 0) return true;
   char c;
   if (NextFileChar(&c)) --next_;
   if (StartMacro() == Reference::Started) {
@@ -148,7 +171,14 @@ MacroExpander::Reference MacroExpander::StartMacro() {
   String content;
   bool closed = ReadName(content);
   expansion_.clear();
-  if (closed) Expand(content);
+  MacroReference reference;
+  if (closed) reference = ReferenceOf(content);
+  if (closed && !(vanish_ && noted_ != nullptr)) expansion_ = reference.Value(host_);
+  if (noted_ != nullptr) {
+    reference.place = start;
+    reference.end = closed ? FilePosition(next_) : -1;
+    noted_->push_back(std::move(reference));
+  }
   if (expansion_.empty()) return Reference::Empty;
   reference_ = start;
   BeginExpansion();
@@ -181,19 +211,6 @@ bool MacroExpander::ReadName(String& name) {
     return true;
   }
   return false;
-}
-
-// Makes the encoded value of the variable that `content` names the expansion.
-void MacroExpander::Expand(const String& content) {
-  std::string_view name = Stripped(content);
-  MacroEncoding encoding = host_.defaultmacroencoding();
-  if (size_t colon = name.find(':'); colon != std::string_view::npos) {
-    encoding = EncodingOf(Stripped(name.substr(colon + 1)), encoding);
-    name = Stripped(name.substr(0, colon));
-  }
-  expansion_ = host_.vars().Value(name);
-  if (encoding == MacroEncoding::Attribute) EncodeAttribute(expansion_);
-  if (encoding == MacroEncoding::Entities) EncodeEntities(expansion_);
 }
 
 void MacroExpander::BeginExpansion() {

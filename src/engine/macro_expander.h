@@ -15,6 +15,8 @@
 #define VEXA_ENGINE_MACRO_EXPANDER_H_
 
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "core/buffer.h"
 #include "core/source_place.h"
@@ -22,6 +24,17 @@
 #include "vexa.h"
 
 namespace vexa {
+
+// A reference as it is written: a name, and the encoding its word selects.
+struct MacroReference {
+  String name;
+  std::optional<MacroEncoding> encoding;  // none: the default of the moment
+  SourcePlace place;                      // of its '&'
+  int64_t end = 0;                        // the offset behind it; -1 when the file ends first
+
+  // The encoded value that it has now.
+  [[nodiscard]] String Value(Vexa& host) const;
+};
 
 class MacroExpander final : public Buffer {
  public:
@@ -32,6 +45,14 @@ class MacroExpander final : public Buffer {
 
   // Switches expansion on or off. An expansion in progress is delivered to its end.
   void SetExpandMacros(bool expand);
+  [[nodiscard]] bool expands() const { return expand_; }
+
+  // From here on every reference that is met is added to `references` (null: no longer), and stands
+  // for nothing when `vanish` is set.
+  void NoteReferences(std::vector<MacroReference>* references, bool vanish) {
+    noted_ = references;
+    vanish_ = vanish;
+  }
 
   [[nodiscard]] int64_t CurrentFilePosition() const override { return Place().position; }
   [[nodiscard]] SourcePlace Place() const override;
@@ -51,7 +72,6 @@ class MacroExpander final : public Buffer {
   bool IsPlainAmpersand();
   bool ReadOpening();
   bool ReadName(String& name);
-  void Expand(const String& content);
   void BeginExpansion();
   void EndExpansion();
   void DropExpansion();
@@ -59,6 +79,8 @@ class MacroExpander final : public Buffer {
 
   Vexa& host_;
   bool expand_ = true;
+  std::vector<MacroReference>* noted_ = nullptr;
+  bool vanish_ = false;
   bool expanding_ = false;
   String expansion_;
   SourcePlace reference_;  // where the reference being delivered begins

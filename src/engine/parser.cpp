@@ -142,8 +142,6 @@ size_t Parser::PlainLength(std::string_view run) const {
   }
 }
 
-// Takes a carriage return with the line feed that may follow, or a backslash with the byte that it
-// keeps from starting a tag. Returns whether the piece is a newline.
 bool Parser::TakeTextPiece(String& piece) {
   int c = source_.GetNextChar();
   piece.assign(static_cast<char>(c));
@@ -236,8 +234,7 @@ bool Parser::FindText(std::string_view text, std::string_view shown) {
 
 // --- Tags ------------------------------------------------------------------------------------
 
-// Reads what stands behind a `<` that comes next: up to the end of a comment or skipped construct,
-// or just the name of a tag. `raw_` then holds what was read of a Comment or Unknown tag.
+// `raw_` then holds what was read of a Comment or Unknown tag.
 Parser::Construct Parser::ReadConstruct(const TagRow*& row, RawText raw) {
   source_.GetNextChar();
   raw_ = "<";
@@ -308,8 +305,7 @@ Progress Parser::ProcessConstruct(bool& known) {
   }
   known = true;
   Tag tag(*row);
-  if (!GetNameValuePairs(tag) || !ValidateTag(tag)) return Progress::Failed;
-  return ProcessKnownTag(tag);
+  return GetNameValuePairs(tag) ? ProcessReadTag(tag) : Progress::Failed;
 }
 
 Scanned Parser::FindTag(std::unique_ptr<Tag>& found, std::span<const WantedTag> wanted) {

@@ -81,6 +81,10 @@ class Parser {
 
   // Reads up to and including at most one known tag.
   [[nodiscard]] Progress FindNextTag();
+  // The rest of FindNextTag for a tag that was read.
+  [[nodiscard]] Progress ProcessReadTag(Tag& tag) {
+    return ValidateTag(tag) ? ProcessKnownTag(tag) : Progress::Failed;
+  }
   // Reads what begins with the `<` that comes next, and delivers it; `known` is set to true when
   // that was a tag of the set.
   [[nodiscard]] Progress ProcessConstruct(bool& known);
@@ -100,19 +104,23 @@ class Parser {
   [[nodiscard]] Buffer& source() { return source_; }
   [[nodiscard]] const Buffer& source() const { return source_; }
 
- private:
   // What stands behind a `<`.
   enum class Construct { Known, Unknown, Skipped, Comment, Failed, EndOfFile };
   // What becomes of the text of comments and unknown tags.
   enum class RawText { Keep, Drop };
+  // Reads what stands behind a `<` that comes next: up to the end of a comment or skipped
+  // construct, or just the name of a tag, whose row is set when it is known.
+  virtual Construct ReadConstruct(const TagRow*& row, RawText raw);
+  // Takes a carriage return with the line feed that may follow, or a backslash with the byte that
+  // it keeps from starting a tag. Returns whether the piece is a newline.
+  virtual bool TakeTextPiece(String& piece);
 
+ private:
   Progress ProcessTextUntilTag();
   bool SkipTextUntilTag();
   size_t PlainLength(std::string_view run) const;
-  bool TakeTextPiece(String& piece);
 
   bool ReadUntilTagEnd(String* out);
-  Construct ReadConstruct(const TagRow*& row, RawText raw);
   bool ReadHTMLComment(String* out);
   bool FindText(std::string_view text, std::string_view shown);
   bool SkipOpener(const TagRow& row, bool* opens);

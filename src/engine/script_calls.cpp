@@ -170,7 +170,7 @@ bool ScriptParser::CallOwnFunction(const Function& function, std::span<ScriptVal
   PopFunctionCall();
   SwitchTextFilter(filter);
   if (exiting_) return false;
-  if (progress == Progress::EndOfFile) ReportOpenBlock();
+  if (progress == Progress::EndOfFile) ReportOpenBlock(*states_.back());
   DropStates(noted);
   result = std::move(function_return_value_);
   function_return_value_.clear();

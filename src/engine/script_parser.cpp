@@ -37,6 +37,7 @@ int ScriptParser::Parse() {
   filter_ = nullptr;
   exiting_ = false;
   GoTo({});
+  read_anew_ = false;
   running_ = true;
   Progress progress;
   do {
@@ -44,7 +45,7 @@ int ScriptParser::Parse() {
   } while (progress == Progress::More);
   bool failed = progress == Progress::Failed;
   if (progress == Progress::EndOfFile && states_.size() > 1) {
-    ReportOpenBlock();
+    ReportOpenBlock(*states_.back());
     failed = true;
   }
   left_states_.clear();  // Blocks that could not be left let go of their locks.
@@ -52,9 +53,8 @@ int ScriptParser::Parse() {
   return failed && !exiting_ ? 0 : 1;
 }
 
-void ScriptParser::ReportOpenBlock() {
-  SyntaxError(
-      String::Concat({"Unexpected end of file looking for ", states_.back()->closing_tag()}));
+void ScriptParser::ReportOpenBlock(const ScriptState& block) {
+  SyntaxError(String::Concat({"Unexpected end of file looking for ", block.closing_tag()}));
 }
 
 Output& ScriptParser::SwitchOutput(Output& output) {
@@ -125,16 +125,6 @@ bool ScriptParser::TakeValue(Tag& tag, WrittenValue& written, String& value) {
   }
   if (!written.expression.empty()) return written.expression.Evaluate(*this, value);
   value = std::move(written.text);
-  return true;
-}
-
-bool ScriptParser::EvaluateAt(const SourcePlace& place, ValueForm form, String& value) {
-  const SourcePlace noted = CurrentPlace();
-  Expression expression;
-  if (!ReadExpressionAt(place, form, expression) || !expression.Evaluate(*this, value)) {
-    return false;
-  }
-  GoTo(noted);
   return true;
 }
 
@@ -273,15 +263,6 @@ Progress ScriptParser::ProcessPlain(std::string_view text) {
   if (!CheckTimeout()) return Progress::Failed;
   WriteValue(text);
   return Progress::More;
-}
-
-std::unique_ptr<Tag> ScriptParser::SkipTo(std::span<const WantedTag> wanted,
-                                          std::string_view closing_tag) {
-  std::unique_ptr<Tag> found;
-  if (FindTag(found, wanted) == Scanned::EndOfFile) {
-    SyntaxError(String::Concat({"Unexpected end of file looking for ", closing_tag}));
-  }
-  return found;
 }
 
 }  // namespace vexa

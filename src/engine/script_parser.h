@@ -20,6 +20,8 @@
 #include "engine/function.h"
 #include "engine/macro_expander.h"
 #include "engine/script_state.h"
+#include "engine/site.h"
+#include "engine/site_store.h"
 #include "engine/tag.h"
 #include "engine/tag_reader.h"
 #include "expr/expression.h"
@@ -44,6 +46,23 @@ class TextFilter {
   virtual void Add(std::string_view text, String& out) = 0;
   // The run ended, at a tag, a line end or the end of the file: appends what was kept back.
   virtual void End(String& out) = 0;
+};
+
+// An expression that stands in a tag and is evaluated later and again (loop conditions, filters).
+// What was read is remembered with the values that the references in it had.
+class DeferredExpression {
+ public:
+  DeferredExpression(const SourcePlace& place, ValueForm form) : place_(place), form_(form) {}
+
+ private:
+  friend class ScriptParser;
+  SourcePlace place_;
+  ValueForm form_;
+  bool read_ = false;  // the rest is what was read
+  bool macros_on_ = true;
+  std::vector<ReferenceValue> references_;
+  Expression expression_;
+  SourcePlace behind_;
 };
 
 class ScriptParser final : public TagReader {
@@ -92,13 +111,15 @@ class ScriptParser final : public TagReader {
   // is removed, which must happen before it is destroyed.
   void AddWatcher(ScriptState* state) { watchers_->push_back(state); }
   void RemoveWatcher(ScriptState* state) { std::erase(*watchers_, state); }
-  // Evaluates the expression of that form that starts at `place`, then stands again where it stood.
-  // False after an error was reported.
-  [[nodiscard]] bool EvaluateAt(const SourcePlace& place, ValueForm form, String& value);
-  // Skips to the tag that closes a block; a file that ends first is the error that names
-  // `closing_tag`. Null on failure.
-  [[nodiscard]] std::unique_ptr<Tag> SkipTo(std::span<const WantedTag> wanted,
-                                            std::string_view closing_tag);
+  // The place behind what was read last, and the way back to it.
+  [[nodiscard]] SourcePlace CurrentPlace() const;
+  void GoTo(const SourcePlace& place);
+  // Evaluates an expression of the script, then stands again where it stood. False after an error
+  // was reported.
+  [[nodiscard]] bool EvaluateAt(DeferredExpression& expression, String& value);
+  // Skips to the tag that closes a block; a file that ends first is the error that names the
+  // closing tag of `block`. The row of the tag found, or null on failure.
+  [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted, const ScriptState& block);
 
   // --- Functions ---
   [[nodiscard]] bool FindFunction(Symbol symbol, const Callable*& function) override;
@@ -154,6 +175,20 @@ class ScriptParser final : public TagReader {
  private:
   [[nodiscard]] MacroExpander& macros() { return macros_; }
   [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
+  // --- Sites (script_sites.cpp) ---
+  [[nodiscard]] Progress FindNextTag();
+  Site* FindSite();
+  Progress FollowText(Site& site);
+  Progress FollowTag(Site& site);
+  Progress ReadAnew(const SourcePlace& place);
+  bool FollowPiece(const Site& site, const TextPiece& piece, Progress& progress);
+  bool WriteForeign(const Site& site, const TextPiece& piece, Progress& progress);
+  TagReading* ReadingOf(Site& site);
+  [[nodiscard]] bool Hold(std::span<const ReferenceValue> references);
+  [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, String& value);
+  SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
+  void CheckSite(const Site& site);
+
   bool ReportRuntimeError(const TagRow& row, std::string_view message);
   Progress Offer(Tag& tag);
   Progress OfferText(std::string_view text);
@@ -161,7 +196,7 @@ class ScriptParser final : public TagReader {
   // Destroys the states from the top down until `count` are left, without leaving their blocks.
   void DropStates(size_t count);
   Progress ExitScript();
-  void ReportOpenBlock();
+  void ReportOpenBlock(const ScriptState& block);
 
   bool CallOwnFunction(const Function& function, std::span<ScriptValue> arguments,
                        ScriptValue& result);
@@ -179,6 +214,10 @@ class ScriptParser final : public TagReader {
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
   SplayTree<Function> functions_;
+  SiteStore sites_;
+  Site* next_ = nullptr;    // the site at the place where the script stands, when it is known
+  int64_t furthest_ = 0;    // how far the script was read
+  bool read_anew_ = false;  // what stands here is read, whatever is remembered
   bool execute_tags_ = true;
   int output_level_ = kHtmlOutput | kTextOutput;
   int depth_ = 0;  // function calls in progress, those of calling scripts included

@@ -79,6 +79,8 @@ class ExpressionProgram {
   // behind `target`, and `target` is plain: appends them to its value in place and returns true.
   // Otherwise does nothing.
   [[nodiscard]] bool TryAppend(ExpressionContext& context, const ScopedName& target) const;
+  // Whether it calls any function.
+  [[nodiscard]] bool Calls() const { return !calls_.empty(); }
   // Whether it can run a function of the script.
   [[nodiscard]] bool CallsScript() const;
   // The text when the expression is one constant and nothing else, else null.

@@ -31,9 +31,9 @@ class IFState final : public BlockState {
     if (opener().id == kTagIF) {
       return SkipBlock() == StateResult::Failed ? StateResult::Failed : OnClose();
     }
-    auto found = SkipTo(kBranchEnds);
+    const TagRow* found = SkipTo(kBranchEnds);
     if (found == nullptr) return StateResult::Failed;
-    return found->id() == kTagVxELSE ? StateResult::Handled : OnClose();
+    return found->id == kTagVxELSE ? StateResult::Handled : OnClose();
   }
 
   // A branch that ends early looks for the end of either spelling, on purpose: pages mix them.
@@ -47,15 +47,17 @@ class IFState final : public BlockState {
 class WHILEState final : public BlockState {
  public:
   explicit WHILEState(const TagCall& call)
-      : BlockState(call), condition_(call.tag().deferred()), body_(parser().CurrentPlace()) {
+      : BlockState(call),
+        condition_(call.tag().deferred(),
+                   IsLegacy() ? ValueForm::Body : ValueForm::ExpressionAttribute),
+        body_(parser().CurrentPlace()) {
     if (!IsLegacy()) condition_name_ = call.Only().name;
   }
 
   // Evaluates the condition. Handled: true; Finished: false; Failed.
   [[nodiscard]] StateResult EvaluateExpression() {
-    const ValueForm form = IsLegacy() ? ValueForm::Body : ValueForm::ExpressionAttribute;
     String value;
-    if (!parser().EvaluateAt(condition_, form, value)) return StateResult::Failed;
+    if (!parser().EvaluateAt(condition_, value)) return StateResult::Failed;
     if (!condition_name_.empty() &&
         parser().Assign(opener(), condition_name_, value) == StateResult::Failed) {
       return StateResult::Failed;
@@ -74,7 +76,7 @@ class WHILEState final : public BlockState {
  private:
   [[nodiscard]] bool IsLegacy() const { return opener().id == kTagWHILE; }
 
-  SourcePlace condition_;  // where the condition's text begins
+  DeferredExpression condition_;
   SourcePlace body_;       // just behind the opening tag
   String condition_name_;  // the variable that receives the condition's value; may be empty
 };

@@ -72,7 +72,9 @@ class ImportState final : public BlockState {
     // A FILTER whose text is to be read from the script has no value; one written without "=" is
     // its own name, which is true.
     const NameValuePair* filter = call.Find("FILTER");
-    if (filter != nullptr && filter->value.empty()) filter_ = call.tag().deferred();
+    if (filter != nullptr && filter->value.empty()) {
+      filter_.emplace(call.tag().deferred(), ValueForm::ExpressionAttribute);
+    }
   }
 
   // Starts reading. Reported: there is nothing to read.
@@ -135,17 +137,15 @@ class ImportState final : public BlockState {
   StateResult PassesFilter() {
     if (!filter_) return StateResult::Handled;
     String value;
-    if (!parser().EvaluateAt(*filter_, ValueForm::ExpressionAttribute, value)) {
-      return StateResult::Failed;
-    }
+    if (!parser().EvaluateAt(*filter_, value)) return StateResult::Failed;
     return Expression::IsTrue(value) ? StateResult::Handled : StateResult::Finished;
   }
 
   FlatFile flat_;
   std::unique_ptr<FlatFileReader> reader_;
-  std::vector<String> values_;         // of the current record, one for each name
-  SourcePlace body_;                   // just behind the opening tag
-  std::optional<SourcePlace> filter_;  // where the filter's text begins
+  std::vector<String> values_;  // of the current record, one for each name
+  SourcePlace body_;            // just behind the opening tag
+  std::optional<DeferredExpression> filter_;
 };
 
 }  // namespace

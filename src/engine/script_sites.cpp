@@ -1,0 +1,292 @@
+// Following what is remembered of a script instead of reading it.
+//
+//   FindNextTag ─▶ a site is known here ─▶ FollowText, FollowTag ─▶ the site behind it
+//              └▶ read before, not learnt ─▶ SiteLearner ─▶ a site
+//              └▶ never read before ─▶ the scanner
+//
+// While sites are followed the source stands still: its place is only noted, and it moves when
+// somebody really reads. Whatever could make reading come to something else is compared each time:
+// the macro switch, and the values of references. A value that holds a byte that matters to the
+// scanner is read anew, for tags in values are carried out.
+
+#include <cassert>
+#include <cstdlib>
+#include <utility>
+
+#include "engine/script_parser.h"
+#include "engine/site_learner.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr size_t kMostReadings = 8;  // of one tag
+
+// Test builds can do without everything that is remembered; the page must be the same.
+bool SitesAreOff() {
+#ifdef NDEBUG
+  return false;
+#else
+  static const bool kOff = std::getenv("VEXA_NO_SITES") != nullptr;
+  return kOff;
+#endif
+}
+
+// Whether `value` reads as nothing but text wherever it stands.
+bool IsHarmless(std::string_view value) {
+  return value.find_first_of("<\\\r\n\">") == std::string_view::npos;
+}
+// The same between tags.
+bool IsHarmlessText(std::string_view value) {
+  return value.find_first_of("<\\\r\n") == std::string_view::npos;
+}
+
+}  // namespace
+
+SourcePlace ScriptParser::CurrentPlace() const {
+  SourcePlace place = source().Place();
+  place.site = next_;
+  return place;
+}
+
+void ScriptParser::GoTo(const SourcePlace& place) {
+  source().Return(place);
+  next_ = place.site;
+}
+
+Progress ScriptParser::FindNextTag() {
+  Site* site = next_ != nullptr ? next_ : FindSite();
+  if (site != nullptr && site->macros_on == macros_.expands()) {
+    if (site->kind == Site::Kind::Tag) return FollowTag(*site);
+    if (site->kind == Site::Kind::Text) return FollowText(*site);
+  }
+  next_ = nullptr;
+  read_anew_ = false;
+  return Parser::FindNextTag();
+}
+
+// The site at the place where the script stands; null when reading is what is to be done.
+Site* ScriptParser::FindSite() {
+  if (read_anew_ || source().inmacro() || SitesAreOff()) return nullptr;
+  const SourcePlace place = source().Place();
+  if (place.position >= furthest_) {
+    furthest_ = place.position + 1;
+    return nullptr;
+  }
+  Site* site = sites_.Find(place.position);
+  if (site == nullptr && !sites_.full()) {
+    site = sites_.Add(SiteLearner(host_, macros_, tags()).Learn(place));
+    source().Return(place);
+  }
+  return site;
+}
+
+// Reads what stands at `place`, whatever is remembered of it.
+Progress ScriptParser::ReadAnew(const SourcePlace& place) {
+  source().Return(place);
+  next_ = nullptr;
+  return Parser::FindNextTag();
+}
+
+// --- Text ------------------------------------------------------------------------------------
+
+Progress ScriptParser::FollowText(Site& site) {
+  CheckSite(site);
+  const bool copies = CopiesPlainText();
+  for (const TextPiece& piece : copies ? site.plain_pieces : site.pieces) {
+    Progress progress = Progress::More;
+    if (!FollowPiece(site, piece, progress)) return ReadAnew(piece.place);
+    if (progress != Progress::More) return progress;
+  }
+  GoTo(site.end);
+  if (site.at_file_end) return Progress::EndOfFile;
+  if (next_ == nullptr) next_ = site.end.site = FindSite();
+  return Progress::More;
+}
+
+// Delivers a piece; false when it must be read.
+bool ScriptParser::FollowPiece(const Site& site, const TextPiece& piece, Progress& progress) {
+  const std::string_view bytes = site.bytes.view().substr(piece.begin, piece.end - piece.begin);
+  switch (piece.kind) {
+    case PieceKind::Plain:
+      progress = ProcessPlain(bytes);
+      return true;
+    case PieceKind::Text:
+      progress = ProcessText(bytes);
+      return true;
+    case PieceKind::NewLine:
+      progress = ProcessNewLine(bytes);
+      return true;
+    case PieceKind::Construct:
+      progress = EndText();
+      return true;
+    case PieceKind::Reference: {
+      const String value = site.references[piece.first].reference.Value(host_);
+      if (!IsHarmlessText(value)) return false;
+      if (value.empty()) return true;
+      progress = CopiesPlainText() ? ProcessPlain(value) : ProcessText(value);
+      return true;
+    }
+    case PieceKind::Foreign:
+      if (piece.first != piece.last) return WriteForeign(site, piece, progress);
+      progress = ProcessUnknownTag(bytes);
+      return true;
+  }
+  return true;
+}
+
+bool ScriptParser::WriteForeign(const Site& site, const TextPiece& piece, Progress& progress) {
+  String raw;
+  uint32_t from = piece.begin;
+  for (uint32_t i = piece.first; i != piece.last; ++i) {
+    const SiteReference& reference = site.references[i];
+    const String value = reference.reference.Value(host_);
+    if (!IsHarmless(value)) return false;
+    raw = String::Concat({raw, site.bytes.view().substr(from, reference.at - from), value});
+    from = reference.at;
+  }
+  raw = String::Concat({raw, site.bytes.view().substr(from, piece.end - from)});
+  progress = ProcessUnknownTag(raw);
+  return true;
+}
+
+// --- Tags ------------------------------------------------------------------------------------
+
+// Whether all these references still have their values.
+bool ScriptParser::Hold(std::span<const ReferenceValue> references) {
+  for (const ReferenceValue& known : references) {
+    if (known.reference.Value(host_).view() != known.value.view()) return false;
+  }
+  return true;
+}
+
+// How the tag reads now; null when it must be read.
+TagReading* ScriptParser::ReadingOf(Site& site) {
+  for (const auto& reading : site.readings) {
+    if (Hold(reading->references)) return reading.get();
+  }
+  if (site.readings.size() == kMostReadings || sites_.full()) return nullptr;
+  auto reading = SiteLearner(host_, macros_, tags()).LearnReading(site.begin);
+  if (reading == nullptr) return nullptr;
+  sites_.CountReading();
+  return site.readings.emplace_back(std::move(reading)).get();
+}
+
+// Only a function can ask where the script stands; without one, errors need the line.
+bool ScriptParser::EvaluateSiteValue(SiteValue& written, String& value) {
+  if (written.calls) {
+    GoTo(written.behind);
+  } else {
+    source().SetLine(written.behind.line);
+  }
+  return written.expression.Evaluate(*this, value);
+}
+
+Progress ScriptParser::FollowTag(Site& site) {
+  TagReading* const reading = ReadingOf(site);
+  if (reading == nullptr) return ReadAnew(site.begin);
+  CheckSite(site);
+  // A run of text ends here.
+  if (Progress ended = EndText(); ended != Progress::More) return ended;
+  Tag tag(*site.row);
+  if (reading->deferred.position != 0) tag.Defer(reading->deferred);
+  for (SiteValue& written : reading->values) {
+    String value;
+    if (written.expression.empty()) {
+      value = written.text;
+    } else if (written.reading != Reading::Deferred && !EvaluateSiteValue(written, value)) {
+      return Progress::Failed;
+    }
+    tag.AddNameValuePair(written.name, std::move(value));
+    if (written.calls && macros_.expands() != site.macros_on &&
+        &written != &reading->values.back()) {
+      // The function changed how the rest reads.
+      GoTo(written.behind);
+      return TagReader::GetNameValuePairs(tag) ? ProcessReadTag(tag) : Progress::Failed;
+    }
+  }
+  GoTo(reading->end);
+  return ProcessReadTag(tag);
+}
+
+bool ScriptParser::EvaluateAt(DeferredExpression& deferred, String& value) {
+  const SourcePlace noted = CurrentPlace();
+  const bool known =
+      deferred.read_ && deferred.macros_on_ == macros_.expands() && Hold(deferred.references_);
+  if (known) {
+    GoTo(deferred.behind_);
+  } else {
+    std::vector<MacroReference> met;
+    macros_.NoteReferences(&met, false);
+    const bool read = ReadExpressionAt(deferred.place_, deferred.form_, deferred.expression_);
+    macros_.NoteReferences(nullptr, false);
+    if (!read) return false;
+    deferred.behind_ = source().Place();
+    deferred.macros_on_ = macros_.expands();
+    deferred.references_.clear();
+    deferred.read_ = !source().inmacro() && deferred.place_.expansion_offset == 0 && !SitesAreOff();
+    for (MacroReference& reference : met) {
+      if (reference.end < 0) deferred.read_ = false;
+      String now = reference.Value(host_);
+      deferred.references_.push_back({std::move(reference), std::move(now)});
+    }
+    next_ = nullptr;
+  }
+  if (!deferred.expression_.Evaluate(*this, value)) return false;
+  GoTo(noted);
+  return true;
+}
+
+// --- Skips -----------------------------------------------------------------------------------
+
+// The skip from where the script stands; null when it must be read.
+SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
+  if (source().inmacro() || SitesAreOff()) return nullptr;
+  const SourcePlace place = source().Place();
+  SiteSkip* skip = sites_.FindSkip(place.position, wanted);
+  if (skip == nullptr) {
+    if (place.position >= furthest_ || sites_.full()) return nullptr;
+    skip = sites_.AddSkip(place.position, wanted,
+                          SiteLearner(host_, macros_, tags()).LearnSkip(place, wanted));
+    source().Return(place);
+  }
+  if (!skip->learnt || skip->macros_on != macros_.expands()) return nullptr;
+  for (const MacroReference& reference : skip->references) {
+    if (!IsHarmless(reference.Value(host_))) return nullptr;
+  }
+  return skip;
+}
+
+const TagRow* ScriptParser::SkipTo(std::span<const WantedTag> wanted, const ScriptState& block) {
+  if (SiteSkip* skip = KnownSkip(wanted)) {
+    for (SiteValue& written : skip->landing.values) {
+      String value;
+      if (!written.expression.empty() && !EvaluateSiteValue(written, value)) return nullptr;
+    }
+    GoTo(skip->landing.end);
+    if (next_ == nullptr) next_ = skip->landing.end.site = FindSite();
+    return skip->row;
+  }
+  next_ = nullptr;
+  std::unique_ptr<Tag> found;
+  if (FindTag(found, wanted) == Scanned::EndOfFile) ReportOpenBlock(block);
+  return found == nullptr ? nullptr : &found->row();
+}
+
+// --- Checking --------------------------------------------------------------------------------
+
+// Builds with assertions read every hundredth site anew and compare.
+void ScriptParser::CheckSite([[maybe_unused]] const Site& site) {
+#ifndef NDEBUG
+  static int followed = 0;
+  if (++followed % 100 != 0) return;
+  const SourcePlace noted = CurrentPlace();
+  const std::unique_ptr<Site> anew = SiteLearner(host_, macros_, tags()).Learn(site.begin);
+  GoTo(noted);
+  assert(anew->kind == site.kind && anew->row == site.row);
+  assert(anew->bytes == site.bytes && anew->pieces.size() == site.pieces.size());
+  assert(anew->end == site.end && anew->at_file_end == site.at_file_end);
+#endif
+}
+
+}  // namespace vexa

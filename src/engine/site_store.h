@@ -1,0 +1,68 @@
+// SiteStore: the sites of one script, by the offset where they begin, and the skips. Nothing in it
+// is ever moved or freed, so a site in use stays what it is. Beyond a bound nothing more is
+// remembered.
+
+#ifndef VEXA_ENGINE_SITE_STORE_H_
+#define VEXA_ENGINE_SITE_STORE_H_
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <unordered_map>
+
+#include "engine/parser.h"
+#include "engine/site.h"
+
+namespace vexa {
+
+class SiteStore {
+ public:
+  // The site that begins at that offset, or null.
+  [[nodiscard]] Site* Find(int64_t offset) const {
+    auto found = sites_.find(offset);
+    return found == sites_.end() ? nullptr : found->second.get();
+  }
+  Site* Add(std::unique_ptr<Site> site) {
+    const int64_t offset = site->begin.position;
+    size_bytes_ += site->bytes.size() + site->pieces.size() * kPieceSize + kSiteSize;
+    return (sites_[offset] = std::move(site)).get();
+  }
+
+  // The skip from that offset to those tags, or null.
+  [[nodiscard]] SiteSkip* FindSkip(int64_t offset, std::span<const WantedTag> wanted) {
+    auto found = skips_.find(KeyOf(offset, wanted));
+    return found == skips_.end() ? nullptr : &found->second;
+  }
+  SiteSkip* AddSkip(int64_t offset, std::span<const WantedTag> wanted, SiteSkip skip) {
+    size_bytes_ += kSiteSize + skip.references.size() * kPieceSize;
+    return &skips_.insert_or_assign(KeyOf(offset, wanted), std::move(skip)).first->second;
+  }
+  // Notes that a tag reads in a further way.
+  void CountReading() { size_bytes_ += kSiteSize; }
+
+  [[nodiscard]] bool full() const { return size_bytes_ > kMostBytes; }
+
+ private:
+  static constexpr size_t kMostBytes = 2u << 20;
+  // About what one takes.
+  static constexpr size_t kSiteSize = 600;
+  static constexpr size_t kPieceSize = 100;
+
+  // Two sets of wanted tags are told apart by the tags in them; 16 bits suffice for the few sets
+  // that can be wanted at one place.
+  static uint64_t KeyOf(int64_t offset, std::span<const WantedTag> wanted) {
+    uint64_t key = 0;
+    for (const WantedTag& tag : wanted) {
+      key = key * 193 + static_cast<uint64_t>(tag.id * 3 + (tag.closing_id > 0) + 1);
+    }
+    return static_cast<uint64_t>(offset) << 16 ^ (key & 0xFFFF);
+  }
+
+  std::unordered_map<int64_t, std::unique_ptr<Site>> sites_;
+  std::unordered_map<uint64_t, SiteSkip> skips_;
+  size_t size_bytes_ = 0;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_ENGINE_SITE_STORE_H_
