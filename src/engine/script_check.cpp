@@ -91,11 +91,6 @@ class ScriptChecker final : public TagReader {
     clean_ = false;
     return false;
   }
-  bool ReportFileError(std::string_view) override { return false; }
-  bool FindFunction(Symbol, const Callable*&) override { return false; }
-  bool CallFunction(const Callable&, std::span<ScriptValue>, ScriptValue&) override {
-    return false;
-  }
 
   // Messages are written for pages; a terminal wants plain text.
   void Print(String message) {

@@ -10,9 +10,9 @@
 // scanner is read anew, for tags in values are carried out.
 
 #include <cassert>
-#include <cstdlib>
 #include <utility>
 
+#include "core/shortcuts.h"
 #include "engine/script_parser.h"
 #include "engine/site_learner.h"
 
@@ -21,16 +21,6 @@ namespace vexa {
 namespace {
 
 constexpr size_t kMostReadings = 8;  // of one tag
-
-// Test builds can do without everything that is remembered; the page must be the same.
-bool SitesAreOff() {
-#ifdef NDEBUG
-  return false;
-#else
-  static const bool kOff = std::getenv("VEXA_NO_SITES") != nullptr;
-  return kOff;
-#endif
-}
 
 // Whether `value` reads as nothing but text wherever it stands.
 bool IsHarmless(std::string_view value) {
@@ -67,7 +57,7 @@ Progress ScriptParser::FindNextTag() {
 
 // The site at the place where the script stands; null when reading is what is to be done.
 Site* ScriptParser::FindSite() {
-  if (read_anew_ || source().inmacro() || SitesAreOff()) return nullptr;
+  if (read_anew_ || source().inmacro() || !UseShortcuts()) return nullptr;
   const SourcePlace place = source().Place();
   if (place.position >= furthest_) {
     furthest_ = place.position + 1;
@@ -224,7 +214,7 @@ bool ScriptParser::EvaluateAt(DeferredExpression& deferred, String& value) {
     deferred.behind_ = source().Place();
     deferred.macros_on_ = macros_.expands();
     deferred.references_.clear();
-    deferred.read_ = !source().inmacro() && deferred.place_.expansion_offset == 0 && !SitesAreOff();
+    deferred.read_ = !source().inmacro() && deferred.place_.expansion_offset == 0 && UseShortcuts();
     for (MacroReference& reference : met) {
       if (reference.end < 0) deferred.read_ = false;
       String now = reference.Value(host_);
@@ -241,7 +231,7 @@ bool ScriptParser::EvaluateAt(DeferredExpression& deferred, String& value) {
 
 // The skip from where the script stands; null when it must be read.
 SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
-  if (source().inmacro() || SitesAreOff()) return nullptr;
+  if (source().inmacro() || !UseShortcuts()) return nullptr;
   const SourcePlace place = source().Place();
   SiteSkip* skip = sites_.FindSkip(place.position, wanted);
   if (skip == nullptr) {

@@ -55,9 +55,6 @@ class SiteLearner final : public TagReader {
     failed_ = true;
     return false;
   }
-  bool ReportFileError(std::string_view) override { return false; }
-  bool FindFunction(std::string_view, const Callable*&) override { return false; }
-  bool CallFunction(const Callable&, std::span<String>, String&) override { return false; }
 
   void Begin(Aim aim, const SourcePlace& place);
   void AddText(PieceKind kind, std::string_view text);

@@ -47,6 +47,13 @@ class TagReader : public Parser, public ExpressionContext, protected CharacterSo
   [[nodiscard]] bool ReadExpressionAt(const SourcePlace& place, ValueForm form,
                                       Expression& expression);
 
+  // Who only reads is never asked these; the executor overrides them.
+  bool ReportFileError(std::string_view) override { return false; }
+  bool FindFunction(Symbol, const Callable*&) override { return false; }
+  bool CallFunction(const Callable&, std::span<ScriptValue>, ScriptValue&) override {
+    return false;
+  }
+
  private:
   // CharacterSource, for the expression reader.
   int NextChar() override { return source().GetNextChar(); }

@@ -75,9 +75,6 @@ class ExpressionTree {
   // complete and nothing is open.
   void Finish(ExpressionProgram& program);
 
-  // Whether it holds a call.
-  [[nodiscard]] bool Calls() const { return most_functions_ > 0; }
-
   // For tests: operators as "(left OP right)" or "(OP operand)", a side that is empty as "_", the
   // ignored right side of a prefix operator behind a comma.
   [[nodiscard]] String Printed() const;
