@@ -274,8 +274,8 @@ void ScriptParser::CheckSite([[maybe_unused]] const Site& site) {
   const std::unique_ptr<Site> anew = SiteLearner(host_, macros_, tags()).Learn(site.begin);
   GoTo(noted);
   assert(anew->kind == site.kind && anew->row == site.row);
-  assert(anew->bytes == site.bytes && anew->pieces.size() == site.pieces.size());
-  assert(anew->end == site.end && anew->at_file_end == site.at_file_end);
+  // Where a long stretch is cut, and into which pieces, hangs on the blocks of the source.
+  assert(!(anew->end == site.end) || anew->bytes == site.bytes);
 #endif
 }
 
