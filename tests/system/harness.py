@@ -5,6 +5,7 @@ A case fails when it raises; `expect` raises with both values in the message.
 """
 
 import argparse
+import contextlib
 import os
 import pathlib
 import pwd
@@ -60,36 +61,31 @@ class Suite:
         options = parser.parse_args()
         self.build = options.build.resolve()
         chosen = [case for case in self.cases if options.filter in f"{self.name}: {case[0]}"]
-        passed = failed = 0
-        if chosen and fixture is not None:
-            try:
-                with fixture(self.build) as value:
-                    passed, failed = self._run(chosen, (value,))
-            except Failure as failure:
-                print(f"FAIL {self.name}: {failure}")
-                failed += 1
-        else:
-            passed, failed = self._run(chosen, ())
-        print(f"{passed} passed, {failed} failed")
+        results = []
+        try:
+            with fixture(self.build) if chosen and fixture else contextlib.nullcontext() as value:
+                for name, function in chosen:
+                    results.append(self._run(name, function, [value] if fixture else []))
+        except Failure as failure:
+            print(f"FAIL {self.name}: {failure}")
+            results.append(False)
+        failed = results.count(False)
+        print(f"{results.count(True)} passed, {failed} failed")
         return 1 if failed else 0
 
-    def _run(self, cases, arguments):
-        passed = failed = 0
-        for name, function in cases:
-            try:
-                function(*arguments)
-            except Skip as reason:
-                print(f"SKIP {self.name}: {name}: {reason}")
-            except Failure as failure:
-                print(f"FAIL {self.name}: {name}\n  {failure}")
-                failed += 1
-            except Exception:  # A case that stumbles is a failed case, not the end of the others.
-                print(f"FAIL {self.name}: {name}\n{traceback.format_exc()}")
-                failed += 1
-            else:
-                print(f"PASS {self.name}: {name}")
-                passed += 1
-        return passed, failed
+    def _run(self, name, function, arguments):
+        """Whether the case passed; None when it was skipped."""
+        try:
+            function(*arguments)
+        except Skip as reason:
+            print(f"SKIP {self.name}: {name}: {reason}")
+            return None
+        except Exception as error:  # A case that stumbles is a failed one, not the end of the others.
+            report = f"  {error}" if isinstance(error, Failure) else traceback.format_exc()
+            print(f"FAIL {self.name}: {name}\n{report}")
+            return False
+        print(f"PASS {self.name}: {name}")
+        return True
 
 
 def free_port():
