@@ -10,8 +10,7 @@ import subprocess
 import sys
 import tempfile
 
-from harness import ROOT, Failure, Suite, expect, expect_in
-from program_site import ProgramSite, page_of
+from harness import ROOT, Failure, ProgramSite, Suite, expect, expect_in, page_of
 
 # Where Debian keeps dbfread, for a python3 that is not Debian's.
 sys.path.append("/usr/lib/python3/dist-packages")

@@ -7,8 +7,7 @@ import subprocess
 import sys
 import re
 
-from harness import Suite, expect
-from program_site import ProgramSite, page_of
+from harness import ProgramSite, Suite, expect, page_of
 
 suite = Suite("flat files")
 

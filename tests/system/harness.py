@@ -1,4 +1,5 @@
-"""What the system tests share: named cases, the counts at the end, and a running web server.
+"""What the system tests share: named cases, the counts at the end, a site of the program, and
+running web servers.
 
 A test file makes a Suite, registers functions with @suite.case("name"), and calls suite.main().
 A case fails when it raises; `expect` raises with both values in the message.
@@ -13,7 +14,6 @@ import shutil
 import signal
 import socket
 import subprocess
-import sys
 import tempfile
 import time
 import traceback
@@ -88,50 +88,91 @@ class Suite:
         return True
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+class ProgramSite:
+    """A directory with the program, a script directory `site` and a data directory `data` in it, run by
+    many processes at once without a web server between. A context manager. Several may share one data
+    directory, as several hosts would."""
+
+    SETTINGS = "usecookies=no"
+
+    def __init__(self, build, config="", data=None):
+        # As realpath: the program refuses script directories that lie behind links.
+        self.directory = pathlib.Path(os.path.realpath(tempfile.mkdtemp(prefix="vexa-site-")))
+        self.site = self.directory / "site"
+        self.data = data if data is not None else self.directory / "data"
+        self.program = self.directory / "vexa"
+        shutil.copy(build / "vexa", self.program)
+        for directory in (self.site, self.data, self.directory / "tmp"):
+            directory.mkdir(exist_ok=True)
+        (self.directory / "vexa.conf").write_text(
+            f"vexaroot={self.site}\nstdmodedatadir={self.data}\ntempdir={self.directory}/tmp\n"
+            f"serveradmin=admin@example.com\n{self.SETTINGS}\n{config}\n".replace("{DIR}", str(self.directory)))
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *ignored):
+        shutil.rmtree(self.directory)
+
+    def write(self, name, text):
+        path = self.site / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(text if isinstance(text, bytes) else text.encode())
+
+    def start(self, page="index.vx", query=""):
+        """The process of a request. How the sanitizers report is the business of who runs the tests."""
+        chosen = {name: os.environ[name] for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS") if name in os.environ}
+        return subprocess.Popen(
+            [self.program], cwd=self.directory, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": "/" + page,
+                                         "QUERY_STRING": query, "TZ": "UTC", **chosen})
+
+    def page(self, page="index.vx", query=""):
+        """The page of one request that must run to its end."""
+        return page_of(self.start(page, query))
 
 
-class WebServer:
-    """A web server on a free port of 127.0.0.1, with a site of its own below a temporary directory:
-    `site` is the script directory, `data` the data directory. A context manager."""
+def page_of(process):
+    """What a process that ends by itself wrote behind the headers."""
+    output, errors = process.communicate(timeout=300)
+    expect("standard error", errors, b"")
+    expect("exit status", process.returncode, 1)
+    head, separator, page = output.partition(b"\r\n\r\n")
+    expect(f"end of the headers in {output!r}", separator, b"\r\n\r\n")
+    return page.decode("latin-1")
+
+
+class WebServer(ProgramSite):
+    """A site behind a web server on a free port of 127.0.0.1."""
 
     STARTUP_SECONDS = 20
     NAME = "lighttpd"
+    PROGRAM = ["lighttpd", "-D", "-f"]  # Its configuration file comes behind the options.
     CONFIG_OPTIONS = []  # of scripts/web-server-config
+    USER = None  # who the server is to be where it would be root
+    SETTINGS = ""
 
-    def __init__(self, build):
-        self.program = build / "vexa"
-
-    @staticmethod
-    def command():
-        """The server and its options; its configuration file comes behind them."""
-        return [shutil.which("lighttpd") or "/usr/sbin/lighttpd", "-D", "-f"]
-
-    def start(self, command):
-        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+    @classmethod
+    def command(cls):
+        return [shutil.which(cls.PROGRAM[0]) or f"/usr/sbin/{cls.PROGRAM[0]}", *cls.PROGRAM[1:]]
 
     def __enter__(self):
-        # As realpath: the program refuses script directories that lie behind links.
-        self.directory = pathlib.Path(os.path.realpath(tempfile.mkdtemp(prefix="vexa-web-")))
-        self.site = self.directory / "site"
-        self.data = self.directory / "data"
-        for directory in (self.site, self.data, self.directory / "tmp"):
-            directory.mkdir()
-        shutil.copy(self.program, self.directory / "vexa")
-        (self.directory / "vexa.conf").write_text(
-            f"vexaroot={self.site}\nstdmodedatadir={self.data}\n"
-            f"tempdir={self.directory}/tmp\nserveradmin=admin@example.com\n")
-        self.port = free_port()
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = probe.getsockname()[1]
         config = subprocess.run(
-            [ROOT / "scripts/web-server-config", *self.CONFIG_OPTIONS, self.directory / "vexa",
-             self.site, self.directory, str(self.port)],
-            check=True, capture_output=True, text=True).stdout
-        (self.directory / "server.conf").write_text(config)
+            [ROOT / "scripts/web-server-config", *self.CONFIG_OPTIONS, self.program, self.site,
+             self.directory, str(self.port)], check=True, capture_output=True).stdout
+        (self.directory / "server.conf").write_bytes(config)
+        user = {}
         self.log = open(self.directory / "server.log", "w+b")
-        self.server = self.start([*self.command(), self.directory / "server.conf"])
+        if self.USER and os.getuid() == 0:
+            account = pwd.getpwnam(self.USER)
+            user = {"user": account.pw_uid, "group": account.pw_gid, "extra_groups": []}
+            for path in [self.directory, *self.directory.rglob("*")]:
+                os.chown(path, account.pw_uid, account.pw_gid)
+        self.server = subprocess.Popen([*self.command(), self.directory / "server.conf"],
+                                       stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log, **user)
         try:
             self._wait_until_it_answers()
         except Failure:
@@ -157,16 +198,11 @@ class WebServer:
         self.server.wait()
         self.log.close()
         logs = "".join(log.read_text(errors="replace") for log in self.directory.glob("*.log"))
-        shutil.rmtree(self.directory)
+        super().__exit__()
         # A server takes no notice of how a program ends.
         for sign in ("Sanitizer", "runtime error:"):
             if sign in logs:
                 raise Failure(f"a program of {self.NAME} reported: {logs}")
-
-    def write(self, name, text):
-        path = self.site / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(text if isinstance(text, bytes) else text.encode())
 
     def url(self, path):
         return f"http://127.0.0.1:{self.port}{path}"
@@ -196,18 +232,6 @@ class ApacheServer(WebServer):
     the user that Debian keeps for web servers."""
 
     NAME = "Apache"
+    PROGRAM = ["apache2", "-D", "FOREGROUND", "-f"]
     CONFIG_OPTIONS = ["--apache"]
-
-    @staticmethod
-    def command():
-        return [shutil.which("apache2") or "/usr/sbin/apache2", "-D", "FOREGROUND", "-f"]
-
-    def start(self, command):
-        user = {}
-        if os.getuid() == 0:
-            account = pwd.getpwnam("www-data")
-            user = {"user": account.pw_uid, "group": account.pw_gid, "extra_groups": []}
-            for path in [self.directory, *self.directory.rglob("*")]:
-                os.chown(path, account.pw_uid, account.pw_gid)
-        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.log,
-                                stderr=self.log, **user)
+    USER = "www-data"

@@ -9,8 +9,7 @@ import signal
 import sys
 import time
 
-from harness import Failure, Suite, expect
-from program_site import ProgramSite, page_of
+from harness import Failure, ProgramSite, Suite, expect, page_of
 
 suite = Suite("locks")
 
