@@ -13,7 +13,7 @@ int main(void) {
                "CREATE INDEX tid ON t (id)",
                0, 0, 0);
   sqlite3_prepare_v2(db, "INSERT INTO t VALUES (?, ?)", -1, &add, 0);
-  for (int i = 1; i <= @N @; i++) {
+  for (int i = 1; i <= PASSES; i++) {
     char id[16], value[32];
     snprintf(id, sizeof id, "k%d", (int)((long)i * 7919 % 100003));
     snprintf(value, sizeof value, "value %d", i);

@@ -5,8 +5,8 @@
 
 int main(void) {
   FILE* file = fopen("site/bigpage.vx", "rb");
-  char* text = malloc(@SIZE @+1);
-  size_t size = file ? fread(text, 1, @SIZE @, file) : 0;
+  char* text = malloc(PAGE_BYTES + 1);
+  size_t size = file ? fread(text, 1, PAGE_BYTES, file) : 0;
   text[size] = 0;
   fputs("Content-type: text/html\r\n\r\n", stdout);
   for (char *at = text, *next;; at = next + 7) {

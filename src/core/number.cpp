@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <system_error>
 
 #include "core/text.h"
@@ -136,6 +137,12 @@ String PrintInteger(int64_t value) {
 String PrintRounded(double value, int places) {
   if (places > kMostPlaces) places = kMostPlaces;
   return Printed(value, places < 0 ? 6 : places);
+}
+
+int DrawNumber() {
+  static const bool kSeeded = (std::srand(static_cast<unsigned>(std::time(nullptr))), true);
+  (void)kSeeded;
+  return std::rand();
 }
 
 }  // namespace vexa

@@ -31,6 +31,10 @@ namespace vexa {
 [[nodiscard]] String PrintRounded(double value, int places);
 inline constexpr int kMostPlaces = 1000;
 
+// The next number of the C library's generator, 0 to RAND_MAX: no secret. It is seeded with the
+// time when the process first draws one.
+[[nodiscard]] int DrawNumber();
+
 }  // namespace vexa
 
 #endif  // VEXA_CORE_NUMBER_H_

@@ -2,8 +2,6 @@
 
 #include "core/time_parts.h"
 
-#include <sys/time.h>
-
 #include <ctime>
 #include <string_view>
 
@@ -52,29 +50,33 @@ String PartText(TimePart part, const timeval& now, const tm& local) {
   return std::string_view(tzname[1]).substr(0, kLongestZone);
 }
 
-void ReadClock(timeval& now, tm& local) {
+timeval Now() {
+  timeval now;
   gettimeofday(&now, nullptr);
+  return now;
+}
+
+tm LocalTime(const timeval& time) {
   tzset();  // localtime_r itself need not set tzname.
-  local = {};
-  localtime_r(&now.tv_sec, &local);
+  tm local = {};
+  localtime_r(&time.tv_sec, &local);
+  return local;
 }
 
 }  // namespace
 
 void vx_gettimevalues(TimeValues& values) {
-  timeval now;
-  tm local;
-  ReadClock(now, local);
+  const timeval now = Now();
+  const tm local = LocalTime(now);
   for (size_t i = 0; i < values.parts.size(); ++i) {
     values.parts[i] = PartText(static_cast<TimePart>(i), now, local);
   }
 }
 
-String CurrentTimePart(TimePart part) {
-  timeval now;
-  tm local;
-  ReadClock(now, local);
-  return PartText(part, now, local);
+String CurrentTimePart(TimePart part) { return TimePartOf(Now(), part); }
+
+String TimePartOf(const timeval& time, TimePart part) {
+  return PartText(part, time, LocalTime(time));
 }
 
 }  // namespace vexa

@@ -3,6 +3,8 @@
 #ifndef VEXA_CORE_TIME_PARTS_H_
 #define VEXA_CORE_TIME_PARTS_H_
 
+#include <sys/time.h>
+
 #include <array>
 
 #include "core/string.h"
@@ -35,8 +37,9 @@ struct TimeValues {
   std::array<String, kTimeParts> parts;
 };
 void vx_gettimevalues(TimeValues& values);
-// One part alone.
+// One part alone, of the current time and of `time`.
 [[nodiscard]] String CurrentTimePart(TimePart part);
+[[nodiscard]] String TimePartOf(const timeval& time, TimePart part);
 
 }  // namespace vexa
 

@@ -3,7 +3,8 @@
 #include "expr/builtins.h"
 
 #include <cstdint>
-#include <cstdlib>
+
+#include "core/number.h"
 
 namespace vexa {
 
@@ -15,7 +16,7 @@ bool BuiltinRnd(const BuiltinCall& call) {
 
 bool BuiltinRandom(const BuiltinCall& call) {
   const int64_t maximum = call.Integer(0);
-  return call.ReturnInteger(maximum < 1 ? 0 : std::rand() % (maximum + 1));
+  return call.ReturnInteger(maximum < 1 ? 0 : DrawNumber() % (maximum + 1));
 }
 
 }  // namespace vexa

@@ -6,7 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,7 +20,17 @@ namespace vexa {
 
 namespace {
 
-// Reads the target of a link of any length. False when `path` is not a link.
+constexpr int64_t kKnownFor = 20;        // milliseconds
+constexpr size_t kMostDirectories = 16;  // known at a time
+
+int64_t Milliseconds() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1'000'000;
+}
+
+// Reads the target of a link of any length. False when `path` is not a link; errno then says
+// whether there is anything.
 bool ReadLink(const std::string& path, std::string& target) {
   target.resize(1024);
   for (;;) {
@@ -39,8 +52,10 @@ uid_t OwnerOf(const std::string& path) {
 // One walk over the components of a path. `result_` is the checked part of it.
 class PathWalk {
  public:
-  PathWalk(std::string_view path, bool links_allowed, bool other_owners_allowed)
+  PathWalk(std::string_view path, bool links_allowed, bool other_owners_allowed,
+           KnownDirectories& known)
       : path_(path),
+        known_(known),
         absolute_(path.starts_with('/')),
         links_allowed_(links_allowed),
         other_owners_allowed_(other_owners_allowed) {}
@@ -53,7 +68,7 @@ class PathWalk {
       if (component == "/..") {
         GoUp();
       } else if (component != "/.") {
-        const int outcome = Enter(component);
+        const int outcome = Enter(component, end != std::string_view::npos);
         if (outcome != kPathGood) return outcome;
       }
       start = end == std::string_view::npos ? path_.size() : end;
@@ -78,7 +93,8 @@ class PathWalk {
     }
   }
 
-  int Enter(std::string_view component) {
+  // `inner` says that more of the path follows, so that it must be a directory.
+  int Enter(std::string_view component, bool inner) {
     if (component.starts_with('/')) component.remove_prefix(1);
     if (result_.size() + component.size() >= PATH_MAX) {
       // No link can be there, and asking about every component would cost the square of a length
@@ -88,10 +104,15 @@ class PathWalk {
     }
     std::string next = Below(component);
     std::string target;
-    if (ReadLink(next, target)) {
+    inner = inner && absolute_;
+    if (inner && known_.Knows(next)) {
+      // Nothing to ask.
+    } else if (ReadLink(next, target)) {
       if (!links_allowed_) return kLinkNotAllowed;
       const int outcome = FollowChain(next, std::move(target));
       if (outcome != kPathGood) return outcome;
+    } else if (inner && errno == EINVAL) {
+      known_.Note(next);
     }
     result_ = std::move(next);
     return kPathGood;
@@ -134,6 +155,7 @@ class PathWalk {
   }
 
   std::string_view path_;
+  KnownDirectories& known_;
   bool absolute_;
   bool links_allowed_;
   bool other_owners_allowed_;
@@ -142,9 +164,23 @@ class PathWalk {
 
 }  // namespace
 
-int FollowPath(String& path, int allow_links, int allow_other_owner) {
+bool KnownDirectories::Knows(std::string_view path) {
+  if (paths_.empty()) return false;
+  if (Milliseconds() - noted_ > kKnownFor) {
+    Forget();
+    return false;
+  }
+  return std::find(paths_.begin(), paths_.end(), path) != paths_.end();
+}
+
+void KnownDirectories::Note(std::string_view path) {
+  if (paths_.empty()) noted_ = Milliseconds();
+  if (paths_.size() < kMostDirectories) paths_.emplace_back(path);
+}
+
+int FollowPath(String& path, int allow_links, int allow_other_owner, KnownDirectories& known) {
   if (ContainsNul(path)) return kLinkToNothing;
-  PathWalk walk(path.view(), allow_links != 0, allow_other_owner != 0);
+  PathWalk walk(path.view(), allow_links != 0, allow_other_owner != 0, known);
   const int outcome = walk.Run();
   if (outcome == kPathGood) path.assign(std::string_view(walk.result()));
   return outcome;

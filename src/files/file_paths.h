@@ -5,6 +5,11 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "core/string.h"
 
 namespace vexa {
@@ -21,10 +26,26 @@ enum FollowResult : int {
 // gives up at the same length.
 inline constexpr int kMostLinkHops = 40;
 
+// Directories that were found to be no links a moment ago, so that the many paths of a request
+// below the same roots do not ask about them again. What others change is noticed after that
+// moment; what this process changes must be told.
+class KnownDirectories {
+ public:
+  [[nodiscard]] bool Knows(std::string_view path);
+  void Note(std::string_view path);
+  void Forget() { paths_.clear(); }
+
+ private:
+  std::vector<std::string> paths_;
+  int64_t noted_ = 0;  // when the first of them was asked about: milliseconds of a steady clock
+};
+
 // Takes "." and ".." out of `path` by its text alone and checks every link on the way. Returns
 // kPathGood and replaces `path` by the result, which keeps the names of links, or one of the other
-// results and leaves `path` as it is. Repeated and trailing slashes stay.
-[[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner);
+// results and leaves `path` as it is. Repeated and trailing slashes stay. What
+// `known` knows is not asked about.
+[[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner,
+                             KnownDirectories& known);
 
 // The owner of `path` itself, not of what a link leads to; (uid_t)-1 on failure.
 [[nodiscard]] uid_t GetOwnerUID(const String& path);

@@ -95,6 +95,7 @@ int UNIXFile::ReadAt(int64_t offset, char* buffer, int count) {
     if (got < 0) return Fail();
     if (got == 0) break;
     done += static_cast<int>(got);
+    if (info_->EndsAt(offset + done)) break;
   }
   return done;
 }

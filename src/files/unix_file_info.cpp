@@ -15,7 +15,8 @@ UNIXFileInfo::UNIXFileInfo(const String& filename, int fd, int flags, const stru
       // Opening again must neither create the file, nor insist on creating it, nor empty it.
       flags_(flags & ~(O_CREAT | O_EXCL | O_TRUNC)),
       identity_(IdentityOf(status)),
-      reopenable_(S_ISREG(status.st_mode)) {}
+      reopenable_(S_ISREG(status.st_mode)),
+      first_length_(status.st_size) {}
 
 UNIXFileInfo::~UNIXFileInfo() {
   if (fd_ >= 0) CloseQuietly(fd_);

@@ -36,6 +36,9 @@ class UNIXFileInfo {
   [[nodiscard]] const String& filename() const { return filename_; }
   [[nodiscard]] int fd() const { return fd_; }
   [[nodiscard]] const FileIdentity& identity() const { return identity_; }
+  // Whether a read that stopped at `offset` before it had all that was asked stopped at the end. So
+  // it is in a regular file where nothing was left when it was opened either.
+  [[nodiscard]] bool EndsAt(int64_t offset) const { return reopenable_ && offset >= first_length_; }
   // Whether it can be closed and opened again unnoticed: true of regular files only.
   [[nodiscard]] bool reopenable() const { return reopenable_; }
 
@@ -54,6 +57,7 @@ class UNIXFileInfo {
   int64_t offset_ = 0;
   FileIdentity identity_;
   bool reopenable_;
+  int64_t first_length_;  // in bytes, when it was opened
 };
 
 }  // namespace vexa

@@ -24,6 +24,7 @@
 #include "core/file.h"
 #include "core/string.h"
 #include "files/descriptor.h"
+#include "files/file_paths.h"
 #include "files/record_lock.h"
 #include "files/unix_file_info.h"
 #include "vexa.h"
@@ -124,6 +125,7 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] bool Usable(const String& path);
 
   Vexa& host_;
+  mutable KnownDirectories known_directories_;
   String error_;
   std::list<UNIXFileInfo> active_;
   std::list<UNIXFileInfo> inactive_;

@@ -30,6 +30,7 @@ String WithoutTrailingSlash(const String& path) {
 }  // namespace
 
 int UNIXFileManager::Delete(const String& path) {
+  known_directories_.Forget();
   if (!Usable(path) || Checked(::unlink(path.c_str())) != 0) return -1;
   LogFile("FILEDELETED", path);
   return 0;
@@ -92,6 +93,7 @@ int UNIXFileManager::CopyBlocks(int source, int target, char* block, ssize_t got
 }
 
 int UNIXFileManager::Rename(const String& from, const String& to) {
+  known_directories_.Forget();
   if (!Usable(from) || !Usable(to)) return -1;
   if (::rename(from.c_str(), to.c_str()) == 0) {
     LogFile("FILERENAMED", String::Concat({from, " -> ", to}));
@@ -122,10 +124,12 @@ bool UNIXFileManager::IsDirectory(const String& path) {
 }
 
 int UNIXFileManager::MakeDirectory(const String& path) {
+  known_directories_.Forget();
   return Usable(path) ? Checked(::mkdir(WithoutTrailingSlash(path).c_str(), 0700)) : -1;
 }
 
 int UNIXFileManager::RemoveDirectory(const String& path) {
+  known_directories_.Forget();
   return Usable(path) ? Checked(::rmdir(WithoutTrailingSlash(path).c_str())) : -1;
 }
 
@@ -150,6 +154,7 @@ int UNIXFileManager::ListDirectory(const String& path, std::vector<String>& name
 }
 
 int UNIXFileManager::MakeSymbolicLink(const String& target, const String& link) {
+  known_directories_.Forget();
   // The system's reason is not stored, on purpose: callers word this failure themselves.
   return Usable(target) && Usable(link) ? ::symlink(target.c_str(), link.c_str()) : -1;
 }
@@ -175,7 +180,7 @@ String UNIXFileManager::StripDirectory(const String& path) const {
 uid_t UNIXFileManager::GetOwnerUID(const String& path) const { return vexa::GetOwnerUID(path); }
 
 int UNIXFileManager::FollowPath(String& path, int allow_links, int allow_other_owner) const {
-  return vexa::FollowPath(path, allow_links, allow_other_owner);
+  return vexa::FollowPath(path, allow_links, allow_other_owner, known_directories_);
 }
 
 }  // namespace vexa

@@ -34,4 +34,21 @@ const String& DynamicTimeVariable::value() {
   return value_.text();
 }
 
+StartTimeVariable::StartTimeVariable(const timeval& start, TimePart part)
+    : Variable(String(kTimePartNames[static_cast<size_t>(part)]), kComputed),
+      start_(start),
+      part_(part) {}
+
+const String& StartTimeVariable::value() {
+  if (!known_) value_ = TimePartOf(start_, part_);
+  known_ = true;
+  return value_.text();
+}
+
+bool StartTimeVariable::SetValue(const String& value) {
+  value_ = value;
+  known_ = true;
+  return true;
+}
+
 }  // namespace vexa

@@ -59,6 +59,20 @@ class DynamicTimeVariable final : public DynamicVariable {
   TimePart part_;
 };
 
+// A part of the time at which the request began. It is taken apart when it is first read, since few
+// pages look at it and the zone would have to be read for it; assigned to, it is a plain variable.
+class StartTimeVariable final : public Variable {
+ public:
+  StartTimeVariable(const timeval& start, TimePart part);
+  [[nodiscard]] const String& value() override;
+  [[nodiscard]] bool SetValue(const String& value) override;
+
+ private:
+  timeval start_;
+  TimePart part_;
+  bool known_ = false;
+};
+
 }  // namespace vexa
 
 #endif  // VEXA_HOST_DYNAMIC_VARIABLES_H_

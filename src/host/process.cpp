@@ -90,12 +90,7 @@ void Process::TakeOverSignals() const {
   for (int signal : {SIGALRM, SIGXFSZ}) sigaction(signal, &action, nullptr);
 }
 
-// Seeded once: two requests of one second must not draw the same numbers.
-void Process::BeginRequest() {
-  if (!seeded_) std::srand(static_cast<unsigned>(std::time(nullptr)));
-  seeded_ = true;
-  reader_gone = 0;
-}
+void Process::BeginRequest() { reader_gone = 0; }
 
 bool Process::interrupted() const { return to_end != 0 || reader_gone != 0; }
 

@@ -62,7 +62,6 @@ class Process {
   String basename_;
   std::span<char* const> arguments_;
   std::unique_ptr<char[]> search_path_;  // "PATH=...", part of the environment while set
-  bool seeded_ = false;
   bool limited_ = false;
 };
 

@@ -1,5 +1,6 @@
 // Host: the request and the system as variables, the head of the answer, and the body.
 
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,10 +29,10 @@ int Host::AddEnvironmentVariables() {
 int Host::AddSystemVariables() {
   vars_.AddSystemVariable("version", kVersion);
   vars_.AddSystemVariable("vexaversion", kVersion);
-  TimeValues now;
-  vx_gettimevalues(now);
-  for (size_t part = 0; part < kTimeParts; ++part) {
-    vars_.AddSystemVariable(kTimePartNames[part], now.parts[part]);
+  timeval now;
+  gettimeofday(&now, nullptr);
+  for (int part = 0; part < kTimeParts; ++part) {
+    vars_.AddSystemVariable(std::make_unique<StartTimeVariable>(now, static_cast<TimePart>(part)));
   }
   vars_.AddSystemVariable("globaltimeout", PrintInteger(config().globaltimeout));
   for (int part = 0; part < kTimeParts; ++part) {

@@ -52,7 +52,7 @@ String Host::MakeSessionID() {
   gettimeofday(&now, nullptr);
   uint32_t chance;
   if (getrandom(&chance, sizeof chance, 0) != static_cast<ssize_t>(sizeof chance)) {
-    chance = static_cast<uint32_t>(std::rand());
+    chance = static_cast<uint32_t>(DrawNumber());
   }
   char id[40];
   std::snprintf(id, sizeof id, "%08X%08X%08X%08X", static_cast<uint32_t>(now.tv_sec),
