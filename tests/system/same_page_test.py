@@ -8,8 +8,7 @@ import random
 import subprocess
 import sys
 
-from harness import Suite, expect
-from program_site import ProgramSite
+from harness import ProgramSite, Suite, expect
 
 suite = Suite("same page")
 PAGES = int(os.environ.get("VEXA_SAME_PAGES", "400"))
