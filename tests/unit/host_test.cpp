@@ -6,54 +6,38 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "fake_host.h"
+#include "file_fixture.h"
 
 namespace vexa {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 // A site of its own, and one process that serves it.
-class HostTest : public testing::Test {
+class HostTest : public FileFixture {
  protected:
-  HostTest() { fs::create_directory(directory_ / "data"); }
-  ~HostTest() override { fs::remove_all(directory_); }
-
-  void Write(const char* name, const std::string& text) {
-    std::ofstream(directory_ / name) << text;
-  }
-
   // The whole response of a page under a configuration.
   std::string Serve(const std::string& page, const std::string& config,
                     std::vector<std::string> environment = {}, const std::string& body = "") {
-    Write("page.vx", page);
-    Write("vexa.conf", "vexaroot=" + directory_.string() + "\nusecookies=off\nstdmodedatadir=" +
-                           directory_.string() + "/data\n" + config);
+    Make("page.vx", page);
+    Make("vexa.conf", "vexaroot=" + directory() +
+                          "\nusecookies=off\nstdmodedatadir=" + directory() + "\n" + config);
     environment.insert(environment.end(), {"PATH_INFO=/page.vx", "SERVER_NAME=localhost"});
     std::vector<char*> list;
     for (std::string& entry : environment) list.push_back(entry.data());
     list.push_back(nullptr);
     TextRequest request(list.data(), body);
     TextOutput output;
-    Host host(process_, kVexaTags, request, output);
-    int ran = host.Go();
-    host.output().Flush();
-    EXPECT_EQ(1, ran) << output.text;
+    Host served(process_, kVexaTags, request, output);
+    EXPECT_EQ(1, served.Go());
+    served.output().Flush();
     return output.text;
   }
 
-  static fs::path MakeDirectory() {
-    std::string made = (fs::temp_directory_path() / "vexa-host-XXXXXX").string();
-    return mkdtemp(made.data());
-  }
-
-  fs::path directory_ = MakeDirectory();
-  std::string program_ = (directory_ / "vexa").string();
+  std::string program_ = directory() + "/vexa";
   char* arguments_[2] = {program_.data(), nullptr};
   Process process_{1, arguments_};
 };
@@ -67,25 +51,24 @@ TEST_F(HostTest, ASecondRequestSeesNothingOfTheFirst) {
   const std::string clean = "globaltimeout=0\n";
   std::string first = Serve(look, clean);
   EXPECT_EQ(0u, first.find("Content-type: text/html\r\n\r\n[][][][][][][][][][en-US][-1][][>]"));
-  ASSERT_TRUE(fs::remove(directory_ / "data" / "t.dbf")) << first;
+  ASSERT_EQ(0, unlink(Path("t.dbf").c_str())) << first;
 
-  Write("sites", "site=s\n");
-  Write("data/sitevars", "EOF=own\n");
+  Make("sites", "site=s\nEOF=own\n");
   std::string other = Serve(
       "<VxFUNCTION NAME=\"f\">f</VxFUNCTION><VxLET x=1><VEXA DEFAULTMACROENCODING=\"entities\" "
       "FILE_ERROR=\"fatal\" STANDARDOUTPUTLEVEL=\"none\" ERROROUTPUTLEVEL=\"none\">"
       "<VxEVAL EXPR=vexa_setlanguage('de') $ vexa_setdefaultlanguage('fr')>"
       "<VxCREATE NAME=\"other\" DATABASE=\"o.dbf\" FIELDS=\"name CHAR(3)\"><VxLET d.name='abc'>"
       "<VxADD><VxFIND VALUE=\"x\"><VxLOCKFILE FILE=\"lock\"><VxWHILE EXPR=\"1\"><VxEVAL EXPR=1 +>",
-      "usecookies=on\nsitevars=" + directory_.string() +
+      "usecookies=on\nsitevars=" + directory() +
           "/sites\n<CONTENT-TYPE EXTS=\"vx\" MIMETYPE=\"text/plain\">\n",
       {"HTTP_X=x", "QUERY_STRING=query=q", "CONTENT_LENGTH=7",
        "CONTENT_TYPE=application/x-www-form-urlencoded"},
       "field=1");
   EXPECT_EQ(0u, other.find("Content-type: text/plain\r\nSet-Cookie: ")) << other;
-  // The sitevars and the table, no lock.
-  EXPECT_EQ(2u, fs::remove_all(directory_ / "data") - 1);
-  fs::create_directory(directory_ / "data");
+  EXPECT_TRUE(files.Exists(Path("o.dbf")));
+  EXPECT_FALSE(files.Exists(Path("lock")) || files.Exists(Path("lock.lck")));
+  EXPECT_EQ(0, Descriptors());
 
   // Nor whether its reader went away. A process that is to end ends with whatever it serves.
   process_.TakeOverSignals();
