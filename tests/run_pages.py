@@ -88,6 +88,8 @@ class Section:
         line that begins with a space goes on with the one above it."""
         file, _, first = self.place.rpartition(":")
         lines = []
+        if not any(self.lines):
+            raise Mistake(f"{self.place}: no rows")
         for number, line in enumerate(self.lines, int(first) + ("whole" not in self.marks)):
             if line.startswith(" ") and lines:
                 lines[-1][1] += line
@@ -114,7 +116,7 @@ def shown(label, texts):
 
 def difference(expected, actual):
     """Where two texts differ: the line before, then what was expected and what came."""
-    wanted, found = expected.splitlines(True), actual.splitlines(True)
+    wanted, found = (re.findall("[^\n]*\n|[^\n]+", text) for text in (expected, actual))
     same = len(os.path.commonprefix([wanted, found]))
     report = (f"\n    first difference in line {same + 1}"
               + shown("same      ", wanted[max(same - 1, 0):same]))
@@ -209,9 +211,11 @@ class Request:
         kind = section.kind
         if kind == "config":
             self.config += section.text() + "\n"
-        elif kind in ("file", "script"):
-            self.write(section.argument if kind == "file" else "site/index.vx", section.text())
+        elif kind == "file":
+            self.write(section.argument, section.text())
+        elif kind == "script":
             self.script = section.text()
+            self.write("site/index.vx", self.script)
         elif kind == "values":
             rows = [f"\x1e<VxEVAL EXPR={expression}>\x1f\n" for expression, _, _ in section.rows()]
             self.write("site/index.vx", self.script + "".join(rows))
@@ -300,6 +304,9 @@ class Request:
                     self.fault(section, f"not so: the response {kind}" + shown("", [text]),
                                shown("actual    ", output.splitlines(True)))
         elif kind == "values":
+            beside = re.sub("\x1e[^\x1e\x1f]*\x1f", "", output).partition("\r\n\r\n")[2].strip()
+            if beside:
+                self.fault(section, "the page says more than the values", shown("", [beside]))
             found = re.findall("\x1e([^\x1e\x1f]*)\x1f", output)
             for expression, value, place in section.rows():
                 if not found:
