@@ -8,14 +8,12 @@ import pathlib
 import pwd
 import random
 import resource
-import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 
-from harness import Failure, Suite, expect, expect_in
+from harness import Failure, ProgramSite, Suite, expect, expect_in
 
 suite = Suite("requests")
 ROOT, DAEMON, NOBODY = (pwd.getpwnam(name) for name in ("root", "daemon", "nobody"))
@@ -31,38 +29,22 @@ UPLOAD_PAGE = """\
 TIMED_OUT = (0, "Application timed out\r\n")
 
 
-class Site:
-    """A directory with a program of its own, a script and a data directory. `{DIR}` in a
-    configuration stands for it."""
+class Site(ProgramSite):
+    """A site with one script, to which requests of every kind come."""
 
     def __init__(self, config="", page=""):
-        self.config, self.page = config, page
-
-    def __enter__(self):
-        # As realpath: the program refuses script directories that lie behind links.
-        self.directory = pathlib.Path(os.path.realpath(tempfile.mkdtemp(prefix="vexa-request-")))
+        super().__init__(suite.build, config)
         self.directory.chmod(0o755)
-        self.program = self.directory / "vexa"
-        shutil.copy(suite.build / "vexa", self.program)
-        self.data = self.directory / "data"
-        self.data.mkdir()
-        self.configure(self.config)
-        self.script = self.write("site/index.vx", self.page)
-        return self
-
-    def __exit__(self, *ignored):
-        shutil.rmtree(self.directory)
+        self.page = page
+        self.script = self.write("index.vx", page)
 
     def configure(self, config):
-        self.write("vexa.conf",
-                   "vexaroot={DIR}/site\nstdmodedatadir={DIR}/data\nusecookies=no\n"
-                   f"serveradmin=admin@example.com\n{config}".replace("{DIR}", str(self.directory)))
+        self.write("../vexa.conf", f"vexaroot={self.site}\nstdmodedatadir={self.data}\nusecookies=no\n"
+                   + config.replace("{DIR}", str(self.directory)))
 
     def write(self, name, text):
-        path = self.directory / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text.replace("{DIR}", str(self.directory)))
-        return path
+        super().write(name, text)
+        return self.site / name
 
     def start(self, body_length=0, environment=None, arguments=(), **options):
         chosen = {name: os.environ[name] for name in os.environ if name.endswith("SAN_OPTIONS")}
@@ -159,7 +141,7 @@ def _(site):
         program.communicate(body, timeout=60)
     expect("status", program.returncode, 1)
     expect("upload", (site.data / "kept").read_bytes(), b"the upload")
-    site.write("site/index.vx", "[&[a]]")
+    site.write("index.vx", "[&[a]]")
     site.expect("page", "[]", environment=FORM, length=5, preexec_fn=lambda: os.close(0))
 
 
@@ -234,12 +216,12 @@ def _(site):
     site.expect("upload", "Fatal Error: Unable to store the upload: File too large\r\n", status=0,
                 body=form(field("f", b"x" * 100_000, "f")), environment=MULTIPART, preexec_fn=small)
     expect("files", site.files(), [])
-    site.write("site/index.vx",
+    site.write("index.vx",
                "<VEXA FILE_ERROR=\"nodisplay\"><VxLOCKFILE FILE=\"l\">"
                "<FILE WRITE=\"f\" VALUE=padl('', 100000, 'x')></VxLOCKFILE>&[FILE_Error]")
     site.expect("page", "Error writing 'f': File too large", preexec_fn=small)
     expect("files", site.files(), ["f"])
-    site.write("site/index.vx", "<FILE READ=\"f\" NAME=\"x\">[&[x]]")
+    site.write("index.vx", "<FILE READ=\"f\" NAME=\"x\">[&[x]]")
     os.truncate(site.data / "f", 3 << 30)
     site.expect("page", "index.vx: Line 1: Runtime Error: Error reading 'f': "
                 "The file is too large for a variable\r\n[]")
@@ -264,7 +246,7 @@ def _(site):
     give_to(OWNER, site.script)
     site.expect_error("Configuration Error: The configured data directory for "
                       f"{OWNER.pw_name} does not exist<BR>", **AS_OWNER)
-    site.write("mine/sitevars", "x=user's")
+    site.write("../mine/sitevars", "x=user's")
     site.expect("page", "[user's]", **AS_OWNER)
 
 
@@ -284,7 +266,7 @@ def _(site):
 @case("a configured directory may be a link to another owner's only where that is allowed",
       root=True)
 def _(site):
-    script = site.write("other/index.vx", "ok")
+    script = site.write("../other/index.vx", "ok")
     give_to(DAEMON, script.parent)
     (site.directory / "link").symlink_to("other")
     for key, bits in (("vexaroot", 1), ("stdmodedatadir", 4)):
@@ -314,7 +296,7 @@ def _(site):
     up = "../" * OWNER.pw_dir.count("/")
     site.configure("authuserdir={DIR}/data\nvexadefault=start.vx\n"
                    f"userdir={up}{str(site.directory)[1:]}/site\n")
-    give_to(OWNER, site.write("site/sub/page.vx", "[&[arg1]]"))
+    give_to(OWNER, site.write("sub/page.vx", "[&[arg1]]"))
     name = f"~{OWNER.pw_name}/sub/page.vx"
     site.expect("page", f"[{name}]", environment={"PATH_INFO": f"/{name}"}, **AS_OWNER)
     site.configure("authuserdir={DIR}/data\nuserdir=none\n")

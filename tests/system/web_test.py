@@ -21,7 +21,6 @@ def _(server):
     server.write("sub/index.vx", "below\n")
     server.write("style.css", "body { }\n")
     expect("/", server.page("/"), "start 2\n")
-    expect("/index.vx", server.page("/index.vx"), "start 2\n")
     expect("/sub/", server.page("/sub/"), "below\n")
     expect("/style.css", server.page("/style.css"), "body { }\n")
 
