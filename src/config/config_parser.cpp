@@ -131,10 +131,11 @@ Progress UNIXConfigParser::ProcessText(std::string_view text) {
 
 // --- Tags ------------------------------------------------------------------------------------
 
-AttributeEnd UNIXConfigParser::GetValue(Tag& tag, const String& name, String& value) {
+AttributeEnd UNIXConfigParser::GetValue(Tag& tag, const String& name, ScriptValue& value) {
   AttributeEnd end = Parser::GetValue(tag, name, value);
   // Its last character goes whatever it is.
-  if (value[0] == '"') value = value.length() < 2 ? String() : value.at(1, value.length() - 1);
+  String& text = value.MutableText();
+  if (text[0] == '"') text = text.length() < 2 ? String() : text.at(1, text.length() - 1);
   return end;
 }
 
@@ -146,7 +147,7 @@ Progress UNIXConfigParser::ProcessKnownTag(Tag& tag) {
 // --- What the tags do ------------------------------------------------------------------------
 
 const String* UNIXConfigParser::Required(const Tag& tag, std::string_view attribute) {
-  if (const NameValuePair* pair = tag.Find(attribute)) return &pair->value;
+  if (const NameValuePair* pair = tag.Find(attribute)) return &pair->value.text();
   ReportSyntaxError(String::Concat(
       {"&lt;", tag.name(), "&gt; requires the ", attribute, " attribute to be specified"}));
   return nullptr;

@@ -43,7 +43,7 @@ class UNIXConfigParser final : public Parser {
   // Shows a syntax error at the line where the piece being read began.
   void ReportSyntaxError(std::string_view text) override;
   // A quoted value comes without its quotes.
-  [[nodiscard]] AttributeEnd GetValue(Tag& tag, const String& name, String& value) override;
+  [[nodiscard]] AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value) override;
 
  private:
   enum class LineEnd { Line, Tag, File };

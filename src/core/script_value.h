@@ -77,6 +77,7 @@ class ScriptValue {
     return text_;
   }
   [[nodiscard]] std::string_view view() const { return text().view(); }
+  [[nodiscard]] bool IsEmpty() const { return has_text() && text_.empty(); }
   // The text, to be changed in place; the number is forgotten.
   [[nodiscard]] String& MutableText() {
     if (!has_text()) WriteText();

@@ -35,10 +35,10 @@ StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
   if (known == nullptr) {
     auto function = std::make_unique<Function>(name, body);
     if (const NameValuePair* level = tag.Find("STANDARDOUTPUTLEVEL")) {
-      function->standardoutputlevel = parser.StandardOutputLevelValue(level->value);
+      function->standardoutputlevel = parser.StandardOutputLevelValue(level->value.text());
     }
     if (const NameValuePair* level = tag.Find("ERROROUTPUTLEVEL")) {
-      function->erroroutputlevel = parser.ErrorOutputLevelValue(level->value);
+      function->erroroutputlevel = parser.ErrorOutputLevelValue(level->value.text());
     }
     function->SetParameters(tag.Value("PARAMETERS"));
     parser.AddFunction(std::move(function));

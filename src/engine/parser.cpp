@@ -66,6 +66,11 @@ size_t TagEnd(std::string_view text, size_t from) {
 
 constexpr std::string_view kCommentTag = "VxCOMMENT";
 
+// Any leading part of the name opens a comment block, on purpose: also the empty name of `<>`.
+bool IsCommentTag(std::string_view name) {
+  return name.empty() || (ToUpper(name[0]) == 'V' && IsLeadingPart(name, kCommentTag));
+}
+
 // Where the search for `text` stands after a mismatch: the longest tail of what was read that can
 // still begin `text`, for every number of characters matched so far.
 std::vector<size_t> RestartPoints(std::string_view text) {
@@ -135,7 +140,7 @@ size_t Parser::PlainLength(std::string_view run) const {
     }
     std::string_view name = run.substr(at + 1, name_end - at - 1);
     bool odd = name_end == run.size() || name.empty() || name[0] == '#' || name[0] == '!';
-    if (odd || IsLeadingPart(name, kCommentTag) || tags_.Find(name) != nullptr) return at;
+    if (odd || IsCommentTag(name) || tags_.Find(name) != nullptr) return at;
     size_t end = TagEnd(run, name_end);
     if (end == std::string_view::npos) return at;
     at = end;
@@ -267,8 +272,7 @@ Parser::Construct Parser::ReadConstruct(const TagRow*& row, RawText raw) {
                                                                    : Construct::Failed;
   }
   source_.UnGetChar();
-  // Any leading part of the name opens a comment block, on purpose: also the empty name of `<>`.
-  if (IsLeadingPart(name_, kCommentTag)) {
+  if (IsCommentTag(name_)) {
     return FindText("</VxCOMMENT>", "&lt;/VxCOMMENT&gt;") ? Construct::Skipped : Construct::Failed;
   }
   row = tags_.Find(name_);
@@ -382,7 +386,7 @@ AttributeEnd Parser::GetNextNameValuePair(Tag& tag) {
     return AttributeEnd::Failed;
   }
   if (c < 0) return UnexpectedEnd(tag);
-  String value;
+  ScriptValue value;
   AttributeEnd end = c == '>' ? AttributeEnd::TagEnd : AttributeEnd::More;
   if (c == '=') {
     if (!SkipWhitespace()) return UnexpectedEnd(tag);
@@ -398,13 +402,14 @@ AttributeEnd Parser::GetNextNameValuePair(Tag& tag) {
 
 // The first byte belongs to the value whatever it is; behind that, white space, `>` and `/` outside
 // double quotes end it.
-AttributeEnd Parser::GetValue(Tag& tag, const String&, String& value) {
+AttributeEnd Parser::GetValue(Tag& tag, const String&, ScriptValue& value) {
+  String& text = value.MutableText();
   int c = source_.GetNextChar();
   bool quoted = false;
   do {
     if (c < 0) return UnexpectedEnd(tag);
     if (c == '"') quoted = !quoted;
-    value.Accumulate(static_cast<char>(c));
+    text.Accumulate(static_cast<char>(c));
     c = source_.GetNextChar();
   } while (quoted || (c != '>' && c != '/' && !(c >= 0 && IsWhitespace(static_cast<char>(c)))));
   if (c == '>') return AttributeEnd::TagEnd;
@@ -418,7 +423,7 @@ AttributeEnd Parser::GetValue(Tag& tag, const String&, String& value) {
   return AttributeEnd::Failed;
 }
 
-bool Parser::ProcessEmptyValue(Tag&, const String& name, String& value) {
+bool Parser::ProcessEmptyValue(Tag&, const String& name, ScriptValue& value) {
   value = name;
   return true;
 }

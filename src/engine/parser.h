@@ -75,9 +75,9 @@ class Parser {
   // Reads the attributes of `tag` up to and including its `>`. False after an error.
   [[nodiscard]] virtual bool GetNameValuePairs(Tag& tag);
   // Reads the value behind `name=`: here a plain word, or a text with its double quotes.
-  [[nodiscard]] virtual AttributeEnd GetValue(Tag& tag, const String& name, String& value);
+  [[nodiscard]] virtual AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value);
   // Gives the value of an attribute written without one: its own name. False after an error.
-  [[nodiscard]] virtual bool ProcessEmptyValue(Tag& tag, const String& name, String& value);
+  [[nodiscard]] virtual bool ProcessEmptyValue(Tag& tag, const String& name, ScriptValue& value);
 
   // Reads up to and including at most one known tag.
   [[nodiscard]] Progress FindNextTag();

@@ -98,7 +98,10 @@ StateResult FunctionState::OnClose() {
 }
 
 StateResult FunctionState::OnOwnTag(Tag& tag) {
-  parser().functionreturnvalue() = tag.Value("VALUE");
+  parser().functionreturnvalue().clear();
+  if (ScriptValue* value = tag.FindValue("VALUE")) {
+    parser().functionreturnvalue() = std::move(*value);
+  }
   return StateResult::Finished;
 }
 

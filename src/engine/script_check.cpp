@@ -78,7 +78,7 @@ class ScriptChecker final : public TagReader {
     return true;
   }
 
-  bool TakeValue(Tag& tag, WrittenValue& written, String& value) override {
+  bool TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) override {
     if (written.reading == Reading::Deferred) tag.Defer(written.place);
     value = std::move(written.text);
     return true;

@@ -99,13 +99,28 @@ bool ScriptParser::ReportFileError(std::string_view message) {
   return ReportRuntimeError(*tags().WithFlag(kAnswersForFiles), message);
 }
 
-void ScriptParser::SetErrorVariable(const TagRow& row, const String& text) {
-  // A page may hide the name behind a variable that refuses; the error was shown all the same.
-  (void)variables().SetVariable(String::Concat({row.name, "_Error"}), text);
+const ScopedName& ScriptParser::ErrorVariable(const TagRow& row) {
+  const auto id = static_cast<size_t>(row.id);
+  if (id >= error_variables_.size()) error_variables_.resize(tags().rows.size());
+  ScopedName& name = error_variables_[id];
+  if (!name.variable) name = Variables::Scope(String::Concat({row.name, "_Error"}));
+  return name;
 }
 
-StateResult ScriptParser::Assign(const TagRow& row, std::string_view name, const String& value) {
-  Variable* refused = variables().SetVariable(name, value);
+void ScriptParser::SetErrorVariable(const TagRow& row, const String& text) {
+  // A page may hide the name behind a variable that refuses; the error was shown all the same.
+  (void)variables().SetVariable(ErrorVariable(row), text);
+}
+
+void ScriptParser::ClearErrorVariable(const TagRow& row) {
+  const ScopedName& name = ErrorVariable(row);
+  const Variable* variable = variables().Find(name);
+  const bool clear = variable != nullptr && variable->plain() && variable->plain_value().IsEmpty();
+  if (!clear) (void)variables().SetVariable(name, ScriptValue());
+}
+
+StateResult ScriptParser::Assign(const TagRow& row, const ScopedName& name, ScriptValue value) {
+  Variable* refused = variables().SetVariable(name, std::move(value));
   if (refused == nullptr) return StateResult::Handled;
   return RuntimeError(row, refused->error());
 }
@@ -118,7 +133,7 @@ bool ScriptParser::CheckTimeout() {
 
 // --- Values ----------------------------------------------------------------------------------
 
-bool ScriptParser::TakeValue(Tag& tag, WrittenValue& written, String& value) {
+bool ScriptParser::TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) {
   if (written.reading == Reading::Deferred) {
     tag.Defer(written.place);
     return true;

@@ -99,8 +99,12 @@ class ScriptParser final : public TagReader {
   bool ReportFileError(std::string_view message) override;
   // The variable that holds the last runtime error of a tag of that row.
   void SetErrorVariable(const TagRow& row, const String& text);
+  void ClearErrorVariable(const TagRow& row);
   // Assigns on behalf of a tag of that row; a refusal is a runtime error of the tag.
-  [[nodiscard]] StateResult Assign(const TagRow& row, std::string_view name, const String& value);
+  [[nodiscard]] StateResult Assign(const TagRow& row, const ScopedName& name, ScriptValue value);
+  [[nodiscard]] StateResult Assign(const TagRow& row, std::string_view name, ScriptValue value) {
+    return Assign(row, Variables::Scope(name), std::move(value));
+  }
 
   // False, after the error was reported, when the request's time is up. For handlers that work
   // long without a tag; the executor itself asks before every piece.
@@ -114,9 +118,12 @@ class ScriptParser final : public TagReader {
   // The place behind what was read last, and the way back to it.
   [[nodiscard]] SourcePlace CurrentPlace() const;
   void GoTo(const SourcePlace& place);
+  // The same for a place that is gone back to again and again: it is noted there what is remembered
+  // of the script. REQUIRES: `place` lives until the next tag or text is read.
+  void GoBackTo(SourcePlace& place);
   // Evaluates an expression of the script, then stands again where it stood. False after an error
   // was reported.
-  [[nodiscard]] bool EvaluateAt(DeferredExpression& expression, String& value);
+  [[nodiscard]] bool EvaluateAt(DeferredExpression& expression, ScriptValue& value);
   // Skips to the tag that closes a block; a file that ends first is the error that names the
   // closing tag of `block`. The row of the tag found, or null on failure.
   [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted, const ScriptState& block);
@@ -130,7 +137,7 @@ class ScriptParser final : public TagReader {
   void AddFunction(std::unique_ptr<Function> function) { functions_.Insert(std::move(function)); }
   // Whether a call of one of the script's own functions is in progress.
   [[nodiscard]] bool InFunction() const;
-  [[nodiscard]] String& functionreturnvalue() { return function_return_value_; }
+  [[nodiscard]] ScriptValue& functionreturnvalue() { return function_return_value_; }
   // Goes one call deeper; false, after an error, when that is deeper than the site allows.
   [[nodiscard]] bool PushFunctionCall();
   void PopFunctionCall() { --depth_; }
@@ -170,7 +177,7 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] Progress EndText() override;
   [[nodiscard]] bool CopiesPlainText() const override;
   [[nodiscard]] Progress ProcessPlain(std::string_view text) override;
-  [[nodiscard]] bool TakeValue(Tag& tag, WrittenValue& written, String& value) override;
+  [[nodiscard]] bool TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) override;
 
  private:
   [[nodiscard]] MacroExpander& macros() { return macros_; }
@@ -180,15 +187,18 @@ class ScriptParser final : public TagReader {
   Site* FindSite();
   Progress FollowText(Site& site);
   Progress FollowTag(Site& site);
+  Progress CarryOut(const Site& site, TagReading& reading, Tag& tag);
   Progress ReadAnew(const SourcePlace& place);
   bool FollowPiece(const Site& site, const TextPiece& piece, Progress& progress);
   bool WriteForeign(const Site& site, const TextPiece& piece, Progress& progress);
   TagReading* ReadingOf(Site& site);
   [[nodiscard]] bool Hold(std::span<const ReferenceValue> references);
-  [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, String& value);
+  [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, ScriptValue& value);
+  [[nodiscard]] bool TryAppend(const Site& site, const TagReading& reading);
   SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
   void CheckSite(const Site& site);
 
+  const ScopedName& ErrorVariable(const TagRow& row);
   bool ReportRuntimeError(const TagRow& row, std::string_view message);
   Progress Offer(Tag& tag);
   Progress OfferText(std::string_view text);
@@ -207,17 +217,19 @@ class ScriptParser final : public TagReader {
   Output* output_;
   TextFilter* filter_ = nullptr;  // of the text outside of functions
   ErrorHandler errors_;
-  String function_return_value_;
+  ScriptValue function_return_value_;
   std::vector<std::unique_ptr<ScriptState>> states_;       // the base state is the first
   std::vector<std::unique_ptr<ScriptState>> left_states_;  // left by the end of the script
   // Told of every tag; one list for a script and all the scripts it runs.
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
   SplayTree<Function> functions_;
+  std::vector<ScopedName> error_variables_;  // by the numbers of the tags; no name: not asked yet
   SiteStore sites_;
-  Site* next_ = nullptr;    // the site at the place where the script stands, when it is known
-  int64_t furthest_ = 0;    // how far the script was read
-  bool read_anew_ = false;  // what stands here is read, whatever is remembered
+  Site* next_ = nullptr;         // the site at the place where the script stands, when it is known
+  SourcePlace* link_ = nullptr;  // where the next site found is noted, when it is there
+  int64_t furthest_ = 0;         // how far the script was read
+  bool read_anew_ = false;       // what stands here is read, whatever is remembered
   bool execute_tags_ = true;
   int output_level_ = kHtmlOutput | kTextOutput;
   int depth_ = 0;  // function calls in progress, those of calling scripts included

@@ -42,10 +42,20 @@ SourcePlace ScriptParser::CurrentPlace() const {
 void ScriptParser::GoTo(const SourcePlace& place) {
   source().Return(place);
   next_ = place.site;
+  link_ = nullptr;
+}
+
+void ScriptParser::GoBackTo(SourcePlace& place) {
+  GoTo(place);
+  if (place.site == nullptr) link_ = &place;
 }
 
 Progress ScriptParser::FindNextTag() {
   Site* site = next_ != nullptr ? next_ : FindSite();
+  if (SourcePlace* link = std::exchange(link_, nullptr);
+      link != nullptr && site != nullptr && site->begin == *link) {
+    link->site = site;
+  }
   if (site != nullptr && site->macros_on == macros_.expands()) {
     if (site->kind == Site::Kind::Tag) return FollowTag(*site);
     if (site->kind == Site::Kind::Text) return FollowText(*site);
@@ -163,13 +173,24 @@ TagReading* ScriptParser::ReadingOf(Site& site) {
 }
 
 // Only a function can ask where the script stands; without one, errors need the line.
-bool ScriptParser::EvaluateSiteValue(SiteValue& written, String& value) {
+bool ScriptParser::EvaluateSiteValue(SiteValue& written, ScriptValue& value) {
   if (written.calls) {
     GoTo(written.behind);
   } else {
     source().SetLine(written.behind.line);
   }
-  return written.expression.Evaluate(*this, value);
+  return written.expression.program().Evaluate(*this, value);
+}
+
+// An assignment that only appends to the variable it assigns to is done in place: building a text
+// of n bytes costs n. The tag is then carried out but for its handler.
+bool ScriptParser::TryAppend(const Site& site, const TagReading& reading) {
+  if (site.row->body != TagBody::OneAssignment || reading.values.size() != 1) return false;
+  const SiteValue& written = reading.values.front();
+  if (written.expression.empty() || !execute_tags_) return false;
+  const ScopedName& target = written.names.name;
+  if (target.variable == ErrorVariable(*site.row).variable) return false;
+  return written.expression.program().TryAppend(*this, target);
 }
 
 Progress ScriptParser::FollowTag(Site& site) {
@@ -177,29 +198,57 @@ Progress ScriptParser::FollowTag(Site& site) {
   if (reading == nullptr) return ReadAnew(site.begin);
   CheckSite(site);
   // A run of text ends here.
-  if (Progress ended = EndText(); ended != Progress::More) return ended;
-  Tag tag(*site.row);
-  if (reading->deferred.position != 0) tag.Defer(reading->deferred);
-  for (SiteValue& written : reading->values) {
-    String value;
-    if (written.expression.empty()) {
-      value = written.text;
-    } else if (written.reading != Reading::Deferred && !EvaluateSiteValue(written, value)) {
-      return Progress::Failed;
+  if (filter_ != nullptr) {
+    if (Progress ended = EndText(); ended != Progress::More) return ended;
+  }
+  if (TryAppend(site, *reading)) {
+    GoTo(reading->end);
+    link_ = &reading->end;
+    if (!CheckTimeout()) return Progress::Failed;
+    for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
+    ClearErrorVariable(*site.row);
+    return Progress::More;
+  }
+  // A function that is called again while its own tag is carried out finds the tag in use.
+  std::unique_ptr<Tag> tag = std::move(reading->tag);
+  if (tag == nullptr) {
+    tag = std::make_unique<Tag>(*site.row);
+    for (const SiteValue& written : reading->values) {
+      tag->AddNameValuePair(written.name, written.constant, &written.names);
     }
-    tag.AddNameValuePair(written.name, std::move(value));
-    if (written.calls && macros_.expands() != site.macros_on &&
-        &written != &reading->values.back()) {
+    if (reading->deferred.position != 0) tag->Defer(reading->deferred);
+  }
+  const Progress progress = CarryOut(site, *reading, *tag);
+  reading->tag = std::move(tag);
+  return progress;
+}
+
+Progress ScriptParser::CarryOut(const Site& site, TagReading& reading, Tag& tag) {
+  for (size_t i = 0; i < reading.values.size(); ++i) {
+    SiteValue& written = reading.values[i];
+    if (written.expression.empty()) {
+      tag.SetValue(i, ScriptValue(written.constant));
+      continue;
+    }
+    if (written.reading == Reading::Deferred) continue;
+    if (!EvaluateSiteValue(written, tag.MutableValue(i))) return Progress::Failed;
+    if (written.calls && macros_.expands() != site.macros_on && i + 1 != reading.values.size()) {
       // The function changed how the rest reads.
+      Tag rest(*site.row);
+      for (size_t k = 0; k <= i; ++k) {
+        const NameValuePair& pair = tag.attributes()[k];
+        rest.AddNameValuePair(pair.name, pair.value, pair.names);
+      }
       GoTo(written.behind);
-      return TagReader::GetNameValuePairs(tag) ? ProcessReadTag(tag) : Progress::Failed;
+      return TagReader::GetNameValuePairs(rest) ? ProcessReadTag(rest) : Progress::Failed;
     }
   }
-  GoTo(reading->end);
+  GoTo(reading.end);
+  if (reading.end.site == nullptr) link_ = &reading.end;
   return ProcessReadTag(tag);
 }
 
-bool ScriptParser::EvaluateAt(DeferredExpression& deferred, String& value) {
+bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) {
   const SourcePlace noted = CurrentPlace();
   const bool known =
       deferred.read_ && deferred.macros_on_ == macros_.expands() && Hold(deferred.references_);
@@ -250,7 +299,7 @@ SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
 const TagRow* ScriptParser::SkipTo(std::span<const WantedTag> wanted, const ScriptState& block) {
   if (SiteSkip* skip = KnownSkip(wanted)) {
     for (SiteValue& written : skip->landing.values) {
-      String value;
+      ScriptValue value;
       if (!written.expression.empty() && !EvaluateSiteValue(written, value)) return nullptr;
     }
     GoTo(skip->landing.end);

@@ -11,7 +11,7 @@ namespace vexa {
 
 StateResult ScriptState::ProcessTag(Tag& tag) {
   const TagRow& row = tag.row();
-  parser_.SetErrorVariable(row, {});
+  parser_.ClearErrorVariable(row);
   if (row.handler == nullptr) return parser_.SyntaxError(UnexpectedTag(row));
   if (tag.stops()) return StateResult::NotMine;
   if (String problem = tag.Problem(); !problem.empty()) return parser_.SyntaxError(problem);

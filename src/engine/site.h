@@ -38,9 +38,10 @@ struct ReferenceValue {
 // One attribute of a tag.
 struct SiteValue {
   String name;
+  PairNames names;
   Reading reading = Reading::Value;
-  Expression expression;  // empty where the value is `text`
-  String text;
+  Expression expression;  // empty where the value is `constant`
+  ScriptValue constant;
   SourcePlace behind;  // where the script stands when the expression is evaluated
   bool calls = false;  // whether it can run a function
 };
@@ -51,6 +52,8 @@ struct TagReading {
   std::vector<SiteValue> values;
   SourcePlace deferred;  // of the value that is evaluated later; 0 when there is none
   SourcePlace end;
+  // The tag with its names and constants, for whoever carries it out first; null while in use.
+  std::unique_ptr<Tag> tag;
 };
 
 enum class PieceKind : uint8_t {

@@ -232,14 +232,14 @@ bool SiteLearner::GetNameValuePairs(Tag& tag) {
   return false;
 }
 
-bool SiteLearner::TakeValue(Tag& tag, WrittenValue& written, String& value) {
+bool SiteLearner::TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) {
   if (written.reading == Reading::Raw) failed_ = true;
   if (written.reading == Reading::Deferred) tag.Defer(written.place);
   SiteValue taken;
   taken.reading = written.reading;
   taken.calls = !written.expression.empty() && written.expression.program().Calls();
   taken.expression = std::move(written.expression);
-  taken.text = std::move(written.text);
+  taken.constant = std::move(written.text);
   taken.behind = CurrentPlace();
   value.clear();
   value_attributes_.push_back(tag.attributes().size());
@@ -280,11 +280,24 @@ bool SiteLearner::KeepReading(const Tag& tag) {
     if (next < values_.size() && value_attributes_[next] == i) {
       value = std::move(values_[next++]);
     } else {
-      value.text = pair.value;
+      value.constant = pair.value;
+    }
+    if (!value.expression.empty() && value.reading != Reading::Deferred) {
+      if (const ScriptValue* constant = value.expression.program().constant()) {
+        value.constant = *constant;
+        value.expression = Expression();
+      }
     }
     value.name = pair.name;
+    value.names.name = Variables::Scope(pair.name);
+    if (value.expression.empty()) value.names.value = Variables::Scope(value.constant.view());
     reading->values.push_back(std::move(value));
   }
+  reading->tag = std::make_unique<Tag>(tag.row());
+  for (const SiteValue& value : reading->values) {
+    reading->tag->AddNameValuePair(value.name, value.constant, &value.names);
+  }
+  if (reading->deferred.position != 0) reading->tag->Defer(reading->deferred);
   reading_ = std::move(reading);
   return true;
 }

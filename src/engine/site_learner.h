@@ -42,7 +42,7 @@ class SiteLearner final : public TagReader {
   Construct ReadConstruct(const TagRow*& row, RawText raw) override;
   bool TakeTextPiece(String& piece) override;
   bool GetNameValuePairs(Tag& tag) override;
-  bool TakeValue(Tag& tag, WrittenValue& written, String& value) override;
+  bool TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) override;
   void ReportSyntaxError(std::string_view) override { failed_ = true; }
 
  private:

@@ -44,15 +44,17 @@ const TagRow* TagSet::WithFlag(TagFlag flag) const {
 }
 
 void NameValuePair::RemoveQuotes() {
-  value.StripWhitespace();
-  std::string_view text = value;
+  String stripped = value.text();
+  stripped.StripWhitespace();
+  std::string_view text = stripped;
   if (text.empty() || text[0] != '"') return;
   text.remove_prefix(1);
   if (!text.empty() && text.back() == '"' && (text.size() < 2 || text[text.size() - 2] != '\\')) {
     text.remove_suffix(1);
   }
-  value = String(text);
-  value.gsub("\\\"", "\"");
+  String bare(text);
+  bare.gsub("\\\"", "\"");
+  value = std::move(bare);
 }
 
 String Tag::Problem() const {
@@ -88,7 +90,7 @@ const NameValuePair* Tag::Find(std::string_view name) const {
 const String& Tag::Value(std::string_view name) const {
   static const String kAbsent;
   const NameValuePair* pair = Find(name);
-  return pair == nullptr ? kAbsent : pair->value;
+  return pair == nullptr ? kAbsent : pair->value.text();
 }
 
 }  // namespace vexa

@@ -7,15 +7,24 @@
 #include <utility>
 #include <vector>
 
+#include "core/script_value.h"
 #include "core/source_place.h"
 #include "core/string.h"
+#include "core/variables.h"
 #include "engine/tag_row.h"
 
 namespace vexa {
 
+// What is known of a pair that is read again and again: the variables that its texts mean.
+struct PairNames {
+  ScopedName name;
+  ScopedName value;  // when the value is a constant
+};
+
 struct NameValuePair {
   String name;
-  String value;
+  ScriptValue value;
+  const PairNames* names = nullptr;  // borrowed; null when nothing is known
 
   // Takes one double quote off either end, where the first is, and the backslashes off the quotes
   // inside.
@@ -33,14 +42,23 @@ class Tag {
   [[nodiscard]] int id() const { return row_->id; }
   [[nodiscard]] const std::vector<NameValuePair>& attributes() const { return attributes_; }
 
-  void AddNameValuePair(std::string_view name, String value) {
-    attributes_.push_back({String(name), std::move(value)});
+  void AddNameValuePair(std::string_view name, ScriptValue value,
+                        const PairNames* names = nullptr) {
+    attributes_.push_back({String(name), std::move(value), names});
   }
+  // Puts a value in the place of the `i`th one.
+  void SetValue(size_t i, ScriptValue&& value) { attributes_[i].value = std::move(value); }
+  [[nodiscard]] ScriptValue& MutableValue(size_t i) { return attributes_[i].value; }
   // The attribute of that name (letter case ignored), or null. Valid until the tag changes.
   [[nodiscard]] const NameValuePair* Find(std::string_view name) const;
   [[nodiscard]] bool Has(std::string_view name) const { return Find(name) != nullptr; }
   // The first attribute that is read as that row of its tag says, or null.
   [[nodiscard]] const NameValuePair* FindFor(const AttributeRow& attribute) const;
+  // Its value, which may be moved out, or null.
+  [[nodiscard]] ScriptValue* FindValue(std::string_view name) {
+    const NameValuePair* pair = Find(name);
+    return pair == nullptr ? nullptr : const_cast<ScriptValue*>(&pair->value);
+  }
   // Its value; the empty text when it is absent.
   [[nodiscard]] const String& Value(std::string_view name) const;
 

@@ -2,6 +2,7 @@
 
 #include "engine/tag_call.h"
 
+#include <cassert>
 #include <utility>
 
 #include "core/number.h"
@@ -20,8 +21,23 @@ void TagCall::WriteMarkup(std::string_view text) const {
   script_.output().inwhitespace() = 0;
 }
 
-StateResult TagCall::Assign(std::string_view name, const String& value) const {
-  return script_.Assign(row(), name, value);
+StateResult TagCall::Assign(std::string_view name, ScriptValue value) const {
+  return script_.Assign(row(), name, std::move(value));
+}
+
+StateResult TagCall::AssignOnly() const {
+  const NameValuePair& pair = Only();
+  return pair.names != nullptr ? script_.Assign(row(), pair.names->name, pair.value)
+                               : script_.Assign(row(), pair.name, pair.value);
+}
+
+StateResult TagCall::AssignNamed(std::string_view name, std::string_view value) const {
+  const NameValuePair* target = Find(name);
+  ScriptValue* found = tag_.FindValue(value);
+  assert(target != nullptr && found != nullptr);
+  const bool known = target->names != nullptr && target->names->value.variable;
+  return known ? script_.Assign(row(), target->names->value, std::move(*found))
+               : script_.Assign(row(), target->value.view(), std::move(*found));
 }
 
 StateResult TagCall::SyntaxError(std::string_view message) const {

@@ -23,7 +23,7 @@ class ScriptParser;
 class TagCall {
  public:
   // Both are borrowed. REQUIRES: what the tag's row says of its attributes holds.
-  TagCall(ScriptParser& script, const Tag& tag) : script_(script), tag_(tag) {}
+  TagCall(ScriptParser& script, Tag& tag) : script_(script), tag_(tag) {}
 
   // --- What is written in the tag ---
   [[nodiscard]] const Tag& tag() const { return tag_; }
@@ -46,7 +46,12 @@ class TagCall {
   // Writes markup, which is no white space.
   void WriteMarkup(std::string_view text) const;
   // Assigns; a refusal is a runtime error of the tag.
-  [[nodiscard]] StateResult Assign(std::string_view name, const String& value) const;
+  [[nodiscard]] StateResult Assign(std::string_view name, ScriptValue value) const;
+  // Assigns the value of the one attribute to the variable of its name.
+  [[nodiscard]] StateResult AssignOnly() const;
+  // Assigns the value of the attribute `value` to the variable whose name is the value of `name`.
+  // Moves the value.
+  [[nodiscard]] StateResult AssignNamed(std::string_view name, std::string_view value) const;
 
   // --- Errors ---
   // Stops the script. Always returns Failed.
@@ -65,7 +70,7 @@ class TagCall {
 
  private:
   ScriptParser& script_;
-  const Tag& tag_;
+  Tag& tag_;
 };
 
 }  // namespace vexa

@@ -86,7 +86,7 @@ bool TagReader::GetBody(Tag& tag) {
   written.reading = Reading::Expression;
   written.place = CurrentPlace();
   if (written.expression.Read(*this, ValueForm::Body, *this) == ValueEnd::Failed) return false;
-  String value;
+  ScriptValue value;
   if (!TakeValue(tag, written, value)) return false;
   tag.AddNameValuePair("", std::move(value));
   return true;
@@ -110,7 +110,7 @@ bool TagReader::GetCondition(Tag& tag) {
   return true;
 }
 
-AttributeEnd TagReader::GetValue(Tag& tag, const String& name, String& value) {
+AttributeEnd TagReader::GetValue(Tag& tag, const String& name, ScriptValue& value) {
   WrittenValue written;
   if (const AttributeRow* row = tag.row().FindAttribute(name)) written.reading = row->reading;
   written.place = CurrentPlace();
@@ -170,7 +170,7 @@ ValueEnd TagReader::ReadKept(ValueForm form, WrittenValue& written) {
   return end;
 }
 
-bool TagReader::ProcessEmptyValue(Tag& tag, const String& name, String& value) {
+bool TagReader::ProcessEmptyValue(Tag& tag, const String& name, ScriptValue& value) {
   if (tag.row().body != TagBody::OneExpression) return Parser::ProcessEmptyValue(tag, name, value);
   ReportSyntaxError(
       String::Concat({"Attributes with empty values are not allowed in &lt;", tag.name(),

@@ -37,11 +37,11 @@ class TagReader : public Parser, public ExpressionContext, protected CharacterSo
  protected:
   // Does with a value just read what is to be done; `value` receives its text, `tag` a place that
   // is kept. False after an error.
-  [[nodiscard]] virtual bool TakeValue(Tag& tag, WrittenValue& written, String& value) = 0;
+  [[nodiscard]] virtual bool TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) = 0;
 
   [[nodiscard]] bool GetNameValuePairs(Tag& tag) override;
-  [[nodiscard]] AttributeEnd GetValue(Tag& tag, const String& name, String& value) override;
-  [[nodiscard]] bool ProcessEmptyValue(Tag& tag, const String& name, String& value) override;
+  [[nodiscard]] AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value) override;
+  [[nodiscard]] bool ProcessEmptyValue(Tag& tag, const String& name, ScriptValue& value) override;
 
   // Reads the expression that begins at `place`, and stands behind it. False after an error.
   [[nodiscard]] bool ReadExpressionAt(const SourcePlace& place, ValueForm form,

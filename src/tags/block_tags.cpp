@@ -24,10 +24,10 @@ class IFState final : public BlockState {
 
   // Starts the block whose condition is `value`. Handled: a branch runs; Finished: the block is
   // already complete; Failed.
-  [[nodiscard]] StateResult Continue(const String& value) {
+  [[nodiscard]] StateResult Continue(const ScriptValue& value) {
     static constexpr WantedTag kBranchEnds[] = {
         {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}, {kTagVxELSE, -1}};
-    if (Expression::IsTrue(value)) return StateResult::Handled;
+    if (value.IsTrue()) return StateResult::Handled;
     if (opener().id == kTagIF) {
       return SkipBlock() == StateResult::Failed ? StateResult::Failed : OnClose();
     }
@@ -51,24 +51,25 @@ class WHILEState final : public BlockState {
         condition_(call.tag().deferred(),
                    IsLegacy() ? ValueForm::Body : ValueForm::ExpressionAttribute),
         body_(parser().CurrentPlace()) {
-    if (!IsLegacy()) condition_name_ = call.Only().name;
+    if (!IsLegacy()) condition_name_ = Variables::Scope(call.Only().name);
   }
 
   // Evaluates the condition. Handled: true; Finished: false; Failed.
   [[nodiscard]] StateResult EvaluateExpression() {
-    String value;
+    ScriptValue value;
     if (!parser().EvaluateAt(condition_, value)) return StateResult::Failed;
-    if (!condition_name_.empty() &&
-        parser().Assign(opener(), condition_name_, value) == StateResult::Failed) {
+    const bool holds = value.IsTrue();
+    if (!IsLegacy() &&
+        parser().Assign(opener(), condition_name_, std::move(value)) == StateResult::Failed) {
       return StateResult::Failed;
     }
-    return Expression::IsTrue(value) ? StateResult::Handled : StateResult::Finished;
+    return holds ? StateResult::Handled : StateResult::Finished;
   }
 
  protected:
   [[nodiscard]] StateResult OnClose() override {
     const StateResult result = EvaluateExpression();
-    if (result == StateResult::Handled) parser().GoTo(body_);
+    if (result == StateResult::Handled) parser().GoBackTo(body_);
     if (result == StateResult::Finished) SetFinished();
     return result;
   }
@@ -77,16 +78,15 @@ class WHILEState final : public BlockState {
   [[nodiscard]] bool IsLegacy() const { return opener().id == kTagWHILE; }
 
   DeferredExpression condition_;
-  SourcePlace body_;       // just behind the opening tag
-  String condition_name_;  // the variable that receives the condition's value; may be empty
+  SourcePlace body_;           // just behind the opening tag
+  ScopedName condition_name_;  // the variable that receives the condition's value
 };
 
 }  // namespace
 
 StateResult ProcessVxIF(TagCall& call) {
   const NameValuePair& condition = call.Only();
-  if (!condition.name.empty() &&
-      call.Assign(condition.name, condition.value) == StateResult::Failed) {
+  if (!condition.name.empty() && call.AssignOnly() == StateResult::Failed) {
     return StateResult::Failed;
   }
   auto state = std::make_unique<IFState>(call);

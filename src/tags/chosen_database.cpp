@@ -24,8 +24,8 @@ Database* GetDatabase(const TagCall& call, String& message) {
     }
     return primary;
   }
-  Database* const database = call.host().FindDatabase(name->value);
-  if (database == nullptr) message = NotOpenMessage(name->value);
+  Database* const database = call.host().FindDatabase(name->value.text());
+  if (database == nullptr) message = NotOpenMessage(name->value.text());
   return database;
 }
 

@@ -114,7 +114,7 @@ StateResult ProcessVxMAKEINDEX(TagCall& call) {
   if (database == nullptr) return call.Fail(message);
   return ResultOf(
       call, *database,
-      database->CreateIndex(call.Text("INDEXFILE"), expression->value, call.Text("FLAGS")));
+      database->CreateIndex(call.Text("INDEXFILE"), expression->value.text(), call.Text("FLAGS")));
 }
 
 StateResult ProcessVxREINDEX(TagCall& call) {

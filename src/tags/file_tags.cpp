@@ -174,10 +174,10 @@ StateResult ProcessFILE(TagCall& call) {
   const FileAction& action = *FindAction(path.name);
   const bool moves = action.needed == kTo;
   FileTask task{call.host(), call, {}, {}, {}, {}};
-  const bool done = task.Resolve(path.value, task.path) &&
+  const bool done = task.Resolve(path.value.text(), task.path) &&
                     (!moves || task.Resolve(call.Text(kTo), task.target)) && action.work(task);
   if (!done) {
-    String names = ShownName(path.value);
+    String names = ShownName(path.value.text());
     if (moves) names = String::Concat({names, " to ", ShownName(call.Text(kTo))});
     return call.Fail(String::Concat({"Error ", action.doing, " ", names, ": ", task.error}));
   }

@@ -39,7 +39,7 @@ struct FlatFile {
 // The names of the variables: FIELDS, or ORDER of the legacy tags, which may be abbreviated.
 const String& FieldsOf(const Tag& tag) {
   for (const AttributeRow& row : tag.row().attributes) {
-    if (row.reading == Reading::Raw) return tag.FindFor(row)->value;
+    if (row.reading == Reading::Raw) return tag.FindFor(row)->value.text();
   }
   return tag.Value("FIELDS");
 }
@@ -72,7 +72,7 @@ class ImportState final : public BlockState {
     // A FILTER whose text is to be read from the script has no value; one written without "=" is
     // its own name, which is true.
     const NameValuePair* filter = call.Find("FILTER");
-    if (filter != nullptr && filter->value.empty()) {
+    if (filter != nullptr && filter->value.IsEmpty()) {
       filter_.emplace(call.tag().deferred(), ValueForm::ExpressionAttribute);
     }
   }
@@ -110,7 +110,7 @@ class ImportState final : public BlockState {
  protected:
   [[nodiscard]] StateResult OnClose() override {
     const StateResult result = Continue();
-    if (result == StateResult::Handled) parser().GoTo(body_);
+    if (result == StateResult::Handled) parser().GoBackTo(body_);
     if (result == StateResult::Finished) SetFinished();
     return result;
   }
@@ -136,9 +136,9 @@ class ImportState final : public BlockState {
   // Handled, Finished when the record does not pass, or Failed.
   StateResult PassesFilter() {
     if (!filter_) return StateResult::Handled;
-    String value;
+    ScriptValue value;
     if (!parser().EvaluateAt(*filter_, value)) return StateResult::Failed;
-    return Expression::IsTrue(value) ? StateResult::Handled : StateResult::Finished;
+    return value.IsTrue() ? StateResult::Handled : StateResult::Finished;
   }
 
   FlatFile flat_;

@@ -163,15 +163,16 @@ class LocalizedTextState final : public BlockState {
 // --- The block -------------------------------------------------------------------------------
 
 LocalizedState::LocalizedState(const TagCall& call) : BlockState(call), name_(call.Text("NAME")) {
-  if (const NameValuePair* id = call.Find("ID")) tokens_.SetVariable("ID", id->value);
+  if (const NameValuePair* id = call.Find("ID")) tokens_.SetVariable("ID", id->value.text());
   if (!name_.empty()) collected_.emplace();
   ScriptParser& script = call.script();
   if (const NameValuePair* level = call.Find("STANDARDOUTPUTLEVEL")) {
     former_output_level_ =
-        script.SetStandardOutputLevel(script.StandardOutputLevelValue(level->value));
+        script.SetStandardOutputLevel(script.StandardOutputLevelValue(level->value.text()));
   }
   if (const NameValuePair* level = call.Find("ERROROUTPUTLEVEL")) {
-    former_error_level_ = script.SetErrorOutputLevel(script.ErrorOutputLevelValue(level->value));
+    former_error_level_ =
+        script.SetErrorOutputLevel(script.ErrorOutputLevelValue(level->value.text()));
   }
 }
 

@@ -36,12 +36,12 @@ Switch SwitchOf(std::string_view value) {
 bool ApplySwitch(const TagCall& call, const char* name, void (ScriptParser::*set)(bool)) {
   const NameValuePair* pair = call.Find(name);
   if (pair == nullptr) return true;
-  Switch value = SwitchOf(pair->value);
+  Switch value = SwitchOf(pair->value.text());
   if (value != Switch::Neither) {
     (call.script().*set)(value == Switch::On);
     return true;
   }
-  call.SyntaxError(String::Concat({"'", pair->value, "' is not a valid value for ", name}));
+  call.SyntaxError(String::Concat({"'", pair->value.text(), "' is not a valid value for ", name}));
   return false;
 }
 
@@ -54,18 +54,14 @@ String EvalProblem(const Tag& tag) {
 StateResult ProcessVxEVAL(TagCall& call) {
   const NameValuePair& pair = call.Only();
   // The attribute's own name receives the value too, on purpose: EXPR= leaves a variable EXPR.
-  if (!pair.name.empty() && call.Assign(pair.name, pair.value) == StateResult::Failed) {
-    return StateResult::Failed;
-  }
-  call.Write(pair.value);
+  if (!pair.name.empty() && call.AssignOnly() == StateResult::Failed) return StateResult::Failed;
+  call.Write(pair.value.view());
   return StateResult::Handled;
 }
 
-StateResult ProcessVxLET(TagCall& call) { return call.Assign(call.Only().name, call.Only().value); }
+StateResult ProcessVxLET(TagCall& call) { return call.AssignOnly(); }
 
-StateResult ProcessVxASSIGN(TagCall& call) {
-  return call.Assign(call.Text("NAME"), call.Text("VALUE"));
-}
+StateResult ProcessVxASSIGN(TagCall& call) { return call.AssignNamed("NAME", "VALUE"); }
 
 String HideProblem(const Tag& tag) {
   return tag.Value("").empty() ? String("HIDE requires a list of variables to hide") : String();
@@ -97,21 +93,21 @@ StateResult ProcessQUORBEL(TagCall& call) {
 StateResult ProcessVEXA(TagCall& call) {
   static constexpr std::string_view kErrorSuffix = "_ERROR";
   ScriptParser& script = call.script();
-  if (const auto* pair = call.Find("INTERPRET")) script.SetInterpret(pair->value);
+  if (const auto* pair = call.Find("INTERPRET")) script.SetInterpret(pair->value.text());
   if (const auto* pair = call.Find("STANDARDOUTPUTLEVEL")) {
-    script.SetStandardOutputLevel(script.StandardOutputLevelValue(pair->value));
+    script.SetStandardOutputLevel(script.StandardOutputLevelValue(pair->value.text()));
   }
   if (const auto* pair = call.Find("ERROROUTPUTLEVEL")) {
-    script.SetErrorOutputLevel(script.ErrorOutputLevelValue(pair->value));
+    script.SetErrorOutputLevel(script.ErrorOutputLevelValue(pair->value.text()));
   }
-  if (const auto* pair = call.Find("ERRORMESSAGE")) script.SetErrorMessage(pair->value);
+  if (const auto* pair = call.Find("ERRORMESSAGE")) script.SetErrorMessage(pair->value.text());
   if (const auto* pair = call.Find("DEFAULTMACROENCODING")) {
-    script.SetDefaultMacroEncoding(pair->value);
+    script.SetDefaultMacroEncoding(pair->value.text());
   }
   for (const NameValuePair& pair : call.attributes()) {
     String upper = pair.name.upper();
     if (upper.contains(kErrorSuffix)) {
-      script.SetTagErrorSettings(upper.before(kErrorSuffix), pair.value);
+      script.SetTagErrorSettings(upper.before(kErrorSuffix), pair.value.text());
     }
   }
   return StateResult::Handled;
