@@ -15,11 +15,11 @@ namespace vexa {
 inline constexpr long kFirstRow = -1;
 inline constexpr long kLastRow = -2;
 
-// What a database or view operation came to.
-enum class DataResult { Failed = 0, Done = 1, EndOfData = 2 };
+// What a database or view operation came to. Failed leaves the message in error(); Reported is a
+// failure of an expression, of which the page was told where it happened.
+enum class DataResult { Failed = 0, Done = 1, EndOfData = 2, Reported = 3 };
 
-// One view of an open database: the current record and the way through the records. Operations
-// that fail leave the message in error().
+// One view of an open database: the current record and the way through the records.
 class DatabaseView {
  public:
   virtual ~DatabaseView() = default;
@@ -41,23 +41,22 @@ class DatabaseView {
   [[nodiscard]] virtual const String& error() const = 0;
 };
 
-// An open database. Operations that return int give non-zero for success, else the message is in
-// error().
+// An open database.
 class Database {
  public:
   virtual ~Database() = default;
-  [[nodiscard]] virtual int Open(const String& database, const String& user,
-                                 const String& password) = 0;
-  [[nodiscard]] virtual int OpenIndexes(const String& indexes) = 0;
-  [[nodiscard]] virtual int SetPrimaryIndex(const String& index) = 0;
-  [[nodiscard]] virtual int Create(const String& database, const String& fields) = 0;
-  [[nodiscard]] virtual int CreateIndex(const String& indexfile, const String& expression,
-                                        const String& flags) = 0;
+  [[nodiscard]] virtual DataResult Open(const String& database, const String& user,
+                                        const String& password) = 0;
+  [[nodiscard]] virtual DataResult OpenIndexes(const String& indexes) = 0;
+  [[nodiscard]] virtual DataResult SetPrimaryIndex(const String& index) = 0;
+  [[nodiscard]] virtual DataResult Create(const String& database, const String& fields) = 0;
+  [[nodiscard]] virtual DataResult CreateIndex(const String& indexfile, const String& expression,
+                                               const String& flags) = 0;
   virtual void Close() = 0;
-  [[nodiscard]] virtual int OpenView(const String& name, const String& query) = 0;
-  [[nodiscard]] virtual int RunQuery(const String& query) = 0;
+  [[nodiscard]] virtual DataResult OpenView(const String& name, const String& query) = 0;
+  [[nodiscard]] virtual DataResult RunQuery(const String& query) = 0;
   [[nodiscard]] virtual DataResult Pack() = 0;
-  [[nodiscard]] virtual int Reindex() = 0;
+  [[nodiscard]] virtual DataResult Reindex() = 0;
   [[nodiscard]] virtual const String& name() const = 0;
   [[nodiscard]] virtual const String& type() const = 0;
   [[nodiscard]] virtual const String& error() const = 0;

@@ -70,6 +70,7 @@ constexpr SettingName kSettingNames[] = {
     {"packages", &Settings::packages},
     {"maxfiles", &Settings::maxfiles},
     {"lockexpiration", &Settings::lockexpiration},
+    {"durable", &Settings::durable},
     {"lockhostname", &Settings::lockhostname},
 };
 

@@ -17,6 +17,9 @@ namespace vexa {
 [[nodiscard]] inline uint32_t Get32(const char* from) {
   return static_cast<uint32_t>(Get16(from)) | static_cast<uint32_t>(Get16(from + 2)) << 16;
 }
+[[nodiscard]] inline uint64_t Get64(const char* from) {
+  return static_cast<uint64_t>(Get32(from)) | static_cast<uint64_t>(Get32(from + 4)) << 32;
+}
 
 inline void Put8(char* to, uint8_t value) { *to = static_cast<char>(value); }
 inline void Put16(char* to, uint16_t value) {
@@ -26,6 +29,10 @@ inline void Put16(char* to, uint16_t value) {
 inline void Put32(char* to, uint32_t value) {
   Put16(to, static_cast<uint16_t>(value & 0xFFFF));
   Put16(to + 2, static_cast<uint16_t>(value >> 16));
+}
+inline void Put64(char* to, uint64_t value) {
+  Put32(to, static_cast<uint32_t>(value & 0xFFFFFFFF));
+  Put32(to + 4, static_cast<uint32_t>(value >> 32));
 }
 
 }  // namespace vexa

@@ -26,6 +26,13 @@ enum OpenMode : int {
 
 enum class FileLockType { Shared = 0, Exclusive = 1 };
 
+// What tells without reading a file whether somebody wrote to it.
+struct FileStamp {
+  int64_t modified = 0;  // nanoseconds since 1970
+  int64_t length = 0;    // bytes
+  friend bool operator==(const FileStamp& a, const FileStamp& b) = default;
+};
+
 // An open file, made by FileManager::Open. Its descriptor may be closed and reopened behind the
 // scenes to keep the handle budget; offsets and sizes are in bytes. Operations return a negative
 // value on failure, with the message in error(). Destroying a File closes it; that must happen
@@ -56,8 +63,12 @@ class File {
   // Returns 0, or a negative value.
   [[nodiscard]] virtual int Touch() = 0;
   // Whether the path it was opened with still names this file: 1 yes, 0 no (it was replaced or
-  // removed), negative when that cannot be told.
-  [[nodiscard]] virtual int StillNamed() = 0;
+  // removed), negative when that cannot be told. `stamp` is that of the file the path names.
+  [[nodiscard]] virtual int StillNamed(FileStamp& stamp) = 0;
+  [[nodiscard]] int StillNamed() {
+    FileStamp ignored;
+    return StillNamed(ignored);
+  }
   [[nodiscard]] virtual const String& error() const = 0;
 };
 
@@ -74,10 +85,17 @@ class FileManager {
   [[nodiscard]] virtual int Delete(const String& path) = 0;
   // Copies a file over `to`. A file is never copied onto itself.
   [[nodiscard]] virtual int Copy(const String& from, const String& to) = 0;
+  // Files that are open as `from` are open as `to` afterwards.
   [[nodiscard]] virtual int Rename(const String& from, const String& to) = 0;
   // Sets the times of `path` to now. 1, or 0 on failure.
   [[nodiscard]] virtual int TouchFile(const String& path) = 0;
   [[nodiscard]] virtual bool Exists(const String& path) = 0;
+  // Whether the system lets this process write to the file that is at `path`.
+  [[nodiscard]] virtual bool MayWrite(const String& path) = 0;
+  // The path of the same file without links. 0, or negative when there is no such file.
+  [[nodiscard]] virtual int RealPath(const String& path, String& real) = 0;
+  // Waits until the names in the directory of `path` are on the disk.
+  [[nodiscard]] virtual int SyncDirectory(const String& path) = 0;
   [[nodiscard]] virtual int64_t Length(const String& path) = 0;
   [[nodiscard]] virtual bool IsDirectory(const String& path) = 0;
   [[nodiscard]] virtual int MakeDirectory(const String& path) = 0;

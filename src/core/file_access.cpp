@@ -2,6 +2,8 @@
 
 #include "core/file_access.h"
 
+#include <time.h>
+
 #include <filesystem>
 #include <system_error>
 
@@ -26,6 +28,14 @@ bool IsSymbolicLink(const String& path) {
   return std::filesystem::is_symlink(path.c_str(), ignored);
 }
 
+bool IsOld(const FileStamp& stamp) {
+  constexpr int64_t kNanoseconds = 1'000'000'000;
+  constexpr int64_t kLongestTick = 20'000'000;
+  struct timespec now;
+  if (::clock_gettime(CLOCK_REALTIME, &now) != 0) return false;
+  return int64_t{now.tv_sec} * kNanoseconds + now.tv_nsec - stamp.modified > kLongestTick;
+}
+
 int RangeLock::Take(File& file, FileLockType type, int64_t start, int64_t length) {
   Release();
   if (file.Lock(type, start, length) < 0) return 0;
@@ -33,6 +43,18 @@ int RangeLock::Take(File& file, FileLockType type, int64_t start, int64_t length
   start_ = start;
   length_ = length;
   return 1;
+}
+
+LockOutcome RangeLock::TakeNamed(File& file, FileLockType type, int64_t start, int64_t length,
+                                 String& reason) {
+  const bool locked = Take(file, type, start, length) != 0;
+  if (!locked) reason = file.error();
+  const int named = file.StillNamed(stamp_);
+  if (named > 0 && locked) return LockOutcome::Taken;
+  Release();
+  if (named == 0) return LockOutcome::Replaced;
+  if (locked) reason = file.error();
+  return LockOutcome::Failed;
 }
 
 void RangeLock::Release() {

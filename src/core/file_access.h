@@ -23,6 +23,16 @@ inline constexpr char kUnexpectedEnd[] = "Unexpected end of file";
 [[nodiscard]] bool IsSymbolicLink(const String& path);
 inline constexpr char kNoReplacementOfLinks[] = "A symbolic link cannot be replaced by a new file";
 
+// Whether a write after `stamp` was taken must show in the next one: two writes within one tick of
+// the system's clock leave the same time.
+[[nodiscard]] bool IsOld(const FileStamp& stamp);
+
+// How often a file may be replaced while its lock is waited for, before that is an error.
+inline constexpr int kMostReplacements = 100;
+
+// What became of a lock on the file that a path names.
+enum class LockOutcome { Taken, Failed, Replaced };
+
 // A record lock that is given back when it goes out of scope.
 class RangeLock {
  public:
@@ -34,6 +44,13 @@ class RangeLock {
   // Waits for the lock, giving back the one held before. 1, or 0 with the cause in file.error().
   // REQUIRES: `file` stays open until the lock is given back.
   [[nodiscard]] int Take(File& file, FileLockType type, int64_t start, int64_t length);
+  // The same on the file that the path of `file` names now. While the lock was waited for another
+  // file may have taken that place: then Replaced, without a lock, and the caller opens the path
+  // again. When it fails the cause is in `reason`.
+  [[nodiscard]] LockOutcome TakeNamed(File& file, FileLockType type, int64_t start, int64_t length,
+                                      String& reason);
+  // What the path told when TakeNamed looked at it.
+  [[nodiscard]] const FileStamp& stamp() const { return stamp_; }
   void Release();
   [[nodiscard]] bool held() const { return file_ != nullptr; }
 
@@ -41,6 +58,7 @@ class RangeLock {
   File* file_ = nullptr;
   int64_t start_ = 0;
   int64_t length_ = 0;
+  FileStamp stamp_;
 };
 
 }  // namespace vexa

@@ -61,6 +61,7 @@ struct Settings {
   String packages;
   int maxfiles = 0;
   int lockexpiration = 90;
+  int durable = 0;  // 1: changes of tables wait for the disk
   String lockhostname;
 };
 

@@ -134,11 +134,14 @@ int UNIXFile::Touch() {
   return ::futimens(fd, nullptr) != 0 ? Fail() : 0;
 }
 
-int UNIXFile::StillNamed() {
+int UNIXFile::StillNamed(FileStamp& stamp) {
   if (!open_) return Fail(EBADF);
   // The identity is remembered, so an inactive file need not be opened for this.
   struct stat status;
   if (::stat(info_->filename().c_str(), &status) == 0) {
+    constexpr int64_t kNanoseconds = 1'000'000'000;
+    stamp.modified = int64_t{status.st_mtim.tv_sec} * kNanoseconds + status.st_mtim.tv_nsec;
+    stamp.length = status.st_size;
     return IdentityOf(status) == info_->identity() ? 1 : 0;
   }
   return errno == ENOENT || errno == ENOTDIR ? 0 : Fail();

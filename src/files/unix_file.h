@@ -47,7 +47,8 @@ class UNIXFile final : public File {
   [[nodiscard]] int Truncate(int64_t length) override;
   [[nodiscard]] int Sync() override;
   [[nodiscard]] int Touch() override;
-  [[nodiscard]] int StillNamed() override;
+  using File::StillNamed;
+  [[nodiscard]] int StillNamed(FileStamp& stamp) override;
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }
 

@@ -34,6 +34,8 @@ class UNIXFileInfo {
   ByteRanges locks;
 
   [[nodiscard]] const String& filename() const { return filename_; }
+  // The file got another name.
+  void Renamed(const String& filename) { filename_ = filename; }
   [[nodiscard]] int fd() const { return fd_; }
   [[nodiscard]] const FileIdentity& identity() const { return identity_; }
   // Whether a read that stopped at `offset` before it had all that was asked stopped at the end. So

@@ -51,6 +51,9 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] int Rename(const String& from, const String& to) override;
   [[nodiscard]] int TouchFile(const String& path) override;
   [[nodiscard]] bool Exists(const String& path) override;
+  [[nodiscard]] bool MayWrite(const String& path) override;
+  [[nodiscard]] int RealPath(const String& path, String& real) override;
+  [[nodiscard]] int SyncDirectory(const String& path) override;
   [[nodiscard]] int64_t Length(const String& path) override;
   [[nodiscard]] bool IsDirectory(const String& path) override;
   [[nodiscard]] int MakeDirectory(const String& path) override;

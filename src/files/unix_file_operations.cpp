@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -96,6 +97,11 @@ int UNIXFileManager::Rename(const String& from, const String& to) {
   known_directories_.Forget();
   if (!Usable(from) || !Usable(to)) return -1;
   if (::rename(from.c_str(), to.c_str()) == 0) {
+    for (auto* list : {&active_, &inactive_}) {
+      for (UNIXFileInfo& info : *list) {
+        if (info.filename() == from) info.Renamed(to);
+      }
+    }
     LogFile("FILERENAMED", String::Concat({from, " -> ", to}));
     return 0;
   }
@@ -110,6 +116,32 @@ int UNIXFileManager::TouchFile(const String& path) {
 bool UNIXFileManager::Exists(const String& path) {
   struct stat status;
   return Usable(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+bool UNIXFileManager::MayWrite(const String& path) {
+  return Usable(path) && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+int UNIXFileManager::RealPath(const String& path, String& real) {
+  if (!Usable(path)) return -1;
+  const auto release = [](char* text) { std::free(text); };
+  const std::unique_ptr<char, decltype(release)> found(::realpath(path.c_str(), nullptr), release);
+  if (found == nullptr) return Checked(-1);
+  real = std::string_view(found.get());
+  return 0;
+}
+
+int UNIXFileManager::SyncDirectory(const String& path) {
+  const std::string_view text = path.view();
+  const size_t slash = text.rfind('/');
+  const String directory = slash == std::string_view::npos ? "." : text.substr(0, slash + 1);
+  if (!Usable(directory)) return -1;
+  struct stat status;
+  const int fd = OpenDescriptor(directory.c_str(), O_RDONLY | O_DIRECTORY, 0, status);
+  if (fd < 0) return Checked(-1);
+  const int result = Checked(RetryInterrupted([&] { return ::fsync(fd); }));
+  CloseQuietly(fd);
+  return result;
 }
 
 int64_t UNIXFileManager::Length(const String& path) {

@@ -56,12 +56,14 @@ DatabaseView* GetView(const TagCall& call, String& message) {
   return GetView(call, database, message);
 }
 
-StateResult ReportFailure(const TagCall& call, const String& message) {
-  return message.empty() ? StateResult::Failed : call.Fail(message);
+StateResult ReportFailure(const TagCall& call, DataResult result, const String& message) {
+  return result == DataResult::Reported ? StateResult::Failed : call.Fail(message);
 }
 
 StateResult ResultOf(const TagCall& call, DatabaseView& view, DataResult result) {
-  if (result == DataResult::Failed) return ReportFailure(call, view.error());
+  if (result == DataResult::Failed || result == DataResult::Reported) {
+    return ReportFailure(call, result, view.error());
+  }
   if (result == DataResult::EndOfData) call.NoteOutcome("EOF");
   return StateResult::Handled;
 }

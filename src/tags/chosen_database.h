@@ -21,9 +21,10 @@ namespace vexa {
 // The view called VIEW.
 [[nodiscard]] DatabaseView* FindViewOf(const TagCall& call, Database& database, String& message);
 
-// Reports a failure. An empty `message` says that an expression failed, which was reported where it
+// Reports a failure with its message, unless an expression failed: that was reported where it
 // happened and stops the script.
-[[nodiscard]] StateResult ReportFailure(const TagCall& call, const String& message);
+[[nodiscard]] StateResult ReportFailure(const TagCall& call, DataResult result,
+                                        const String& message);
 // What a tag makes of the result of an operation on `view`.
 [[nodiscard]] StateResult ResultOf(const TagCall& call, DatabaseView& view, DataResult result);
 

@@ -38,9 +38,27 @@ StateResult CloseAndRemove(const TagCall& call, Database& database) {
   return StateResult::Handled;
 }
 
+// Whether an operation did what it should. A pack that leaves no record has.
+bool Succeeded(DataResult result) {
+  return result == DataResult::Done || result == DataResult::EndOfData;
+}
+
 // What a tag makes of the result of an operation on `database`.
-StateResult ResultOf(const TagCall& call, const Database& database, int result) {
-  return result != 0 ? StateResult::Handled : ReportFailure(call, database.error());
+StateResult ResultOf(const TagCall& call, const Database& database, DataResult result) {
+  return Succeeded(result) ? StateResult::Handled : ReportFailure(call, result, database.error());
+}
+
+StateResult NotMade(const TagCall& call, const String& message) {
+  call.host().vars().AddGlobalVariable("EOF", "1");
+  return call.Fail(message);
+}
+
+// Hands a database over that was opened, or says why it was not. Loops over its records, which the
+// page may begin all the same, must end then.
+StateResult Conclude(const TagCall& call, std::unique_ptr<Database> database, DataResult result) {
+  if (Succeeded(result)) return Register(call, std::move(database));
+  call.host().vars().AddGlobalVariable("EOF", "1");
+  return ReportFailure(call, result, database->error());
 }
 
 }  // namespace
@@ -48,23 +66,20 @@ StateResult ResultOf(const TagCall& call, const Database& database, int result) 
 StateResult ProcessVxOPEN(TagCall& call) {
   String message;
   std::unique_ptr<Database> database = MakeDatabase(call, message);
-  if (database == nullptr) return call.Fail(message);
+  if (database == nullptr) return NotMade(call, message);
   const String& indexes = call.Text("INDEXES");
-  if (database->Open(call.Text("DATABASE"), call.Text("USER"), call.Text("PASSWORD")) == 0 ||
-      (!indexes.empty() && database->OpenIndexes(indexes) == 0)) {
-    return ReportFailure(call, database->error());
-  }
-  return Register(call, std::move(database));
+  DataResult result =
+      database->Open(call.Text("DATABASE"), call.Text("USER"), call.Text("PASSWORD"));
+  if (Succeeded(result) && !indexes.empty()) result = database->OpenIndexes(indexes);
+  return Conclude(call, std::move(database), result);
 }
 
 StateResult ProcessVxCREATE(TagCall& call) {
   String message;
   std::unique_ptr<Database> database = MakeDatabase(call, message);
-  if (database == nullptr) return call.Fail(message);
-  if (database->Create(call.Text("DATABASE"), call.Text("FIELDS")) == 0) {
-    return ReportFailure(call, database->error());
-  }
-  return Register(call, std::move(database));
+  if (database == nullptr) return NotMade(call, message);
+  const DataResult result = database->Create(call.Text("DATABASE"), call.Text("FIELDS"));
+  return Conclude(call, std::move(database), result);
 }
 
 StateResult ProcessVxCLOSE(TagCall& call) {
@@ -87,8 +102,9 @@ StateResult ProcessVxPRIMARY(TagCall& call) {
     view = FindViewOf(call, *database, message);
     if (view == nullptr) return call.Fail(message);
   }
-  if (call.Has("INDEX") && database->SetPrimaryIndex(call.Text("INDEX")) == 0) {
-    return ReportFailure(call, database->error());
+  if (call.Has("INDEX")) {
+    const DataResult result = database->SetPrimaryIndex(call.Text("INDEX"));
+    if (!Succeeded(result)) return ReportFailure(call, result, database->error());
   }
   if (view != nullptr) database->SetPrimaryView(view);
   call.host().SetPrimaryDB(database);
@@ -129,8 +145,9 @@ StateResult ProcessVxPACK(TagCall& call) {
   Database* const database = GetDatabase(call, message);
   if (database == nullptr) return call.Fail(message);
   if (database->InUse()) return call.Fail(InUseMessage(*database));
-  if (database->Pack() != DataResult::Failed) return StateResult::Handled;
-  const StateResult result = ReportFailure(call, database->error());
+  const DataResult packed = database->Pack();
+  if (Succeeded(packed)) return StateResult::Handled;
+  const StateResult result = ReportFailure(call, packed, database->error());
   // What a pack that failed left open is not to be trusted.
   (void)CloseAndRemove(call, *database);
   return result;

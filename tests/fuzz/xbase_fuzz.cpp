@@ -160,7 +160,7 @@ std::string Seed(int records, uint32_t flags, ZDXIndexShape shape) {
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   const char* directory = std::getenv("VEXA_FUZZ_SEEDS");
   if (directory == nullptr) return 0;
-  const ZDXIndexShape small{3, 427, 20};
+  const ZDXIndexShape small{3, 435, 20};
   const std::string seeds[] = {Seed(0, 0, small), Seed(2, kIndexUnique, small),
                                Seed(9, kIndexDescending | kIndexString, small), Seed(20, 0, small),
                                Seed(10, 0, {})};

@@ -32,11 +32,11 @@ BASE = {
     "vexa.h": file("core/text.h"),
     "core/text.h": file(),
     "files/file.h": file("core/text.h"),
-    "engine/tags.h": file("vexa.h", "files/file.h"),
-    "files/file_tags.h": file("engine/tags.h"),
-    "files/file_tags.cpp": file("files/file_tags.h", "engine/tags.h"),
-    "engine/tag_table.cpp": file("files/file_tags.h"),
-    "xbase/table.h": file("engine/tags.h"),
+    "engine/parser.h": file("vexa.h", "files/file.h"),
+    "tags/file_tags.h": file("engine/parser.h"),
+    "tags/file_tags.cpp": file("tags/file_tags.h", "files/file.h"),
+    "xbase/change/change.h": file("core/text.h"),
+    "xbase/table/table.h": file("xbase/change/change.h"),
     "net/mail.h": file(),
 }
 
@@ -51,9 +51,10 @@ def _():
 def _():
     faults = {
         "core/low.cpp": (file("files/file.h"), "core/low.cpp:2:"),
-        "files/other.cpp": (file("engine/tags.h"), "files/other.cpp:2:"),
-        "xbase/side.cpp": (file("net/mail.h"), "xbase/side.cpp:2:"),
-        "engine/user.cpp": (file("files/file_tags.h"), "only tables"),
+        "files/other.cpp": (file("engine/parser.h"), "files/other.cpp:2:"),
+        "xbase/table/side.cpp": (file("net/mail.h"), "xbase/table/side.cpp:2:"),
+        "xbase/index/up.cpp": (file("files/file.h"), "xbase/index/up.cpp:2:"),
+        "engine/user.cpp": (file("tags/file_tags.h"), "engine/user.cpp:2:"),
         "vexa.h": (file("files/file.h"), "vexa.h:2:"),
         "core/gone.cpp": (file("core/nothing.h"), "core/gone.cpp:2:"),
         "odd/new.cpp": (file("core/text.h"), "odd/new.cpp:2:"),

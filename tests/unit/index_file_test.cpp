@@ -18,7 +18,7 @@ class IndexFile : public TableFixture {
  protected:
   // An empty index at people.vxx, small enough that everything happens to it soon.
   int CreateSmall(ZDXIndexFile& index, uint32_t flags = 0) {
-    return index.Create("people.vxx", "people.vxx", {"NAME", flags, {3, 427, 20}});
+    return index.Create("people.vxx", "people.vxx", {"NAME", flags, {3, 435, 20}});
   }
   static int CreateStandard(ZDXIndexFile& index, uint32_t flags = 0) {
     return index.Create("people.vxx", "people.vxx", {"NAME", flags, {}});
@@ -83,9 +83,9 @@ TEST_F(IndexFile, AnEvenNumberOfKeysSplitsBelowItsMiddle) {
   ASSERT_EQ(CreateSmall(index), 1);
   InsertAll(index, {"1", "2", "3", "4"});
   const char* bytes = files["people.vxx"].data();
-  EXPECT_EQ(Get32(bytes + 427), 1u);
-  EXPECT_EQ(Get32(bytes + 2 * 427), 2u);
-  EXPECT_EQ(std::string(bytes + 3 * 427 + 12), "2");
+  EXPECT_EQ(Get32(bytes + 435), 1u);
+  EXPECT_EQ(Get32(bytes + 2 * 435), 2u);
+  EXPECT_EQ(std::string(bytes + 3 * 435 + 12), "2");
 }
 
 TEST_F(IndexFile, PagesBelowThreeKeysAreRepaired) {
@@ -226,7 +226,7 @@ TEST_F(IndexFile, FindingKeysAndBeginnings) {
   EXPECT_EQ(Found(index, std::string(12, 'a'), 0), "0 ") << "longer than any key";
 
   ZDXIndexFile numbers(files);
-  ASSERT_EQ(numbers.Create("n.vxx", "n", {"N", 0, {3, 427, 20}}), 1);
+  ASSERT_EQ(numbers.Create("n.vxx", "n", {"N", 0, {3, 435, 20}}), 1);
   InsertAll(numbers, {"100", "9", "10", "20", "1000", "2"});
   EXPECT_EQ(Found(numbers, "10", 0), "3 10");
   EXPECT_EQ(Found(numbers, "10.0", 0), "3 10");
@@ -246,20 +246,41 @@ TEST_F(IndexFile, LongKeysAndNulsAreCut) {
   EXPECT_EQ(Walk(index), "");
 }
 
-TEST_F(IndexFile, MixedKeysCanAlwaysBeDeleted) {
-  // 10 is below 1a, 1a below 2, 2 below 10: no order fits, yet nothing gets stuck.
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateSmall(index), 1);
-  std::mt19937 random(7);
-  std::vector<std::string> keys;
-  for (int i = 0; i < 300; ++i) {
-    keys.push_back(std::to_string(random() % 200) + (random() % 2 == 0 ? "" : "a"));
+TEST_F(IndexFile, NumbersAmongOtherKeysAreFoundAndDeleted) {
+  for (const uint32_t flags : {0U, kIndexDescending}) {
+    ZDXIndexFile index(files);
+    ASSERT_EQ(CreateSmall(index, flags), 1);
+    std::mt19937 random(7);
+    std::vector<std::string> keys;
+    for (int i = 0; i < 300; ++i) {
+      keys.push_back(std::to_string(random() % 200) + (random() % 2 == 0 ? "" : "a"));
+    }
+    for (const char* key : {"-5", "-x", "inf", "info", " 7", "", "0x1F", "+", ".5"}) {
+      keys.push_back(key);
+    }
+    InsertAll(index, keys);
+    uint32_t record;
+    for (const std::string& key : keys) {
+      ASSERT_EQ(index._Find(key, 1, record), 1);
+      EXPECT_TRUE(record != 0 && index.CursorEquals(key)) << key;
+      // The first that begins so, in the order of the index.
+      for (const std::string& prefix : {key.substr(0, 1), key}) {
+        ASSERT_EQ(index._Find(prefix, 0, record), 1);
+        EXPECT_TRUE(record != 0 &&
+                    (index.CursorKey().view().starts_with(prefix) || index.CursorEquals(prefix)))
+            << prefix;
+      }
+    }
+    StringOutput out;
+    const String path("people.vxx");
+    (void)CheckTable(files, "people.dbf", std::span(&path, 1), out);
+    out.Flush();
+    EXPECT_FALSE(out.data().contains("order")) << out.data().view();
+    for (size_t i = 0; i < keys.size(); ++i) {
+      ASSERT_EQ(index.Delete(static_cast<uint32_t>(i + 1), keys[i]), 1) << i;
+    }
+    EXPECT_EQ(Walk(index), "");
   }
-  InsertAll(index, keys);
-  for (size_t i = 0; i < keys.size(); ++i) {
-    ASSERT_EQ(index.Delete(static_cast<uint32_t>(i + 1), keys[i]), 1) << i;
-  }
-  EXPECT_EQ(Walk(index), "");
 }
 
 // --- Opening ---------------------------------------------------------------------------------
@@ -327,7 +348,7 @@ TEST_F(IndexFile, AFailedBuildChangesNothing) {
     files.Arm(MemoryFiles::Fault::FailOne, at);
     bool failed;
     {
-      XBaseIndexBuilder builder(files, {"NAME", 0, {3, 427, 20}});
+      XBaseIndexBuilder builder(files, {"NAME", 0, {3, 435, 20}});
       for (uint32_t record = 1; record <= 20; ++record) builder.Add(record, "key");
       failed = builder.Write("people.vxx", "people") == 0 || builder.Install() == 0;
       if (failed) {
@@ -413,11 +434,11 @@ TEST_F(IndexFile, EveryDamagedByteAndEveryLengthIsSurvived) {
     }
   }
   // In every page, the counts, child pages and record numbers, and some of the rest.
-  for (size_t page = 1; page * 427 < size; ++page) {
+  for (size_t page = 1; page * 435 < size; ++page) {
     for (size_t at = 0; at < 4 + 4 * 20; ++at) {
       if (at < 4 || (at - 4) % 20 < 9) {
-        flip_at(page * 427 + at, 1 << random() % 8);
-        flip_at(page * 427 + at, static_cast<int>(random() % 16));
+        flip_at(page * 435 + at, 1 << random() % 8);
+        flip_at(page * 435 + at, static_cast<int>(random() % 16));
       }
     }
   }
@@ -476,14 +497,14 @@ TEST_F(IndexFile, CyclesAndWrongPagesAreNamed) {
 TEST_F(IndexFile, WalksThroughATangledTreeEnd) {
   // Every child of every page is the page below: no cycle, but 4^n ways through it.
   ZDXIndexHeader header;
-  header.shape = {3, 427, 20};
+  header.shape = {3, 435, 20};
   const uint32_t levels = 40;
   header.numpages = levels + 1;
   std::string& bytes = files["people.vxx"];
-  bytes.resize(size_t{levels + 1} * 427);
+  bytes.resize(size_t{levels + 1} * 435);
   header.Encode(bytes.data());
   for (uint32_t number = 1; number <= levels; ++number) {
-    char* page = bytes.data() + number * 427;
+    char* page = bytes.data() + number * 435;
     Put32(page, 3);
     for (uint32_t i = 0; i <= 3; ++i) {
       Put32(page + 4 + i * 20, number == levels ? 0 : number + 1);
@@ -502,165 +523,6 @@ TEST_F(IndexFile, WalksThroughATangledTreeEnd) {
   EXPECT_EQ(index._Find("5", 0, record), 0);
   EXPECT_EQ(index.Delete(99, ""), 0);
   EXPECT_EQ(files.locks(), 0);
-}
-
-// --- Processes that die ----------------------------------------------------------------------
-
-// A record with its keys in two indexes, as the database writes it. Returns 1 when all was written.
-int AddPerson(XBaseTable& table, const std::vector<XBaseIndex*>& indexes, const std::string& name) {
-  std::vector<XBaseIndexLock> locks(indexes.size());
-  for (size_t i = 0; i < indexes.size(); ++i) {
-    if (locks[i].Take(*indexes[i]) == 0) return 0;
-  }
-  table.fields()[0]->Set(String(name));
-  table.fields()[1]->Set(String("note of " + name));
-  if (table.Append() == 0) return 0;
-  for (XBaseIndex* index : indexes) {
-    if (index->Insert(static_cast<uint32_t>(table.recordnum()), name) == 0) return 0;
-  }
-  return 1;
-}
-
-class DyingProcess : public IndexFile {
- protected:
-  static constexpr int kPeople = 26;
-
-  void SetUp() override {
-    XBaseTable table(files);
-    ASSERT_EQ(TableFixture::Create(table, NamesAndNotes()), 1);
-    XBaseIndex one(files);
-    XBaseIndex two(files);
-    ASSERT_EQ(one.Create("people.vxx", "people.vxx", {"NAME", 0, {3, 427, 20}}), 1);
-    ASSERT_EQ(two.Create("other.vxx", "other.vxx", {"NAME", kIndexDescending, {4, 427, 20}}), 1);
-    // Names in no order, so that pages split in the middle as well.
-    for (int i = 0; i < kPeople; ++i) {
-      ASSERT_EQ(AddPerson(table, {&one, &two}, Name(i)), 1);
-    }
-    ASSERT_EQ(Faults({"people.vxx", "other.vxx"}), "");
-    good_ = files.Snapshot();
-  }
-  static std::string Name(int i) { return std::string(1, static_cast<char>('a' + i * 7 % 26)); }
-
-  // Runs `operation` again and again, dying (or failing) ever later, until it gets through; after
-  // each time the files must pass `check`, which is told whether the operation had returned well.
-  template <typename Operation, typename Check>
-  void RunAll(MemoryFiles::Fault fault, Operation operation, Check check) {
-    for (int at = 1;; ++at) {
-      SCOPED_TRACE("operation " + std::to_string(at));
-      files.Restore(good_);
-      bool done;
-      {
-        XBaseTable table(files);
-        XBaseIndex one(files);
-        XBaseIndex two(files);
-        ASSERT_EQ(TableFixture::Open(table), 1);
-        ASSERT_EQ(one.Open("one", "people.vxx", "people.vxx"), 1);
-        ASSERT_EQ(two.Open("two", "other.vxx", "other.vxx"), 1);
-        files.Arm(fault, at);
-        done = operation(table, one, two) != 0;
-        const bool reached = files.operations() >= at;
-        files.Disarm();
-        if (!reached) {
-          ASSERT_TRUE(done);
-          ASSERT_GT(at, 5);
-          return;
-        }
-      }
-      EXPECT_EQ(files.locks(), 0);
-      check(done);
-      if (HasFatalFailure()) return;
-    }
-  }
-  // Whatever an index lacks or holds too much, it must say so, and searching must not fail.
-  // After a kill, no key that was there may be out of reach.
-  void CheckIndex(const char* name, int people, MemoryFiles::Fault fault) {
-    ZDXIndexFile index(files);
-    ASSERT_EQ(index.Open(name, name, OpenRead | OpenWrite), 1);
-    int good = 0;
-    for (int i = 0; i < people; ++i) {
-      bool found;
-      ASSERT_EQ(index._Seek(Name(i), static_cast<uint32_t>(i + 1), found), 1);
-      good += found ? 1 : 0;
-      if (fault == MemoryFiles::Fault::Die && i < kPeople) {
-        EXPECT_TRUE(found) << name << " lost " << Name(i);
-      }
-    }
-    const TreeWalk tree = TreeWalker::Walk(files[name]);
-    const bool right =
-        tree.fault.empty() && good == people && static_cast<int>(tree.entries.size()) == people;
-    EXPECT_TRUE(right || !Faults({name}).empty()) << name << " is wrong and the checker is silent";
-  }
-  void CheckPeople() {
-    EXPECT_EQ(Faults(), "");
-    XBaseTable table(files);
-    ASSERT_EQ(TableFixture::Open(table), 1);
-    ASSERT_GE(table.numrecords(), kPeople);
-    for (int i = 0; i < kPeople; ++i) {
-      EXPECT_EQ(Values(table, i + 1), Name(i) + "|note of " + Name(i));
-    }
-  }
-
-  std::map<std::string, std::string> good_;
-};
-
-TEST_F(DyingProcess, AppendLosesNoRecord) {
-  for (auto fault : {MemoryFiles::Fault::Die, MemoryFiles::Fault::FailOne}) {
-    RunAll(
-        fault,
-        [](XBaseTable& table, XBaseIndex& one, XBaseIndex& two) {
-          for (int i = kPeople; i < kPeople + 3; ++i) {
-            if (AddPerson(table, {&one, &two}, Name(i)) == 0) return 0;
-          }
-          return 1;
-        },
-        [this, fault](bool /*done*/) {
-          CheckPeople();
-          XBaseTable table(files);
-          ASSERT_EQ(TableFixture::Open(table), 1);
-          CheckIndex("people.vxx", table.numrecords(), fault);
-          CheckIndex("other.vxx", table.numrecords(), fault);
-        });
-  }
-}
-
-// A torn index page is possible when a single write is cut short, which a kill does not do to
-// pages that lie within a page of memory; so deletions are only killed, not failed half way.
-TEST_F(DyingProcess, DeletionsTakeNoOtherKeyAway) {
-  for (int victim = 0; victim < kPeople; victim += 5) {
-    RunAll(
-        MemoryFiles::Fault::Die,
-        [&](XBaseTable& /*table*/, XBaseIndex& one, XBaseIndex& two) {
-          for (int i = victim; i < victim + 6 && i < kPeople; ++i) {
-            const auto record = static_cast<uint32_t>(i + 1);
-            if (one.Delete(record, Name(i)) == 0 || two.Delete(record, Name(i)) == 0) return 0;
-          }
-          return 1;
-        },
-        [&](bool /*done*/) {
-          for (const char* name : {"people.vxx", "other.vxx"}) {
-            ZDXIndexFile index(files);
-            ASSERT_EQ(index.Open(name, name, OpenRead), 1);
-            for (int i = 0; i < kPeople; ++i) {
-              bool found;
-              ASSERT_EQ(index._Seek(Name(i), static_cast<uint32_t>(i + 1), found), 1);
-              EXPECT_TRUE(found || (i >= victim && i < victim + 6)) << name << " lost " << Name(i);
-            }
-          }
-        });
-  }
-}
-
-TEST_F(DyingProcess, FailedLocksAndChecksLeaveNothingLocked) {
-  RunAll(
-      MemoryFiles::Fault::FailOne,
-      [](XBaseTable& table, XBaseIndex& one, XBaseIndex& two) {
-        XBaseIndexLock first;
-        XBaseIndexLock second;
-        if (first.Take(two) == 0 || second.Take(one) == 0) return 0;
-        if (one.CheckUnique("q", 1) == 0 || two.CheckUnique("q", 1) == 0) return 0;
-        return table.Refresh();
-      },
-      [this](bool /*done*/) { EXPECT_EQ(files.Snapshot(), good_); });
 }
 
 }  // namespace

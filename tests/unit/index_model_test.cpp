@@ -261,11 +261,11 @@ std::vector<Case> Cases() {
   std::vector<Case> cases;
   const ZDXIndexShape standard;
   for (uint32_t flags = 0; flags < 8; ++flags) {
-    cases.push_back({flags, {3, 427, 20}, 4000, false, 400});
+    cases.push_back({flags, {3, 435, 20}, 4000, false, 400});
     cases.push_back({flags, {4, 512, 40}, 4000, true, 3000});
     cases.push_back({flags, standard, 4000, false, 5000});
   }
-  cases.push_back({0, {2, 427, 30}, 3000, true, 50});
+  cases.push_back({0, {2, 435, 30}, 3000, true, 50});
   cases.push_back({kIndexString, {5, 600, 30}, 3000, false, 5});
   cases.push_back({kIndexDescending, {40, 4096, 100}, 4000, true, 100000});
   cases.push_back({0, standard, 100000, false, 3000});

@@ -28,7 +28,9 @@ class MemoryFiles final : public FileManager {
     None,
     FailOne,    // operation `at` fails, a write having done half of its work
     RefuseOne,  // operation `at` fails, having done nothing
+    RefuseOn,   // from operation `at` on all fail, having done nothing
     Die,        // from operation `at` on nothing happens any more, as after a kill
+    Tear,       // the same, but a write at `at` gets as far as the next border of 4,096 bytes
   };
   void Arm(Fault fault, int at) {
     fault_ = fault;
@@ -78,6 +80,10 @@ class MemoryFiles final : public FileManager {
       error_ = "No such file or directory";
       return nullptr;
     }
+    if (Has(name.c_str()) && (mode & OpenExclusive) != 0) {
+      error_ = "File exists";
+      return nullptr;
+    }
     Bytes& bytes = (*this)[name.c_str()];
     if ((mode & OpenTruncate) != 0) bytes.clear();
     return std::make_unique<OpenFile>(*this, name, files_[name]);
@@ -92,12 +98,20 @@ class MemoryFiles final : public FileManager {
     if (it == files_.end()) return -1;
     files_[to.c_str()] = it->second;
     files_.erase(from.c_str());
+    for (OpenFile* file : open_) file->Renamed(from.c_str(), to.c_str());
     return 0;
   }
   bool Exists(const String& path) override { return !dead() && Has(path.c_str()); }
   int64_t Length(const String& path) override {
     return Has(path.c_str()) ? std::ssize((*this)[path.c_str()]) : -1;
   }
+  bool MayWrite(const String& path) override { return Has(path.c_str()); }
+  int RealPath(const String& path, String& real) override {
+    if (!Has(path.c_str())) return -1;
+    real = path;
+    return 0;
+  }
+  int SyncDirectory(const String& /*path*/) override { return Proceed() ? 0 : -1; }
   int Mode(const String& path) override { return Has(path.c_str()) ? 0100600 : -1; }
   int ChangeMode(const String& /*path*/, int /*mode*/) override { return 0; }
   std::unique_ptr<File> MakeTemporary(String& path, String& suffix, int mode) override {
@@ -136,8 +150,16 @@ class MemoryFiles final : public FileManager {
   class OpenFile final : public File {
    public:
     OpenFile(MemoryFiles& manager, std::string name, std::shared_ptr<Bytes> bytes)
-        : manager_(manager), name_(std::move(name)), bytes_(std::move(bytes)) {}
-    ~OpenFile() override { manager_.locks_ -= static_cast<int>(ranges_.size()); }
+        : manager_(manager), name_(std::move(name)), bytes_(std::move(bytes)) {
+      manager_.open_.insert(this);
+    }
+    ~OpenFile() override {
+      manager_.locks_ -= static_cast<int>(ranges_.size());
+      manager_.open_.erase(this);
+    }
+    void Renamed(std::string_view from, std::string_view to) {
+      if (name_ == from) name_ = to;
+    }
 
     int ReadAt(int64_t offset, char* buffer, int count) override {
       if (!Proceed()) return -1;
@@ -150,13 +172,14 @@ class MemoryFiles final : public FileManager {
     int WriteAt(int64_t offset, const char* data, int count) override {
       const bool proceed = Proceed();
       auto size = static_cast<size_t>(count);
-      if (!proceed) size = manager_.fault_ == Fault::FailOne ? size / 2 : 0;
+      if (!proceed) size = manager_.PartDone(offset, size);
       const auto start = static_cast<size_t>(offset);
       if (!proceed && start + static_cast<size_t>(count) <= bytes_->size()) {
         manager_.refused_rewrite_ = name_;
       }
       if (size > 0 && start + size > bytes_->size()) bytes_->resize(start + size);
       if (size > 0) std::memcpy(bytes_->data() + start, data, size);
+      ++manager_.writes_;
       return proceed ? count : -1;
     }
     int Lock(FileLockType /*type*/, int64_t start, int64_t length) override {
@@ -171,8 +194,10 @@ class MemoryFiles final : public FileManager {
     int64_t Length() override { return Proceed() ? std::ssize(*bytes_) : -1; }
     int Sync() override { return Proceed() ? 0 : -1; }
     int Touch() override { return Proceed() ? 0 : -1; }
-    int StillNamed() override {
+    using File::StillNamed;
+    int StillNamed(FileStamp& stamp) override {
       if (!Proceed()) return -1;
+      stamp = {manager_.writes_, std::ssize(*bytes_)};
       auto it = manager_.files_.find(name_);
       return it != manager_.files_.end() && it->second == bytes_ ? 1 : 0;
     }
@@ -183,7 +208,11 @@ class MemoryFiles final : public FileManager {
     int Write(const char*, int) override { return -1; }
     int64_t Seek(int64_t) override { return -1; }
     int64_t Tell() override { return -1; }
-    int Truncate(int64_t) override { return -1; }
+    int Truncate(int64_t length) override {
+      if (!Proceed()) return -1;
+      bytes_->resize(static_cast<size_t>(length));
+      return 0;
+    }
 
    private:
     bool Proceed() {
@@ -199,12 +228,22 @@ class MemoryFiles final : public FileManager {
     String error_;
   };
 
-  [[nodiscard]] bool dead() const { return fault_ == Fault::Die && operations_ >= at_; }
+  [[nodiscard]] bool dead() const {
+    return (fault_ == Fault::Die || fault_ == Fault::Tear) && operations_ >= at_;
+  }
+  // How much of a write of `size` bytes that fails is done all the same.
+  [[nodiscard]] size_t PartDone(int64_t offset, size_t size) const {
+    if (fault_ == Fault::FailOne) return size / 2;
+    if (fault_ != Fault::Tear || operations_ != at_) return 0;
+    const auto border = static_cast<size_t>(4096 - offset % 4096);
+    return border < size ? border : 0;
+  }
   bool Proceed() {
     ++operations_;
     error_ = "Input/output error";
     const bool one = fault_ == Fault::FailOne || fault_ == Fault::RefuseOne;
-    return !(one && operations_ == at_) && !dead();
+    const bool on = fault_ == Fault::RefuseOn && operations_ >= at_;
+    return !(one && operations_ == at_) && !on && !dead();
   }
 
   std::map<std::string, std::shared_ptr<Bytes>> files_;
@@ -215,6 +254,8 @@ class MemoryFiles final : public FileManager {
   std::string refused_rewrite_;
   int locks_ = 0;
   bool break_replaced_ = false;
+  int64_t writes_ = 0;  // the time, as far as stamps of files are concerned
+  std::set<OpenFile*> open_;
 };
 
 }  // namespace vexa

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "core/text.h"
+#include "xbase/change/journal.h"
 #include "xbase/index/index_key.h"
 
 namespace vexa {
@@ -19,11 +20,14 @@ bool IndexChecker::Open(const String& path) {
     report_.Fault("cannot be locked: " + file_->error());
     return false;
   }
-  char bytes[kIndexHeaderSize];
+  char bytes[kMarkedIndexHeader];
   String reason;
-  if (ReadExactly(*file_, 0, bytes, kIndexHeaderSize, reason) == 0) {
+  if (ReadExactly(*file_, 0, bytes, sizeof bytes, reason) == 0) {
     report_.Fault("the header cannot be read: " + reason);
     return false;
+  }
+  if (MarkOfIndex({bytes, sizeof bytes}) != 0) {
+    report_.Fault("a change of it was not finished; it is when the index is used next");
   }
   if (DecodeIndexHeader(bytes, header_) == IndexHeaderState::Good) return true;
   report_.Fault("the header is not that of an index");
@@ -43,12 +47,7 @@ void IndexChecker::Check(RecordReader* table) {
     FindKeyField();
   }
   Walk();
-  // Numbers among other texts have no consistent order.
-  if (has_numbers_ && has_texts_ && disorder_ > 0) {
-    report_.Note("numbers and other keys are mixed, so their order was not checked");
-  } else if (disorder_ > 0) {
-    report_.Fault("", disorder_, " keys are out of order");
-  }
+  if (disorder_ > 0) report_.Fault("", disorder_, " keys are out of order");
   ReportMissing();
 }
 
@@ -78,7 +77,7 @@ bool IndexChecker::Enter(uint32_t number) {
     return false;
   }
   String reason;
-  if (stack_.Push().ReadPage(*file_, number, header_.shape, reason) == 1) {
+  if (stack_.Push().ReadPage(*file_, nullptr, number, header_.shape, reason) == 1) {
     CheckShapeOfPage(stack_.Top());
     return true;
   }
@@ -124,10 +123,6 @@ void IndexChecker::CheckEntry(std::string_view key, uint32_t recordnum) {
 }
 
 void IndexChecker::CheckOrder(std::string_view key) {
-  if ((header_.flags & kIndexString) == 0) {
-    double number;
-    (KeyAsNumber(key, number) ? has_numbers_ : has_texts_) = true;
-  }
   if (has_last_key_) {
     const int order = SearchKey(last_key_, 1, header_.flags).Compare(key);
     if (order > 0) ++disorder_;

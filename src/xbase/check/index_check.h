@@ -57,8 +57,6 @@ class IndexChecker {
   std::vector<bool> named_;  // by record number
   bool has_last_key_ = false;
   String last_key_;
-  bool has_numbers_ = false;
-  bool has_texts_ = false;
   int64_t disorder_ = 0;
 };
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "core/number.h"
-#include "xbase/table/table_pack.h"
 
 namespace vexa {
 
@@ -59,7 +58,8 @@ int RecordReader::ReadDescriptors() {
 }
 
 int RecordReader::OpenMemo(const String& path) {
-  const String memopath = MemoPathInUse(files_, path, files_.StripExtension(path) + ".dbt");
+  const String memopath =
+      String::Concat({files_.StripExtension(path), MemoExtensionOf(files_, path)});
   auto file = files_.Open(memopath, OpenRead);
   if (file == nullptr) return Fail("the memo file cannot be opened: " + files_.error());
   memo_ = std::make_unique<MemoFile>(std::move(file), memopath);

@@ -9,6 +9,7 @@
 
 #include "core/byte_order.h"
 #include "core/text.h"
+#include "xbase/change/journal.h"
 #include "xbase/check/check_report.h"
 #include "xbase/check/index_check.h"
 #include "xbase/check/record_reader.h"
@@ -35,6 +36,7 @@ class TableChecker {
   RecordReader* reader() { return reader_.get(); }
 
  private:
+  void CheckMark();
   void CheckSize();
   void CheckRecords();
   void CheckMemoNumber(int recordnum, std::string_view number);
@@ -43,12 +45,14 @@ class TableChecker {
 
   FileManager& files_;
   CheckReport& report_;
+  String path_;
   std::unique_ptr<RecordReader> reader_;
   int64_t memo_length_ = 0;
   std::vector<Extent> extents_;
 };
 
 bool TableChecker::Open(const String& path) {
+  path_ = path;
   reader_ = std::make_unique<RecordReader>(files_);
   if (reader_->Open(path) != 0) return true;
   report_.Fault(reader_->error());
@@ -57,10 +61,26 @@ bool TableChecker::Open(const String& path) {
 }
 
 void TableChecker::Check() {
+  CheckMark();
   CheckSize();
   if (reader_->memo() != nullptr) CheckMemoHeader();
   CheckRecords();
   CheckExtents();
+}
+
+void TableChecker::CheckMark() {
+  if (reader_->header().mark == 0) return;
+  String real;
+  JournalContent content;
+  String ignored;
+  if (files_.RealPath(path_, real) < 0) real = path_;
+  const JournalState state = ReadJournal(files_, real, content, ignored);
+  if (state == JournalState::Unreadable ||
+      (state == JournalState::Found && content.number == reader_->header().mark)) {
+    report_.Fault("a change was not finished; the next request completes it");
+  } else {
+    report_.Note("bytes 20 to 27 of the header are not zero, but the journal does not know them");
+  }
 }
 
 void TableChecker::CheckSize() {

@@ -10,44 +10,41 @@
 
 namespace vexa {
 
-std::unique_ptr<XBaseIndexSet::Member> XBaseIndexSet::OpenMember(const String& name) {
+DataResult XBaseIndexSet::OpenMember(const String& name, std::unique_ptr<Member>& member) {
   String path;
-  error_.clear();
-  if (host_.ResolvePath(name, path, PathType::DataPath, error_) == 0) return nullptr;
-  auto member = std::make_unique<Member>(host_.filemanager());
+  if (host_.ResolvePath(name, path, PathType::DataPath, error_) == 0) return DataResult::Failed;
+  member = std::make_unique<Member>(host_.filemanager());
   if (member->index.Open(name, path, name) == 0) {
     error_ = EntityEncoded(member->index.error());
-    return nullptr;
+    return DataResult::Failed;
   }
-  error_.clear();
-  if (!record_.Parse(member->index.KeyExpression(), member->key)) return nullptr;
-  return member;
+  return record_.Parse(member->index.KeyExpression(), member->key) ? DataResult::Done
+                                                                   : DataResult::Reported;
 }
 
-int XBaseIndexSet::Open(const String& list) {
+DataResult XBaseIndexSet::Open(const String& list) {
   Members opened;
   for (PieceReader names(list, ","); names.Next();) {
     const std::string_view name = Stripped(names.piece());
     if (name.empty()) continue;
-    auto member = OpenMember(name);
-    if (member == nullptr) return 0;
+    std::unique_ptr<Member> member;
+    const DataResult result = OpenMember(name, member);
+    if (result != DataResult::Done) return result;
     for (const auto& other : opened) {
       // Every change would be made twice.
       if (other->index.filepath() != member->index.filepath()) continue;
       error_ = String::Concat({"Index '", EntityEncoded(name), "' is listed twice"});
-      return 0;
+      return DataResult::Failed;
     }
     opened.push_back(std::move(member));
   }
   ++version_;
   members_ = std::move(opened);
   primary_ = members_.empty() ? nullptr : members_.front().get();
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseIndexSet::Add(const String& name) {
-  auto member = OpenMember(name);
-  if (member == nullptr) return 0;
+void XBaseIndexSet::Add(std::unique_ptr<Member> member) {
   ++version_;
   Member* const opened = member.get();
   const auto former = std::find_if(members_.begin(), members_.end(), [&](const auto& other) {
@@ -56,11 +53,19 @@ int XBaseIndexSet::Add(const String& name) {
   if (former == members_.end()) {
     members_.push_back(std::move(member));
     if (members_.size() == 1) primary_ = opened;
-    return 1;
+    return;
   }
   if (primary_ == former->get()) primary_ = opened;
   *former = std::move(member);
-  return 1;
+}
+
+bool XBaseIndexSet::unfinished() const {
+  return std::any_of(members_.begin(), members_.end(),
+                     [](const auto& member) { return member->index.file().unfinished(); });
+}
+
+void XBaseIndexSet::ForgetUnfinished() {
+  for (const auto& member : members_) member->index.file().ForgetUnfinished();
 }
 
 XBaseIndex* XBaseIndexSet::SetPrimary(const String& name) {
@@ -79,43 +84,45 @@ void XBaseIndexSet::Close() {
   members_.clear();
 }
 
-int XBaseIndexSet::Key(const Member& member, String& key) {
-  error_.clear();
-  if (!record_.Evaluate(member.key, key)) return 0;
+DataResult XBaseIndexSet::Key(const Member& member, String& key) {
+  const DataResult evaluated = record_.Evaluate(member.key, key);
+  if (evaluated == DataResult::Failed) error_ = EntityEncoded(record_.table().error());
+  if (evaluated != DataResult::Done) return evaluated;
   // What an entry holds, so that keys are compared as they stand in the index.
   const std::string_view text = key.view().substr(0, key.view().find('\0'));
   key.Truncate(std::min<size_t>(text.size(), member.index.Shape().keysize() - 1));
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseIndexSet::Keys(std::vector<String>& keys) {
+DataResult XBaseIndexSet::Keys(std::vector<String>& keys) {
   keys.clear();
   for (const auto& member : members_) {
-    if (Key(*member, keys.emplace_back()) == 0) return 0;
+    const DataResult result = Key(*member, keys.emplace_back());
+    if (result != DataResult::Done) return result;
   }
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseIndexSet::OriginalKey(const Member& member, String& key) {
+DataResult XBaseIndexSet::OriginalKey(const Member& member, String& key) {
   record_.table().SwapOriginal();
-  const int result = Key(member, key);
+  const DataResult result = Key(member, key);
   record_.table().SwapOriginal();
   return result;
 }
 
-int XBaseIndexSet::Lock(std::vector<XBaseIndexLock>& locks) {
+DataResult XBaseIndexSet::Lock(std::vector<XBaseIndexLock>& locks) {
   std::vector<XBaseIndex*> ordered;
   for (const auto& member : members_) ordered.push_back(&member->index);
-  std::sort(ordered.begin(), ordered.end(), [](const XBaseIndex* a, const XBaseIndex* b) {
-    return a->filepath().view() < b->filepath().view();
+  std::sort(ordered.begin(), ordered.end(), [](XBaseIndex* a, XBaseIndex* b) {
+    return a->realpath().view() < b->realpath().view();
   });
   for (XBaseIndex* index : ordered) {
     if (locks.emplace_back().Take(*index) != 0) continue;
     error_ = EntityEncoded(index->error());
     locks.clear();
-    return 0;
+    return DataResult::Failed;
   }
-  return 1;
+  return DataResult::Done;
 }
 
 }  // namespace vexa

@@ -1,8 +1,7 @@
 // XBaseIndexSet: the open indexes of a database with their parsed key expressions. One of them, or
 // none, is primary: it gives the order of the records.
 //
-// Operations return 1, or 0 with the message in error(). The message is empty when an expression
-// failed: that was reported to the page already.
+// Operations that fail leave the message in error(), but for those that an expression ended.
 
 #ifndef VEXA_XBASE_DATABASE_INDEX_SET_H_
 #define VEXA_XBASE_DATABASE_INDEX_SET_H_
@@ -12,6 +11,7 @@
 
 #include "core/file.h"
 #include "core/string.h"
+#include "database.h"
 #include "expr/expression.h"
 #include "vexa.h"
 #include "xbase/database/xbase_record.h"
@@ -35,9 +35,9 @@ class XBaseIndexSet {
 
   // Opens the indexes of a comma-separated list in the place of the open ones; the first is
   // primary. On failure the open ones stay.
-  [[nodiscard]] int Open(const String& list);
-  // Opens one more index, in the place of one at the same path.
-  [[nodiscard]] int Add(const String& name);
+  [[nodiscard]] DataResult Open(const String& list);
+  // Takes one more open index, in the place of one at the same path.
+  void Add(std::unique_ptr<Member> member);
   // Makes the index primary that was opened as `name`; null when there is none.
   [[nodiscard]] XBaseIndex* SetPrimary(const String& name);
   void Close();
@@ -50,19 +50,21 @@ class XBaseIndexSet {
   [[nodiscard]] int version() const { return version_; }
 
   // The key that the record's values give in `member`.
-  [[nodiscard]] int Key(const Member& member, String& key);
+  [[nodiscard]] DataResult Key(const Member& member, String& key);
   // The keys for all indexes, in the order of members().
-  [[nodiscard]] int Keys(std::vector<String>& keys);
+  [[nodiscard]] DataResult Keys(std::vector<String>& keys);
   // The key of the record as it was read, without what was assigned since.
-  [[nodiscard]] int OriginalKey(const Member& member, String& key);
+  [[nodiscard]] DataResult OriginalKey(const Member& member, String& key);
   // Takes the exclusive locks of all indexes, in the order that is the same everywhere.
-  [[nodiscard]] int Lock(std::vector<XBaseIndexLock>& locks);
+  [[nodiscard]] DataResult Lock(std::vector<XBaseIndexLock>& locks);
 
+  // Whether an operation failed because an index bears the mark of an unfinished change.
+  [[nodiscard]] bool unfinished() const;
+  void ForgetUnfinished();
   [[nodiscard]] const String& error() const { return error_; }
 
  private:
-  // Null on failure.
-  [[nodiscard]] std::unique_ptr<Member> OpenMember(const String& name);
+  [[nodiscard]] DataResult OpenMember(const String& name, std::unique_ptr<Member>& member);
 
   Vexa& host_;
   XBaseRecord& record_;

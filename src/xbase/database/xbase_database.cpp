@@ -8,121 +8,165 @@
 
 #include "core/encoding.h"
 #include "core/text.h"
+#include "xbase/change/completion.h"
 #include "xbase/database/xbase_database_view.h"
 #include "xbase/table/field_list.h"
-#include "xbase/table/table_pack.h"
 
 namespace vexa {
-
-namespace {
-
-constexpr char kMemoExtension[] = ".dbt";
-
-}  // namespace
 
 XBaseDatabase::XBaseDatabase(Vexa& host, const String& name)
     : host_(host),
       name_(name),
       type_(kType),
       table_(host.filemanager()),
-      table_lock_(host.filemanager()),
       record_(host, table_, EntityEncoded(name)),
-      indexes_(host, record_) {}
+      indexes_(host, record_) {
+  durability_ = host.config().durable != 0 ? Durability::PowerCut : Durability::None;
+  table_.SetDurability(durability_);
+}
 
 XBaseDatabase::~XBaseDatabase() { Close(); }
 
-int XBaseDatabase::Fail(std::string_view message) {
+DataResult XBaseDatabase::Fail(std::string_view message) {
   error_ = EntityEncoded(message);
-  return 0;
+  return DataResult::Failed;
 }
 
-int XBaseDatabase::FailIndexes() {
-  error_ = indexes_.error();
-  return 0;
+DataResult XBaseDatabase::Passed(DataResult result) {
+  if (result == DataResult::Failed) error_ = indexes_.error();
+  return result;
 }
 
 // --- Opening and creating --------------------------------------------------------------------
 
 int XBaseDatabase::ResolveTable(const String& name, XBaseTableNames& names, String& message) {
   FileManager& files = host_.filemanager();
-  names.dataerrorpath = name;
-  names.memoerrorpath = files.StripExtension(name) + kMemoExtension;
   if (host_.ResolvePath(name, names.datapath, PathType::DataPath, message) == 0) return 0;
-  names.memopath = files.StripExtension(names.datapath) + kMemoExtension;
+  names.dataerrorpath = name;
+  names.memoerrorpath = String::Concat({files.StripExtension(name), kMemoExtensions[0]});
+  names.memopath = String::Concat({files.StripExtension(names.datapath), kMemoExtensions[0]});
   // Files beside the table that are links must not lead out of the data directory either.
   String ignored;
-  for (const String& beside :
-       {names.memoerrorpath, PackName(names.dataerrorpath), PackName(names.memoerrorpath)}) {
-    if (host_.ResolvePath(beside, ignored, PathType::DataPath, message) == 0) return 0;
+  if (host_.ResolvePath(JournalPath(name), ignored, PathType::DataPath, message) == 0) return 0;
+  for (const std::string_view extension : kMemoExtensions) {
+    const String memo = String::Concat({files.StripExtension(name), extension});
+    if (host_.ResolvePath(memo, ignored, PathType::DataPath, message) == 0) return 0;
   }
   return 1;
 }
 
-int XBaseDatabase::CheckMemoName(const XBaseTableNames& names, bool has_memo) {
-  if (!has_memo || !(names.datapath == names.memopath)) return 1;
-  return Fail(String::Concat(
+bool XBaseDatabase::MayHaveMemo(const XBaseTableNames& names, bool has_memo, String& message) {
+  if (!has_memo || !(names.datapath == names.memopath)) return true;
+  message = EntityEncoded(String::Concat(
       {"The table '", names.dataerrorpath, "' has the name that its memo file would have"}));
+  return false;
 }
 
-int XBaseDatabase::OpenTable(const String& name, const String& path) {
+DataResult XBaseDatabase::OpenTable(const String& name, const String& path) {
   read_only_.clear();
-  if (table_.Open(path, name, OpenRead | OpenWrite) != 0) return 1;
+  if (table_.Open(path, name, OpenRead | OpenWrite) != 0) return DataResult::Done;
+  FileManager& files = host_.filemanager();
   const String message = table_.error();
-  const String reason = host_.filemanager().error();
-  // Without the right to write, reading may still be allowed. What is wrong with the file itself is
-  // wrong the second time too.
-  if (table_.Open(path, name, OpenRead) == 0) return Fail(message);
+  const String reason = files.error();
+  // Without the right to write, reading may still be allowed. Whatever else went wrong would only
+  // be hidden by that.
+  const bool refused = (files.Exists(path) && !files.MayWrite(path)) ||
+                       (files.Exists(table_.memopath()) && !files.MayWrite(table_.memopath()));
+  if (!refused || table_.unfinished()) return Fail(message);
+  if (table_.Open(path, name, OpenRead) == 0) return Fail(table_.error());
   read_only_ = reason;
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseDatabase::Open(const String& database, const String& /*user*/,
-                        const String& /*password*/) {
+DataResult XBaseDatabase::Open(const String& database, const String& /*user*/,
+                               const String& /*password*/) {
   Close();
   error_.clear();
   XBaseTableNames names;
-  if (ResolveTable(database, names, error_) == 0 || OpenTable(database, names.datapath) == 0) {
-    return 0;
-  }
-  if (CheckMemoName(names, table_.version() == kVersionWithMemo) == 0) {
+  if (ResolveTable(database, names, error_) == 0) return DataResult::Failed;
+  const DataResult opened = Run(error_, [&] { return OpenTable(database, names.datapath); });
+  if (opened != DataResult::Done) return opened;
+  if (!MayHaveMemo(names, table_.version() == kVersionWithMemo, error_)) {
     table_.Close();
-    return 0;
+    return DataResult::Failed;
   }
   Begin();
   return GoFirst();
 }
 
-int XBaseDatabase::Create(const String& database, const String& fields) {
+DataResult XBaseDatabase::Create(const String& database, const String& fields) {
   Close();
   error_.clear();
   std::vector<XBaseField::Declaration> declared;
   String message;
   if (ParseFieldList(fields, declared, message) == 0) return Fail(message);
-  if (CreateTable(table_, database, declared, error_) == 0) return 0;
+  if (!CreateTable(table_, database, declared, {}, error_)) return DataResult::Failed;
+  read_only_.clear();
   Begin();
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseDatabase::CreateTable(XBaseTable& table, const String& name,
-                               const std::vector<XBaseField::Declaration>& fields,
-                               String& message) {
+bool XBaseDatabase::CreateTable(XBaseTable& table, const String& name,
+                                const std::vector<XBaseField::Declaration>& fields,
+                                const std::vector<XBaseRow>& rows, String& message) {
   XBaseTableNames names;
-  if (ResolveTable(name, names, message) == 0) return 0;
+  if (ResolveTable(name, names, message) == 0) return false;
   const bool has_memo = std::any_of(fields.begin(), fields.end(), [](const auto& field) {
     return field.type == XBaseFieldType::MEMO;
   });
-  if (CheckMemoName(names, has_memo) == 0) {
-    message = error_;
-    return 0;
-  }
+  if (!MayHaveMemo(names, has_memo, message)) return false;
   if (IsOpenTable(names.datapath) || IsOpenTable(names.memopath)) {
     message = EntityEncoded(
         String::Concat({"Error creating '", name, "': The table is in use by an open database"}));
-    return 0;
+    return false;
   }
-  if (table.Create(names, fields) != 0) return 1;
-  message = EntityEncoded(table.error());
-  return 0;
+  for (int tries = 0; tries < kMostReplacements; ++tries) {
+    table.ForgetUnfinished();
+    table.SetDurability(durability_);
+    if (table.Create(names, fields, rows) != 0) return true;
+    message = EntityEncoded(table.error());
+    if (!table.unfinished() || FinishChange(table, message) != DataResult::Done) break;
+  }
+  return false;
+}
+
+// --- Changes that another process left -------------------------------------------------------
+
+bool XBaseDatabase::MayFinish(const String& table, const String& path) {
+  FileManager& files = host_.filemanager();
+  String followed = path;
+  // Nothing on the way may have become a link since the path was noted.
+  if (files.FollowPath(followed, 0, 0) != 0 || !(followed == path)) return false;
+  const auto directory = [](const String& file) {
+    return file.view().substr(0, file.view().rfind('/') + 1);
+  };
+  if (directory(path) == directory(table)) return true;
+  String root;
+  String ignored;
+  if (host_.ResolvePath(".", root, PathType::DataPath, ignored) == 0) return false;
+  String real;
+  if (files.RealPath(root, real) < 0) return false;
+  if (!real.view().ends_with('/')) real.cat("/");
+  return path.view().starts_with(real.view());
+}
+
+DataResult XBaseDatabase::FinishChange(XBaseTable& table, String& message) {
+  FileManager& files = host_.filemanager();
+  // Who may not write can only be told.
+  if (!files.MayWrite(table.realpath())) return DataResult::Failed;
+  const String path = table.realpath();
+  const Completion completion{files, path, table.dataerrorpath(),
+                              [&](const String& file) { return MayFinish(path, file); },
+                              durability_};
+  String reason;
+  if (!CompleteChange(completion, reason)) {
+    message = EntityEncoded(reason);
+    return DataResult::Failed;
+  }
+  if (&table != &table_ || indexes_.empty()) return DataResult::Done;
+  const DataResult rebuilt = RebuildMarked();
+  if (rebuilt == DataResult::Failed) message = error_;
+  return rebuilt;
 }
 
 bool XBaseDatabase::IsOpenTable(const String& path) {
@@ -143,10 +187,12 @@ void XBaseDatabase::Begin() {
   view_pointer_ = primary_view_ = view_.get();
 }
 
-int XBaseDatabase::GoFirst() {
-  if (view_ == nullptr || view_->Go(kFirstRow) != DataResult::Failed) return 1;
+DataResult XBaseDatabase::GoFirst() {
+  if (view_ == nullptr) return DataResult::Done;
+  const DataResult result = view_->Go(kFirstRow);
+  if (result == DataResult::Done || result == DataResult::EndOfData) return DataResult::Done;
   error_ = view_->error();
-  return 0;
+  return result;
 }
 
 void XBaseDatabase::Close() {
@@ -154,31 +200,30 @@ void XBaseDatabase::Close() {
   view_.reset();
   indexes_.Close();
   record_.Unbind();
-  table_lock_.Close();
   table_.Close();
 }
 
 // --- Views and the order ---------------------------------------------------------------------
 
-int XBaseDatabase::OpenIndexes(const String& indexes) {
+DataResult XBaseDatabase::OpenIndexes(const String& indexes) {
   error_.clear();
-  if (!MayBegin(error_)) return 0;
-  if (indexes_.Open(indexes) == 0) return FailIndexes();
-  return GoFirst();
+  if (!MayBegin(error_)) return DataResult::Failed;
+  const DataResult opened = indexes_.Open(indexes);
+  return opened == DataResult::Done ? GoFirst() : Passed(opened);
 }
 
-int XBaseDatabase::SetPrimaryIndex(const String& index) {
+DataResult XBaseDatabase::SetPrimaryIndex(const String& index) {
   error_.clear();
-  if (!MayBegin(error_)) return 0;
-  if (indexes_.SetPrimary(index) != nullptr) return 1;
+  if (!MayBegin(error_)) return DataResult::Failed;
+  if (indexes_.SetPrimary(index) != nullptr) return DataResult::Done;
   return Fail(String::Concat({"Index '", index, "' is not open"}));
 }
 
-int XBaseDatabase::OpenView(const String& /*name*/, const String& /*query*/) {
+DataResult XBaseDatabase::OpenView(const String& /*name*/, const String& /*query*/) {
   return Fail("VxOPENVIEW is not currently supported for databases of type 'xbase3'");
 }
 
-int XBaseDatabase::RunQuery(const String& /*query*/) {
+DataResult XBaseDatabase::RunQuery(const String& /*query*/) {
   return Fail("VxQUERY is not currently supported for databases of type 'xbase3'");
 }
 

@@ -5,7 +5,8 @@
 //   XBaseRecord           the current record as variables
 //   XBaseIndexSet         the open indexes; RecordWalk: the order that one of them gives
 //
-// Locks are taken in one order: indexes (by path), then the table. Key expressions may call
+// Locks are taken in one order: indexes (by path), then the table. A change that another process
+// did not live to finish is finished before anything else is done (Run). Key expressions may call
 // functions of the page; while one is evaluated, or a filter, every operation on this database is
 // refused, and so are changes through another database that has the same table open while this
 // one holds locks.
@@ -25,7 +26,6 @@
 #include "xbase/database/index_set.h"
 #include "xbase/database/xbase_record.h"
 #include "xbase/index/index_builder.h"
-#include "xbase/table/table_lock.h"
 #include "xbase/table/xbase_table.h"
 
 namespace vexa {
@@ -40,20 +40,18 @@ class XBaseDatabase final : public Database {
   XBaseDatabase(Vexa& host, const String& name);
   ~XBaseDatabase() override;
 
-  // An expression that fails has been reported to the page when an operation returns; error() is
-  // empty then.
-  [[nodiscard]] int Open(const String& database, const String& user,
-                         const String& password) override;
-  [[nodiscard]] int OpenIndexes(const String& indexes) override;
-  [[nodiscard]] int SetPrimaryIndex(const String& index) override;
-  [[nodiscard]] int Create(const String& database, const String& fields) override;
-  [[nodiscard]] int CreateIndex(const String& indexfile, const String& expression,
-                                const String& flags) override;
+  [[nodiscard]] DataResult Open(const String& database, const String& user,
+                                const String& password) override;
+  [[nodiscard]] DataResult OpenIndexes(const String& indexes) override;
+  [[nodiscard]] DataResult SetPrimaryIndex(const String& index) override;
+  [[nodiscard]] DataResult Create(const String& database, const String& fields) override;
+  [[nodiscard]] DataResult CreateIndex(const String& indexfile, const String& expression,
+                                       const String& flags) override;
   void Close() override;
-  [[nodiscard]] int OpenView(const String& name, const String& query) override;
-  [[nodiscard]] int RunQuery(const String& query) override;
+  [[nodiscard]] DataResult OpenView(const String& name, const String& query) override;
+  [[nodiscard]] DataResult RunQuery(const String& query) override;
   [[nodiscard]] DataResult Pack() override;
-  [[nodiscard]] int Reindex() override;
+  [[nodiscard]] DataResult Reindex() override;
   [[nodiscard]] const String& name() const override { return name_; }
   [[nodiscard]] const String& type() const override { return type_; }
   [[nodiscard]] const String& error() const override { return error_; }
@@ -71,16 +69,31 @@ class XBaseDatabase final : public Database {
   [[nodiscard]] XBaseTable& table() { return table_; }
   [[nodiscard]] XBaseRecord& record() { return record_; }
   [[nodiscard]] XBaseIndexSet& indexes() { return indexes_; }
-  [[nodiscard]] TableLock& tablelock() { return table_lock_; }
   // Whether an operation may begin now; else `message` says why not.
   [[nodiscard]] bool MayBegin(String& message);
   // The same for one that changes the table.
   [[nodiscard]] bool MayChange(String& message);
-  // Makes an empty table at the data path `name`, unless the place is taken by an open table.
-  // `table` is opened on it. 1, or 0 with `message` set.
-  [[nodiscard]] int CreateTable(XBaseTable& table, const String& name,
-                                const std::vector<XBaseField::Declaration>& fields,
-                                String& message);
+  // Makes a table of `rows` at the data path `name`, unless the place is taken by an open table.
+  // `table` is opened on it. False with `message` set.
+  [[nodiscard]] bool CreateTable(XBaseTable& table, const String& name,
+                                 const std::vector<XBaseField::Declaration>& fields,
+                                 const std::vector<XBaseRow>& rows, String& message);
+  // Runs `operation`, and again whenever it met the unfinished change of a process that is gone and
+  // that change was finished. The operation must leave no lock and change nothing when it fails.
+  // `message` is its message; it is changed when the change could not be finished.
+  template <typename Operation>
+  [[nodiscard]] DataResult Run(String& message, Operation operation) {
+    for (int tries = 0;; ++tries) {
+      table_.ForgetUnfinished();
+      indexes_.ForgetUnfinished();
+      const DataResult result = operation();
+      if (!(table_.unfinished() || indexes_.unfinished()) || tries == kMostReplacements) {
+        return result;
+      }
+      const DataResult finished = FinishChange(table_, message);
+      if (finished != DataResult::Done) return finished;
+    }
+  }
 
   // Says that locks are held over evaluations, as long as it lives.
   class Holding {
@@ -97,48 +110,55 @@ class XBaseDatabase final : public Database {
  private:
   using Builders = std::vector<std::unique_ptr<XBaseIndexBuilder>>;
 
-  // Messages; `message` is not HTML yet. Each returns 0.
-  int Fail(std::string_view message);
-  int FailTable() { return Fail(table_.error()); }
-  int FailIndexes();
+  // Messages; `message` is not HTML yet. Each returns Failed.
+  DataResult Fail(std::string_view message);
+  DataResult FailTable() { return Fail(table_.error()); }
+  // Passes the result of an operation of the indexes on.
+  DataResult Passed(DataResult result);
 
   // The paths of a table and its memo file from the name in a script. 1, or 0 with `message` set.
   [[nodiscard]] int ResolveTable(const String& name, XBaseTableNames& names, String& message);
-  [[nodiscard]] int CheckMemoName(const XBaseTableNames& names, bool has_memo);
+  [[nodiscard]] bool MayHaveMemo(const XBaseTableNames& names, bool has_memo, String& message);
   // Opens it for reading only when the system does not allow more.
-  [[nodiscard]] int OpenTable(const String& name, const String& path);
+  [[nodiscard]] DataResult OpenTable(const String& name, const String& path);
   // Makes record variables and view of the table that was just opened.
   void Begin();
-  // Goes to the first record. 1, or 0 with the view's message.
-  [[nodiscard]] int GoFirst();
+  // Goes to the first record. Done, or Failed with the view's message.
+  [[nodiscard]] DataResult GoFirst();
   // Whether a database of this request has the table or memo file at `path` open.
   [[nodiscard]] bool IsOpenTable(const String& path);
+  // Finishes the change whose mark `table`, or one of the indexes, bears.
+  [[nodiscard]] DataResult FinishChange(XBaseTable& table, String& message);
+  // Whether a journal of the table at `table` may name the file at `path`; both without links.
+  [[nodiscard]] bool MayFinish(const String& table, const String& path);
+  // Builds the indexes anew that bear a mark which the table does not.
+  [[nodiscard]] DataResult RebuildMarked();
 
   // xbase_database_indexes.cpp
   // Whether an index may be written over the file that is at `path`, if there is one.
-  [[nodiscard]] int MayReplace(const String& name, const String& path);
-  // Calls `visit(number)` for each record, which is current then, until it returns 0. The current
+  [[nodiscard]] DataResult MayReplace(const String& name, const String& path);
+  // Calls `visit(number)` for each record, which is current then, until it is not Done. The current
   // record is then what it was.
-  [[nodiscard]] int ForEachRecord(const std::function<int(int)>& visit);
-  [[nodiscard]] int VisitRecords(const std::function<int(int)>& visit);
-  [[nodiscard]] int BuildIndex(const String& name, const String& path, const Expression& key,
-                               XBaseIndexBuilder& builder);
+  using Visit = std::function<DataResult(int)>;
+  [[nodiscard]] DataResult ForEachRecord(const Visit& visit);
+  [[nodiscard]] DataResult VisitRecords(const Visit& visit);
+  [[nodiscard]] DataResult CreateIndexLocked(const String& name, const String& path,
+                                             const Expression& key, const ZDXIndexSpec& spec);
+  // Writes an index of all records to a new file.
+  [[nodiscard]] DataResult BuildIndex(const String& name, const String& path, const Expression& key,
+                                      XBaseIndexBuilder& builder);
   // A builder for each open index.
   [[nodiscard]] Builders MakeBuilders();
   // Adds the current record as record `number`.
-  [[nodiscard]] int AddKeys(Builders& builders, int number);
-  [[nodiscard]] int WriteAll(Builders& builders);
-  // Whether the indexes that are replaced still fit the table.
-  enum class OldIndexes { Good, Wrong };
-  [[nodiscard]] int InstallAll(Builders& builders, OldIndexes old);
-  [[nodiscard]] int PackLocked();
+  [[nodiscard]] DataResult AddKeys(Builders& builders, int number);
+  [[nodiscard]] DataResult ReindexLocked();
+  [[nodiscard]] DataResult PackLocked();
 
   Vexa& host_;
   String name_;
   String type_;
   String error_;
   XBaseTable table_;
-  TableLock table_lock_;
   XBaseRecord record_;
   XBaseIndexSet indexes_;
   std::unique_ptr<XBaseDatabaseView> view_;
@@ -146,6 +166,7 @@ class XBaseDatabase final : public Database {
   DatabaseView* primary_view_ = nullptr;
   String read_only_;  // why the table cannot be written to; empty when it can
   bool holding_ = false;
+  Durability durability_ = Durability::None;
 };
 
 }  // namespace vexa

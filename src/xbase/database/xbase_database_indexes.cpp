@@ -55,13 +55,14 @@ bool HasIndexExtension(std::string_view path) {
 
 // --- Walking over all records ----------------------------------------------------------------
 
-int XBaseDatabase::ForEachRecord(const std::function<int(int)>& visit) {
+DataResult XBaseDatabase::ForEachRecord(const Visit& visit) {
   const XBaseRecord::Position former = record_.Save();
-  const int result = VisitRecords(visit);
-  return record_.Restore(former) != 0 || result == 0 ? result : FailTable();
+  const DataResult result = VisitRecords(visit);
+  if (record_.Restore(former) == 0 && result == DataResult::Done) return FailTable();
+  return result;
 }
 
-int XBaseDatabase::VisitRecords(const std::function<int(int)>& visit) {
+DataResult XBaseDatabase::VisitRecords(const Visit& visit) {
   if (table_.Refresh() == 0) return FailTable();
   const int generation = table_.generation();
   for (int number = 1; number <= table_.numrecords(); ++number) {
@@ -71,66 +72,103 @@ int XBaseDatabase::VisitRecords(const std::function<int(int)>& visit) {
       return Fail(String::Concat(
           {"The table '", table_.dataerrorpath(), "' was replaced by another process"}));
     }
-    if (visit(number) == 0) return 0;
+    const DataResult result = visit(number);
+    if (result != DataResult::Done) return result;
   }
-  return 1;
+  return DataResult::Done;
 }
 
 // --- One new index ---------------------------------------------------------------------------
 
-int XBaseDatabase::MayReplace(const String& name, const String& path) {
+DataResult XBaseDatabase::MayReplace(const String& name, const String& path) {
   FileManager& files = host_.filemanager();
   if (IsOpenTable(path)) {
     return Fail(
         String::Concat({"Error creating '", name, "': The file is in use by an open database"}));
   }
   // A damaged index may be made anew, but what is no index at all is kept.
-  if (!files.Exists(path) || HasIndexExtension(path)) return 1;
+  if (!files.Exists(path) || HasIndexExtension(path)) return DataResult::Done;
   XBaseIndex index(files);
-  return index.Open(name, path, name) != 0 ? 1 : Fail(index.error());
+  return index.Open(name, path, name) != 0 ? DataResult::Done : Fail(index.error());
 }
 
-int XBaseDatabase::CreateIndex(const String& indexfile, const String& expression,
-                               const String& flags) {
+DataResult XBaseDatabase::CreateIndex(const String& indexfile, const String& expression,
+                                      const String& flags) {
   error_.clear();
-  if (!MayBegin(error_)) return 0;
+  if (!MayBegin(error_)) return DataResult::Failed;
   ZDXIndexSpec spec;
   spec.keyexpression = expression;
   String path;
   String message;
   if (ParseFlags(flags, spec.flags, message) == 0) return Fail(message);
-  if (host_.ResolvePath(indexfile, path, PathType::DataPath, error_) == 0) return 0;
-  if (MayReplace(indexfile, path) == 0) return 0;
-  Expression key;
-  if (!record_.Parse(expression, key)) return 0;
-  {
-    // Processes that have the index open that is there wait until it is replaced.
-    XBaseIndex former(host_.filemanager());
-    XBaseIndexLock lock;
-    if (host_.filemanager().Exists(path) && former.Open(indexfile, path, indexfile) != 0 &&
-        lock.Take(former) == 0) {
-      return Fail(former.error());
-    }
-    const Holding holding(*this);
-    XBaseIndexBuilder builder(host_.filemanager(), spec);
-    if (BuildIndex(indexfile, path, key, builder) == 0) return 0;
+  if (host_.ResolvePath(indexfile, path, PathType::DataPath, error_) == 0) {
+    return DataResult::Failed;
   }
-  if (indexes_.Add(indexfile) != 0) return 1;
-  (void)host_.filemanager().Delete(path);
-  return FailIndexes();
+  const DataResult replaced = MayReplace(indexfile, path);
+  if (replaced != DataResult::Done) return replaced;
+  Expression key;
+  if (!record_.Parse(expression, key)) return DataResult::Reported;
+  return Run(error_, [&] { return CreateIndexLocked(indexfile, path, key, spec); });
 }
 
-int XBaseDatabase::BuildIndex(const String& name, const String& path, const Expression& key,
-                              XBaseIndexBuilder& builder) {
+DataResult XBaseDatabase::CreateIndexLocked(const String& name, const String& path,
+                                            const Expression& key, const ZDXIndexSpec& spec) {
+  FileManager& files = host_.filemanager();
+  // Processes that have the index open that is there wait until it is replaced.
+  XBaseIndex former(files);
+  XBaseIndexLock lock;
+  if (files.Exists(path) && former.Open(name, path, name) != 0 &&
+      lock.Take(former, ZDXIndexFile::Marks::Ignored) == 0) {
+    return Fail(former.error());
+  }
+  const Holding holding(*this);
+  XBaseIndexBuilder builder(files, spec);
+  const DataResult built = BuildIndex(name, path, key, builder);
+  if (built != DataResult::Done) return built;
+  // It is opened before it takes its place: once it stands there nothing can fail any more.
+  auto member = std::make_unique<XBaseIndexSet::Member>(files);
+  if (member->index.Open(name, builder.newpath(), name) == 0) return Fail(member->index.error());
+  if (!record_.Parse(spec.keyexpression, member->key)) return DataResult::Reported;
+  if (builder.Install() == 0) return Fail(builder.error());
+  member->index.Renamed(path);
+  indexes_.Add(std::move(member));
+  return DataResult::Done;
+}
+
+DataResult XBaseDatabase::BuildIndex(const String& name, const String& path, const Expression& key,
+                                     XBaseIndexBuilder& builder) {
   String text;
-  const int visited = ForEachRecord([&](int number) {
-    if (!record_.Evaluate(key, text)) return 0;
+  const DataResult visited = ForEachRecord([&](int number) {
+    const DataResult evaluated = record_.Evaluate(key, text);
+    if (evaluated == DataResult::Failed) return FailTable();
+    if (evaluated != DataResult::Done) return evaluated;
     builder.Add(static_cast<uint32_t>(number), text);
-    return 1;
+    return DataResult::Done;
   });
-  if (visited == 0) return 0;
-  if (builder.Write(path, name) != 0 && builder.Install() != 0) return 1;
-  return Fail(builder.error());
+  if (visited != DataResult::Done) return visited;
+  return builder.Write(path, name) != 0 ? DataResult::Done : Fail(builder.error());
+}
+
+DataResult XBaseDatabase::RebuildMarked() {
+  for (const auto& member : indexes_.members()) {
+    XBaseIndex& index = member->index;
+    if (!index.file().unfinished()) continue;
+    XBaseIndexLock lock;
+    if (lock.Take(index, ZDXIndexFile::Marks::Ignored) == 0) return Fail(index.error());
+    if (!index.file().marked()) continue;
+    const Holding holding(*this);
+    XBaseIndexBuilder builder(host_.filemanager(),
+                              {index.KeyExpression(), index.Flags(), index.Shape()});
+    const DataResult built = BuildIndex(index.name(), index.filepath(), member->key, builder);
+    if (built != DataResult::Done) {
+      // The table bears a mark: its change is finished first, with no lock held.
+      if (table_.unfinished()) continue;
+      return built;
+    }
+    if (builder.Install() == 0) return Fail(builder.error());
+    index.file().Adopt(builder.TakeFile());
+  }
+  return DataResult::Done;
 }
 
 // --- All open indexes ------------------------------------------------------------------------
@@ -145,78 +183,97 @@ XBaseDatabase::Builders XBaseDatabase::MakeBuilders() {
   return builders;
 }
 
-int XBaseDatabase::AddKeys(Builders& builders, int number) {
+DataResult XBaseDatabase::AddKeys(Builders& builders, int number) {
   std::vector<String> keys;
-  if (indexes_.Keys(keys) == 0) return FailIndexes();
+  const DataResult made = indexes_.Keys(keys);
+  if (made != DataResult::Done) return Passed(made);
   for (size_t i = 0; i < keys.size(); ++i) {
     builders[i]->Add(static_cast<uint32_t>(number), keys[i]);
   }
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseDatabase::WriteAll(Builders& builders) {
+DataResult XBaseDatabase::Reindex() {
+  error_.clear();
+  if (!MayBegin(error_)) return DataResult::Failed;
+  return Run(error_, [&] { return ReindexLocked(); });
+}
+
+// Each index is put in place by one rename: whichever is there fits the table.
+DataResult XBaseDatabase::ReindexLocked() {
+  std::vector<XBaseIndexLock> locks;
+  const DataResult locked = indexes_.Lock(locks);
+  if (locked != DataResult::Done) return Passed(locked);
+  const Holding holding(*this);
+  Builders builders = MakeBuilders();
+  const DataResult visited = ForEachRecord([&](int number) { return AddKeys(builders, number); });
+  if (visited != DataResult::Done) return visited;
   for (size_t i = 0; i < builders.size(); ++i) {
     const XBaseIndex& index = indexes_.members()[i]->index;
     if (builders[i]->Write(index.filepath(), index.errorpath()) == 0) {
       return Fail(builders[i]->error());
     }
   }
-  return 1;
-}
-
-int XBaseDatabase::InstallAll(Builders& builders, OldIndexes old) {
-  int result = 1;
   for (size_t i = 0; i < builders.size(); ++i) {
-    if (builders[i]->Install() != 0) continue;
-    result = Fail(builders[i]->error());
-    // A missing index is told of when it is opened; one that names wrong records never.
-    if (old == OldIndexes::Wrong) {
-      (void)host_.filemanager().Delete(indexes_.members()[i]->index.filepath());
-    }
+    if (builders[i]->Install() == 0) return Fail(builders[i]->error());
+    indexes_.members()[i]->index.file().Adopt(builders[i]->TakeFile());
   }
-  return result;
-}
-
-int XBaseDatabase::Reindex() {
-  error_.clear();
-  if (!MayBegin(error_)) return 0;
-  std::vector<XBaseIndexLock> locks;
-  if (indexes_.Lock(locks) == 0) return FailIndexes();
-  const Holding holding(*this);
-  Builders builders = MakeBuilders();
-  const int visited = ForEachRecord([&](int number) { return AddKeys(builders, number); });
-  return visited != 0 && WriteAll(builders) != 0 ? InstallAll(builders, OldIndexes::Good) : 0;
+  return DataResult::Done;
 }
 
 // --- Packing ---------------------------------------------------------------------------------
 
 DataResult XBaseDatabase::Pack() {
   error_.clear();
-  if (!MayChange(error_) || PackLocked() == 0) return DataResult::Failed;
-  if (view_ == nullptr) return DataResult::Done;
-  const DataResult result = view_->Go(kFirstRow);
-  error_ = view_->error();
-  return result;
+  if (!MayChange(error_)) return DataResult::Failed;
+  const DataResult packed = Run(error_, [&] { return PackLocked(); });
+  if (packed != DataResult::Done || view_ == nullptr) return packed;
+  // The table is packed, whether its first record can be read or not.
+  return view_->Go(kFirstRow) == DataResult::EndOfData ? DataResult::EndOfData : DataResult::Done;
 }
 
-int XBaseDatabase::PackLocked() {
+DataResult XBaseDatabase::PackLocked() {
+  // 1. All locks. Nobody changes a deletion mark from here on, so the new numbers are known.
   std::vector<XBaseIndexLock> locks;
-  if (indexes_.Lock(locks) == 0) return FailIndexes();
-  const HeldTableLock held(table_lock_);
+  const DataResult locked = indexes_.Lock(locks);
+  if (locked != DataResult::Done) return Passed(locked);
+  const TableChange ending(table_);
   const Holding holding(*this);
-  // Nobody changes a deletion mark between here and the pack, so the new numbers are known.
-  if (table_lock_.Take(table_, 0, 0) == 0) return Fail(table_lock_.error());
+  FileSwap swap(host_.filemanager());
+  if (!table_.BeginPack(swap)) return FailTable();
+  // 2. The new files, beside the old ones. All that can be wrong with the records shows here.
   Builders builders = MakeBuilders();
   int kept = 0;
-  const int visited =
-      ForEachRecord([&](int) { return table_.deleted() != 0 ? 1 : AddKeys(builders, ++kept); });
-  if (visited == 0 || WriteAll(builders) == 0) return 0;
-  const int packed = table_.Pack();
-  // It may have failed only after the packed table was in place.
-  if (packed == 0 && !table_lock_.Replaced()) return FailTable();
-  record_.Clear();
-  const int installed = InstallAll(builders, OldIndexes::Wrong);
-  return packed != 0 ? installed : FailTable();
+  const DataResult visited = ForEachRecord(
+      [&](int) { return table_.deleted() != 0 ? DataResult::Done : AddKeys(builders, ++kept); });
+  if (visited != DataResult::Done) return visited;
+  for (size_t i = 0; i < builders.size(); ++i) {
+    XBaseIndex& index = indexes_.members()[i]->index;
+    // Where the rename is to take place there must be no link in the way.
+    if (IsSymbolicLink(index.filepath())) {
+      return Fail(
+          String::Concat({"Error creating '", index.errorpath(), "': ", kNoReplacementOfLinks}));
+    }
+    if (builders[i]->Write(index.realpath(), index.errorpath(), swap.number) == 0) {
+      return Fail(builders[i]->error());
+    }
+    swap.swaps.push_back({builders[i]->newpath(), index.realpath(), index.errorpath()});
+    swap.indexes.push_back(index.realpath());
+  }
+  if (!table_.StagePack(swap)) return FailTable();
+  // 3. In place.
+  const int generation = table_.generation();
+  const bool done = table_.CommitPack(swap);
+  if (table_.generation() != generation) {
+    record_.Clear();
+    for (size_t i = 0; i < builders.size(); ++i) {
+      // One that did not get there is put in place by whoever finishes the change.
+      const bool in_place = done || !host_.filemanager().Exists(builders[i]->newpath());
+      builders[i]->Installed();
+      if (in_place) indexes_.members()[i]->index.file().Adopt(builders[i]->TakeFile());
+    }
+  }
+  return done ? DataResult::Done : FailTable();
 }
 
 }  // namespace vexa

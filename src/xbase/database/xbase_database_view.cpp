@@ -2,6 +2,7 @@
 
 #include "xbase/database/xbase_database_view.h"
 
+#include <cassert>
 #include <utility>
 
 #include "core/encoding.h"
@@ -11,13 +12,6 @@
 
 namespace vexa {
 
-namespace {
-
-// How often a move begins anew because the table was replaced under it.
-constexpr int kMostReplacements = 100;
-
-}  // namespace
-
 XBaseDatabaseView::XBaseDatabaseView(XBaseDatabase& database)
     : database_(database), record_(database.record()) {}
 
@@ -26,9 +20,15 @@ DataResult XBaseDatabaseView::Fail(std::string_view message) {
   return DataResult::Failed;
 }
 
-DataResult XBaseDatabaseView::FailIndexes() {
-  error_ = database_.indexes().error();
-  return DataResult::Failed;
+DataResult XBaseDatabaseView::Passed(DataResult result) {
+  if (result == DataResult::Failed) error_ = database_.indexes().error();
+  return result;
+}
+
+DataResult XBaseDatabaseView::Checked(DataResult result) const {
+  assert(record_.IsSound());
+  assert(result != DataResult::Failed || !error_.empty());
+  return result;
 }
 
 XBaseIndex* XBaseDatabaseView::primary() {
@@ -43,7 +43,7 @@ DataResult XBaseDatabaseView::SetFilter(const String& expression) {
   if (!database_.MayBegin(error_)) return DataResult::Failed;
   Expression filter;
   if (!Stripped(expression).empty() && !record_.Parse(expression, filter)) {
-    return DataResult::Failed;
+    return DataResult::Reported;
   }
   filter_ = std::move(filter);
   return DataResult::Done;
@@ -68,6 +68,10 @@ DataResult XBaseDatabaseView::Find(const String& value, int exact) {
 DataResult XBaseDatabaseView::Move(MoveKind kind, const std::function<DataResult()>& move) {
   error_.clear();
   if (!database_.MayBegin(error_)) return DataResult::Failed;
+  return Checked(database_.Run(error_, [&] { return MoveOnce(kind, move); }));
+}
+
+DataResult XBaseDatabaseView::MoveOnce(MoveKind kind, const std::function<DataResult()>& move) {
   const XBaseTable& table = database_.table();
   const XBaseRecord::Position former = record_.Save();
   DataResult result;
@@ -82,8 +86,7 @@ DataResult XBaseDatabaseView::Move(MoveKind kind, const std::function<DataResult
   } while (kind == MoveKind::Absolute && generation != table.generation() &&
            ++tries < kMostReplacements);
   if (kind == MoveKind::Relative && former.number != 0 && former.generation != table.generation()) {
-    result = Fail(String::Concat(
-        {"The table '", table.dataerrorpath(), "' was replaced by another process"}));
+    result = FailReplaced();
   }
   const bool found = result == DataResult::Done;
   if (!found && record_.Restore(former) == 0) result = FailTable();
@@ -96,6 +99,11 @@ DataResult XBaseDatabaseView::Move(MoveKind kind, const std::function<DataResult
   return result;
 }
 
+DataResult XBaseDatabaseView::FailReplaced() {
+  return Fail(String::Concat(
+      {"The table '", database_.table().dataerrorpath(), "' was replaced by another process"}));
+}
+
 // --- What the moves are made of --------------------------------------------------------------
 
 DataResult XBaseDatabaseView::SkipRows(int64_t rows) {
@@ -103,16 +111,17 @@ DataResult XBaseDatabaseView::SkipRows(int64_t rows) {
   if (rows == 0) return Read(record_.current());
   if (primary() == nullptr && filter_.empty()) return GoToNumber(record_.current() + rows);
   const Direction direction = rows > 0 ? Direction::Forward : Direction::Backward;
-  if (StandOnCurrent() == 0) return DataResult::Failed;
+  const DataResult stands = StandOnCurrent();
+  if (stands != DataResult::Done) return stands;
   for (int64_t left = rows > 0 ? rows : -rows; left > 0;) {
     uint32_t number;
-    if (Step(direction, number) == 0) return DataResult::Failed;
+    if (Step(direction, number) != DataResult::Done) return DataResult::Failed;
     if (number == 0) return DataResult::EndOfData;
     // Records on the way need not be read when there is no filter to ask.
     if (!filter_.empty() || left == 1) {
       const DataResult result = Try(number);
       if (result == DataResult::EndOfData) continue;
-      if (result == DataResult::Failed) return result;
+      if (result != DataResult::Done) return result;
     }
     --left;
   }
@@ -121,7 +130,7 @@ DataResult XBaseDatabaseView::SkipRows(int64_t rows) {
 
 DataResult XBaseDatabaseView::GoToEnd(Direction direction) {
   uint32_t number;
-  if (ToEnd(direction, number) == 0) return DataResult::Failed;
+  if (ToEnd(direction, number) != DataResult::Done) return DataResult::Failed;
   return SearchFrom(number, {direction, nullptr, false});
 }
 
@@ -140,30 +149,30 @@ DataResult XBaseDatabaseView::FindKey(const String& value, int exact) {
   }
   uint32_t number;
   double ignored;
-  const bool is_number =
-      !value.empty() && (index->Flags() & kIndexString) == 0 && KeyAsNumber(value, ignored);
+  const bool has_numbers = (index->Flags() & kIndexString) == 0;
+  const bool is_number = !value.empty() && has_numbers && KeyAsNumber(value, ignored);
   if (exact != 0 || is_number) {
-    if (FindEntry(value, 1, number) == 0) return DataResult::Failed;
+    if (FindEntry(value, 1, number) != DataResult::Done) return DataResult::Failed;
     const DataResult result =
         SearchFrom(number, {Direction::Forward, [&] { return index->CursorEquals(value); }, true});
     if (exact != 0 || result != DataResult::EndOfData) return result;
-    return FindPrefixAnywhere(value);
   }
-  if (FindEntry(value, 0, number) == 0) return DataResult::Failed;
+  if (has_numbers && MayBeginNumber(value)) return FindPrefixAnywhere(value);
+  if (FindEntry(value, 0, number) != DataResult::Done) return DataResult::Failed;
   return SearchFrom(number,
                     {Direction::Forward,
                      [&] { return index->CursorKey().view().starts_with(value.view()); }, true});
 }
 
-// Where keys compare as numbers, those that begin alike are not neighbours.
+// Numbers that begin alike are not neighbours.
 DataResult XBaseDatabaseView::FindPrefixAnywhere(const String& value) {
   XBaseIndex* const index = primary();
   uint32_t number;
   if (filter_.empty()) {
-    if (FindEntry(value, 0, number) == 0) return DataResult::Failed;
+    if (FindEntry(value, 0, number) != DataResult::Done) return DataResult::Failed;
     return SearchFrom(number, {});
   }
-  if (ToEnd(Direction::Forward, number) == 0) return DataResult::Failed;
+  if (ToEnd(Direction::Forward, number) != DataResult::Done) return DataResult::Failed;
   return SearchFrom(number,
                     {Direction::Forward,
                      [&] { return index->CursorKey().view().starts_with(value.view()); }, false});
@@ -177,7 +186,7 @@ DataResult XBaseDatabaseView::SearchFrom(uint32_t number, const Search& search) 
     } else if (search.stop) {
       return DataResult::EndOfData;
     }
-    if (Step(search.direction, number) == 0) return DataResult::Failed;
+    if (Step(search.direction, number) != DataResult::Done) return DataResult::Failed;
   }
   return DataResult::EndOfData;
 }
@@ -190,19 +199,22 @@ DataResult XBaseDatabaseView::Try(uint32_t number) {
   }
   if (result != DataResult::Done || filter_.empty()) return result;
   String passes;
-  if (!record_.Evaluate(filter_, passes)) return DataResult::Failed;
+  const DataResult evaluated = record_.Evaluate(filter_, passes);
+  if (evaluated == DataResult::Failed) return FailTable();
+  if (evaluated != DataResult::Done) return evaluated;
   return Expression::IsTrue(passes) ? DataResult::Done : DataResult::EndOfData;
 }
 
 DataResult XBaseDatabaseView::Read(int number) {
   if (record_.Read(number) != 0) return DataResult::Done;
   // The table may have become shorter.
-  return number > database_.table().numrecords() ? DataResult::EndOfData : FailTable();
+  const bool is_there = number <= database_.table().numrecords();
+  return is_there || database_.table().unfinished() ? FailTable() : DataResult::EndOfData;
 }
 
 // --- The walk --------------------------------------------------------------------------------
 
-int XBaseDatabaseView::StandOnCurrent() {
+DataResult XBaseDatabaseView::StandOnCurrent() {
   walked_ = true;
   const int current = record_.current();
   String key;
@@ -210,41 +222,29 @@ int XBaseDatabaseView::StandOnCurrent() {
     XBaseIndexSet& indexes = database_.indexes();
     if (cursor_record_ == current && cursor_version_ == indexes.version() &&
         cursor_generation_ == database_.table().generation()) {
-      return 1;
+      return DataResult::Done;
     }
-    if (indexes.OriginalKey(*indexes.primary(), key) == 0) {
-      FailIndexes();
-      return 0;
-    }
+    const DataResult made = indexes.OriginalKey(*indexes.primary(), key);
+    if (made != DataResult::Done) return Passed(made);
   }
-  if (walk_->StandOn(static_cast<uint32_t>(current), key) != 0) return 1;
-  Fail(walk_->error());
-  return 0;
+  if (walk_->StandOn(static_cast<uint32_t>(current), key) != 0) return DataResult::Done;
+  return Fail(walk_->error());
 }
 
-int XBaseDatabaseView::Step(Direction direction, uint32_t& number) {
+DataResult XBaseDatabaseView::Step(Direction direction, uint32_t& number) {
   number = 0;
-  if (database_.host().timedout()) {
-    Fail("Timed out while looking for a record");
-    return 0;
-  }
-  if (walk_->Step(direction, number) != 0) return 1;
-  Fail(walk_->error());
-  return 0;
+  if (database_.host().timedout()) return Fail("Timed out while looking for a record");
+  return walk_->Step(direction, number) != 0 ? DataResult::Done : Fail(walk_->error());
 }
 
-int XBaseDatabaseView::ToEnd(Direction direction, uint32_t& number) {
+DataResult XBaseDatabaseView::ToEnd(Direction direction, uint32_t& number) {
   walked_ = true;
-  if (walk_->ToEnd(direction, number) != 0) return 1;
-  Fail(walk_->error());
-  return 0;
+  return walk_->ToEnd(direction, number) != 0 ? DataResult::Done : Fail(walk_->error());
 }
 
-int XBaseDatabaseView::FindEntry(const String& value, int exact, uint32_t& number) {
+DataResult XBaseDatabaseView::FindEntry(const String& value, int exact, uint32_t& number) {
   walked_ = true;
-  if (primary()->Find(value, exact, number) != 0) return 1;
-  Fail(primary()->error());
-  return 0;
+  return primary()->Find(value, exact, number) != 0 ? DataResult::Done : Fail(primary()->error());
 }
 
 }  // namespace vexa

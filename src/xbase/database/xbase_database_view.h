@@ -5,8 +5,9 @@
 // from every move but Go to a number and Skip(0). A move that finds no record, and one that fails,
 // leaves the current record as it was, edits included, and sets EOF to 1.
 //
-// Changing. Table and indexes change together or not at all. The locks of all open indexes are held
-// from the check for uniqueness to the last change.
+// Changing. Table and indexes change together or not at all: what an operation does is gathered in
+// a Change first (xbase/change). All locks are held from the check for uniqueness to the last
+// write.
 
 #ifndef VEXA_XBASE_DATABASE_XBASE_DATABASE_VIEW_H_
 #define VEXA_XBASE_DATABASE_XBASE_DATABASE_VIEW_H_
@@ -19,7 +20,6 @@
 
 #include "database.h"
 #include "expr/expression.h"
-#include "xbase/database/index_changes.h"
 #include "xbase/database/record_walk.h"
 #include "xbase/database/xbase_database.h"
 
@@ -30,8 +30,6 @@ class XBaseDatabaseView final : public DatabaseView {
   // `database` owns the view.
   explicit XBaseDatabaseView(XBaseDatabase& database);
 
-  // When an operation fails because an expression does, that was reported to the page already;
-  // error() is empty then.
   [[nodiscard]] DataResult SetFilter(const String& expression) override;
   [[nodiscard]] DataResult RevealStructure(const String& database) override;
   [[nodiscard]] DataResult Skip(int rows) override;
@@ -52,13 +50,12 @@ class XBaseDatabaseView final : public DatabaseView {
     XBaseIndex* index;
     String old_key;
     String new_key;
-    bool in_place;  // both keys compare equal, so the old one has to go first
   };
 
   // Messages; `message` is not HTML yet. Each returns Failed.
   DataResult Fail(std::string_view message);
   DataResult FailTable() { return Fail(database_.table().error()); }
-  DataResult FailIndexes();
+  DataResult Passed(DataResult result);
 
   // Whether a move starts from the current record.
   enum class MoveKind { Absolute, Relative };
@@ -82,29 +79,30 @@ class XBaseDatabaseView final : public DatabaseView {
   // filter hides it.
   [[nodiscard]] DataResult Try(uint32_t number);
   [[nodiscard]] DataResult Read(int number);
-  // Operations of the walk. 1, or 0 with the message in error().
-  [[nodiscard]] int StandOnCurrent();
-  [[nodiscard]] int Step(Direction direction, uint32_t& number);
-  [[nodiscard]] int ToEnd(Direction direction, uint32_t& number);
-  [[nodiscard]] int FindEntry(const String& value, int exact, uint32_t& number);
+  // Operations of the walk.
+  [[nodiscard]] DataResult StandOnCurrent();
+  [[nodiscard]] DataResult Step(Direction direction, uint32_t& number);
+  [[nodiscard]] DataResult ToEnd(Direction direction, uint32_t& number);
+  [[nodiscard]] DataResult FindEntry(const String& value, int exact, uint32_t& number);
   // Null when there is none.
   [[nodiscard]] XBaseIndex* primary();
 
+  // Whether the current record is the same one in all places that know it, when `result` says so.
+  [[nodiscard]] DataResult Checked(DataResult result) const;
+  [[nodiscard]] DataResult MoveOnce(MoveKind kind, const std::function<DataResult()>& move);
+
   // Changes, in xbase_view_changes.cpp.
   [[nodiscard]] DataResult Mark(int deleted);
-  [[nodiscard]] DataResult AddLocked(const std::vector<String>& keys);
-  // Takes the appended record out of the table and goes back to the record before.
-  void TakeBackAppend(const XBaseRecord::Position& former);
+  [[nodiscard]] DataResult MarkLocked(int deleted);
+  [[nodiscard]] DataResult AddLocked();
   [[nodiscard]] DataResult UpdateLocked();
-  [[nodiscard]] int CollectChanges(const std::vector<XBaseRecord::Edit>& edits,
-                                   std::vector<KeyChange>& changes);
-  [[nodiscard]] int CheckChanges(const std::vector<KeyChange>& changes);
-  [[nodiscard]] int InsertNewKeys(const std::vector<KeyChange>& changes, IndexChanges& done);
-  [[nodiscard]] int DeleteOldKeys(const std::vector<KeyChange>& changes, IndexChanges& done);
-  // Puts the record back as it was read.
-  void WriteBack();
-  int FailIndex(const XBaseIndex& index);
-  [[nodiscard]] int WriteStructure(XBaseTable& table);
+  [[nodiscard]] DataResult CollectChanges(const std::vector<XBaseRecord::Edit>& edits,
+                                          std::vector<KeyChange>& changes);
+  [[nodiscard]] DataResult GatherKeys(const std::vector<KeyChange>& changes, Change& change);
+  // Carries out what was gathered of table and indexes.
+  [[nodiscard]] DataResult Commit(Change& change);
+  DataResult FailIndex(const XBaseIndex& index) { return Fail(index.error()); }
+  DataResult FailReplaced();
 
   XBaseDatabase& database_;
   XBaseRecord& record_;

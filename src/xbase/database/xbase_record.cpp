@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "database.h"
 #include "vexa.h"
 #include "xbase/database/field_variables.h"
 
@@ -100,6 +99,16 @@ void XBaseRecord::Stored(int number) {
   generation_ = table_.generation();
 }
 
+bool XBaseRecord::IsSound() const {
+  if (current_ < 0 || current_ > table_.numrecords()) return Lost();
+  for (XBaseField* field : edited_) {
+    const auto& fields = table_.fields();
+    const auto is_it = [field](const auto& known) { return known.get() == field; };
+    if (std::none_of(fields.begin(), fields.end(), is_it)) return false;
+  }
+  return current_ == 0 || Lost() || current_ == table_.recordnum();
+}
+
 void XBaseRecord::Set(XBaseField& field, std::string_view text) {
   field.Set(AsReadBack(field, text));
   if (std::find(edited_.begin(), edited_.end(), &field) == edited_.end()) {
@@ -132,9 +141,11 @@ int XBaseRecord::Restore(const Position& position) {
 
 ExpressionContext& XBaseRecord::context() { return host_.expressioncontext(); }
 
-bool XBaseRecord::Evaluate(const Expression& expression, String& result) {
+DataResult XBaseRecord::Evaluate(const Expression& expression, String& result) {
   const Evaluation evaluation(host_.vars(), *variables_, evaluations_);
-  return expression.Evaluate(context(), result);
+  const int lost_texts = table_.lost_texts();
+  if (!expression.Evaluate(context(), result)) return DataResult::Reported;
+  return table_.lost_texts() == lost_texts ? DataResult::Done : DataResult::Failed;
 }
 
 bool XBaseRecord::Parse(std::string_view text, Expression& expression) {

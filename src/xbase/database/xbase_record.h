@@ -19,6 +19,7 @@
 
 #include "core/string.h"
 #include "core/variables.h"
+#include "database.h"
 #include "expr/expression.h"
 #include "xbase/table/xbase_table.h"
 
@@ -56,6 +57,8 @@ class XBaseRecord {
   // Takes note that the fields are now what the table holds as record `number`.
   void Stored(int number);
   [[nodiscard]] int current() const { return current_; }
+  // Whether record, table and edits agree on what the current record is.
+  [[nodiscard]] bool IsSound() const;
   // Whether the table was replaced since the current record was read: it has no number any more.
   [[nodiscard]] bool Lost() const { return current_ != 0 && generation_ != table_.generation(); }
 
@@ -69,8 +72,9 @@ class XBaseRecord {
   // table's error set; no record is current then.
   [[nodiscard]] int Restore(const Position& position);
 
-  // Evaluates with the record's variables before all others. False after the error was reported.
-  [[nodiscard]] bool Evaluate(const Expression& expression, String& result);
+  // Evaluates with the record's variables before all others. Failed, with the table's error set,
+  // when a memo text could not be read: what comes out then is not the record's.
+  [[nodiscard]] DataResult Evaluate(const Expression& expression, String& result);
   // Reads an expression for later. False after the error was reported.
   [[nodiscard]] bool Parse(std::string_view text, Expression& expression);
   [[nodiscard]] bool busy() const { return evaluations_ > 0; }

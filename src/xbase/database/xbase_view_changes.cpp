@@ -1,9 +1,8 @@
 // Changing records: adding, updating, deleting, and the table that shows the structure of another;
 // see xbase_database_view.h.
 //
-// A new record is written before its keys. An update inserts new keys before it writes the record
-// and deletes old ones after it. So a process that dies in between leaves a record without keys, or
-// under one key too many, but no key that leads to nothing.
+// An operation takes all its locks, gathers what it is going to write, and then carries that out as
+// one change. Whatever fails before that leaves files and current record as they were.
 
 #include <utility>
 
@@ -28,59 +27,56 @@ constexpr StructureField kStructureFields[] = {{"FIELD_NAME", XBaseFieldType::CH
 
 }  // namespace
 
-int XBaseDatabaseView::FailIndex(const XBaseIndex& index) {
-  (void)Fail(index.error());
-  return 0;
-}
-
 // --- Adding ----------------------------------------------------------------------------------
 
 DataResult XBaseDatabaseView::Add() {
   error_.clear();
   if (!database_.MayChange(error_)) return DataResult::Failed;
-  std::vector<String> keys;
-  if (database_.indexes().Keys(keys) == 0) return FailIndexes();
-  const DataResult result = AddLocked(keys);
-  if (result != DataResult::Done) return result;
+  const DataResult result = database_.Run(error_, [&] { return AddLocked(); });
+  if (result != DataResult::Done) return Checked(result);
   record_.Stored(database_.table().recordnum());
   record_.SetEOF(false);
-  return DataResult::Done;
+  cursor_record_ = 0;
+  return Checked(DataResult::Done);
 }
 
-DataResult XBaseDatabaseView::AddLocked(const std::vector<String>& keys) {
+DataResult XBaseDatabaseView::AddLocked() {
   XBaseTable& table = database_.table();
   XBaseIndexSet& indexes = database_.indexes();
+  // 1. The keys, before others have to wait.
+  std::vector<String> keys;
+  const DataResult made = indexes.Keys(keys);
+  if (made != DataResult::Done) return Passed(made);
+  // 2. All locks: from here on nobody else appends.
+  Change change;
   std::vector<XBaseIndexLock> locks;
-  if (indexes.Lock(locks) == 0) return FailIndexes();
-  const HeldTableLock held(database_.tablelock());
-  // From here on nobody else appends, so what was appended can be taken out again.
-  if (!indexes.empty() && database_.tablelock().TakeHeader(table) == 0) {
-    return Fail(database_.tablelock().error());
-  }
+  const DataResult locked = indexes.Lock(locks);
+  if (locked != DataResult::Done) return Passed(locked);
+  const TableChange ending(table);
+  if (!table.LockHeader()) return FailTable();
+  // 3. What the indexes become. A key that is there already shows here.
+  const auto number = static_cast<uint32_t>(table.numrecords()) + 1;
   for (size_t i = 0; i < keys.size(); ++i) {
     XBaseIndex& index = indexes.members()[i]->index;
-    if (index.CheckUnique(keys[i], 0) == 0) return Fail(index.error());
+    index.file().Gather(change.writes);
+    if (index.Insert(number, keys[i]) == 0) return FailIndex(index);
   }
-  const XBaseRecord::Position former = record_.Save();
-  if (table.Append() == 0) return FailTable();
-  IndexChanges done;
-  for (size_t i = 0; i < keys.size(); ++i) {
-    XBaseIndex& index = indexes.members()[i]->index;
-    if (done.Insert(index, static_cast<uint32_t>(table.recordnum()), keys[i]) != 0) continue;
-    (void)Fail(index.error());
-    done.TakeBack();
-    TakeBackAppend(former);
-    return DataResult::Failed;
-  }
-  done.Keep();
-  return DataResult::Done;
+  // 4. The record and its texts, which nothing names yet; then the change.
+  return table.StageAppend(change) ? Commit(change) : FailTable();
 }
 
-void XBaseDatabaseView::TakeBackAppend(const XBaseRecord::Position& former) {
-  // The first failure is being reported; a second one adds nothing.
-  (void)database_.table().RemoveLast();
-  if (former.number == 0 || record_.Read(former.number) == 0) record_.Clear();
-  record_.Apply(former.edits);
+DataResult XBaseDatabaseView::Commit(Change& change) {
+  for (const auto& member : database_.indexes().members()) {
+    ChangedFile file;
+    if (!member->index.file().gathering() || !member->index.file().DescribeChange(file)) continue;
+    file.path = member->index.realpath();
+    change.indexes.push_back(std::move(file));
+  }
+  if (!database_.table().Commit(change)) return FailTable();
+  for (const auto& member : database_.indexes().members()) {
+    if (member->index.file().gathering()) member->index.file().Committed();
+  }
+  return DataResult::Done;
 }
 
 // --- Updating --------------------------------------------------------------------------------
@@ -89,111 +85,75 @@ DataResult XBaseDatabaseView::Update() {
   error_.clear();
   if (!database_.MayChange(error_)) return DataResult::Failed;
   if (record_.current() == 0) return DataResult::EndOfData;
-  const DataResult result = UpdateLocked();
+  const DataResult result = database_.Run(error_, [&] { return UpdateLocked(); });
   if (result == DataResult::Done) record_.Stored(record_.current());
-  return result;
+  return Checked(result);
 }
 
 DataResult XBaseDatabaseView::UpdateLocked() {
   XBaseTable& table = database_.table();
-  const int number = record_.current();
-  std::vector<XBaseIndexLock> locks;
-  if (database_.indexes().Lock(locks) == 0) return FailIndexes();
-  const HeldTableLock held(database_.tablelock());
-  const XBaseDatabase::Holding holding(database_);
-  if (database_.tablelock().TakeRecord(table, number) == 0) {
-    return Fail(database_.tablelock().error());
-  }
-  // What others changed since the record was read stays, where the page did not edit it too.
-  const int generation = table.generation();
-  const bool lost = record_.Lost();
   const std::vector<XBaseRecord::Edit> edits = record_.Edits();
-  if (!lost && record_.Read(number) == 0) return FailTable();
-  if (lost || generation != table.generation()) {
+  const int number = record_.current();
+  const auto lost = [&] {
     record_.Clear();
     record_.Apply(edits);
     return Fail(String::Concat({"Error writing to '", table.dataerrorpath(),
                                 "': The table was replaced by another process"}));
-  }
+  };
+  if (record_.Lost()) return lost();
+  // 1. The locks of indexes and record.
+  Change change;
+  std::vector<XBaseIndexLock> locks;
+  const DataResult locked = database_.indexes().Lock(locks);
+  if (locked != DataResult::Done) return Passed(locked);
+  const TableChange ending(table);
+  const XBaseDatabase::Holding holding(database_);
+  if (!table.BeginUpdate()) return record_.Lost() ? lost() : FailTable();
+  // 2. The record as it is now: what others changed since it was read stays, where the page did not
+  // edit it too.
+  if (record_.Read(number) == 0) return FailTable();
   std::vector<KeyChange> changes;
-  if (CollectChanges(edits, changes) == 0) return FailIndexes();
-  IndexChanges done;
-  if (CheckChanges(changes) == 0 || InsertNewKeys(changes, done) == 0) return DataResult::Failed;
-  if (table.Update() == 0) {
-    (void)FailTable();
-    WriteBack();
-    return DataResult::Failed;
-  }
-  if (DeleteOldKeys(changes, done) == 0) {
-    WriteBack();
-    return DataResult::Failed;
-  }
-  done.Keep();
-  if (!changes.empty()) cursor_record_ = 0;
-  return DataResult::Done;
-}
-
-void XBaseDatabaseView::WriteBack() {
-  XBaseTable& table = database_.table();
-  table.SwapOriginal();
-  // The first failure is being reported; a second one adds nothing.
-  (void)table.Update();
-  table.SwapOriginal();
+  const DataResult collected = CollectChanges(edits, changes);
+  if (collected != DataResult::Done) return Passed(collected);
+  // 3. The header's lock; then what the indexes become.
+  if (!table.LockHeader()) return record_.Lost() ? lost() : FailTable();
+  const DataResult gathered = GatherKeys(changes, change);
+  if (gathered != DataResult::Done) return gathered;
+  // 4. The texts, which nothing names yet; then the change.
+  if (!table.StageUpdate(change)) return record_.Lost() ? lost() : FailTable();
+  const DataResult result = Commit(change);
+  if (result == DataResult::Done && !changes.empty()) cursor_record_ = 0;
+  return result;
 }
 
 // Brings the edits into the record, which is as the table holds it.
-int XBaseDatabaseView::CollectChanges(const std::vector<XBaseRecord::Edit>& edits,
-                                      std::vector<KeyChange>& changes) {
+DataResult XBaseDatabaseView::CollectChanges(const std::vector<XBaseRecord::Edit>& edits,
+                                             std::vector<KeyChange>& changes) {
   XBaseIndexSet& indexes = database_.indexes();
   std::vector<String> old_keys;
   std::vector<String> new_keys;
-  int result = indexes.Keys(old_keys);
+  DataResult result = indexes.Keys(old_keys);
   record_.Apply(edits);
-  if (result != 0) result = indexes.Keys(new_keys);
-  if (result == 0) return 0;
+  if (result == DataResult::Done) result = indexes.Keys(new_keys);
+  if (result != DataResult::Done) return result;
   for (size_t i = 0; i < new_keys.size(); ++i) {
     if (old_keys[i] == new_keys[i]) continue;
-    XBaseIndex& index = indexes.members()[i]->index;
-    const bool equal = ZDXIndexFile::Compare(new_keys[i], old_keys[i], 1, index.Flags()) == 0;
-    changes.push_back({&index, old_keys[i], new_keys[i], equal});
+    changes.push_back({&indexes.members()[i]->index, old_keys[i], new_keys[i]});
   }
-  return 1;
+  return DataResult::Done;
 }
 
-int XBaseDatabaseView::CheckChanges(const std::vector<KeyChange>& changes) {
+DataResult XBaseDatabaseView::GatherKeys(const std::vector<KeyChange>& changes, Change& change) {
   const auto number = static_cast<uint32_t>(record_.current());
-  for (const KeyChange& change : changes) {
-    bool found;
-    if (change.index->CheckUnique(change.new_key, number) == 0 ||
-        change.index->Seek(change.old_key, number, found) == 0) {
-      return FailIndex(*change.index);
-    }
-    if (!found) {
-      (void)Fail("Record is not in index");
-      return 0;
+  for (const KeyChange& key : changes) {
+    key.index->file().Gather(change.writes);
+    if (key.index->CheckUnique(key.new_key, number) == 0 ||
+        key.index->Delete(number, key.old_key) == 0 ||
+        key.index->Insert(number, key.new_key) == 0) {
+      return FailIndex(*key.index);
     }
   }
-  return 1;
-}
-
-int XBaseDatabaseView::InsertNewKeys(const std::vector<KeyChange>& changes, IndexChanges& done) {
-  const auto number = static_cast<uint32_t>(record_.current());
-  for (const KeyChange& change : changes) {
-    if (change.in_place && done.Delete(*change.index, number, change.old_key) == 0) {
-      return FailIndex(*change.index);
-    }
-    if (done.Insert(*change.index, number, change.new_key) == 0) return FailIndex(*change.index);
-  }
-  return 1;
-}
-
-int XBaseDatabaseView::DeleteOldKeys(const std::vector<KeyChange>& changes, IndexChanges& done) {
-  const auto number = static_cast<uint32_t>(record_.current());
-  for (const KeyChange& change : changes) {
-    if (change.in_place) continue;
-    if (done.Delete(*change.index, number, change.old_key) == 0) return FailIndex(*change.index);
-  }
-  return 1;
+  return DataResult::Done;
 }
 
 // --- Deletion marks --------------------------------------------------------------------------
@@ -202,8 +162,13 @@ DataResult XBaseDatabaseView::Mark(int deleted) {
   error_.clear();
   if (!database_.MayChange(error_)) return DataResult::Failed;
   if (record_.current() == 0) return DataResult::EndOfData;
-  if (database_.table().UpdateDeleted(deleted) != 0) return DataResult::Done;
-  return FailTable();
+  return Checked(database_.Run(error_, [&] { return MarkLocked(deleted); }));
+}
+
+DataResult XBaseDatabaseView::MarkLocked(int deleted) {
+  XBaseTable& table = database_.table();
+  if (record_.Lost()) return FailReplaced();
+  return table.UpdateDeleted(deleted) != 0 ? DataResult::Done : FailTable();
 }
 
 // --- Structure -------------------------------------------------------------------------------
@@ -215,26 +180,15 @@ DataResult XBaseDatabaseView::RevealStructure(const String& database) {
   for (const StructureField& field : kStructureFields) {
     fields.push_back({field.name, field.type, field.length, 0});
   }
-  XBaseTable table(database_.host().filemanager());
-  if (database_.CreateTable(table, database, fields, error_) == 0) return DataResult::Failed;
-  if (WriteStructure(table) != 0) return DataResult::Done;
-  (void)Fail(table.error());
-  const String path = table.datapath();
-  table.Close();
-  (void)database_.host().filemanager().Delete(path);
-  return DataResult::Failed;
-}
-
-int XBaseDatabaseView::WriteStructure(XBaseTable& table) {
+  std::vector<XBaseRow> rows;
   for (const auto& field : database_.table().fields()) {
     const FieldDescriptor descriptor = field->Descriptor();
-    const String values[] = {descriptor.name, String(std::string_view(&descriptor.letter, 1)),
-                             PrintInteger(descriptor.length),
-                             PrintInteger(descriptor.decimalcount)};
-    for (size_t i = 0; i < std::size(values); ++i) table.fields()[i]->Set(values[i]);
-    if (table.Append() == 0) return 0;
+    rows.push_back({descriptor.name, String(std::string_view(&descriptor.letter, 1)),
+                    PrintInteger(descriptor.length), PrintInteger(descriptor.decimalcount)});
   }
-  return 1;
+  XBaseTable table(database_.host().filemanager());
+  return database_.CreateTable(table, database, fields, rows, error_) ? DataResult::Done
+                                                                      : DataResult::Failed;
 }
 
 }  // namespace vexa

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "xbase/change/journal.h"
+
 namespace vexa {
 
 namespace {
@@ -70,24 +72,22 @@ int XBaseIndexBuilder::Sort(std::vector<Key>& keys, Compare compare) {
 std::vector<XBaseIndexBuilder::Key> XBaseIndexBuilder::Merged() {
   if (numbers_.empty()) return std::move(texts_);
   if (texts_.empty()) return std::move(numbers_);
-  // A number and another text compare as texts. That is no consistent order, so this merge is the
-  // place where the order of such an index is made.
-  std::vector<Key> merged;
-  merged.reserve(numbers_.size() + texts_.size());
-  auto number = numbers_.begin();
-  auto text = texts_.begin();
-  while (number != numbers_.end() && text != texts_.end()) {
-    const int order = CompareTexts(*number, *text);
-    merged.push_back((Descending() ? order > 0 : order < 0) ? *number++ : *text++);
-  }
-  merged.insert(merged.end(), number, numbers_.end());
-  merged.insert(merged.end(), text, texts_.end());
+  std::vector<Key> merged = std::move(Descending() ? texts_ : numbers_);
+  const std::vector<Key>& behind = Descending() ? numbers_ : texts_;
+  merged.insert(merged.end(), behind.begin(), behind.end());
   return merged;
 }
 
 // --- Writing ---------------------------------------------------------------------------------
 
 int XBaseIndexBuilder::Write(const String& path, const String& errorpath) {
+  uint64_t number;
+  if (NewChangeNumber(number)) return Write(path, errorpath, number);
+  errorpath_ = errorpath;
+  return Fail("creating", "The system gives no random numbers");
+}
+
+int XBaseIndexBuilder::Write(const String& path, const String& errorpath, uint64_t number) {
   path_ = path;
   errorpath_ = errorpath;
   if (spec_.keyexpression.length() > kLongestKeyExpression) {
@@ -98,17 +98,16 @@ int XBaseIndexBuilder::Write(const String& path, const String& errorpath) {
       Sort(texts_, [this](const Key& a, const Key& b) { return CompareTexts(a, b); }) == 0) {
     return 0;
   }
-  String newpath = path_ + ".";
-  String digits;
-  auto file = files_.MakeTemporary(newpath, digits, OpenRead | OpenWrite);
-  if (file == nullptr) return Fail("creating", files_.error());
+  const String newpath = NewFileName(path_, number);
+  file_ = files_.Open(newpath, OpenRead | OpenWrite | OpenCreate | OpenExclusive);
+  if (file_ == nullptr) return Fail("creating", files_.error());
   newpath_ = newpath;
   if (files_.Exists(path_)) {
     const int mode = files_.Mode(path_);
     if (mode >= 0) (void)files_.ChangeMode(newpath_, mode & kPermissionBits);
   }
-  if (WriteTree(*file, Merged()) == 0) return 0;
-  return file->Sync() >= 0 ? 1 : Fail("writing to", file->error());
+  if (WriteTree(*file_, Merged()) == 0) return 0;
+  return file_->Sync() >= 0 ? 1 : Fail("writing to", file_->error());
 }
 
 int XBaseIndexBuilder::WriteTree(File& file, std::vector<Key> keys) {

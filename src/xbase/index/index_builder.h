@@ -14,8 +14,10 @@
 #define VEXA_XBASE_INDEX_INDEX_BUILDER_H_
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/file.h"
@@ -37,9 +39,16 @@ class XBaseIndexBuilder {
   // Writes the index to a new file beside `path`. 1, or 0 with the message in error(), which is
   // that of inserting when the index is unique and a key occurs twice.
   [[nodiscard]] int Write(const String& path, const String& errorpath);
+  // The same as a part of change `number`.
+  [[nodiscard]] int Write(const String& path, const String& errorpath, uint64_t number);
   // Puts the new file in the place of `path`. 1, or 0 with the message in error().
   // REQUIRES: Write succeeded; the caller holds the exclusive lock of an index that is open there.
   [[nodiscard]] int Install();
+  // For a change that puts the file in place itself: where it is, and that it is there no more.
+  [[nodiscard]] const String& newpath() const { return newpath_; }
+  void Installed() { newpath_.clear(); }
+  // The file, open for reading and writing, under whatever name it has.
+  [[nodiscard]] std::unique_ptr<File> TakeFile() { return std::move(file_); }
 
   [[nodiscard]] const String& error() const { return error_; }
 
@@ -85,6 +94,7 @@ class XBaseIndexBuilder {
   String path_;
   String errorpath_;
   String newpath_;  // empty when there is no new file
+  std::unique_ptr<File> file_;
   String error_;
 };
 

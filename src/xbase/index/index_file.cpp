@@ -3,13 +3,13 @@
 
 #include "xbase/index/index_file.h"
 
+#include <cassert>
 #include <utility>
 
 namespace vexa {
 
 namespace {
 
-constexpr int kMostReplacements = 100;
 constexpr int kCreateMode = OpenRead | OpenWrite | OpenCreate | OpenTruncate;
 
 }  // namespace
@@ -54,7 +54,7 @@ int ZDXIndexFile::OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header) 
     if (lock.Take(*opened, FileLockType::Shared, 0, kIndexHeaderSize) == 0) {
       return Fail("locking", " for read");
     }
-    if (ReadHeaderOf(*opened, header) == 0) return 0;
+    if (ReadHeaderOf(*opened, header, header_bytes_) == 0) return 0;
   }
   file = std::move(opened);
   return 1;
@@ -107,20 +107,28 @@ int ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
     error_ = String::Concat({"Internal error opening '", errorpath_, "'"});
     return 0;
   }
+  String ignored;
   for (int i = 0; i < kMostReplacements; ++i) {
-    const int locked = lock.Take(*file_, type, 0, kIndexHeaderSize);
-    if (locked == 0) Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
-    const int named = file_->StillNamed();
-    if (named > 0) return locked;
-    lock.Release();
-    if (named < 0) return locked == 0 ? 0 : Fail("reading from", ": " + file_->error());
-    KeepCursorEntry();
-    if (OpenFile(file_, header_) == 0) return 0;
+    switch (lock.TakeNamed(*file_, type, 0, kIndexHeaderSize, ignored)) {
+      case LockOutcome::Taken:
+        lock_stamp_ = lock.stamp();
+        return 1;
+      case LockOutcome::Failed:
+        return Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
+      case LockOutcome::Replaced:
+        KeepCursorEntry();
+        if (OpenFile(file_, header_) == 0) return 0;
+    }
   }
   return Fail("opening", ": The index is replaced again and again");
 }
 
-int ZDXIndexFile::Enter(RangeLock& lock, FileLockType type) {
+int ZDXIndexFile::RefuseMark() {
+  unfinished_ = true;
+  return Fail("reading from", String(": ") + kUnfinishedChange);
+}
+
+int ZDXIndexFile::Enter(RangeLock& lock, FileLockType type, Marks marks) {
   if (held_.held()) {
     if (!header_is_stale_) return 1;
     KeepCursorEntry();
@@ -129,27 +137,77 @@ int ZDXIndexFile::Enter(RangeLock& lock, FileLockType type) {
     return 1;
   }
   if (TakeLock(lock, type) == 0) return 0;
-  if (ReadHeader() != 0) return 1;
+  if (ReadHeader() != 0 &&
+      (marks == Marks::Ignored || MarkOfIndex(header_bytes_) == 0 || RefuseMark() != 0)) {
+    return 1;
+  }
   lock.Release();
   return 0;
 }
 
-int ZDXIndexFile::LockExclusive() {
+int ZDXIndexFile::LockExclusive(Marks marks) {
+  assert(!held_.held());
   header_is_stale_ = false;
-  return Enter(held_, FileLockType::Exclusive);
+  return Enter(held_, FileLockType::Exclusive, marks);
 }
 
-void ZDXIndexFile::Unlock() { held_.Release(); }
+void ZDXIndexFile::Unlock() {
+  if (gathered_ != nullptr) {
+    // What was gathered did not happen.
+    header_ = former_header_;
+    gathered_ = nullptr;
+  }
+  held_.Release();
+}
+
+// --- As part of a change ---------------------------------------------------------------------
+
+void ZDXIndexFile::Gather(GatheredWrites& gathered) {
+  assert(held_.held() && gathered_ == nullptr && !header_is_stale_);
+  KeepCursorEntry();
+  gathered_ = &gathered;
+  former_header_ = header_;
+}
+
+bool ZDXIndexFile::DescribeChange(ChangedFile& file) const {
+  assert(gathered_ != nullptr);
+  bool changed = false;
+  for (const auto& piece : gathered_->pieces()) {
+    changed = changed || (piece.changed && piece.file == file_.get());
+  }
+  std::string header(kMarkedIndexHeader, '\0');
+  header_.Encode(header.data());
+  if (!changed && header_bytes_ == header) return false;
+  file.file = file_.get();
+  file.errorname = errorpath_;
+  file.former = header_bytes_;
+  file.header = header;
+  if (header_.numpages > former_header_.numpages) {
+    file.former_length = int64_t{former_header_.numpages} * former_header_.shape.pagesize;
+  }
+  return true;
+}
+
+void ZDXIndexFile::Committed() {
+  former_header_ = header_;
+  header_.Encode(header_bytes_.data());
+}
+
+void ZDXIndexFile::Adopt(std::unique_ptr<File> file) {
+  KeepCursorEntry();
+  held_.Release();
+  file_ = std::move(file);
+}
 
 // --- Header and pages ------------------------------------------------------------------------
 
-int ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header) {
-  char bytes[kIndexHeaderSize];
-  String reason;
-  if (ReadExactly(file, 0, bytes, kIndexHeaderSize, reason) == 0) {
-    return Fail("reading from", ": " + reason);
-  }
-  switch (DecodeIndexHeader(bytes, header)) {
+int ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes) {
+  bytes.assign(kMarkedIndexHeader, '\0');
+  const int got = file.ReadAt(0, bytes.data(), kMarkedIndexHeader);
+  if (got < 0) return Fail("reading from", ": " + file.error());
+  // A file that ends within the mark is no index, and is told from what the header says.
+  if (got < kIndexHeaderSize) return Fail("reading from", String(": ") + kUnexpectedEnd);
+  switch (DecodeIndexHeader(bytes.data(), header)) {
     case IndexHeaderState::Good:
       return 1;
     case IndexHeaderState::NotAnIndex:
@@ -164,12 +222,13 @@ int ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header) {
 
 int ZDXIndexFile::ReadHeader() {
   const ZDXIndexShape shape = header_.shape;
-  if (ReadHeaderOf(*file_, header_) == 0) return 0;
+  if (ReadHeaderOf(*file_, header_, header_bytes_) == 0) return 0;
   if (header_.shape != shape) KeepCursorEntry();
   return 1;
 }
 
 int ZDXIndexFile::WriteHeader() {
+  if (gathered_ != nullptr) return 1;
   char bytes[kIndexHeaderSize];
   header_.Encode(bytes);
   String reason;
@@ -185,7 +244,7 @@ int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
     return 0;
   }
   String reason;
-  const int result = page.ReadPage(*file_, number, header_.shape, reason);
+  const int result = page.ReadPage(*file_, gathered_, number, header_.shape, reason);
   if (result > 0) return 1;
   if (result == 0) return Fail("reading from", ": " + reason);
   error_ = reason;
@@ -194,6 +253,17 @@ int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
 
 int ZDXIndexFile::WritePage(const ZDXIndexPage& page) {
   String reason;
+  if (gathered_ != nullptr) {
+    std::string former;
+    if (page.number() < former_header_.numpages && !gathered_->Knows(*file_, page.offset())) {
+      former.resize(header_.shape.pagesize);
+      if (ReadExactly(*file_, page.offset(), former.data(), header_.shape.pagesize, reason) == 0) {
+        return Fail("reading from", ": " + reason);
+      }
+    }
+    gathered_->Write(*file_, page.offset(), page.bytes(), former);
+    return 1;
+  }
   if (page.WritePage(*file_, reason) != 0) return 1;
   return Fail("writing to", ": " + reason);
 }

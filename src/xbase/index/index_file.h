@@ -6,9 +6,14 @@
 // an index anew puts another file in its place. LockExclusive keeps the lock over several
 // operations.
 //
-// Pages are written in an order that never takes a key out of reach: pages that nothing refers to
-// first, then the page or header that refers to them, then the pages that gave keys away. A process
-// that dies in between leaves keys that stand twice, which the checker reports, but no key missing.
+// As part of a change of its table (xbase/change) the pages are gathered instead of written, and
+// the header with them. An index whose header bears the mark of a change is refused until that
+// change is finished: unfinished() tells that from other failures.
+//
+// On its own an index is written page by page. Pages are written in an order that never takes a key
+// out of reach: pages that nothing refers to first, then the page or header that refers to them,
+// then the pages that gave keys away. A process that dies in between leaves keys that stand twice,
+// which the checker reports, but no key missing.
 //
 // The cursor is a stack of pages. A step first makes sure that the pages it relies on are still
 // what the file holds, and searches its entry again when they are not; so other processes may
@@ -25,11 +30,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "core/file.h"
 #include "core/file_access.h"
+#include "xbase/change/change.h"
 #include "xbase/index/index_header.h"
 #include "xbase/index/index_key.h"
 #include "xbase/index/index_page.h"
@@ -83,9 +90,31 @@ class ZDXIndexFile {
   // Fails with the message of Insert when the index is unique and holds `key` for another record.
   [[nodiscard]] int CheckUnique(std::string_view key, uint32_t recordnum);
 
-  // Takes the exclusive lock and keeps it until Unlock or Close. Not nested.
-  [[nodiscard]] int LockExclusive();
+  // Takes the exclusive lock and keeps it until Unlock or Close. Not nested. An index that bears a
+  // mark is refused unless marks are Ignored, by who builds it anew.
+  enum class Marks { Refused, Ignored };
+  [[nodiscard]] int LockExclusive(Marks marks = Marks::Refused);
   void Unlock();
+
+  // From now on pages are read through `gathered`, and what changes is gathered there.
+  // REQUIRES: the lock of LockExclusive is held. Unlock ends it; `gathered` must live until then.
+  void Gather(GatheredWrites& gathered);
+  [[nodiscard]] bool gathering() const { return gathered_ != nullptr; }
+  // What the gathered changes make of the header. False when nothing changed.
+  [[nodiscard]] bool DescribeChange(ChangedFile& file) const;
+  // What was gathered is in the file now.
+  void Committed();
+
+  // Takes over `file`, which stands at the path of this index by now. A lock on the former one
+  // goes.
+  void Adopt(std::unique_ptr<File> file);
+  // The file has been renamed to `path`.
+  void Renamed(const String& path) { path_ = path; }
+  // Whether the header last read bears a mark.
+  [[nodiscard]] bool marked() const { return MarkOfIndex(header_bytes_) != 0; }
+  // Whether an operation failed because the index bears the mark of an unfinished change.
+  [[nodiscard]] bool unfinished() const { return unfinished_; }
+  void ForgetUnfinished() { unfinished_ = false; }
 
   // How two keys stand in an index with these flags; see SearchKey.
   [[nodiscard]] static int Compare(std::string_view searchkey, std::string_view pagekey, int exact,
@@ -119,10 +148,11 @@ class ZDXIndexFile {
   int FailNotAnIndex();
 
   // index_file.cpp
-  [[nodiscard]] int Enter(RangeLock& lock, FileLockType type);
+  [[nodiscard]] int Enter(RangeLock& lock, FileLockType type, Marks marks = Marks::Refused);
+  [[nodiscard]] int RefuseMark();
   [[nodiscard]] int TakeLock(RangeLock& lock, FileLockType type);
   [[nodiscard]] int ReadHeader();
-  [[nodiscard]] int ReadHeaderOf(File& file, ZDXIndexHeader& header);
+  [[nodiscard]] int ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes);
   [[nodiscard]] int WriteHeader();
   [[nodiscard]] int ReadPage(uint32_t number, ZDXIndexPage& page);
   [[nodiscard]] int WritePage(const ZDXIndexPage& page);
@@ -142,7 +172,11 @@ class ZDXIndexFile {
   [[nodiscard]] int Step(Direction direction, uint32_t& recordnum);
   [[nodiscard]] int StepAfresh(Direction direction, uint32_t& recordnum);
   [[nodiscard]] int SeekEntry(std::string_view key, uint32_t recordnum, bool& found);
-  [[nodiscard]] int ScanFor(const SearchKey& prefix);
+  [[nodiscard]] int ScanNumbers(std::string_view prefix);
+  [[nodiscard]] int DescendToPrefix(std::string_view prefix);
+  [[nodiscard]] int Reenter(RangeLock& lock);
+  void BeginStack();
+  void ProveStack();
   [[nodiscard]] Move TopIsUnchanged();
   [[nodiscard]] int CountStep(Direction direction);
   [[nodiscard]] int EntriesInFile(uint64_t& count);
@@ -179,6 +213,10 @@ class ZDXIndexFile {
   std::unique_ptr<File> file_;
   RangeLock held_;                // by LockExclusive; declared behind the file, so given back first
   bool header_is_stale_ = false;  // while held_: a write failed half way
+  std::string header_bytes_;      // the header as the file holds it, with its mark
+  GatheredWrites* gathered_ = nullptr;
+  ZDXIndexHeader former_header_;  // while gathering: as it was before
+  bool unfinished_ = false;
   int mode_ = 0;
   String path_;
   String errorpath_;
@@ -190,6 +228,11 @@ class ZDXIndexFile {
   bool positioned_ = false;
   bool stack_is_cursor_ = false;
   ZDXIndexPageStack stack_;
+  // Whether the pages on the stack are those of the file as long as its stamp is this one. A stamp
+  // that is younger than a tick of the system's clock proves nothing.
+  bool proven_ = false;
+  FileStamp stack_stamp_;
+  FileStamp lock_stamp_;  // of the file when the lock was taken last
   ZDXIndexEntry position_;
   ZDXIndexPage scratch_;
   // Steps since the cursor was set or turned round, to notice a walk without end.

@@ -6,8 +6,11 @@
 #include <cstring>
 
 #include "core/byte_order.h"
+#include "xbase/change/journal.h"
 
 namespace vexa {
+
+static_assert(kIndexLockSize == kIndexHeaderSize && kIndexMark == kIndexHeaderSize);
 
 namespace {
 
@@ -17,8 +20,9 @@ constexpr int kExpressionOffset = 27;
 }  // namespace
 
 bool ZDXIndexShape::MakesSense() const {
-  // A page holds the header, at least two keys, and the child page behind its last key.
-  return pagesize >= kIndexHeaderSize && keyrecordsize > kEntryPrefix + 1 && order >= 2 &&
+  // A page holds the header with its mark, at least two keys, and the child page behind its last
+  // key.
+  return pagesize >= kMarkedIndexHeader && keyrecordsize > kEntryPrefix + 1 && order >= 2 &&
          uint32_t{order} * keyrecordsize + 8 <= pagesize;
 }
 

@@ -12,6 +12,9 @@
 //   23      4      flags
 //   27      400    text of the key expression, NUL-terminated
 //
+// Behind it, at 427, stand the eight bytes of the mark of an unfinished change, zero at rest
+// (xbase/change/journal.h). They are no part of what is encoded here.
+//
 // A new index begins 5A 44 58 49 03 00 00 00 00 02 00 00 00 01 00 00 00 08 00 00 04 6C 00: two
 // pages, root 1, order 8, pages of 1024 and entries of 108 bytes.
 

@@ -1,8 +1,8 @@
 // How keys compare.
 //
-// Keys that are both wholly numbers compare as numbers unless the index says otherwise; all other
-// pairs compare byte by byte. A mix of both kinds has therefore no consistent order: 10 is below
-// "1a", "1a" below 2, and 2 below 10. That is on purpose: existing indexes are ordered so.
+// Unless the index says otherwise, keys that are wholly numbers come first, by value, and all other
+// keys behind them, byte by byte. Were 10 and "1a" compared byte by byte, 10 would be below "1a",
+// "1a" below 2, and 2 below 10: no order at all, and nothing could be found by going down a tree.
 
 #ifndef VEXA_XBASE_INDEX_INDEX_KEY_H_
 #define VEXA_XBASE_INDEX_INDEX_KEY_H_
@@ -16,12 +16,17 @@ namespace vexa {
 
 // Whether `key` is wholly a number that does not overflow; the empty key is 0.
 [[nodiscard]] bool KeyAsNumber(std::string_view key, double& value);
+// Whether a text that begins with `text` could be wholly a number.
+[[nodiscard]] bool MayBeginNumber(std::string_view text);
 
 // One key that is compared with many; what can be learnt of it once is.
 class SearchKey {
  public:
-  // `key` is borrowed. With `exact` 0, keys that begin with it compare equal.
+  // `key` is borrowed. With `exact` 0, keys that begin with it compare equal, numbers excepted.
   SearchKey(std::string_view key, int exact, uint32_t flags);
+
+  // Stands where the numbers begin.
+  [[nodiscard]] static SearchKey FirstNumber(uint32_t flags);
 
   // Negative, 0 or positive: whether the key comes before `pagekey` in the order of the index.
   [[nodiscard]] int Compare(std::string_view pagekey) const;
@@ -33,7 +38,9 @@ class SearchKey {
   std::string_view key_;
   bool exact_;
   bool descending_;
+  bool numbers_;  // whether the index tells numbers from other keys
   bool is_number_ = false;
+  bool below_numbers_ = false;
   double number_ = 0;
 };
 

@@ -30,15 +30,17 @@ void ZDXIndexPage::Clear(uint32_t number, const ZDXIndexShape& shape) {
   bytes_.assign(BytesInMemory(), '\0');
 }
 
-int ZDXIndexPage::ReadPage(File& file, uint32_t number, const ZDXIndexShape& shape,
-                           String& reason) {
+int ZDXIndexPage::ReadPage(File& file, GatheredWrites* gathered, uint32_t number,
+                           const ZDXIndexShape& shape, String& reason) {
   number_ = number;
   numentries_ = 0;
   cursor = 0;
   shape_ = shape;
   bytes_.resize(BytesInMemory());
-  const int64_t offset = static_cast<int64_t>(number) * shape.pagesize;
-  if (ReadExactly(file, offset, bytes_.data(), shape.pagesize, reason) == 0) return 0;
+  const bool read = gathered != nullptr
+                        ? gathered->Read(file, offset(), bytes_.data(), shape.pagesize, reason)
+                        : ReadExactly(file, offset(), bytes_.data(), shape.pagesize, reason) != 0;
+  if (!read) return 0;
   std::fill(bytes_.begin() + shape.pagesize, bytes_.end(), '\0');
   const uint32_t count = Get32(bytes_.data());
   if (count > shape.EntriesThatFit()) {
@@ -50,8 +52,7 @@ int ZDXIndexPage::ReadPage(File& file, uint32_t number, const ZDXIndexShape& sha
 }
 
 int ZDXIndexPage::WritePage(File& file, String& reason) const {
-  const int64_t offset = static_cast<int64_t>(number_) * shape_.pagesize;
-  return WriteExactly(file, offset, bytes_.data(), shape_.pagesize, reason);
+  return WriteExactly(file, offset(), bytes_.data(), shape_.pagesize, reason);
 }
 
 std::string_view ZDXIndexPage::key(uint32_t i) const {

@@ -17,12 +17,14 @@
 #ifndef VEXA_XBASE_INDEX_INDEX_PAGE_H_
 #define VEXA_XBASE_INDEX_INDEX_PAGE_H_
 
+#include <cassert>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
 #include "core/byte_order.h"
 #include "core/file.h"
+#include "xbase/change/gathered_writes.h"
 #include "xbase/index/index_header.h"
 
 namespace vexa {
@@ -37,12 +39,16 @@ class ZDXIndexPage {
  public:
   // Makes it the empty page `number`.
   void Clear(uint32_t number, const ZDXIndexShape& shape);
-  // Reads page `number`. 1; 0 with the cause in `reason` when the file could not be read; -1 with
-  // the whole message in `reason` when the page is damaged, and it is empty then.
-  [[nodiscard]] int ReadPage(File& file, uint32_t number, const ZDXIndexShape& shape,
-                             String& reason);
+  // Reads page `number`, through `gathered` unless that is null. 1; 0 with the cause in `reason`
+  // when the file could not be read; -1 with the whole message in `reason` when the page is
+  // damaged, and it is empty then.
+  [[nodiscard]] int ReadPage(File& file, GatheredWrites* gathered, uint32_t number,
+                             const ZDXIndexShape& shape, String& reason);
   // 1, or 0 with the cause in `reason`.
   [[nodiscard]] int WritePage(File& file, String& reason) const;
+  // What the file holds of it, and where.
+  [[nodiscard]] std::string_view bytes() const { return {bytes_.data(), shape_.pagesize}; }
+  [[nodiscard]] int64_t offset() const { return static_cast<int64_t>(number_) * shape_.pagesize; }
 
   [[nodiscard]] uint32_t number() const { return number_; }
   [[nodiscard]] uint32_t numentries() const { return numentries_; }
@@ -74,9 +80,11 @@ class ZDXIndexPage {
 
  private:
   [[nodiscard]] char* Entry(uint32_t i) {
+    assert(i <= numentries_ + 1);
     return bytes_.data() + 4 + size_t{i} * shape_.keyrecordsize;
   }
   [[nodiscard]] const char* Entry(uint32_t i) const {
+    assert(i <= numentries_ + 1);
     return bytes_.data() + 4 + size_t{i} * shape_.keyrecordsize;
   }
   [[nodiscard]] size_t BytesInMemory() const;
@@ -96,15 +104,27 @@ class ZDXIndexPageStack {
 
   void Clear() { depth_ = 0; }
   // Takes pages off, or puts back those that were popped last.
-  void SetDepth(size_t depth) { depth_ = depth; }
+  void SetDepth(size_t depth) {
+    assert(depth <= pages_.size());
+    depth_ = depth;
+  }
   // A page on top, to be filled by the caller. Pages stay where they are in memory.
   ZDXIndexPage& Push();
-  void Pop() { --depth_; }
+  void Pop() {
+    assert(depth_ > 0);
+    --depth_;
+  }
   [[nodiscard]] bool empty() const { return depth_ == 0; }
   [[nodiscard]] size_t depth() const { return depth_; }
-  [[nodiscard]] ZDXIndexPage& Top() { return pages_[depth_ - 1]; }
-  [[nodiscard]] const ZDXIndexPage& Top() const { return pages_[depth_ - 1]; }
-  [[nodiscard]] ZDXIndexPage& At(size_t level) { return pages_[level]; }
+  [[nodiscard]] ZDXIndexPage& Top() { return At(depth_ - 1); }
+  [[nodiscard]] const ZDXIndexPage& Top() const {
+    assert(depth_ > 0);
+    return pages_[depth_ - 1];
+  }
+  [[nodiscard]] ZDXIndexPage& At(size_t level) {
+    assert(level < depth_);
+    return pages_[level];
+  }
   // Whether page `number` is on the stack already, or the tree is deeper than any can be.
   [[nodiscard]] bool CheckForRecursion(uint32_t number) const;
 

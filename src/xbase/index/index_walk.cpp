@@ -37,8 +37,15 @@ int ZDXIndexFile::DescendLast(uint32_t page) {
   return 1;
 }
 
-int ZDXIndexFile::Descend(const SearchKey& key) {
+// Empties the stack, to be filled with pages read under the lock held now.
+void ZDXIndexFile::BeginStack() {
   stack_.Clear();
+  proven_ = !held_.held() && IsOld(lock_stamp_);
+  stack_stamp_ = lock_stamp_;
+}
+
+int ZDXIndexFile::Descend(const SearchKey& key) {
+  BeginStack();
   uint32_t page = header_.startingpage;
   while (page != 0) {
     if (PushPage(page) == 0) return 0;
@@ -98,7 +105,7 @@ int ZDXIndexFile::AdvanceFresh(Direction direction) {
 
 // Stands on the first entry (Forward) or the last.
 int ZDXIndexFile::GoToEnd(Direction direction) {
-  stack_.Clear();
+  BeginStack();
   Move move;
   if (direction == Direction::Forward) {
     if (DescendFirst(header_.startingpage) == 0) return 0;
@@ -124,6 +131,7 @@ void ZDXIndexFile::DropCursor() {
   stack_.Clear();
   positioned_ = false;
   stack_is_cursor_ = false;
+  proven_ = false;
   steps_ = 0;
   most_steps_ = 0;
 }
@@ -132,6 +140,7 @@ void ZDXIndexFile::KeepCursorEntry() {
   if (!stack_is_cursor_) return;
   position_ = stack_.Top().entry(stack_.Top().cursor);
   stack_is_cursor_ = false;
+  proven_ = false;
 }
 
 // Makes the entry on the stack, if there is one, the cursor.
@@ -185,26 +194,52 @@ int ZDXIndexFile::Step(Direction direction, uint32_t& recordnum) {
   recordnum = 0;
   if (!positioned_) return 1;
   RangeLock lock;
-  const bool was_held = held_.held();
-  if ((was_held ? Enter(lock, FileLockType::Shared) : TakeLock(lock, FileLockType::Shared)) == 0) {
+  // 1. While nobody wrote to the file, header and pages are what they were.
+  if (!held_.held() && TakeLock(lock, FileLockType::Shared) == 0) return 0;
+  Trust trust = Trust::Verify;
+  if (!held_.held() && stack_is_cursor_ && proven_ && lock_stamp_ == stack_stamp_) {
+    trust = Trust::Fresh;
+  } else if (Reenter(lock) == 0) {
     return 0;
   }
   if (CountStep(direction) == 0) return 0;
+  // 2. Along the pages on the stack.
+  if (stack_is_cursor_) {
+    if (trust == Trust::Verify && !held_.held() && IsOld(lock_stamp_)) ProveStack();
+  }
   if (stack_is_cursor_) {
     const size_t depth = stack_.depth();
     const uint32_t cursor = stack_.Top().cursor;
-    const Move move = Advance(direction, Trust::Verify);
+    const Move move = Advance(direction, trust);
     if (move == Move::Done && OnEntry()) return Arrive(recordnum);
     // Back to where it was: popped pages are still there.
     stack_.SetDepth(depth);
     stack_.Top().cursor = cursor;
     if (move == Move::Done) return 1;
-    // A failure may only mean that the header in memory is too old for the pages.
+    if (trust == Trust::Fresh) return 0;
     KeepCursorEntry();
   }
-  // While the pages are what they were, the header cannot tell anything new.
-  if (!was_held && ReadHeader() == 0) return 0;
+  // 3. From the entry itself, through pages read anew.
   return StepAfresh(direction, recordnum);
+}
+
+// Under a lock that was just taken or is held already: what the header says now.
+int ZDXIndexFile::Reenter(RangeLock& lock) {
+  if (held_.held()) return Enter(lock, FileLockType::Shared);
+  if (ReadHeader() == 0) return 0;
+  return MarkOfIndex(header_bytes_) == 0 ? 1 : RefuseMark();
+}
+
+// Reads all pages on the stack once more. When they are what they were, the stamp of the file tells
+// from now on that they still are.
+void ZDXIndexFile::ProveStack() {
+  for (size_t level = 0; level < stack_.depth(); ++level) {
+    const ZDXIndexPage& page = stack_.At(level);
+    // What went wrong shows when the page is read for the step.
+    if (ReadPage(page.number(), scratch_) == 0 || !scratch_.SameContent(page)) return;
+  }
+  proven_ = true;
+  stack_stamp_ = lock_stamp_;
 }
 
 // A step from `position_` through pages read anew.
@@ -257,16 +292,28 @@ int ZDXIndexFile::_Seek(std::string_view key, uint32_t recordnum, bool& found) {
   return Arrive(reached);
 }
 
-// Stands on the first entry that begins with the key, looking at all of them: those that begin
-// alike are not neighbours in the order of numbers.
-int ZDXIndexFile::ScanFor(const SearchKey& prefix) {
+// Stands on the first number that begins with the key, looking at all of them: those that begin
+// alike are not neighbours in the order of numbers. Without one there is no entry.
+int ZDXIndexFile::ScanNumbers(std::string_view prefix) {
   uint64_t most = 0;
-  if (EntriesInFile(most) == 0 || GoToEnd(Direction::Forward) == 0) return 0;
+  if (EntriesInFile(most) == 0 || Descend(SearchKey::FirstNumber(header_.flags)) == 0) return 0;
   for (uint64_t steps = 0; OnEntry(); ++steps) {
-    if (prefix.Compare(stack_.Top().key(stack_.Top().cursor)) == 0) return 1;
+    const std::string_view key = stack_.Top().key(stack_.Top().cursor);
+    double ignored;
+    if (!KeyAsNumber(key, ignored)) break;
+    if (key.starts_with(prefix)) return 1;
     if (steps > most) return FailCorrupt();
     if (AdvanceFresh(Direction::Forward) == 0) return 0;
   }
+  stack_.Clear();
+  return 1;
+}
+
+// Stands on the first other key that begins with the key.
+int ZDXIndexFile::DescendToPrefix(std::string_view prefix) {
+  const SearchKey wanted(prefix, 0, header_.flags);
+  if (Descend(wanted) == 0) return 0;
+  if (OnEntry() && wanted.Compare(stack_.Top().key(stack_.Top().cursor)) != 0) stack_.Clear();
   return 1;
 }
 
@@ -276,19 +323,20 @@ int ZDXIndexFile::_Find(std::string_view key, int exact, uint32_t& recordnum) {
   DropCursor();
   if (Enter(lock, FileLockType::Shared) == 0) return 0;
   if (key.size() >= header_.shape.keysize()) return 1;
-  const auto stands_on = [this](const SearchKey& wanted) {
-    return OnEntry() && wanted.Compare(stack_.Top().key(stack_.Top().cursor)) == 0;
-  };
   const SearchKey whole(key, 1, header_.flags);
   if (exact != 0) return Descend(whole) != 0 ? Arrive(recordnum) : 0;
-  const SearchKey prefix(key, 0, header_.flags);
   if (!key.empty() && whole.is_number()) {
     if (Descend(whole) == 0) return 0;
-    if (!stands_on(whole) && ScanFor(prefix) == 0) return 0;
-    return Arrive(recordnum);
+    if (OnEntry() && whole.Compare(stack_.Top().key(stack_.Top().cursor)) == 0) {
+      return Arrive(recordnum);
+    }
   }
-  if (Descend(prefix) == 0) return 0;
-  if (!stands_on(prefix)) stack_.Clear();
+  const bool may_be_number = (header_.flags & kIndexString) == 0 && MayBeginNumber(key);
+  const bool numbers_first = (header_.flags & kIndexDescending) == 0;
+  stack_.Clear();
+  if (may_be_number && numbers_first && ScanNumbers(key) == 0) return 0;
+  if (!OnEntry() && DescendToPrefix(key) == 0) return 0;
+  if (!OnEntry() && may_be_number && !numbers_first && ScanNumbers(key) == 0) return 0;
   return Arrive(recordnum);
 }
 

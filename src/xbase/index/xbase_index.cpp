@@ -10,13 +10,21 @@ void XBaseIndex::SetNames(const String& name, const String& path, const String& 
   name_ = name;
   filepath_ = path;
   errorpath_ = errorpath;
+  realpath_.clear();
 }
 
 int XBaseIndex::Open(const String& name, const String& path, const String& errorpath) {
   SetNames(name, path, errorpath);
   if (Passed(file_.Open(path, errorpath, OpenRead | OpenWrite)) != 0) return 1;
-  // An index that is no index fails the second time as well; what counts is the first reason.
-  return file_.Open(path, errorpath, OpenRead);
+  // Without the right to write, reading may still be allowed. Whatever else went wrong would only
+  // be hidden by that.
+  if (files_.MayWrite(path) || !files_.Exists(path)) return 0;
+  return Passed(file_.Open(path, errorpath, OpenRead));
+}
+
+const String& XBaseIndex::realpath() {
+  if (realpath_.empty() && files_.RealPath(filepath_, realpath_) < 0) realpath_ = filepath_;
+  return realpath_;
 }
 
 int XBaseIndex::Create(const String& path, const String& errorpath, const ZDXIndexSpec& spec) {

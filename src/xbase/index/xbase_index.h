@@ -16,7 +16,7 @@ namespace vexa {
 class XBaseIndex {
  public:
   // `files` is borrowed and must outlive the index.
-  explicit XBaseIndex(FileManager& files) : file_(files) {}
+  explicit XBaseIndex(FileManager& files) : files_(files), file_(files) {}
 
   // Opens the index at `path` for reading and writing, or for reading only when the system does
   // not allow more. `name` is what scripts call it, `errorpath` what messages do.
@@ -26,6 +26,11 @@ class XBaseIndex {
   [[nodiscard]] int Create(std::unique_ptr<File> file, const String& path, const String& errorpath,
                            const ZDXIndexSpec& spec);
   void Close() { file_.Close(); }
+  // The file has been renamed to `path`.
+  void Renamed(const String& path) {
+    SetNames(name_, path, errorpath_);
+    file_.Renamed(path);
+  }
 
   [[nodiscard]] int First(uint32_t& recordnum) { return Passed(file_._First(recordnum)); }
   [[nodiscard]] int Last(uint32_t& recordnum) { return Passed(file_._Last(recordnum)); }
@@ -58,6 +63,8 @@ class XBaseIndex {
   [[nodiscard]] const ZDXIndexShape& Shape() const { return file_.header().shape; }
   [[nodiscard]] const String& name() const { return name_; }
   [[nodiscard]] const String& filepath() const { return filepath_; }
+  // The path without links, by which all who lock several indexes order them.
+  [[nodiscard]] const String& realpath();
   [[nodiscard]] const String& errorpath() const { return errorpath_; }
   [[nodiscard]] const String& error() const { return error_; }
   [[nodiscard]] ZDXIndexFile& file() { return file_; }
@@ -71,8 +78,10 @@ class XBaseIndex {
   }
   void SetNames(const String& name, const String& path, const String& errorpath);
 
+  FileManager& files_;
   String name_;
   String filepath_;
+  String realpath_;  // empty until it is asked for
   String errorpath_;
   String error_;
   ZDXIndexFile file_;
@@ -91,9 +100,10 @@ class XBaseIndexLock {
 
   // Waits for the lock. 1, or 0 with the message in index.error().
   // REQUIRES: `index` outlives the lock; no other XBaseIndexLock holds it.
-  [[nodiscard]] int Take(XBaseIndex& index) {
+  [[nodiscard]] int Take(XBaseIndex& index,
+                         ZDXIndexFile::Marks marks = ZDXIndexFile::Marks::Refused) {
     Release();
-    if (index.Passed(index.file_.LockExclusive()) == 0) return 0;
+    if (index.Passed(index.file_.LockExclusive(marks)) == 0) return 0;
     index_ = &index;
     return 1;
   }

@@ -22,6 +22,16 @@ int64_t BlocksOf(int64_t bytes) { return (bytes + kMemoBlockSize - 1) / kMemoBlo
 
 }  // namespace
 
+std::string_view MemoExtensionOf(FileManager& files, const String& path) {
+  const auto named = [&](std::string_view extension) {
+    return String::Concat({files.StripExtension(path), extension});
+  };
+  const auto [lower, upper] = kMemoExtensions;
+  const bool only_upper =
+      path.view().ends_with(".DBF") && !files.Exists(named(lower)) && files.Exists(named(upper));
+  return only_upper ? upper : lower;
+}
+
 MemoFile::MemoFile(std::unique_ptr<File> file, String errorname)
     : file_(std::move(file)), errorname_(std::move(errorname)) {}
 
@@ -60,13 +70,14 @@ int MemoFile::ReadHeaderLocked() {
   return ReadHeader();
 }
 
-int MemoFile::LockForWriting() {
-  if (lock_.Take(*file_, FileLockType::Exclusive, 0, kMemoBlockSize) == 0) {
-    return Fail("locking", " for write: " + file_->error());
-  }
-  if (ReadHeader() != 0) return 1;
+LockOutcome MemoFile::LockForWriting() {
+  String reason;
+  const LockOutcome outcome =
+      lock_.TakeNamed(*file_, FileLockType::Exclusive, 0, kMemoBlockSize, reason);
+  if (outcome == LockOutcome::Failed) Fail("locking", " for write: " + reason);
+  if (outcome != LockOutcome::Taken || ReadHeader() != 0) return outcome;
   Unlock();
-  return 0;
+  return LockOutcome::Failed;
 }
 
 int MemoFile::ReadBlock(int block, String& text) {
@@ -92,6 +103,37 @@ int MemoFile::ReadBlock(int block, String& text) {
     if (end != std::string_view::npos) return 1;
     offset += got;
   }
+}
+
+bool MemoFile::ReadStored(int block, int64_t next, std::string& bytes) {
+  constexpr std::string_view kEnd("\x1A\x1A", 2);
+  bytes.clear();
+  int64_t offset = static_cast<int64_t>(block) * kMemoBlockSize;
+  const int64_t limit = std::max(next, int64_t{block} + 1) * kMemoBlockSize;
+  if (block < 1) return Fail("reading from", ": There is no such block") != 0;
+  while (offset < limit) {
+    char chunk[kLargestChunk];
+    const auto size = static_cast<int>(std::min<int64_t>(kLargestChunk, limit - offset));
+    const int got = file_->ReadAt(offset, chunk, size);
+    if (got < 0) return Fail("reading from", ": " + file_->error()) != 0;
+    // What begins behind the end of the file was never written.
+    if (got == 0 && bytes.empty()) {
+      return Fail("reading from", String(": ") + kUnexpectedEnd) != 0;
+    }
+    if (got == 0) return true;
+    const size_t behind = bytes.empty() ? 0 : bytes.size() - 1;
+    bytes.append(chunk, static_cast<size_t>(got));
+    const size_t end = bytes.find(kEnd, behind);
+    if (end != std::string::npos) {
+      bytes.resize(end);
+      return true;
+    }
+    if (bytes.size() > String::kLongestText) {
+      return Fail("reading from", ": The text is too long") != 0;
+    }
+    offset += got;
+  }
+  return true;
 }
 
 int MemoFile::PassStoredBlocks() {

@@ -16,6 +16,7 @@
 #define VEXA_XBASE_TABLE_MEMO_FILE_H_
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "core/file_access.h"
@@ -24,6 +25,12 @@ namespace vexa {
 
 inline constexpr int kMemoBlockSize = 512;
 inline constexpr char kMemoEnd = 0x1A;
+
+// The extensions of memo files; a new one gets the first.
+inline constexpr std::string_view kMemoExtensions[] = {".dbt", ".DBT"};
+// The extension of the memo file of the table at `path`: in capitals when the table's is, as some
+// programs write both, and only such a file is there.
+[[nodiscard]] std::string_view MemoExtensionOf(FileManager& files, const String& path);
 
 // Operations return 1, or 0 with the message in error().
 class MemoFile {
@@ -38,12 +45,16 @@ class MemoFile {
   [[nodiscard]] int WriteHeader();
   // Reads the header under a shared lock.
   [[nodiscard]] int ReadHeaderLocked();
-  // Reads the header under the exclusive lock and keeps the lock until Unlock.
-  [[nodiscard]] int LockForWriting();
+  // Reads the header under the exclusive lock and keeps the lock until Unlock. Replaced: another
+  // file, or none, stands at its path, and texts stored here would be lost.
+  [[nodiscard]] LockOutcome LockForWriting();
   void Unlock() { lock_.Release(); }
 
   // Reads the text that begins at `block`, up to its first byte 1A.
   [[nodiscard]] int ReadBlock(int block, String& text);
+  // Reads the bytes that are stored from `block` on: up to the two bytes 1A 1A, or up to block
+  // `next` or the end of the file. Other programs keep there what is no text.
+  [[nodiscard]] bool ReadStored(int block, int64_t next, std::string& bytes);
   // Stores `text`; its block number, or -1. Takes the lock for it unless it is held already.
   [[nodiscard]] int WriteBlock(std::string_view text);
 

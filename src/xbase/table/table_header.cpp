@@ -7,8 +7,17 @@
 #include <ctime>
 
 #include "core/byte_order.h"
+#include "xbase/change/journal.h"
 
 namespace vexa {
+
+static_assert(kTableHeaderSize == kMarkedTableHeader);
+
+namespace {
+
+constexpr size_t kCodePage = 29;
+
+}  // namespace
 
 void TableHeader::SetToday() {
   const std::time_t now = std::time(nullptr);
@@ -28,6 +37,8 @@ void TableHeader::Encode(char* to) const {
   Put32(to + 4, static_cast<uint32_t>(numrecords));
   Put16(to + 8, static_cast<uint16_t>(headerlength));
   Put16(to + 10, static_cast<uint16_t>(recordlength));
+  Put64(to + kTableMark, mark);
+  Put8(to + kCodePage, codepage);
 }
 
 HeaderState DecodeTableHeader(const char* from, TableHeader& header) {
@@ -46,6 +57,8 @@ HeaderState DecodeTableHeader(const char* from, TableHeader& header) {
     return HeaderState::Damaged;
   }
   header.numrecords = static_cast<int>(records);
+  header.mark = Get64(from + kTableMark);
+  header.codepage = Get8(from + kCodePage);
   return HeaderState::Good;
 }
 

@@ -6,7 +6,11 @@
 //   4       4      number of records
 //   8       2      header length: 32 + 32 * fields + 1
 //   10      2      record length: 1 + the sum of the field lengths
-//   12      20     written as zero, ignored
+//   12      8      written as zero, ignored
+//   20      8      the mark of an unfinished change, zero at rest (xbase/change/journal.h)
+//   28      1      written as zero, ignored
+//   29      1      code page of the texts, kept as its maker wrote it, zero in new tables
+//   30      2      written as zero, ignored
 //
 //   offset  width  descriptor (one a field, from offset 32)
 //   0       11     name, padded with zero bytes
@@ -55,6 +59,8 @@ struct TableHeader {
   int numrecords = 0;
   int headerlength = 0;
   int recordlength = 0;
+  uint64_t mark = 0;
+  uint8_t codepage = 0;
 
   // Sets the date to today's in UTC.
   void SetToday();

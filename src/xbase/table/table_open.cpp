@@ -1,29 +1,30 @@
 // Opening, creating and closing a table.
 
+#include <algorithm>
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <utility>
 
+#include "xbase/table/new_files.h"
 #include "xbase/table/xbase_table.h"
 
 namespace vexa {
 
 namespace {
 
-constexpr int kMostReplacements = 100;
-constexpr int kCreateMode = OpenRead | OpenWrite | OpenCreate | OpenTruncate;
-constexpr char kMemoExtension[] = ".dbt";
 constexpr char kEndOfDescriptors = 0x0D;
 
 }  // namespace
 
-String XBaseTable::DerivedMemoName(const String& dataname) const {
-  return files_.StripExtension(dataname) + kMemoExtension;
-}
+XBaseTable::XBaseTable(FileManager& files) : files_(files), journal_(files) {}
+XBaseTable::~XBaseTable() { Close(); }
 
 int XBaseTable::Open(const String& datapath, const String& dataerrorpath, int mode) {
   Close();
-  names_ = {datapath, dataerrorpath, DerivedMemoName(datapath), DerivedMemoName(dataerrorpath)};
+  const std::string_view extension = MemoExtensionOf(files_, datapath);
+  names_ = {datapath, dataerrorpath, String::Concat({files_.StripExtension(datapath), extension}),
+            String::Concat({files_.StripExtension(dataerrorpath), extension})};
   mode_ = mode;
   Opened opened;
   if (OpenFiles(opened) == 0) return 0;
@@ -36,19 +37,20 @@ int XBaseTable::Open(const String& datapath, const String& dataerrorpath, int mo
 }
 
 int XBaseTable::OpenFiles(Opened& opened) {
+  String reason;
   for (int i = 0; i < kMostReplacements; ++i) {
     opened.file = files_.Open(names_.datapath, mode_);
     if (opened.file == nullptr) return Fail("opening", files_.error());
     RangeLock lock;
-    if (lock.Take(*opened.file, FileLockType::Shared, 0, kTableHeaderSize) == 0) {
-      error_ = String::Concat(
-          {"Error locking '", names_.dataerrorpath, "' for read: ", opened.file->error()});
-      return 0;
+    switch (lock.TakeNamed(*opened.file, FileLockType::Shared, 0, kTableHeaderSize, reason)) {
+      case LockOutcome::Taken:
+        if (ReadStructure(opened) == 0) return 0;
+        return opened.header.version == kVersionWithMemo ? OpenMemo(opened) : 1;
+      case LockOutcome::Failed:
+        return FailLock(FileLockType::Shared, reason);
+      case LockOutcome::Replaced:
+        break;
     }
-    // While the lock was waited for, a pack may have put another file in its place.
-    if (opened.file->StillNamed() == 0) continue;
-    if (ReadStructure(opened) == 0) return 0;
-    return opened.header.version == kVersionWithMemo ? OpenMemo(opened) : 1;
   }
   return Fail("opening", "The table is replaced again and again");
 }
@@ -68,6 +70,7 @@ int XBaseTable::ReadStructure(Opened& opened) {
     return 0;
   }
   if (state == HeaderState::Damaged) return Fail("reading from", "The header is damaged");
+  if (IsMarked(opened.header.mark)) return 0;
 
   std::vector<char> rest(static_cast<size_t>(opened.header.headerlength - kTableHeaderSize));
   if (ReadExactly(*opened.file, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()),
@@ -95,9 +98,7 @@ int XBaseTable::ReadStructure(Opened& opened) {
 }
 
 int XBaseTable::OpenMemo(Opened& opened) {
-  String path = names_.memopath;
-  FinishPack(path);
-  auto file = files_.Open(path, mode_);
+  auto file = files_.Open(names_.memopath, mode_);
   if (file == nullptr) {
     error_ = String::Concat({"Error opening '", names_.memoerrorpath, "': ", files_.error()});
     return 0;
@@ -116,15 +117,21 @@ int XBaseTable::Reopen() {
   if (opened.fields != known) {
     return Fail("reading from", "The structure of the table has changed");
   }
+  header_ = opened.header;
+  Exchange(std::move(opened.file), std::move(opened.memo));
+  return 1;
+}
+
+void XBaseTable::Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> memo) {
+  assert(!record_lock_.held() && !header_lock_.held() && !all_lock_.held());
   // The block numbers of the current record mean nothing in the new memo file.
   for (const auto& field : fields_) field->Detach();
-  file_ = std::move(opened.file);
-  memo_ = std::move(opened.memo);
-  header_ = opened.header;
+  file_ = std::move(file);
+  memo_ = std::move(memo);
   ++generation_;
   recordnum_ = 0;
   deleted_ = 0;
-  return 1;
+  header_stamp_ = {};
 }
 
 int XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
@@ -139,15 +146,20 @@ int XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
   return 1;
 }
 
+// --- Creating --------------------------------------------------------------------------------
+
 int XBaseTable::Create(const XBaseTableNames& names,
-                       const std::vector<XBaseField::Declaration>& fields) {
+                       const std::vector<XBaseField::Declaration>& fields,
+                       const std::vector<XBaseRow>& rows) {
   Close();
   names_ = names;
   if (names_.memopath.empty()) {
-    names_.memopath = DerivedMemoName(names_.datapath);
-    names_.memoerrorpath = DerivedMemoName(names_.dataerrorpath);
+    const std::string_view extension = kMemoExtensions[0];
+    names_.memopath = String::Concat({files_.StripExtension(names_.datapath), extension});
+    names_.memoerrorpath = String::Concat({files_.StripExtension(names_.dataerrorpath), extension});
   }
   mode_ = OpenRead | OpenWrite;
+  // 1. What can be refused before anything is touched.
   std::vector<FieldDescriptor> descriptors;
   bool has_memo = false;
   for (const auto& field : fields) {
@@ -167,33 +179,33 @@ int XBaseTable::Create(const XBaseTableNames& names,
   if (recordlength > kLongestRecord) {
     return Fail("creating", "A record would be longer than 65535 bytes");
   }
-  file_ = files_.Open(names_.datapath, kCreateMode);
-  if (file_ == nullptr) return Fail("creating", files_.error());
-  if (has_memo) {
-    auto file = files_.Open(names_.memopath, kCreateMode);
-    if (file == nullptr) {
-      error_ = String::Concat({"Error creating '", names_.memoerrorpath, "': ", files_.error()});
-      Close();
-      return 0;
-    }
-    memo_ = std::make_unique<MemoFile>(std::move(file), names_.memoerrorpath);
-  }
+  // 2. The new files, beside the places they are to take.
   header_ = TableHeader();
   header_.version = has_memo ? kVersionWithMemo : kVersionPlain;
   header_.headerlength = static_cast<int>(headerlength);
   header_.recordlength = static_cast<int>(recordlength);
-  if (MakeFields(descriptors) != 0 && WriteStructure() != 0) return 1;
+  uint64_t number;
+  if (!NewChangeNumber(number)) return Fail("creating", "The system gives no random numbers");
+  const bool made = MakeNewFiles(has_memo, number, "creating") && MakeFields(descriptors) != 0 &&
+                    WriteStructure() != 0 && WriteRows(rows) != 0 && Install() != 0;
+  if (made) {
+    EndChange();
+    return 1;
+  }
+  const String message = error_;
   Close();
+  error_ = message;
   return 0;
 }
 
 int XBaseTable::WriteStructure() {
-  if (file_ == nullptr) {
+  NewFiles& files = *new_files_;
+  if (files.file == nullptr) {
     error_ = String::Concat({"Internal error opening '", names_.dataerrorpath, "'"});
     return 0;
   }
-  RemovePackFiles();
-  if (WriteHeader() == 0) return 0;
+  files.header = header_;
+  files.header.SetToday();
   std::vector<char> bytes(static_cast<size_t>(header_.headerlength - kTableHeaderSize));
   char* to = bytes.data();
   for (const auto& field : fields_) {
@@ -202,26 +214,100 @@ int XBaseTable::WriteStructure() {
   }
   bytes.back() = kEndOfDescriptors;
   String reason;
-  if (WriteExactly(*file_, kTableHeaderSize, bytes.data(), static_cast<int>(bytes.size()),
+  if (WriteExactly(*files.file, kTableHeaderSize, bytes.data(), static_cast<int>(bytes.size()),
                    reason) == 0) {
     return Fail("writing to", reason);
   }
   if (header_.version != kVersionWithMemo) return 1;
-  if (memo_ == nullptr) {
+  if (files.memo == nullptr) {
     // The odd word is on purpose: the message is known by this text.
     error_ = String::Concat({"Internal errorl opening '", names_.memoerrorpath, "'"});
     return 0;
   }
-  memo_->SetFirstFreeBlock(1);
-  return WriteMemoHeader();
+  files.memo->SetFirstFreeBlock(1);
+  return files.memo->WriteHeader() != 0 ? 1 : FailNewMemo();
+}
+
+// Writes the rows, and the header with their count.
+int XBaseTable::WriteRows(const std::vector<XBaseRow>& rows) {
+  NewFiles& files = *new_files_;
+  std::string bytes;
+  for (const XBaseRow& row : rows) {
+    assert(row.size() == fields_.size());
+    record_[0] = kLiveMark;
+    auto* to = reinterpret_cast<unsigned char*>(record_.data()) + 1;
+    for (size_t i = 0; i < fields_.size(); ++i) {
+      fields_[i]->Set(row[i]);
+      if (fields_[i]->Write(to) == 0) return 0;
+      to += fields_[i]->length();
+    }
+    bytes.append(record_.data(), static_cast<size_t>(header_.recordlength));
+  }
+  if (!rows.empty()) bytes += kEndOfTable;
+  files.header.numrecords = static_cast<int>(rows.size());
+  String reason;
+  if (!bytes.empty() && WriteExactly(*files.file, header_.headerlength, bytes.data(),
+                                     static_cast<int>(bytes.size()), reason) == 0) {
+    return Fail("writing to", reason);
+  }
+  return 1;
+}
+
+// 3. Another table may be there, and in use by others: they see the old one or the new one.
+int XBaseTable::Install() {
+  if (files_.RealPath(names_.datapath, realpath_) < 0) return InstallNew();
+  String reason;
+  std::unique_ptr<File> former;
+  RangeLock lock;
+  LockOutcome outcome = LockOutcome::Replaced;
+  for (int i = 0; outcome == LockOutcome::Replaced && i < kMostReplacements; ++i) {
+    former = files_.Open(realpath_, OpenRead | OpenWrite);
+    if (former == nullptr) return Fail("creating", files_.error());
+    outcome = lock.TakeNamed(*former, FileLockType::Exclusive, 0, 0, reason);
+  }
+  if (outcome != LockOutcome::Taken) return FailLock(FileLockType::Exclusive, reason);
+  std::string header(kTableHeaderSize, '\0');
+  const int got = former->ReadAt(0, header.data(), kTableHeaderSize);
+  TableHeader decoded;
+  // What is no table has no header to bear a mark, and nobody who uses it.
+  if (got != kTableHeaderSize || DecodeTableHeader(header.data(), decoded) != HeaderState::Good) {
+    return InstallNew();
+  }
+  if (IsMarked(decoded.mark)) return 0;
+  FileSwap swap(files_);
+  DescribeSwap(swap, *former, header);
+  return CarryOut(swap) ? 1 : 0;
+}
+
+// The memo file first: without its table it means nothing.
+int XBaseTable::InstallNew() {
+  NewFiles& made = *new_files_;
+  const bool durable = durability_ == Durability::PowerCut;
+  if (!WriteNewHeader(0) || (durable && !SyncNewFiles())) return 0;
+  if (made.memo != nullptr && files_.Rename(made.memopath, names_.memopath) < 0) {
+    error_ = String::Concat({"Error creating '", names_.memoerrorpath, "': ", files_.error()});
+    return 0;
+  }
+  made.memopath.clear();
+  // A link is followed to where the table is wanted.
+  const String& path = realpath_.empty() ? names_.datapath : realpath_;
+  if (files_.Rename(made.datapath, path) < 0) return Fail("creating", files_.error());
+  AdoptNewFiles();
+  if (!durable || files_.SyncDirectory(path) == 0) return 1;
+  return Fail("creating", files_.error());
 }
 
 void XBaseTable::Close() {
+  EndChange();
   fields_.clear();
   memo_.reset();
   file_.reset();
+  journal_.Close();
+  realpath_.clear();
   recordnum_ = 0;
   deleted_ = 0;
+  void_mark_ = 0;
+  header_stamp_ = {};
 }
 
 }  // namespace vexa

@@ -1,203 +1,265 @@
-// Packing a table: its live records and their texts go to two new files beside the old ones, which
-// then take their places.
-//
-//   1  NAME.dbf.pack is made, then NAME.dbt.pack; both are written and brought to the disk
-//   2  NAME.dbf.pack is renamed to NAME.dbf: from here the table is packed
-//   3  NAME.dbt.pack is renamed to NAME.dbt
-//
-// Two files cannot be swapped at one stroke, so what a pack left behind says how far it came. With
-// NAME.dbf.pack there, nothing has happened yet and both are rubbish. With only NAME.dbt.pack
-// there, the table was swapped and its texts stand in that file: whoever opens the table next does
-// step 3. This holds because the table's new file is made first and removed last.
+// Making new files beside a table and putting them in place, and packing: the live records and
+// their memo texts go to new files, which then take the places of the old ones. Several files
+// cannot be swapped at one stroke, so a swap is a change with a journal (xbase/change).
 //
 // The old file is locked as a whole, the new one too before it gets its name; so nobody reads a
 // table between the steps unless the packing process died there.
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <utility>
 
 #include "core/number.h"
-#include "xbase/table/table_pack.h"
+#include "xbase/table/new_files.h"
 #include "xbase/table/xbase_table.h"
 
 namespace vexa {
 
 namespace {
 
-constexpr char kPackExtension[] = ".pack";
-constexpr int kPackMode = OpenRead | OpenWrite | OpenCreate | OpenTruncate;
+constexpr int kNewFileMode = OpenRead | OpenWrite | OpenCreate | OpenExclusive;
 constexpr int kPermissionBits = 07777;
 constexpr int kCopyBuffer = 65536;
 
 }  // namespace
 
-String PackName(const String& path) { return path + kPackExtension; }
+// --- New files -------------------------------------------------------------------------------
 
-bool PackIsUnfinished(FileManager& files, const String& datapath, const String& memopath) {
-  return files.Exists(PackName(memopath)) && !files.Exists(PackName(datapath));
+bool XBaseTable::MakeNewFiles(bool with_memo, uint64_t number, std::string_view action) {
+  new_files_ = std::make_unique<NewFiles>(files_);
+  NewFiles& made = *new_files_;
+  made.number = number;
+  const auto make = [&](const String& path, String& newpath) {
+    const String name = NewFileName(path, number);
+    auto file = files_.Open(name, kNewFileMode);
+    if (file == nullptr) return file;
+    newpath = name;
+    const int mode = files_.Exists(path) ? files_.Mode(path) : -1;
+    if (mode >= 0) (void)files_.ChangeMode(name, mode & kPermissionBits);
+    return file;
+  };
+  made.file = make(realpath(), made.datapath);
+  if (made.file == nullptr) return Fail(action, files_.error()) != 0;
+  if (made.lock.Take(*made.file, FileLockType::Exclusive, 0, 0) == 0) {
+    return Fail(action, made.file->error()) != 0;
+  }
+  if (!with_memo) return true;
+  auto memo = make(names_.memopath, made.memopath);
+  if (memo == nullptr) {
+    error_ = String::Concat({"Error ", action, " '", names_.memoerrorpath, "': ", files_.error()});
+    return false;
+  }
+  made.memo = std::make_unique<MemoFile>(std::move(memo), names_.memoerrorpath);
+  if (made.memo->WriteHeader() != 0 && made.memo->LockForWriting() == LockOutcome::Taken) {
+    return true;
+  }
+  return FailNewMemo() != 0;
 }
 
-String MemoPathInUse(FileManager& files, const String& datapath, const String& memopath) {
-  return PackIsUnfinished(files, datapath, memopath) ? PackName(memopath) : memopath;
+int XBaseTable::FailNewMemo() {
+  error_ = new_files_->memo->error();
+  return 0;
 }
 
-struct XBaseTable::PackFiles {
-  std::unique_ptr<File> file;
-  std::unique_ptr<MemoFile> memo;
-  RangeLock lock;  // on `file`; declared behind it, so given back first
-  TableHeader header;
-};
-
-void XBaseTable::FinishPack(String& memopath) {
-  // The caller holds the header lock of the file that the path names, so no pack is under way.
-  if (!PackIsUnfinished(files_, names_.datapath, names_.memopath)) return;
-  if (files_.Rename(PackName(names_.memopath), names_.memopath) == 0) return;
-  // Perhaps another process was quicker; else, without the right to rename, it is read there.
-  memopath = MemoPathInUse(files_, names_.datapath, names_.memopath);
+bool XBaseTable::WriteNewHeader(uint64_t mark) {
+  TableHeader& header = new_files_->header;
+  header.SetToday();
+  header.mark = mark;
+  char bytes[kTableHeaderSize];
+  header.Encode(bytes);
+  String reason;
+  if (WriteExactly(*new_files_->file, 0, bytes, kTableHeaderSize, reason) != 0) return true;
+  return Fail("writing to", reason) != 0;
 }
 
-void XBaseTable::RemovePackFiles() {
-  const String data = PackName(names_.datapath);
-  const String memo = PackName(names_.memopath);
-  if (memo_ != nullptr && files_.Exists(memo)) (void)files_.Delete(memo);
-  if (files_.Exists(data)) (void)files_.Delete(data);
+bool XBaseTable::SyncNewFiles() {
+  NewFiles& made = *new_files_;
+  if (made.file->Sync() < 0) return Fail("writing to", made.file->error()) != 0;
+  if (made.memo == nullptr || made.memo->file().Sync() == 0) return true;
+  return Fail("writing to", made.memo->file().error()) != 0;
 }
+
+// Puts the new files into a swap, before those that are there already.
+void XBaseTable::DescribeSwap(FileSwap& swap, File& former, const std::string& header) {
+  NewFiles& made = *new_files_;
+  std::vector<FileSwap::Swap> own{{made.datapath, realpath(), names_.dataerrorpath}};
+  if (made.memo != nullptr) own.push_back({made.memopath, names_.memopath, names_.memoerrorpath});
+  swap.swaps.insert(swap.swaps.begin(), own.begin(), own.end());
+  swap.number = made.number;
+  swap.table.file = &former;
+  swap.table.path = realpath();
+  swap.table.errorname = names_.dataerrorpath;
+  swap.table.former = MarkedTable(header, 0);
+  swap.new_table = made.file.get();
+}
+
+// Carries a described swap out. What is in place then is what this table has open.
+bool XBaseTable::CarryOut(FileSwap& swap) {
+  if (!WriteNewHeader(swap.NeedsMark() ? swap.number : 0) || !SyncNewFiles()) return false;
+  TableHeader header = new_files_->header;
+  header.mark = 0;
+  swap.new_header.resize(kTableHeaderSize);
+  header.Encode(swap.new_header.data());
+  bool happened;
+  const bool done = swap.Commit(journal_, durability_, happened, error_);
+  const String message = error_;
+  if (happened) AdoptNewFiles();
+  error_ = message;
+  return done;
+}
+
+void XBaseTable::AdoptNewFiles() {
+  NewFiles& made = *new_files_;
+  made.Installed();
+  if (made.memo != nullptr) made.memo->Unlock();
+  header_ = made.header;
+  header_.mark = 0;
+  all_lock_.Release();
+  // Others wait for the lock of the new file until the change ends.
+  Exchange(std::move(made.file), std::move(made.memo));
+}
+
+// --- Packing ---------------------------------------------------------------------------------
 
 int XBaseTable::CheckNoLinks() {
   const bool links = IsSymbolicLink(names_.datapath) || IsSymbolicLink(names_.memopath);
   return links ? Fail("writing to", kNoReplacementOfLinks) : 1;
 }
 
+bool XBaseTable::BeginPack(FileSwap& swap) {
+  if (file_ == nullptr || CheckNoLinks() == 0) return false;
+  if (LockStart(all_lock_, FileLockType::Exclusive, 0) == 0 || ReadHeader() == 0) return false;
+  if (memo_ != nullptr) {
+    const LockOutcome outcome = memo_->LockForWriting();
+    if (outcome == LockOutcome::Failed) return FailMemo() != 0;
+    if (outcome == LockOutcome::Replaced) return FailReplaced() != 0;
+  }
+  if (NewChangeNumber(swap.number)) return true;
+  return Fail("writing to", "The system gives no random numbers") != 0;
+}
+
+bool XBaseTable::StagePack(FileSwap& swap) {
+  assert(all_lock_.held());
+  return MakeNewFiles(memo_ != nullptr, swap.number, "writing to") && CollectBlocks() != 0 &&
+         CopyLiveRecords() != 0;
+}
+
+bool XBaseTable::CommitPack(FileSwap& swap) {
+  DescribeSwap(swap, *file_, header_bytes_);
+  return CarryOut(swap);
+}
+
 int XBaseTable::Pack() {
-  if (file_ == nullptr) return 0;
-  if (CheckNoLinks() == 0) return 0;
-  RangeLock lock;
-  if (LockStart(lock, FileLockType::Exclusive, 0) == 0) return 0;
-  if (ReadHeader() == 0) return 0;
-  // What looks like rubbish of an earlier pack is then the table's memo file.
-  if (memo_ != nullptr && PackIsUnfinished(files_, names_.datapath, names_.memopath)) {
-    return Fail("writing to", "An earlier pack could not be finished");
-  }
-  RemovePackFiles();
-  {
-    PackFiles pack;
-    if (MakePackFiles(pack) == 0 || CopyLiveRecords(pack) == 0 || SwapIn(pack) == 0) {
-      const String reason = error_;
-      pack.lock.Release();
-      pack.file.reset();
-      pack.memo.reset();
-      RemovePackFiles();
-      error_ = reason;
-      return 0;
-    }
-  }
-  lock.Release();
-  return Reopen();
+  const TableChange ending(*this);
+  FileSwap swap(files_);
+  return BeginPack(swap) && StagePack(swap) && CommitPack(swap) ? 1 : 0;
 }
 
-int XBaseTable::MakePackFiles(PackFiles& pack) {
-  const String data = PackName(names_.datapath);
-  pack.file = files_.Open(data, kPackMode);
-  if (pack.file == nullptr) return Fail("writing to", files_.error());
-  const int mode = files_.Mode(names_.datapath);
-  if (mode >= 0) (void)files_.ChangeMode(data, mode & kPermissionBits);
-  if (pack.lock.Take(*pack.file, FileLockType::Exclusive, 0, 0) == 0) {
-    return Fail("writing to", pack.file->error());
-  }
-  if (memo_ == nullptr) return 1;
-  const String memo = PackName(names_.memopath);
-  auto file = files_.Open(memo, kPackMode);
-  if (file == nullptr) return Fail("writing to", files_.error());
-  const int memo_mode = files_.Mode(names_.memopath);
-  if (memo_mode >= 0) (void)files_.ChangeMode(memo, memo_mode & kPermissionBits);
-  pack.memo = std::make_unique<MemoFile>(std::move(file), names_.memoerrorpath);
-  if (pack.memo->WriteHeader() != 0 && pack.memo->LockForWriting() != 0) return 1;
-  error_ = pack.memo->error();
-  return 0;
-}
-
-int XBaseTable::CopyLiveRecords(PackFiles& pack) {
-  String reason;
-  std::vector<char> start(static_cast<size_t>(header_.headerlength));
-  if (ReadExactly(*file_, 0, start.data(), header_.headerlength, reason) == 0) {
-    return Fail("reading from", reason);
-  }
-  pack.header = header_;
-  pack.header.numrecords = 0;
+// A buffer of records, read in their order; `visit` is given each and returns 0 to end.
+template <typename Visit>
+int XBaseTable::ForRecords(Visit visit) {
   const int at_once = std::max(1, kCopyBuffer / header_.recordlength);
   const auto record_size = static_cast<size_t>(header_.recordlength);
   std::vector<char> records(static_cast<size_t>(at_once) * record_size + 1);
+  String reason;
   for (int first = 1; first <= header_.numrecords;) {
     const int count = std::min(at_once, header_.numrecords - first + 1);
     if (ReadExactly(*file_, header_.RecordOffset(first), records.data(),
                     count * header_.recordlength, reason) == 0) {
       return Fail("reading from", reason);
     }
-    char* to = records.data();
-    for (int i = 0; i < count; ++i) {
-      char* record = records.data() + static_cast<size_t>(i) * record_size;
-      if (record[0] == kDeletedMark) continue;
-      if (to != record) std::memcpy(to, record, record_size);
-      if (pack.memo != nullptr && CopyMemos(to, pack) == 0) return 0;
-      to += record_size;
-    }
-    const auto size = static_cast<int>(to - records.data());
-    *to = kEndOfTable;  // The next records begin over it.
-    const int64_t offset = pack.header.RecordOffset(pack.header.numrecords + 1);
-    if (size > 0 && WriteExactly(*pack.file, offset, records.data(), size + 1, reason) == 0) {
-      return Fail("writing to", reason);
-    }
-    pack.header.numrecords += size / header_.recordlength;
+    if (visit(records.data(), count) == 0) return 0;
     first += count;
-  }
-  pack.header.SetToday();
-  pack.header.Encode(start.data());
-  if (WriteExactly(*pack.file, 0, start.data(), header_.headerlength, reason) == 0) {
-    return Fail("writing to", reason);
   }
   return 1;
 }
 
-int XBaseTable::CopyMemos(char* record, PackFiles& pack) {
+template <typename Visit>
+int XBaseTable::ForMemos(char* record, Visit visit) {
   char* bytes = record + 1;
   for (const auto& field : fields_) {
     char* const here = bytes;
     bytes += field->length();
     if (field->type() != XBaseFieldType::MEMO) continue;
-    const auto width = static_cast<size_t>(field->length());
-    const int old_block = ReadInteger(std::string_view(here, width));
-    if (old_block == 0) continue;
-    String text;
-    // One text that cannot be read stops the pack: it would be lost for good.
-    if (memo_->ReadBlock(old_block, text) == 0) return FailMemo();
-    String number;
-    if (!text.empty()) {
-      const int block = pack.memo->WriteBlock(text);
-      if (block < 0) {
-        error_ = pack.memo->error();
-        return 0;
-      }
-      number = PrintInteger(block);
-    }
-    if (number.size() > width) return MemoNumberTooLong(field->name());
-    std::memset(here, ' ', width);
-    std::memcpy(here + (width - number.size()), number.data(), number.size());
+    if (visit(*field, here) == 0) return 0;
   }
   return 1;
 }
 
-int XBaseTable::SwapIn(PackFiles& pack) {
-  if (pack.file->Sync() < 0) return Fail("writing to", pack.file->error());
-  if (pack.memo != nullptr && pack.memo->file().Sync() < 0) {
-    return Fail("writing to", pack.memo->file().error());
+// Where the texts begin that records name, deleted ones too: none of them reaches into the next.
+int XBaseTable::CollectBlocks() {
+  if (memo_ == nullptr) return 1;
+  std::vector<int>& blocks = new_files_->blocks;
+  const auto note = [&](const XBaseField& field, const char* bytes) {
+    const auto width = static_cast<size_t>(field.length());
+    blocks.push_back(ReadInteger(std::string_view(bytes, width)));
+    return 1;
+  };
+  const int read = ForRecords([&](char* records, int count) {
+    for (int i = 0; i < count; ++i) (void)ForMemos(records + i * header_.recordlength, note);
+    return 1;
+  });
+  std::sort(blocks.begin(), blocks.end());
+  return read;
+}
+
+int XBaseTable::CopyLiveRecords() {
+  NewFiles& made = *new_files_;
+  String reason;
+  std::vector<char> start(static_cast<size_t>(header_.headerlength));
+  if (ReadExactly(*file_, 0, start.data(), header_.headerlength, reason) == 0) {
+    return Fail("reading from", reason);
   }
-  if (files_.Rename(PackName(names_.datapath), names_.datapath) < 0) {
-    return Fail("writing to", files_.error());
+  if (WriteExactly(*made.file, 0, start.data(), header_.headerlength, reason) == 0) {
+    return Fail("writing to", reason);
   }
-  // The table is packed from here on. Should this fail, opening it tries again.
-  if (pack.memo != nullptr) (void)files_.Rename(PackName(names_.memopath), names_.memopath);
-  return 1;
+  made.header = header_;
+  made.header.numrecords = 0;
+  const auto record_size = static_cast<size_t>(header_.recordlength);
+  return ForRecords([&](char* records, int count) {
+    char* to = records;
+    for (int i = 0; i < count; ++i) {
+      char* record = records + static_cast<size_t>(i) * record_size;
+      if (record[0] == kDeletedMark) continue;
+      if (to != record) std::memcpy(to, record, record_size);
+      if (made.memo != nullptr && CopyMemos(to) == 0) return 0;
+      to += record_size;
+    }
+    const auto size = static_cast<int>(to - records);
+    *to = kEndOfTable;  // The next records begin over it.
+    const int64_t offset = made.header.RecordOffset(made.header.numrecords + 1);
+    if (size > 0 && WriteExactly(*made.file, offset, records, size + 1, reason) == 0) {
+      return Fail("writing to", reason);
+    }
+    made.header.numrecords += size / header_.recordlength;
+    return 1;
+  });
+}
+
+int XBaseTable::CopyMemos(char* record) {
+  NewFiles& made = *new_files_;
+  return ForMemos(record, [&](const XBaseField& field, char* here) {
+    const auto width = static_cast<size_t>(field.length());
+    const int old_block = ReadInteger(std::string_view(here, width));
+    if (old_block == 0) return 1;
+    const auto next = std::upper_bound(made.blocks.begin(), made.blocks.end(), old_block);
+    std::string bytes;
+    // One text that cannot be read stops the pack: it would be lost for good.
+    if (!memo_->ReadStored(old_block, next == made.blocks.end() ? INT32_MAX : *next, bytes)) {
+      return FailMemo();
+    }
+    String number;
+    if (!bytes.empty()) {
+      const int block = made.memo->WriteBlock(bytes);
+      if (block < 0) return FailNewMemo();
+      number = PrintInteger(block);
+    }
+    if (number.size() > width) return MemoNumberTooLong(field.name());
+    std::memset(here, ' ', width);
+    std::memcpy(here + (width - number.size()), number.data(), number.size());
+    return 1;
+  });
 }
 
 }  // namespace vexa

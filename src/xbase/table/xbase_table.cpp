@@ -1,19 +1,25 @@
-// Reading, writing and appending records; see xbase_table.h. Opening and creating are in
-// table_open.cpp, packing in table_pack.cpp.
+// Reading and changing records; see xbase_table.h. Opening and creating are in table_open.cpp,
+// packing in table_pack.cpp.
 
 #include "xbase/table/xbase_table.h"
 
+#include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <utility>
 
 #include "core/text.h"
+#include "xbase/table/new_files.h"
 
 namespace vexa {
 
 namespace {
 
-// How often a file may be replaced while its lock is waited for, before that is an error.
-constexpr int kMostReplacements = 100;
+// What the system copies in one go; see change.cpp.
+constexpr int64_t kBlock = 4096;
+
+constexpr char kReplaced[] = "The table was replaced by another process";
+constexpr char kReplacedAgain[] = "The table is replaced again and again";
 
 }  // namespace
 
@@ -24,9 +30,10 @@ int XBaseTable::Fail(std::string_view action, std::string_view reason) {
   return 0;
 }
 
-int XBaseTable::FailLock(std::string_view purpose) {
-  error_ = String::Concat(
-      {"Error locking '", names_.dataerrorpath, "' for ", purpose, ": ", file_->error()});
+int XBaseTable::FailLock(FileLockType type, std::string_view reason) {
+  const std::string_view purpose = type == FileLockType::Shared ? "read" : "write";
+  error_ =
+      String::Concat({"Error locking '", names_.dataerrorpath, "' for ", purpose, ": ", reason});
   return 0;
 }
 
@@ -36,8 +43,8 @@ int XBaseTable::FailMemo() {
 }
 
 int XBaseTable::FailReplaced() {
-  if (Reopen() == 0) return 0;
-  return Fail("writing to", "The table was replaced by another process");
+  EndChange();
+  return Reopen() == 0 ? 0 : Fail("writing to", kReplaced);
 }
 
 int XBaseTable::MemoTextLost(const String& field) {
@@ -52,59 +59,84 @@ int XBaseTable::MemoNumberTooLong(const String& field) {
 
 // --- Header ----------------------------------------------------------------------------------
 
+const String& XBaseTable::realpath() {
+  if (realpath_.empty() && files_.RealPath(names_.datapath, realpath_) < 0) {
+    realpath_ = names_.datapath;
+  }
+  return realpath_;
+}
+
+bool XBaseTable::IsMarked(uint64_t mark) {
+  if (mark == 0 || mark == void_mark_) return false;
+  JournalContent content;
+  String ignored;
+  const JournalState state = ReadJournal(files_, realpath(), content, ignored);
+  if (state == JournalState::Missing || (state == JournalState::Found && content.number != mark)) {
+    void_mark_ = mark;
+    return false;
+  }
+  unfinished_ = true;
+  (void)Fail("reading from", kUnfinishedChange);
+  return true;
+}
+
 int XBaseTable::ReadHeader() {
-  char bytes[kTableHeaderSize];
+  header_bytes_.resize(kTableHeaderSize);
   String reason;
-  if (ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason) == 0) {
+  if (ReadExactly(*file_, 0, header_bytes_.data(), kTableHeaderSize, reason) == 0) {
     return Fail("reading from", reason);
   }
   TableHeader header;
-  if (DecodeTableHeader(bytes, header) != HeaderState::Good ||
+  if (DecodeTableHeader(header_bytes_.data(), header) != HeaderState::Good ||
       header.headerlength != header_.headerlength || header.recordlength != header_.recordlength) {
     return Fail("reading from", "The structure of the table has changed");
   }
+  if (IsMarked(header.mark)) return 0;
   if (memo_ != nullptr) header.version = kVersionWithMemo;
   header_ = header;
   return 1;
 }
 
-int XBaseTable::WriteHeader() {
-  header_.SetToday();
-  char bytes[kTableHeaderSize];
-  header_.Encode(bytes);
-  String reason;
-  if (WriteExactly(*file_, 0, bytes, kTableHeaderSize, reason) == 0) {
-    return Fail("writing to", reason);
-  }
-  return 1;
-}
-
 int XBaseTable::LockStart(RangeLock& lock, FileLockType type, int64_t length) {
+  String reason;
   for (int i = 0; i < kMostReplacements; ++i) {
-    const int locked = lock.Take(*file_, type, 0, length);
-    if (locked == 0) FailLock(type == FileLockType::Shared ? "read" : "write");
-    const int named = file_->StillNamed();
-    if (named > 0) return locked;
-    if (named < 0) return locked == 0 ? 0 : Fail("reading from", file_->error());
-    lock.Release();
-    if (Reopen() == 0) return 0;
+    switch (lock.TakeNamed(*file_, type, 0, length, reason)) {
+      case LockOutcome::Taken:
+        header_stamp_ = IsOld(lock.stamp()) ? lock.stamp() : FileStamp();
+        return 1;
+      case LockOutcome::Failed:
+        return FailLock(type, reason);
+      case LockOutcome::Replaced:
+        if (record_lock_.held()) return FailReplaced();
+        if (Reopen() == 0) return 0;
+    }
   }
-  return Fail("reading from", "The table is replaced again and again");
+  return Fail("reading from", kReplacedAgain);
 }
 
 int XBaseTable::Refresh() {
   if (file_ == nullptr) return 0;
+  // Nobody else can have changed it.
+  if (header_lock_.held() || all_lock_.held()) return 1;
   RangeLock lock;
   return LockStart(lock, FileLockType::Shared, kTableHeaderSize) != 0 ? ReadHeader() : 0;
 }
 
-int XBaseTable::TouchHeader() {
-  RangeLock lock;
-  if (LockStart(lock, FileLockType::Exclusive, header_.headerlength) == 0) return 0;
-  return ReadHeader() != 0 ? WriteHeader() : 0;
-}
+// --- Reading ---------------------------------------------------------------------------------
 
-// --- Records ---------------------------------------------------------------------------------
+// A write over a border is not one for the system: a process that was killed may have left half of
+// it. Then the header bears a mark, but for a record alone nobody reads the header; so here it is
+// read, unless nobody wrote to the file since it was read last.
+XBaseTable::Reading XBaseTable::CheckBorder() {
+  char bytes[kTableHeaderSize];
+  String reason;
+  if (ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason) == 0) {
+    (void)Fail("reading from", reason);
+    return Reading::Failed;
+  }
+  const uint64_t mark = MarkOfTable({bytes, sizeof bytes});
+  return mark == 0 || mark == void_mark_ ? Reading::Whole : Reading::Again;
+}
 
 int XBaseTable::Goto(int n) {
   for (int i = 0; i < kMostReplacements; ++i) {
@@ -113,20 +145,37 @@ int XBaseTable::Goto(int n) {
       return 0;
     }
     RangeLock lock;
+    const bool held = Holds(n);
     const int64_t offset = header_.RecordOffset(n);
-    const int locked = lock.Take(*file_, FileLockType::Shared, offset, header_.recordlength) != 0
-                           ? 1
-                           : FailLock("read");
-    if (file_->StillNamed() == 0) {
-      lock.Release();
-      if (Reopen() == 0) return 0;
-      continue;
-    }
-    if (locked == 0) return 0;
     String reason;
+    if (!held) {
+      switch (lock.TakeNamed(*file_, FileLockType::Shared, offset, header_.recordlength, reason)) {
+        case LockOutcome::Taken:
+          break;
+        case LockOutcome::Failed:
+          return FailLock(FileLockType::Shared, reason);
+        case LockOutcome::Replaced:
+          if (Reopen() == 0) return 0;
+          continue;
+      }
+    }
     if (ReadExactly(*file_, offset, record_.data(), header_.recordlength, reason) == 0) {
       return Fail("reading from", reason);
     }
+    const bool over_border = offset / kBlock != (offset + header_.recordlength - 1) / kBlock;
+    if (over_border && !held && !(lock.stamp() == header_stamp_)) {
+      const Reading reading = CheckBorder();
+      if (reading == Reading::Failed) return 0;
+      if (reading == Reading::Whole && IsOld(lock.stamp())) header_stamp_ = lock.stamp();
+      if (reading == Reading::Again) {
+        // Under the header's lock a mark is not that of a change under way.
+        lock.Release();
+        if (Refresh() == 0) return 0;
+        continue;
+      }
+    }
+    if (held) stored_.assign(record_.begin(), record_.end() - 1);
+    stored_is_current_ = held;
     deleted_ = record_[0] == kDeletedMark ? 1 : 0;
     const auto* bytes = reinterpret_cast<const unsigned char*>(record_.data()) + 1;
     for (const auto& field : fields_) {
@@ -136,51 +185,83 @@ int XBaseTable::Goto(int n) {
     recordnum_ = n;
     return 1;
   }
-  return Fail("reading from", "The table is replaced again and again");
+  return Fail("reading from", kReplacedAgain);
 }
 
-int XBaseTable::LockCurrentRecord(RangeLock& lock) {
+// --- Changes in steps ------------------------------------------------------------------------
+
+bool XBaseTable::BeginUpdate() {
+  assert(!record_lock_.held() && !header_lock_.held());
   if (file_ == nullptr || recordnum_ == 0) {
-    return Fail("writing to", "There is no current record");
+    return Fail("writing to", "There is no current record") != 0;
   }
-  const int64_t offset = header_.RecordOffset(recordnum_);
-  const int locked = lock.Take(*file_, FileLockType::Exclusive, offset, header_.recordlength) != 0
-                         ? 1
-                         : FailLock("write");
-  if (file_->StillNamed() != 0) return locked;
-  lock.Release();
-  return FailReplaced();
+  String reason;
+  stored_is_current_ = false;
+  switch (record_lock_.TakeNamed(*file_, FileLockType::Exclusive, header_.RecordOffset(recordnum_),
+                                 header_.recordlength, reason)) {
+    case LockOutcome::Taken:
+      return true;
+    case LockOutcome::Failed:
+      return FailLock(FileLockType::Exclusive, reason) != 0;
+    case LockOutcome::Replaced:
+      break;
+  }
+  return FailReplaced() != 0;
+}
+
+bool XBaseTable::LockHeader() {
+  if (file_ == nullptr) return false;
+  assert(!header_lock_.held());
+  return LockStart(header_lock_, FileLockType::Exclusive, header_.headerlength) != 0 &&
+         ReadHeader() != 0;
+}
+
+void XBaseTable::EndChange() {
+  if (memo_ != nullptr) memo_->Unlock();
+  header_lock_.Release();
+  record_lock_.Release();
+  new_files_.reset();
+  all_lock_.Release();
+  stored_is_current_ = false;
 }
 
 int XBaseTable::BuildRecord(char mark) {
   bool needs_block = false;
   for (const auto& field : fields_) needs_block = needs_block || field->NeedsMemoBlock();
-  // From here to the last text, so that every number is that of the block its text goes to.
-  if (needs_block && memo_->LockForWriting() == 0) return FailMemo();
-  record_[0] = mark;
-  auto* bytes = reinterpret_cast<unsigned char*>(record_.data()) + 1;
-  int result = 1;
-  for (const auto& field : fields_) {
-    result = field->Write(bytes);
-    if (result == 0) break;
-    bytes += field->length();
-  }
-  if (needs_block) memo_->Unlock();
-  return result;
-}
-
-int XBaseTable::Update() {
-  {
-    RangeLock lock;
-    if (LockCurrentRecord(lock) == 0) return 0;
-    if (BuildRecord(deleted_ != 0 ? kDeletedMark : kLiveMark) == 0) return 0;
-    String reason;
-    if (WriteExactly(*file_, header_.RecordOffset(recordnum_), record_.data(), header_.recordlength,
-                     reason) == 0) {
-      return Fail("writing to", reason);
+  // From here to the end of the change, so that every number is that of the block its text goes to.
+  if (needs_block) {
+    switch (memo_->LockForWriting()) {
+      case LockOutcome::Taken:
+        break;
+      case LockOutcome::Failed:
+        return FailMemo();
+      case LockOutcome::Replaced:
+        return FailReplaced();
     }
   }
-  return TouchHeader();
+  record_[0] = mark;
+  auto* bytes = reinterpret_cast<unsigned char*>(record_.data()) + 1;
+  for (const auto& field : fields_) {
+    if (field->Write(bytes) == 0) return 0;
+    bytes += field->length();
+  }
+  return 1;
+}
+
+void XBaseTable::DescribeHeader(Change& change, int numrecords) {
+  TableHeader header = header_;
+  header.SetToday();
+  header.numrecords = numrecords;
+  header.mark = 0;
+  change.table.file = file_.get();
+  change.table.path = realpath();
+  change.table.errorname = names_.dataerrorpath;
+  // A mark that is none must not come back.
+  change.table.former = MarkedTable(header_bytes_, 0);
+  change.table.header.resize(kTableHeaderSize);
+  header.Encode(change.table.header.data());
+  if (memo_ != nullptr) change.written_before.push_back(&memo_->file());
+  change.written_before.push_back(file_.get());
 }
 
 int XBaseTable::CheckEnd(int64_t offset) {
@@ -197,57 +278,103 @@ int XBaseTable::CheckEnd(int64_t offset) {
   return fits ? 1 : Fail("writing to", "The number of records does not fit the file's size");
 }
 
-int XBaseTable::Append() {
-  if (file_ == nullptr) return 0;
-  RangeLock lock;
-  if (LockStart(lock, FileLockType::Exclusive, header_.headerlength) == 0) return 0;
-  if (ReadHeader() == 0) return 0;
-  if (header_.numrecords == INT32_MAX) return Fail("writing to", "The table is full");
+bool XBaseTable::StageAppend(Change& change) {
+  assert(header_lock_.held());
+  if (header_.numrecords == INT32_MAX) return Fail("writing to", "The table is full") != 0;
   const int64_t offset = header_.RecordOffset(header_.numrecords + 1);
-  if (CheckEnd(offset) == 0 || BuildRecord(kLiveMark) == 0) return 0;
+  if (CheckEnd(offset) == 0 || BuildRecord(kLiveMark) == 0) return false;
   record_[static_cast<size_t>(header_.recordlength)] = kEndOfTable;
   String reason;
   if (WriteExactly(*file_, offset, record_.data(), header_.recordlength + 1, reason) == 0) {
-    return Fail("writing to", reason);
+    String ignored;
+    (void)WriteExactly(*file_, offset, &kEndOfTable, 1, ignored);
+    return Fail("writing to", reason) != 0;
   }
-  // The count comes last: a record counts from the moment it is whole.
-  ++header_.numrecords;
-  if (WriteHeader() == 0) {
-    --header_.numrecords;
-    return 0;
-  }
-  recordnum_ = header_.numrecords;
-  deleted_ = 0;
-  return 1;
+  DescribeHeader(change, header_.numrecords + 1);
+  return true;
 }
 
-int XBaseTable::RemoveLast() {
-  recordnum_ = 0;
-  deleted_ = 0;
-  RangeLock lock;
-  if (LockStart(lock, FileLockType::Exclusive, header_.headerlength) == 0) return 0;
-  if (ReadHeader() == 0) return 0;
-  if (header_.numrecords == 0) return Fail("writing to", "There is no record to take out");
-  --header_.numrecords;
-  if (WriteHeader() == 0) return 0;
+bool XBaseTable::StageUpdate(Change& change) {
+  assert(header_lock_.held() && record_lock_.held() && stored_is_current_);
+  if (BuildRecord(deleted_ != 0 ? kDeletedMark : kLiveMark) == 0) return false;
+  // Only what became different is written, so that most updates touch one page.
+  const auto [first, ignored] = std::mismatch(stored_.begin(), stored_.end(), record_.begin());
+  if (first != stored_.end()) {
+    const auto begin = static_cast<size_t>(first - stored_.begin());
+    size_t end = stored_.size();
+    while (stored_[end - 1] == record_[end - 1]) --end;
+    change.writes.Write(*file_, header_.RecordOffset(recordnum_) + static_cast<int64_t>(begin),
+                        {record_.data() + begin, end - begin},
+                        {stored_.data() + begin, end - begin});
+  }
+  DescribeHeader(change, header_.numrecords);
+  return true;
+}
+
+bool XBaseTable::StageMark(Change& change, int deleted) {
+  assert(header_lock_.held() && record_lock_.held());
+  const char mark = deleted != 0 ? kDeletedMark : kLiveMark;
+  // One byte is written or not: there is nothing to take back.
+  change.writes.Write(*file_, header_.RecordOffset(recordnum_), {&mark, 1});
+  DescribeHeader(change, header_.numrecords);
+  return true;
+}
+
+// A record that was written behind those that count, but was not to be: readers that go by the end
+// mark alone must not see it.
+void XBaseTable::MarkEnd(int numrecords, const Change& change) {
+  TableHeader wanted;
+  String ignored;
+  if (DecodeTableHeader(change.table.header.data(), wanted) != HeaderState::Good ||
+      wanted.numrecords == numrecords) {
+    return;
+  }
+  (void)WriteExactly(*file_, header_.RecordOffset(numrecords + 1), &kEndOfTable, 1, ignored);
+}
+
+bool XBaseTable::Commit(Change& change) {
+  assert(header_lock_.held());
+  const int former = header_.numrecords;
+  const ChangeOutcome outcome = change.Commit(journal_, durability_, error_);
+  if (outcome == ChangeOutcome::Undone) MarkEnd(former, change);
+  if (outcome != ChangeOutcome::Done) return false;
+  (void)DecodeTableHeader(change.table.header.data(), header_);
+  if (memo_ != nullptr) header_.version = kVersionWithMemo;
+  if (header_.numrecords > former) {
+    recordnum_ = header_.numrecords;
+    deleted_ = 0;
+  }
+  return true;
+}
+
+// --- Changes at once -------------------------------------------------------------------------
+
+int XBaseTable::Update() {
+  const TableChange ending(*this);
+  if (!BeginUpdate()) return 0;
+  stored_.resize(static_cast<size_t>(header_.recordlength));
   String reason;
-  const int64_t offset = header_.RecordOffset(header_.numrecords + 1);
-  if (WriteExactly(*file_, offset, &kEndOfTable, 1, reason) == 0) return Fail("writing to", reason);
-  return 1;
+  if (ReadExactly(*file_, header_.RecordOffset(recordnum_), stored_.data(), header_.recordlength,
+                  reason) == 0) {
+    return Fail("reading from", reason);
+  }
+  stored_is_current_ = true;
+  Change change;
+  return LockHeader() && StageUpdate(change) && Commit(change) ? 1 : 0;
+}
+
+int XBaseTable::Append() {
+  const TableChange ending(*this);
+  Change change;
+  return LockHeader() && StageAppend(change) && Commit(change) ? 1 : 0;
 }
 
 int XBaseTable::UpdateDeleted(int deleted) {
-  {
-    RangeLock lock;
-    if (LockCurrentRecord(lock) == 0) return 0;
-    const char mark = deleted != 0 ? kDeletedMark : kLiveMark;
-    String reason;
-    if (WriteExactly(*file_, header_.RecordOffset(recordnum_), &mark, 1, reason) == 0) {
-      return Fail("writing to", reason);
-    }
-    deleted_ = deleted != 0 ? 1 : 0;
-  }
-  return TouchHeader();
+  const TableChange ending(*this);
+  Change change;
+  if (!BeginUpdate() || !LockHeader() || !StageMark(change, deleted) || !Commit(change)) return 0;
+  deleted_ = deleted != 0 ? 1 : 0;
+  return 1;
 }
 
 // --- Memo texts and fields -------------------------------------------------------------------
@@ -264,7 +391,9 @@ int XBaseTable::WriteMemoHeader() {
 
 int XBaseTable::ReadMemoBlock(int block, String& text) {
   if (memo_ == nullptr) return 0;
-  return memo_->ReadBlock(block, text) != 0 ? 1 : FailMemo();
+  if (memo_->ReadBlock(block, text) != 0) return 1;
+  ++lost_texts_;
+  return FailMemo();
 }
 
 int XBaseTable::WriteMemoBlock(std::string_view text) {

@@ -6,14 +6,27 @@
 // Locks are record locks on exactly the bytes that are read or written: bytes 0-31 to read the
 // header, the record's own bytes to read or change it, all of the header to append and to write the
 // header, the memo file's first block to store a text, the whole file to pack. They are taken in
-// this order and never the other way round: index files, record or header, memo file.
+// this order and never the other way round: index files, record, header, memo file.
 //
 // A pack puts a new file in the place of the old one. Hence, once a lock is held, the open file is
 // compared with the one its path names, and opened again when it is another. A record that was
 // current then may have another number, so changing it fails instead.
 //
-// Operations return 1, or 0 with the message in error(), unless they say otherwise. No operation
-// returns with a lock held.
+// A change goes in steps, so that changes of indexes can go with it (xbase/change):
+//
+//   Begin...      takes the lock of the record
+//   LockHeader    takes the lock of the header and reads it
+//   Stage...      stores memo texts and a new record, and puts the rest into a Change
+//   Commit        carries the change out
+//   EndChange     gives the locks back; TableChange does it at the end of a block
+//
+// Update, Append and UpdateDeleted are all of that for a table without indexes.
+//
+// A header that bears the mark of a change whose process is gone is refused until that change is
+// finished: unfinished() tells that from other failures.
+//
+// Operations return 1, or 0 with the message in error(), unless they say otherwise. None returns
+// with a lock held, but for the steps of a change.
 
 #ifndef VEXA_XBASE_TABLE_XBASE_TABLE_H_
 #define VEXA_XBASE_TABLE_XBASE_TABLE_H_
@@ -24,6 +37,7 @@
 
 #include "core/file.h"
 #include "core/file_access.h"
+#include "xbase/change/change.h"
 #include "xbase/table/memo_file.h"
 #include "xbase/table/table_header.h"
 #include "xbase/table/xbase_field.h"
@@ -38,21 +52,25 @@ struct XBaseTableNames {
   String memoerrorpath;
 };
 
+// Values of a record, in the order of the fields.
+using XBaseRow = std::vector<String>;
+
 class XBaseTable {
  public:
   // `files` is borrowed and must outlive the table.
-  explicit XBaseTable(FileManager& files) : files_(files) {}
-  virtual ~XBaseTable() { Close(); }
+  explicit XBaseTable(FileManager& files);
+  virtual ~XBaseTable();
   XBaseTable(const XBaseTable&) = delete;
   XBaseTable& operator=(const XBaseTable&) = delete;
 
   // Opens a table and its memo file with OpenMode bits. No record is current then.
   [[nodiscard]] int Open(const String& datapath, const String& dataerrorpath, int mode);
-  // Makes an empty table, in the place of any that is there, and opens it. Field names longer
+  // Makes a table of `rows`, in the place of any that is there, and opens it. Field names longer
   // than 10 bytes are cut; fields that make a record or header too long are refused before
-  // anything is touched.
+  // anything is touched. Until it is complete nothing is seen of it.
   [[nodiscard]] int Create(const XBaseTableNames& names,
-                           const std::vector<XBaseField::Declaration>& fields);
+                           const std::vector<XBaseField::Declaration>& fields,
+                           const std::vector<XBaseRow>& rows = {});
   // Closes both files and forgets the fields.
   void Close();
 
@@ -62,9 +80,6 @@ class XBaseTable {
   [[nodiscard]] int Update();
   // Writes the values of the fields as a new record at the end; it becomes the current one.
   [[nodiscard]] int Append();
-  // Takes the last record out again, which was just appended. No record is current then.
-  // REQUIRES: the caller has kept other processes from appending since.
-  [[nodiscard]] int RemoveLast();
   // Sets or clears the deletion mark of the current record.
   [[nodiscard]] int UpdateDeleted(int deleted);
   // Reads the header again, so that records appended by other processes can be reached.
@@ -74,14 +89,42 @@ class XBaseTable {
   [[nodiscard]] int generation() const { return generation_; }
   // Takes the deleted records out of the table, and memo texts that no record names out of the
   // memo file. No record is current then. On failure the table is as it was.
-  // REQUIRES: the caller holds the locks of the table's open indexes, and builds them anew.
   [[nodiscard]] int Pack();
+
+  // --- Changes in steps ---
+  // Takes the lock of the current record. False when the table was replaced.
+  [[nodiscard]] bool BeginUpdate();
+  // Takes the header's lock and reads it. While a record is locked, false when the table was
+  // replaced.
+  [[nodiscard]] bool LockHeader();
+  // REQUIRES, for these three: LockHeader; for the last two BeginUpdate before it.
+  [[nodiscard]] bool StageAppend(Change& change);
+  // REQUIRES: the record was read since it was locked.
+  [[nodiscard]] bool StageUpdate(Change& change);
+  [[nodiscard]] bool StageMark(Change& change, int deleted);
+  [[nodiscard]] bool Commit(Change& change);
+  // Takes the lock of the whole table, reads the header and gives the swap its number.
+  [[nodiscard]] bool BeginPack(FileSwap& swap);
+  // Writes the packed table beside the old one; then carries the swap out, together with those of
+  // indexes that the caller put there.
+  [[nodiscard]] bool StagePack(FileSwap& swap);
+  [[nodiscard]] bool CommitPack(FileSwap& swap);
+  void EndChange();
+
+  // Whether the last operation failed because the table bears the mark of an unfinished change.
+  [[nodiscard]] bool unfinished() const { return unfinished_; }
+  void ForgetUnfinished() { unfinished_ = false; }
+  void SetDurability(Durability durability) { durability_ = durability; }
+  // The path without links; the journal stands beside it.
+  [[nodiscard]] const String& realpath();
 
   // The memo file's operations, for the memo fields. WriteMemoBlock returns the number of the block
   // that `text` begins in, or -1.
   [[nodiscard]] int ReadMemoHeader();
   [[nodiscard]] int WriteMemoHeader();
   [[nodiscard]] int ReadMemoBlock(int block, String& text);
+  // How many texts could not be read so far. Who asks for a field's text is not told.
+  [[nodiscard]] int lost_texts() const { return lost_texts_; }
   [[nodiscard]] int WriteMemoBlock(std::string_view text);
   // Store the message that a memo field is too narrow for a block number, or that its text went
   // with the old file. Return 0.
@@ -120,47 +163,67 @@ class XBaseTable {
     TableHeader header;
     std::vector<FieldDescriptor> fields;
   };
-  // A file of a pack under way: the new table or memo file beside the old one.
-  struct PackFiles;
+  // The files of a pack or creation under way, beside those whose places they are to take.
+  struct NewFiles;
 
   // Messages. Each returns 0.
   int Fail(std::string_view action, std::string_view reason);
-  int FailLock(std::string_view purpose);
+  int FailLock(FileLockType type, std::string_view reason);
   int FailMemo();
+  // The table was replaced while a record was locked.
   int FailReplaced();
 
-  [[nodiscard]] String DerivedMemoName(const String& dataname) const;
   // Opens the files and reads the header and descriptors, all under the header lock.
   [[nodiscard]] int OpenFiles(Opened& opened);
   [[nodiscard]] int ReadStructure(Opened& opened);
   [[nodiscard]] int OpenMemo(Opened& opened);
   // Opens the files anew after they were replaced. No record is current then.
   [[nodiscard]] int Reopen();
+  // Takes over other files of the same structure.
+  void Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> memo);
   [[nodiscard]] int MakeFields(const std::vector<FieldDescriptor>& descriptors);
-  [[nodiscard]] int WriteStructure();
 
   [[nodiscard]] int ReadHeader();
-  [[nodiscard]] int WriteHeader();
+  // Whether `mark` is one: not zero, and known to the journal. Sets the message then.
+  [[nodiscard]] bool IsMarked(uint64_t mark);
   // Takes `lock` on `length` bytes from 0 of the file that the path names now.
   [[nodiscard]] int LockStart(RangeLock& lock, FileLockType type, int64_t length);
-  // Takes `lock` on the current record for writing; fails when the table was replaced.
-  [[nodiscard]] int LockCurrentRecord(RangeLock& lock);
-  // Reads the header again and writes it with today's date.
-  [[nodiscard]] int TouchHeader();
+  [[nodiscard]] bool Holds(int n) const {
+    return all_lock_.held() || (record_lock_.held() && n == recordnum_);
+  }
+  // Whether the record just read, over the border of two pages, may be half of one change.
+  enum class Reading { Whole, Again, Failed };
+  [[nodiscard]] Reading CheckBorder();
+  // Puts what the change makes of the header into it.
+  void DescribeHeader(Change& change, int numrecords);
+  void MarkEnd(int numrecords, const Change& change);
   // Fails when a record at `offset` would leave a gap, or lie over records that do not count.
   [[nodiscard]] int CheckEnd(int64_t offset);
   // Puts mark and field values into record_, storing changed memo texts first.
   [[nodiscard]] int BuildRecord(char mark);
 
-  // Pack, in table_pack.cpp.
-  // Does what a pack that died left undone; `memopath` becomes the path of the memo file.
-  void FinishPack(String& memopath);
+  // table_pack.cpp: new files
+  [[nodiscard]] bool MakeNewFiles(bool with_memo, uint64_t number, std::string_view action);
+  int FailNewMemo();
+  [[nodiscard]] bool WriteNewHeader(uint64_t mark);
+  [[nodiscard]] bool SyncNewFiles();
+  void DescribeSwap(FileSwap& swap, File& former, const std::string& header);
+  [[nodiscard]] bool CarryOut(FileSwap& swap);
+  void AdoptNewFiles();
+  // table_pack.cpp: packing
   [[nodiscard]] int CheckNoLinks();
-  [[nodiscard]] int MakePackFiles(PackFiles& pack);
-  [[nodiscard]] int CopyLiveRecords(PackFiles& pack);
-  [[nodiscard]] int CopyMemos(char* record, PackFiles& pack);
-  [[nodiscard]] int SwapIn(PackFiles& pack);
-  void RemovePackFiles();
+  template <typename Visit>
+  [[nodiscard]] int ForRecords(Visit visit);
+  template <typename Visit>
+  [[nodiscard]] int ForMemos(char* record, Visit visit);
+  [[nodiscard]] int CopyLiveRecords();
+  [[nodiscard]] int CollectBlocks();
+  [[nodiscard]] int CopyMemos(char* record);
+  // table_open.cpp: creating
+  [[nodiscard]] int WriteStructure();
+  [[nodiscard]] int WriteRows(const std::vector<XBaseRow>& rows);
+  [[nodiscard]] int Install();
+  [[nodiscard]] int InstallNew();
 
   FileManager& files_;
   int mode_ = 0;
@@ -174,7 +237,36 @@ class XBaseTable {
   std::vector<std::unique_ptr<XBaseField>> fields_;
   // The bytes of a record on their way in or out, and one more for the end of file mark.
   std::vector<char> record_;
+  std::vector<char> stored_;  // the record as it was read last
+  // What `stored_` was read from may have been changed since, unless the record is locked.
+  bool stored_is_current_ = false;
+  String realpath_;  // empty until it is asked for
+  Journal journal_;
+  Durability durability_ = Durability::None;
+  std::string header_bytes_;  // the header as the file holds it
+  uint64_t void_mark_ = 0;    // a mark that is none: the journal does not know it
+  bool unfinished_ = false;
+  int lost_texts_ = 0;
+  // A stamp of the file for which its header bears no mark; none is there at first.
+  FileStamp header_stamp_;
+  // Locks of the change under way, on file_; declared behind it, so given back first.
+  RangeLock record_lock_;
+  RangeLock header_lock_;
+  RangeLock all_lock_;
+  std::unique_ptr<NewFiles> new_files_;
   String error_;
+};
+
+// Gives the locks of a change back at the end of a block.
+class TableChange {
+ public:
+  explicit TableChange(XBaseTable& table) : table_(table) {}
+  ~TableChange() { table_.EndChange(); }
+  TableChange(const TableChange&) = delete;
+  TableChange& operator=(const TableChange&) = delete;
+
+ private:
+  XBaseTable& table_;
 };
 
 }  // namespace vexa
