@@ -41,7 +41,14 @@ class ScriptValue {
         trimmed_(other.trimmed_) {
     if (other.has_text()) text_ = other.text_;
   }
-  ScriptValue(ScriptValue&& other) noexcept = default;
+  // What is left behind is some value.
+  ScriptValue(ScriptValue&& other) noexcept
+      : mantissa_(other.mantissa_),
+        state_(other.state_),
+        places_(other.places_),
+        trimmed_(other.trimmed_) {
+    if (other.has_text()) text_ = std::move(other.text_);
+  }
   ScriptValue& operator=(const ScriptValue& other) {
     if (other.has_text()) {
       text_ = other.text_;
@@ -54,7 +61,18 @@ class ScriptValue {
     trimmed_ = other.trimmed_;
     return *this;
   }
-  ScriptValue& operator=(ScriptValue&& other) noexcept = default;
+  ScriptValue& operator=(ScriptValue&& other) noexcept {
+    if (other.has_text()) {
+      text_ = std::move(other.text_);
+    } else {
+      text_.ReleaseStorage();
+    }
+    mantissa_ = other.mantissa_;
+    state_ = other.state_;
+    places_ = other.places_;
+    trimmed_ = other.trimmed_;
+    return *this;
+  }
   ScriptValue& operator=(String text) {
     text_ = std::move(text);
     state_ = State::Text;

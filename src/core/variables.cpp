@@ -134,12 +134,6 @@ Variable* Variables::Find(std::string_view name) {
   return known ? FindUnqualified(known) : nullptr;
 }
 
-Variable* Variables::Find(const ScopedName& name) {
-  if (name.scope == VariableScope::Unqualified) [[likely]]
-    return FindUnqualified(name.variable);
-  return FindScoped(name);
-}
-
 Variable* Variables::FindScoped(const ScopedName& name) {
   switch (name.scope) {
     case VariableScope::Local:

@@ -175,7 +175,11 @@ class Variables {
   [[nodiscard]] static ScopedName Scope(std::string_view name);
 
   // The variable that `name` means, or null. Valid until its scope is dropped.
-  [[nodiscard]] Variable* Find(const ScopedName& name);
+  [[nodiscard]] Variable* Find(const ScopedName& name) {
+    if (name.scope == VariableScope::Unqualified) [[likely]]
+      return FindUnqualified(name.variable);
+    return FindScoped(name);
+  }
   [[nodiscard]] Variable* Find(std::string_view name);
   // Its value; the empty text when there is none. Valid until the next operation here.
   [[nodiscard]] const String& Value(std::string_view name);

@@ -99,6 +99,17 @@ const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& varia
 
 }  // namespace
 
+namespace {
+
+// The value of a constant or of a plain variable, where it is; null for any other.
+const ScriptValue* PlainValueOf(const ExpressionProgram::Leaf& leaf, Variables& variables) {
+  if (!leaf.variable.variable) return &leaf.constant;
+  Variable* variable = variables.Find(leaf.variable);
+  return variable != nullptr && variable->plain() ? &variable->plain_value() : nullptr;
+}
+
+}  // namespace
+
 // The values and waiting functions of one evaluation.
 class ExpressionProgram::Stack {
  public:
@@ -184,6 +195,16 @@ bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result
     const ScriptValue& value = ValueOf(leaves_[0], variables, result);
     if (&value != &result) result = value;
     return true;
+  }
+  // One operator on two numbers that stand where they are: the step of counting and of comparing.
+  const Step& step = steps_[0];
+  if (steps_.size() == 1 && step.right < kNone) {
+    const ScriptValue* left = PlainValueOf(leaves_[step.left], variables);
+    const ScriptValue* right = PlainValueOf(leaves_[step.right], variables);
+    if (left != nullptr && right != nullptr && left->IsNumber() && right->IsNumber() &&
+        OperateOnNumbers(step.op->code, *left, *right, result)) {
+      return true;
+    }
   }
   Stack stack(*this, variables, result);
   return Run(context, stack);
