@@ -2,6 +2,7 @@
 
 #include "config/config_parser.h"
 
+#include <cassert>
 #include <iterator>
 #include <utility>
 
@@ -140,6 +141,7 @@ AttributeEnd UNIXConfigParser::GetValue(Tag& tag, const String& name, ScriptValu
 }
 
 Progress UNIXConfigParser::ProcessKnownTag(Tag& tag) {
+  assert(&tag.row() == &kTags[tag.id()]);
   bool done = (this->*kHandlers[tag.id()])(tag);
   return done ? Progress::More : Progress::Failed;
 }

@@ -88,6 +88,7 @@ bool Host::BeginResponse() {
 }
 
 Module* Host::OpenFirstModule(const String& script, const String& name) {
+  assert(modules_.empty());
   auto module = std::make_unique<Module>(*this, tags_);
   String message;
   if (module->Open(script, EntityEncoded(name), message) == 0) {

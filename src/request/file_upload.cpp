@@ -3,6 +3,7 @@
 #include "request/file_upload.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "core/error.h"
 #include "core/number.h"
@@ -74,6 +75,7 @@ bool FileUpload::Fail(std::string_view message) {
 }
 
 bool FileUpload::Begin() {
+  assert(file_ == nullptr && size_ == 0);
   if (!functions_.Find() || !functions_.Validate(part_, limit_)) return false;
   if (limit_ < 0) return true;
   String message;
@@ -86,6 +88,7 @@ bool FileUpload::Begin() {
 
 bool FileUpload::Take(std::string_view data) {
   if (file_ == nullptr) return true;
+  assert(limit_ == 0 || size_ <= limit_);
   if (limit_ > 0 && static_cast<int64_t>(data.size()) > limit_ - size_) {
     larger_ = true;
     data = data.substr(0, static_cast<size_t>(limit_ - size_));

@@ -3,6 +3,7 @@
 #include "request/form.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "core/encoding.h"
 #include "core/text.h"
@@ -58,6 +59,7 @@ bool ContentParser::ReportTimeout() const {
 }
 
 int URLEncodedParser::Parse(int64_t length) {
+  assert(length > 0 && pending_.empty());
   int64_t configured = std::max(input().piece_bytes, 1);
   auto size = static_cast<size_t>(std::min(configured, length));
   auto buffer = std::make_unique_for_overwrite<char[]>(size);

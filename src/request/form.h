@@ -49,8 +49,9 @@ class ContentParser {
   ContentParser(const ContentParser&) = delete;
   ContentParser& operator=(const ContentParser&) = delete;
 
-  // Reads a body of `length` bytes; one that ends earlier gives the fields that arrived. Returns 0,
-  // or non-zero after the error was shown, so the reverse of the request phases.
+  // Reads a body of `length` bytes, once; one that ends earlier gives the fields that arrived.
+  // Returns 0, or non-zero after the error was shown, so the reverse of the request phases.
+  // REQUIRES: `length` is above 0.
   [[nodiscard]] virtual int Parse(int64_t length) = 0;
 
  protected:

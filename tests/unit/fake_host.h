@@ -71,7 +71,6 @@ class FakeHost final : private EmptyEnds, public Host, public FieldSource {
   // What it answers. With `polls_left` above 0, it times out when it is asked that often.
   bool timed_out = false;
   int64_t polls_left = 0;
-  int64_t time_remaining = -1;
   // ResolvePath gives every name as its path, or fails with this.
   String refusal;
   // What was reported.
@@ -90,7 +89,6 @@ class FakeHost final : private EmptyEnds, public Host, public FieldSource {
   bool timedout() override {
     return timed_out = timed_out || (polls_left > 0 && --polls_left == 0);
   }
-  int64_t timeremaining() override { return time_remaining; }
   // Not a hash: the salt, a colon and the key.
   String Crypt(const String& key, const String& salt) override {
     return String::Concat({salt, ":", key});
