@@ -15,6 +15,7 @@ namespace vexa {
 void Function::SetParameters(std::string_view list) {
   for (PieceReader pieces(list, ","); pieces.Next();) {
     parameters_.emplace_back(Stripped(pieces.piece()));
+    symbols_.emplace_back(parameters_.back().view());
   }
 }
 
@@ -26,14 +27,14 @@ StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {
     return parser.SyntaxError(
         String::Concat({"Function '", name, "' has the same name as a built-in function"}));
   }
-  const Function* known = parser.FindOwnFunction(name);
+  const Function* known = parser.FindOwnFunction(Symbol(name));
   if (known != nullptr && !(known->body() == body)) {
     return parser.SyntaxError(
         String::Concat({"A function with the name '", name, "' has already been declared, on line ",
                         PrintInteger(known->linenumber())}));
   }
   if (known == nullptr) {
-    auto function = std::make_unique<Function>(name, body);
+    auto function = std::make_unique<Function>(name, tag.row(), body);
     if (const NameValuePair* level = tag.Find("STANDARDOUTPUTLEVEL")) {
       function->standardoutputlevel = parser.StandardOutputLevelValue(level->value.text());
     }

@@ -9,6 +9,7 @@
 
 #include "core/source_place.h"
 #include "core/string.h"
+#include "core/symbol.h"
 #include "engine/tag.h"
 #include "expr/expression_context.h"
 
@@ -22,13 +23,19 @@ inline constexpr unsigned kNoErrorLevel = 0x7F000000;
 
 class Function final : public Callable {
  public:
-  // `body` is the place just behind the declaring tag.
-  Function(String name, const SourcePlace& body) : name_(std::move(name)), body_(body) {}
+  // `declaration` is the row of the declaring tag, `body` the place just behind it.
+  Function(String name, const TagRow& declaration, const SourcePlace& body)
+      : name_(std::move(name)), declaration_(declaration), body_(body) {}
+
+  [[nodiscard]] const TagRow& declaration() const { return declaration_; }
+  [[nodiscard]] SourcePlace& body() { return body_; }
 
   [[nodiscard]] const String& name() const { return name_; }
   [[nodiscard]] const SourcePlace& body() const { return body_; }
   [[nodiscard]] int linenumber() const { return body_.line; }
   [[nodiscard]] const std::vector<String>& parameters() const { return parameters_; }
+  // The parameters' names as symbols, in the same order.
+  [[nodiscard]] const std::vector<Symbol>& symbols() const { return symbols_; }
   [[nodiscard]] int parameter_count() const override {
     return static_cast<int>(parameters_.size());
   }
@@ -41,8 +48,10 @@ class Function final : public Callable {
 
  private:
   String name_;
+  const TagRow& declaration_;
   SourcePlace body_;
   std::vector<String> parameters_;
+  std::vector<Symbol> symbols_;
 };
 
 // Registers the function that a VxFUNCTION `tag`, just read, declares, and skips its body. Meeting

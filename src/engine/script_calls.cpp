@@ -55,7 +55,7 @@ bool StackIsLow() {
 class FunctionState final : public BlockState {
  public:
   // `locals` holds the arguments under the parameters' names; both are borrowed.
-  FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals);
+  FunctionState(ScriptParser& parser, Function& function, VariableTree& locals);
   ~FunctionState() override;
 
   [[nodiscard]] StateResult ExitState() override;
@@ -74,10 +74,9 @@ class FunctionState final : public BlockState {
   bool scope_pushed_ = true;
 };
 
-FunctionState::FunctionState(ScriptParser& parser, const Function& function, VariableTree& locals)
-    : BlockState(parser, *parser.tags().WithFlag(kDeclaresFunction)),
-      return_place_(parser.CurrentPlace()) {
-  parser.GoTo(function.body());
+FunctionState::FunctionState(ScriptParser& parser, Function& function, VariableTree& locals)
+    : BlockState(parser, function.declaration()), return_place_(parser.CurrentPlace()) {
+  parser.GoBackTo(function.body());
   if (function.standardoutputlevel != kNoOutputLevel) {
     saved_output_level_ = parser.SetStandardOutputLevel(function.standardoutputlevel);
   }
@@ -117,12 +116,12 @@ StateResult FunctionState::ExitState() {
 }  // namespace
 
 bool ScriptParser::FindFunction(Symbol symbol, const Callable*& function) {
-  const std::string_view name = symbol.text();
-  function = FindBuiltin(name);
-  if (function == nullptr) function = functions_.Find(name);
+  // No function of a script has the name of a built-in.
+  function = FindOwnFunction(symbol);
+  if (function == nullptr) function = FindBuiltin(symbol.text());
   if (function != nullptr || scanning_) return true;
-  if (!ScanForFunction(name)) return false;
-  function = functions_.Find(name);
+  if (!ScanForFunction(symbol.text())) return false;
+  function = FindOwnFunction(symbol);
   return true;
 }
 
@@ -153,16 +152,20 @@ bool ScriptParser::CallFunction(const Callable& function, std::span<ScriptValue>
     const auto& builtin = static_cast<const BuiltinFunction&>(function);
     return builtin.handler()(BuiltinCall(*this, arguments, result));
   }
-  return CallOwnFunction(static_cast<const Function&>(function), arguments, result);
+  // Its own functions are the script's to change: it notes what it remembers of their bodies.
+  return CallOwnFunction(const_cast<Function&>(static_cast<const Function&>(function)), arguments,
+                         result);
 }
 
-bool ScriptParser::CallOwnFunction(const Function& function, std::span<ScriptValue> arguments,
+bool ScriptParser::CallOwnFunction(Function& function, std::span<ScriptValue> arguments,
                                    ScriptValue& result) {
   assert(arguments.size() == function.parameters().size());
   if (!PushFunctionCall()) return false;
   VariableTree locals;
   for (size_t i = 0; i < arguments.size(); ++i) {
-    locals.Insert(std::make_unique<Variable>(function.parameters()[i], std::move(arguments[i])));
+    const String& parameter = function.parameters()[i];
+    locals.Insert(std::make_unique<Variable>(function.symbols()[i], parameter.view(),
+                                             std::move(arguments[i])));
   }
   const size_t noted = states_.size();
   TextFilter* filter = SwitchTextFilter(nullptr);

@@ -11,10 +11,10 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "core/splay_tree.h"
 #include "core/variables.h"
 #include "engine/error_handler.h"
 #include "engine/function.h"
@@ -133,8 +133,13 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] bool CallFunction(const Callable& function, std::span<ScriptValue> arguments,
                                   ScriptValue& result) override;
   // The script's own function of that name as far as it is known, or null.
-  [[nodiscard]] Function* FindOwnFunction(std::string_view name) { return functions_.Find(name); }
-  void AddFunction(std::unique_ptr<Function> function) { functions_.Insert(std::move(function)); }
+  [[nodiscard]] Function* FindOwnFunction(Symbol name) const {
+    auto found = functions_.find(name.number());
+    return found == functions_.end() ? nullptr : found->second.get();
+  }
+  void AddFunction(std::unique_ptr<Function> function) {
+    functions_[Symbol(function->name()).number()] = std::move(function);
+  }
   // Whether a call of one of the script's own functions is in progress.
   [[nodiscard]] bool InFunction() const;
   [[nodiscard]] ScriptValue& functionreturnvalue() { return function_return_value_; }
@@ -194,7 +199,7 @@ class ScriptParser final : public TagReader {
   TagReading* ReadingOf(Site& site);
   [[nodiscard]] bool Hold(std::span<const ReferenceValue> references);
   [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, ScriptValue& value);
-  [[nodiscard]] bool TryAppend(const Site& site, const TagReading& reading);
+  Progress FollowAssignment(const TagRow& row, TagReading& reading);
   SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
   void CheckSite(const Site& site);
 
@@ -208,8 +213,7 @@ class ScriptParser final : public TagReader {
   Progress ExitScript();
   void ReportOpenBlock(const ScriptState& block);
 
-  bool CallOwnFunction(const Function& function, std::span<ScriptValue> arguments,
-                       ScriptValue& result);
+  bool CallOwnFunction(Function& function, std::span<ScriptValue> arguments, ScriptValue& result);
   bool ScanForFunction(std::string_view name);
 
   Vexa& host_;
@@ -223,7 +227,7 @@ class ScriptParser final : public TagReader {
   // Told of every tag; one list for a script and all the scripts it runs.
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
-  SplayTree<Function> functions_;
+  std::unordered_map<uint32_t, std::unique_ptr<Function>> functions_;  // by their symbols
   std::vector<ScopedName> error_variables_;  // by the numbers of the tags; no name: not asked yet
   SiteStore sites_;
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known

@@ -182,15 +182,26 @@ bool ScriptParser::EvaluateSiteValue(SiteValue& written, ScriptValue& value) {
   return written.expression.program().Evaluate(*this, value);
 }
 
-// An assignment that only appends to the variable it assigns to is done in place: building a text
-// of n bytes costs n. The tag is then carried out but for its handler.
-bool ScriptParser::TryAppend(const Site& site, const TagReading& reading) {
-  if (site.row->body != TagBody::OneAssignment || reading.values.size() != 1) return false;
-  const SiteValue& written = reading.values.front();
-  if (written.expression.empty() || !execute_tags_) return false;
-  const ScopedName& target = written.names.name;
-  if (target.variable == ErrorVariable(*site.row).variable) return false;
-  return written.expression.program().TryAppend(*this, target);
+// An assignment to a variable that is known is done at once, without asking the open blocks: none
+// takes such a tag. One that only appends to its own variable does so in place: building a text of
+// n bytes costs n.
+Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) {
+  SiteValue& written = *reading.assigned;
+  const ScopedName& target = *reading.target;
+  const bool expression = !written.expression.empty();
+  const bool appended = expression && target.variable != ErrorVariable(row).variable &&
+                        written.expression.program().TryAppend(*this, target);
+  ScriptValue value;
+  if (expression && !appended && !EvaluateSiteValue(written, value)) return Progress::Failed;
+  GoTo(reading.end);
+  if (reading.end.site == nullptr) link_ = &reading.end;
+  if (!CheckTimeout()) return Progress::Failed;
+  for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
+  ClearErrorVariable(row);
+  if (appended) return Progress::More;
+  if (!expression) value = written.constant;
+  return Assign(row, target, std::move(value)) == StateResult::Failed ? Progress::Failed
+                                                                      : Progress::More;
 }
 
 Progress ScriptParser::FollowTag(Site& site) {
@@ -201,14 +212,7 @@ Progress ScriptParser::FollowTag(Site& site) {
   if (filter_ != nullptr) {
     if (Progress ended = EndText(); ended != Progress::More) return ended;
   }
-  if (TryAppend(site, *reading)) {
-    GoTo(reading->end);
-    link_ = &reading->end;
-    if (!CheckTimeout()) return Progress::Failed;
-    for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
-    ClearErrorVariable(*site.row);
-    return Progress::More;
-  }
+  if (reading->assigned != nullptr && execute_tags_) return FollowAssignment(*site.row, *reading);
   // A function that is called again while its own tag is carried out finds the tag in use.
   std::unique_ptr<Tag> tag = std::move(reading->tag);
   if (tag == nullptr) {
@@ -245,7 +249,7 @@ Progress ScriptParser::CarryOut(const Site& site, TagReading& reading, Tag& tag)
   }
   GoTo(reading.end);
   if (reading.end.site == nullptr) link_ = &reading.end;
-  return ProcessReadTag(tag);
+  return ProcessKnownTag(tag);
 }
 
 bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) {

@@ -52,6 +52,9 @@ struct TagReading {
   std::vector<SiteValue> values;
   SourcePlace deferred;  // of the value that is evaluated later; 0 when there is none
   SourcePlace end;
+  // Of a tag that assigns a value to a variable that is known: both; else null.
+  const ScopedName* target = nullptr;
+  SiteValue* assigned = nullptr;
   // The tag with its names and constants, for whoever carries it out first; null while in use.
   std::unique_ptr<Tag> tag;
 };

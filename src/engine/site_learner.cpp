@@ -9,12 +9,34 @@
 
 #include <utility>
 
+#include "core/text.h"
+
 namespace vexa {
 
 namespace {
 
 // A stretch of text that is longer is cut into several.
 constexpr size_t kLongestStretch = 32768;
+
+// Notes what a tag that only assigns assigns to which variable, when that is always the same.
+void FindAssignment(const TagRow& row, TagReading& reading) {
+  std::vector<SiteValue>& values = reading.values;
+  const bool alone = row.body == TagBody::OneAssignment;
+  if (alone && values.size() == 1) {
+    reading.target = &values[0].names.name;
+    reading.assigned = &values[0];
+  } else if (!alone && values.size() == 2) {
+    const size_t name = EqualsIgnoreCase(values[0].name, "NAME") ? 0 : 1;
+    const bool known = EqualsIgnoreCase(values[name].name, "NAME") &&
+                       values[name].expression.empty() &&
+                       EqualsIgnoreCase(values[1 - name].name, "VALUE");
+    if (!known) return;
+    reading.target = &values[name].names.value;
+    reading.assigned = &values[1 - name];
+  }
+  // What a function does on the way belongs to the whole tag.
+  if (reading.assigned != nullptr && reading.assigned->calls) reading.assigned = nullptr;
+}
 
 }  // namespace
 
@@ -293,6 +315,7 @@ bool SiteLearner::KeepReading(const Tag& tag) {
     if (value.expression.empty()) value.names.value = Variables::Scope(value.constant.view());
     reading->values.push_back(std::move(value));
   }
+  if (tag.row().Has(kAssigns)) FindAssignment(tag.row(), *reading);
   reading->tag = std::make_unique<Tag>(tag.row());
   for (const SiteValue& value : reading->values) {
     reading->tag->AddNameValuePair(value.name, value.constant, &value.names);

@@ -74,6 +74,7 @@ enum TagFlag : uint8_t {
   kEndsFunction = 4,      // inside a function also while tags are switched off
   kDeclaresFunction = 8,  // looked for by a scan ahead
   kAnswersForFiles = 16,  // file functions fail as this tag does
+  kAssigns = 32,          // does nothing but assign its only value, or VALUE to what NAME names
 };
 
 inline constexpr int kNoTag = -1;

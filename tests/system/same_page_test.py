@@ -109,7 +109,7 @@ class Writer:
         return self.pick("<VxEVAL EXPR>", "<VxLET>", "<VxELSE>", "</VxWHILE>", "<VxEVAL EXPR=1 +>",
                          '<VxGO ROW="1">', "<VxASSIGN NAME=1>", "<VxEVAL EXPR=none()>", "<VxEXIT>",
                          "<VxWHILESTOP>", '<FILE READ="none" NAME="a">', "<VxFUNCRETURN>",
-                         "<VxFUNCRETURN VALUE=n>")
+                         "<VxFUNCRETURN VALUE=n>", '<VxIF EXPR=c1 GT 3><VxLET NAME="a" VALUE=1></VxIF>')
 
     def settings(self, _):
         if self.random.random() < 0.6:
