@@ -9,6 +9,8 @@
 #include <random>
 #include <string>
 
+#include "core/number.h"
+#include "core/splay_tree.h"
 #include "core/text.h"
 #include "fake_host.h"
 
@@ -22,7 +24,7 @@ struct IgnoreCase {
   }
 };
 
-TEST(SplayTreeTest, AgreesWithAMapThroughRandomUse) {
+TEST(VariableTreeTest, AgreesWithAMapThroughRandomUse) {
   constexpr unsigned kSeed = 20;
   std::mt19937 random(kSeed);
   VariableTree tree;
@@ -50,12 +52,21 @@ TEST(SplayTreeTest, AgreesWithAMapThroughRandomUse) {
   EXPECT_EQ(next, model.end());
 }
 
-TEST(SplayTreeTest, AChainOfNamesInOrderIsNoTrouble) {
-  VariableTree tree;
-  for (int i = 1000000; i < 1200000; ++i) tree.SetVariable(std::to_string(i), "x");
-  int count = 0;
-  tree.ForEach([&count](Variable&) { ++count; });
-  EXPECT_EQ(count, 200000);
+struct Named {
+  explicit Named(String text) : text(std::move(text)) {}
+  [[nodiscard]] const String& name() const { return text; }
+  String text;
+};
+
+TEST(SplayTreeTest, FindsEachNameAndListsAllInOrderHoweverDeepItIs) {
+  SplayTree<Named> tree;
+  for (int i = 1000000; i < 1200000; ++i) tree.Insert(std::make_unique<Named>(PrintInteger(i)));
+  for (int i = 999999; i < 1200001; i += 7) {
+    EXPECT_EQ(tree.Find(PrintInteger(i)) != nullptr, i >= 1000000 && i < 1200000) << i;
+  }
+  int next = 1000000;
+  tree.ForEach([&next](Named& named) { EXPECT_EQ(ReadInteger(named.name()), next++); });
+  EXPECT_EQ(next, 1200000);
 }
 
 TEST(VariablesTest, SplitsWrittenNames) {
