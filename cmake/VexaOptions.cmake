@@ -25,8 +25,12 @@ endif()
 # the C++ runtime is linked into the program, unused sections are dropped, and functions of the C
 # library are bound when first called, because a page needs few of the many that are linked. Code
 # and constants share their pages, which saves mappings. The program stays position-independent: it
-# reads what strangers send.
+# reads what strangers send; its relocations are packed. Optimising at link time saves a tenth of the
+# instructions of a loop.
 if(VEXA_FAST_START)
+  include(CheckIPOSupported)
+  check_ipo_supported(RESULT VEXA_LTO OUTPUT ignored LANGUAGES CXX)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ${VEXA_LTO})
   target_compile_options(vexa_options INTERFACE -ffunction-sections -fdata-sections
     -fvisibility=hidden -fvisibility-inlines-hidden)
   # The compiler's own list of libraries would bring the mathematics library back in, which is
@@ -35,7 +39,7 @@ if(VEXA_FAST_START)
     -Wl,-Bstatic -lstdc++ -lgcc -lgcc_eh -Wl,-Bdynamic -lc)
   target_link_options(vexa_program_options INTERFACE -nodefaultlibs
     -Wl,--gc-sections -Wl,--as-needed -Wl,-O1 -Wl,--hash-style=gnu -Wl,-z,lazy
-    -Wl,-z,noseparate-code -s)
+    -Wl,-z,noseparate-code -Wl,-z,pack-relative-relocs -s)
 endif()
 
 # crypt() is needed by few pages: linked statically, no other page pays for loading its library.
