@@ -85,7 +85,7 @@ class Vexa {
   [[nodiscard]] virtual String lasterror() = 0;
   // The local date and time as mail headers write them.
   [[nodiscard]] virtual String currentdate() = 0;
-  // One-way hash of `key`; empty when the salt is not usable.
+  // One-way hash of `key`; "*0" or "*1" when the salt is not usable.
   [[nodiscard]] virtual String Crypt(const String& key, const String& salt) = 0;
   // 32 hexadecimal digits that no other call gives.
   [[nodiscard]] virtual String MakeSessionID() = 0;

@@ -42,8 +42,9 @@ String Host::currentdate() {
 
 String Host::Crypt(const String& key, const String& salt) {
   const char* hash = crypt(key.c_str(), salt.c_str());
-  // A salt that cannot be used gives null, or a text that begins with "*", which no hash does.
-  return hash == nullptr || hash[0] == '*' ? String() : String(hash);
+  if (hash != nullptr) return hash;
+  // Some libraries answer a salt that they refuse so themselves: never a text that equals the salt.
+  return salt.view().starts_with("*0") ? "*1" : "*0";
 }
 
 // Time, process and chance: no two requests have the same id, and nobody can guess one.
