@@ -1,4 +1,11 @@
 // UNIXConfigParser: lines, settings and tags of the configuration file.
+//
+//   Parse ─▶ GetNextLine   the next text, without comments and escapes ─▶ ProcessText: one setting
+//         └▶ a "<"         the scanner of scripts reads what stands there ─▶ ProcessKnownTag
+//
+// The scanner gives tags, comments and skipped constructs as it does for scripts; here are only the
+// rows of the tags that mean something in this file, and what they do. Errors carry the line on
+// which the setting or tag began, not the one where the fault was noticed.
 
 #include "config/config_parser.h"
 

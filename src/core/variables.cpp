@@ -1,4 +1,12 @@
 // Scopes, splitting names, and the walk through the scopes.
+//
+//   VariableTree   one scope: a table of pointers, found by the numbers of symbols
+//   Scope          what a written name means: prefix, variable, database
+//   Find           the walk: pushed system scopes from the innermost out, the system's own, the
+//                  locals of the running function, fields, globals
+//
+// Every name is looked up by its symbol; a symbol knows in which kinds of scopes its name ever
+// stood, so that the walk mostly asks one scope. Assigning to an unknown name makes a global.
 
 #include "core/variables.h"
 

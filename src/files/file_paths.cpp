@@ -1,4 +1,10 @@
 // Normalising paths, following links, name helpers; see file_paths.h.
+//
+// FollowPath walks a path from the root, component by component. A component that is a link is
+// judged where it stands: whether links are allowed here at all, whether it belongs to whom its
+// target belongs to, and whether it leads anywhere; its target is then walked in its place. The
+// path that comes out holds neither "." nor "..". A chain of links ends after a fixed number of
+// hops. Directories that were found to be none are remembered for a moment.
 
 #include "files/file_paths.h"
 

@@ -1,4 +1,12 @@
-// The protocol of lock files; see named_lock.h.
+// The protocol of lock files; see named_lock.h, which tells what stands in them.
+//
+//   Take       make the scratch file; then, until the time is up:
+//   TryOnce      link it to the lock file's name. Taken, or
+//   LookAtHolder look who holds it: alive, then wait; dead or expired, then Remove and try again
+//
+// Remove is the dangerous step: between the look and the removal another process may have taken
+// the lock anew. So the stale file is locked with flock and compared with what the name leads to.
+// Refreshing and giving back go through the open file for the same reason.
 
 #include "files/named_lock.h"
 

@@ -1,5 +1,12 @@
 // The handle budget and what protects record locks from it; see unix_file_manager.h. The
 // operations on paths are in unix_file_operations.cpp.
+//
+//   active_   open files with a descriptor, the last used first
+//   parked_   descriptors that nobody uses any more, kept because closing them would drop locks
+//
+// POSIX drops all record locks of a file when any descriptor of it is closed by the process. So a
+// file with a lock is never deactivated, and a descriptor of a file on which any File holds a lock
+// is parked instead of closed. When only such files are left, the budget is exceeded.
 
 #include "files/unix_file_manager.h"
 

@@ -1,4 +1,9 @@
 // The operations of UNIXFileManager that act on paths rather than open files.
+//
+// Each reports as the system does, with the reason in error(). What is opened here for a moment may
+// be a file that is open elsewhere under a lock; so it is closed by CloseDescriptor, which keeps
+// the descriptor then (see unix_file_manager.cpp). A file is never copied onto itself, whatever its
+// names: the two are compared as files, not as paths.
 
 #include <dirent.h>
 #include <fcntl.h>
