@@ -44,7 +44,9 @@ String::String(const char* text, int length) : String(Viewed(text, length)) {}
 
 String::String(std::string_view text) {
   SetInside(0);
-  assign(text);
+  if (text.size() >= kCapacityStep) Grow(CapacityFor(text.size()));
+  if (!text.empty()) std::memcpy(mutable_data(), text.data(), text.size());
+  SetLength(text.size());
 }
 
 // Gives a copy storage of its own, of the same capacity.

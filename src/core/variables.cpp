@@ -36,7 +36,11 @@ bool MayBePrefix(char c) { return c == 'L' || c == 'G' || c == 'D' || c == 'S'; 
 // --- One scope -------------------------------------------------------------------------------
 
 VariableTree::~VariableTree() {
-  for (size_t i = 0; i <= mask_; ++i) delete slots_[i];
+  for (size_t i = 0; count_ > 0; ++i) {
+    if (slots_[i] == nullptr) continue;
+    delete slots_[i];
+    --count_;
+  }
   if (slots_ != few_.data()) std::free(slots_);
 }
 
@@ -175,14 +179,14 @@ Variable* Variables::SetVariable(std::string_view name, ScriptValue value) {
 }
 
 Variable* Variables::SetVariable(const ScopedName& name, ScriptValue&& value) {
+  if (Variable* existing = Find(name)) {
+    return existing->Assign(std::move(value)) ? nullptr : existing;
+  }
   if (name.scope == VariableScope::Local) {
     return locals_or_globals().SetVariable(name.variable, std::move(value));
   }
   if (name.scope == VariableScope::Global) {
     return globals_.SetVariable(name.variable, std::move(value));
-  }
-  if (Variable* existing = Find(name)) {
-    return existing->Assign(std::move(value)) ? nullptr : existing;
   }
   if (name.scope != VariableScope::Unqualified) return nullptr;
   return globals_.SetVariable(name.variable, std::move(value));

@@ -94,6 +94,8 @@ class Variable {
 class VariableTree {
  public:
   VariableTree() = default;
+  // A scope that is one of that kind from the start.
+  explicit VariableTree(ScopeKinds kinds) : kinds_(kinds) {}
   ~VariableTree();
   VariableTree(const VariableTree&) = delete;
   VariableTree& operator=(const VariableTree&) = delete;

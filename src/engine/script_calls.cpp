@@ -161,7 +161,7 @@ bool ScriptParser::CallOwnFunction(Function& function, std::span<ScriptValue> ar
                                    ScriptValue& result) {
   assert(arguments.size() == function.parameters().size());
   if (!PushFunctionCall()) return false;
-  VariableTree locals;
+  VariableTree locals(kLocalKind);
   for (size_t i = 0; i < arguments.size(); ++i) {
     const String& parameter = function.parameters()[i];
     locals.Insert(std::make_unique<Variable>(function.symbols()[i], parameter.view(),

@@ -62,6 +62,8 @@ class ExpressionProgram {
 
   // --- Putting it together: leaves and calls first, then the steps in order ------------------
 
+  // Makes room for that many leaves, so that adding them allocates once.
+  void Expect(size_t leaves) { leaves_.reserve(leaves); }
   uint32_t AddConstant(std::string_view text);
   uint32_t AddVariable(std::string_view name);
   uint32_t AddCall(std::string_view name, uint32_t argument_count);

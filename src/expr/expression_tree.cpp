@@ -207,6 +207,10 @@ void ExpressionTree::Finish(ExpressionProgram& program) {
   assert(innermost() == Open::Nothing);
   root_ = WithoutGroups(root_);
   assert(root_ != kNone);
+  program.Expect(
+      static_cast<size_t>(std::count_if(nodes_.begin(), nodes_.end(), [](const Node& node) {
+        return node.kind == ExpressionElement::Constant || node.kind == ExpressionElement::Variable;
+      })));
   if (IsLeaf(root_)) {
     (void)LeafOf(root_, program);
     program.Finish();
