@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "core/string.h"
@@ -92,6 +93,15 @@ class FileManager {
   [[nodiscard]] virtual bool Exists(const String& path) = 0;
   // Whether the system lets this process write to the file that is at `path`.
   [[nodiscard]] virtual bool MayWrite(const String& path) = 0;
+  // Makes a file of `data` and lets it take the place of `path` (links followed, permissions kept).
+  // 0; -1 on failure, with the former file in place; 1 when no such file can be made there, or it
+  // would change more than the content.
+  [[nodiscard]] virtual int WriteBeside(const String& path, std::string_view data) = 0;
+  // Makes a file without a name on the file system of `path`, which goes with the process unless it
+  // is given a name; null when the system cannot.
+  [[nodiscard]] virtual std::unique_ptr<File> MakeUnnamed(const String& path) = 0;
+  // Names such a file as MakeTemporary would. 0, or negative on failure.
+  [[nodiscard]] virtual int GiveName(File& file, String& path, String& suffix) = 0;
   // The path of the same file without links. 0, or negative when there is no such file.
   [[nodiscard]] virtual int RealPath(const String& path, String& real) = 0;
   // Waits until the names in the directory of `path` are on the disk.

@@ -47,8 +47,10 @@ bool AppendWhole(File& file, std::string_view data, String& error) {
   return false;
 }
 
+namespace {
+
 // What needs new room is written first, behind the former content.
-bool ReplaceContent(File& file, std::string_view data, String& error) {
+bool ReplaceInPlace(File& file, std::string_view data, String& error) {
   const int64_t former = file.Length();
   if (former < 0) return Fail(file, error);
   const auto kept = std::min(data.size(), static_cast<size_t>(former));
@@ -60,6 +62,24 @@ bool ReplaceContent(File& file, std::string_view data, String& error) {
   }
   if (file.WriteAt(0, data.data(), static_cast<int>(kept)) < 0) return Fail(file, error);
   return file.Truncate(static_cast<int64_t>(data.size())) == 0 || Fail(file, error);
+}
+
+}  // namespace
+
+bool ReplaceContent(Vexa& host, const String& path, std::string_view data, String& error) {
+  FileManager& files = host.filemanager();
+  // A file that is not there yet comes into being with its content. Of one that is, nobody else may
+  // be half way through reading or changing it.
+  std::unique_ptr<File> locked;
+  if (files.Exists(path)) {
+    locked = OpenLocked(host, path, OpenWrite, error);
+    if (locked == nullptr) return false;
+  }
+  const int beside = files.WriteBeside(path, data);
+  if (beside < 0) error = files.error();
+  if (beside <= 0) return beside == 0;
+  if (locked == nullptr) locked = OpenLocked(host, path, OpenWrite | OpenCreate, error);
+  return locked != nullptr && ReplaceInPlace(*locked, data, error);
 }
 
 bool ReadContent(File& file, String& content, String& error) {

@@ -22,13 +22,18 @@ namespace vexa {
 [[nodiscard]] std::unique_ptr<File> OpenLocked(Vexa& host, const String& path, int mode,
                                                String& error);
 
+// Makes `data` the whole content of the file at `path`, through a new file that takes its place: a
+// reader, or a request that is killed, leaves the former content or the new one. Only where no file
+// can be made beside it, or a rename would change more than the content, it is written in place;
+// when there is no room for it, the former content stays. False with `error` set.
+[[nodiscard]] bool ReplaceContent(Vexa& host, const String& path, std::string_view data,
+                                  String& error);
+
 // Each returns false with `error` set when it fails. REQUIRES: the whole file is locked.
 
 // Appends `data` with one write. When that fails the file is cut to its former length.
 // REQUIRES: opened with OpenAppend.
 [[nodiscard]] bool AppendWhole(File& file, std::string_view data, String& error);
-// Makes `data` the whole content. When there is no room for it, the former content stays.
-[[nodiscard]] bool ReplaceContent(File& file, std::string_view data, String& error);
 // Reads the whole content.
 [[nodiscard]] bool ReadContent(File& file, String& content, String& error);
 

@@ -34,6 +34,8 @@ class UNIXFileInfo {
   ByteRanges locks;
 
   [[nodiscard]] const String& filename() const { return filename_; }
+  // It has no name by which it could be opened again.
+  void KeepOpen() { reopenable_ = false; }
   // The file got another name.
   void Renamed(const String& filename) { filename_ = filename; }
   [[nodiscard]] int fd() const { return fd_; }

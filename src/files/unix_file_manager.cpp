@@ -215,7 +215,7 @@ bool UNIXFileManager::LogsFiles() const {
 }
 
 void UNIXFileManager::LogFile(std::string_view event, std::string_view detail) {
-  if (LogsFiles()) host_.logfile().Write(LogLevel::Files, event, detail);
+  if (!quiet_ && LogsFiles()) host_.logfile().Write(LogLevel::Files, event, detail);
 }
 
 int UNIXFileManager::Checked(int result) {

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -45,13 +46,19 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] std::unique_ptr<File> Open(const String& path, int mode) override;
   [[nodiscard]] int Lock(const String& lockfile) override;
   [[nodiscard]] int Delete(const String& path) override;
-  // Copies in place: a target that exists keeps its name, links and owner. One that this call
-  // created is removed again when the copy fails; one that existed is then incomplete.
+  // Copies to a new file, which then takes the place of the target (links followed, permissions
+  // kept). Where no file can be made or a rename would change more than the content, copies in
+  // place: a target that this call created is removed again when that fails; one that existed is
+  // then incomplete.
   [[nodiscard]] int Copy(const String& from, const String& to) override;
   [[nodiscard]] int Rename(const String& from, const String& to) override;
   [[nodiscard]] int TouchFile(const String& path) override;
   [[nodiscard]] bool Exists(const String& path) override;
   [[nodiscard]] bool MayWrite(const String& path) override;
+  [[nodiscard]] int WriteBeside(const String& path, std::string_view data) override;
+  [[nodiscard]] std::unique_ptr<File> MakeUnnamed(const String& path) override;
+  // REQUIRES: `file` was made by MakeUnnamed of this manager.
+  [[nodiscard]] int GiveName(File& file, String& path, String& suffix) override;
   [[nodiscard]] int RealPath(const String& path, String& real) override;
   [[nodiscard]] int SyncDirectory(const String& path) override;
   [[nodiscard]] int64_t Length(const String& path) override;
@@ -113,6 +120,13 @@ class UNIXFileManager final : public FileManager {
   // Deactivates the least recently used file that may be; false when there is none.
   bool DeactivateOne();
 
+  // Whether a new file may be renamed to where `path` leads: nothing is there, or a regular file
+  // with one name that belongs to this process. `real` is that place.
+  [[nodiscard]] bool MayReplace(const String& path, String& real);
+  // Makes a file beside the one `path` leads to, has `fill` write to its descriptor, and renames
+  // it. What `fill` returns when that is negative; nothing when no such file can be made.
+  template <typename Fill>
+  [[nodiscard]] std::optional<int> Replace(const String& path, Fill fill);
   // Copies from the open `source` to the file `to`. 0, or -1 with the message stored.
   [[nodiscard]] int CopyTo(const String& to, int source, const FileIdentity& source_identity);
   // The same for an open `target`; `block` holds the first `got` bytes of the source.
@@ -128,6 +142,7 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] bool Usable(const String& path);
 
   Vexa& host_;
+  bool quiet_ = false;  // what is done now is not told to the activity log
   mutable KnownDirectories known_directories_;
   String error_;
   std::list<UNIXFileInfo> active_;

@@ -13,14 +13,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "core/number.h"
 #include "files/descriptor.h"
 #include "files/file_paths.h"
+#include "files/unix_file.h"
 #include "files/unix_file_manager.h"
 
 namespace vexa {
@@ -56,10 +59,22 @@ int UNIXFileManager::Copy(const String& from, const String& to) {
 int UNIXFileManager::CopyTo(const String& to, int source, const FileIdentity& source_identity) {
   // Reading comes first: a source that cannot be read must not cost the target its content.
   char block[kCopyBlock];
-  const ssize_t got = ReadFully(source, block, sizeof(block));
+  ssize_t got = ReadFully(source, block, sizeof(block));
   if (got < 0) return Checked(-1);
 
   struct stat status;
+  const bool exists = ::stat(to.c_str(), &status) == 0;
+  if (exists && IdentityOf(status) == source_identity) {
+    error_ = "Source and target are the same file";
+    return -1;
+  }
+  const std::optional<int> replaced =
+      Replace(to, [&](int descriptor) { return CopyBlocks(source, descriptor, block, got); });
+  if (replaced == 0) LogFile(exists ? "FILEOPENED" : "FILECREATED", to);
+  if (replaced) return *replaced;
+  // What could be copied, but not be put in place, is read again.
+  got = ::lseek(source, 0, SEEK_SET) == 0 ? ReadFully(source, block, sizeof(block)) : got;
+  if (got < 0) return Checked(-1);
   bool created = true;
   int target = OpenDescriptor(to.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600, status);
   if (target < 0 && errno == EEXIST) {
@@ -83,6 +98,77 @@ int UNIXFileManager::CopyTo(const String& to, int source, const FileIdentity& so
   }
   if (result != 0 && created) (void)::unlink(to.c_str());
   return result;
+}
+
+template <typename Fill>
+std::optional<int> UNIXFileManager::Replace(const String& path, Fill fill) {
+  constexpr int kPermissionBits = 07777;
+  String real;
+  if (!MayReplace(path, real)) return std::nullopt;
+  struct stat former;
+  const bool exists = ::stat(real.c_str(), &former) == 0;
+  String name = real + ".";
+  String digits;
+  // The log knows the file that the page named, not how it came about.
+  quiet_ = true;
+  const std::unique_ptr<File> made = MakeTemporary(name, digits, OpenWrite);
+  quiet_ = false;
+  if (made == nullptr) return std::nullopt;
+  const int descriptor = ActivateFile(static_cast<UNIXFile*>(made.get()));
+  std::optional<int> result = descriptor < 0 ? -1 : fill(descriptor);
+  if (*result >= 0 && ((exists && ::fchmod(descriptor, former.st_mode & kPermissionBits) != 0) ||
+                       ::rename(name.c_str(), real.c_str()) != 0)) {
+    result = std::nullopt;
+  }
+  if (result.value_or(-1) < 0) (void)::unlink(name.c_str());
+  return result;
+}
+
+int UNIXFileManager::WriteBeside(const String& path, std::string_view data) {
+  const bool exists = Exists(path);
+  const std::optional<int> result = Replace(path, [&](int descriptor) {
+    return WriteFully(descriptor, data.data(), data.size()) < 0 ? Checked(-1) : 0;
+  });
+  if (result == 0 && !exists) LogFile("FILECREATED", path);
+  return result.value_or(1);
+}
+
+std::unique_ptr<File> UNIXFileManager::MakeUnnamed(const String& path) {
+  const std::string_view text = path.view();
+  const String directory = text.substr(0, text.rfind('/') + 1);
+  // Without this directory the file could not be named later.
+  if (!Usable(directory) || ::access("/proc/self/fd", X_OK) != 0 || FreeFileSpace(1) == 0) {
+    return nullptr;
+  }
+  struct stat status;
+  const int fd = OpenDescriptor(directory.c_str(), O_TMPFILE | O_RDWR, 0600, status);
+  if (fd < 0) return nullptr;
+  auto file = std::make_unique<UNIXFile>(*this);
+  Adopt(file.get(), path, fd, {O_RDWR, status});
+  file->info_->KeepOpen();
+  return file;
+}
+
+int UNIXFileManager::GiveName(File& file, String& path, String& suffix) {
+  const int fd = ActivateFile(static_cast<UNIXFile*>(&file));
+  if (fd < 0) return -1;
+  const String source = String::Concat({"/proc/self/fd/", PrintInteger(fd)});
+  for (unsigned counter = 1; counter <= 0x7FFFFFFF; ++counter) {
+    char digits[9];
+    std::snprintf(digits, sizeof(digits), "%08X", counter);
+    const String name = String::Concat({path.view(), digits});
+    if (::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      if (errno == EEXIST) continue;
+      return Checked(-1);
+    }
+    static_cast<UNIXFile&>(file).info_->Renamed(name);
+    LogFile("FILECREATED", name);
+    path = name;
+    suffix.cat(digits);
+    return 0;
+  }
+  error_ = "Unable to generate unique temporary filename";
+  return -1;
 }
 
 int UNIXFileManager::CopyBlocks(int source, int target, char* block, ssize_t got) {
@@ -125,6 +211,18 @@ bool UNIXFileManager::Exists(const String& path) {
 
 bool UNIXFileManager::MayWrite(const String& path) {
   return Usable(path) && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+bool UNIXFileManager::MayReplace(const String& path, String& real) {
+  if (RealPath(path, real) < 0) {
+    // A link to nothing is no place.
+    struct stat status;
+    real = path;
+    return Usable(path) && ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+  }
+  struct stat status;
+  return ::stat(real.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+         status.st_uid == ::geteuid();
 }
 
 int UNIXFileManager::RealPath(const String& path, String& real) {

@@ -81,6 +81,10 @@ bool FileUpload::Begin() {
   String message;
   name_ = kTemporaryName;
   if (receiver_.ResolvePath(name_, path_, PathType::DataPath, message) == 0) return Fail(message);
+  // Without a name nothing is left of it when the request is killed.
+  file_ = receiver_.filemanager().MakeUnnamed(path_);
+  unnamed_ = file_ != nullptr;
+  if (unnamed_) return true;
   file_ = receiver_.filemanager().MakeTemporary(path_, name_, OpenRead | OpenWrite);
   if (file_ != nullptr) return true;
   return Fail("Unable to create a file for the upload: " + receiver_.filemanager().error());
@@ -104,6 +108,9 @@ bool FileUpload::Take(std::string_view data) {
 
 bool FileUpload::Finish(Arrived arrived) {
   if (file_ == nullptr) return functions_.Process(part_, {}, 0, "SKIPPED");
+  if (unnamed_ && receiver_.filemanager().GiveName(*file_, path_, name_) < 0) {
+    return Fail("Unable to create a file for the upload: " + receiver_.filemanager().error());
+  }
   bool complete = arrived == Arrived::Whole && !larger_;
   bool done = functions_.Process(part_, name_, size_, complete ? "COMPLETE" : "PARTIAL");
   Remove();

@@ -84,6 +84,7 @@ class FileUpload final : public PartSink {
   int64_t size_ = 0;   // bytes written
   bool larger_ = false;
   std::unique_ptr<File> file_;  // null when the file is skipped
+  bool unnamed_ = false;        // until the page is told of it
   String name_;                 // as the page names it
   String path_;
 };

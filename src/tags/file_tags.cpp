@@ -62,9 +62,7 @@ bool Read(FileTask& task) {
 }
 
 bool Write(FileTask& task) {
-  constexpr int kMode = OpenWrite | OpenCreate;
-  const std::unique_ptr<File> file = OpenLocked(task.host, task.path, kMode, task.error);
-  return file != nullptr && ReplaceContent(*file, task.call.Text("VALUE"), task.error);
+  return ReplaceContent(task.host, task.path, task.call.Text("VALUE"), task.error);
 }
 
 bool Append(FileTask& task) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/byte_order.h"
 #include "core/variables.h"
 #include "engine/module.h"
 #include "fake_host.h"
@@ -41,13 +42,13 @@ void Assign(XBaseDatabase& people, const std::string& name, const std::string& a
   EXPECT_TRUE(view.FindVariable(Symbol("note"))->SetValue(String(note)));
 }
 
-class DatabaseChange : public TableFixture, public ::testing::WithParamInterface<Scenario> {
+class People : public TableFixture {
  protected:
   // Record 18 lies over a border of 4,096 bytes, and the last insertion fills a page.
   static constexpr int kPeople = 18;
   static constexpr char kFields[] = "NAME CHAR(10), AGE NUMBER(3), PAD CHAR(200), NOTE MEMO";
 
-  DatabaseChange() : variables_(host_), module_(SetUpHost(), kVexaTags) {
+  People() : variables_(host_), module_(SetUpHost(), kVexaTags) {
     host_.expressions = &module_.scriptparser();
     XBaseDatabase people(host_, "people");
     EXPECT_EQ(people.Create("people.dbf", kFields), DataResult::Done);
@@ -61,11 +62,6 @@ class DatabaseChange : public TableFixture, public ::testing::WithParamInterface
       EXPECT_EQ(people.PrimaryView()->Go(n), DataResult::Done);
       EXPECT_EQ(people.PrimaryView()->Delete(), DataResult::Done);
     }
-    people.Close();
-    good_ = files.Snapshot();
-    before_ = Content();
-    EXPECT_EQ(Begin()->PrimaryView()->error(), "");
-    after_ = After();
   }
 
   // A process that has the database open and stands on the record to change.
@@ -77,6 +73,27 @@ class DatabaseChange : public TableFixture, public ::testing::WithParamInterface
     EXPECT_TRUE(view.Find("p18", 1) == DataResult::Done || view.Find("zed", 1) == DataResult::Done);
     return people;
   }
+
+  FakeHost host_;
+  Variables variables_;
+  Module module_;
+
+ private:
+  FakeHost& SetUpHost() {
+    host_.files = &files;
+    host_.variables = &variables_;
+    return host_;
+  }
+};
+
+class DatabaseChange : public People, public ::testing::WithParamInterface<Scenario> {
+ protected:
+  void SetUp() override {
+    good_ = files.Snapshot();
+    before_ = Content();
+    after_ = After();
+  }
+
   DataResult Make(XBaseDatabase& people) {
     Assign(people, "zed", "35", "changed");
     return GetParam().change(people);
@@ -182,19 +199,9 @@ class DatabaseChange : public TableFixture, public ::testing::WithParamInterface
     return at;
   }
 
-  FakeHost host_;
-  Variables variables_;
-  Module module_;
   std::map<std::string, std::string> good_;
   std::string before_;
   std::string after_;
-
- private:
-  FakeHost& SetUpHost() {
-    host_.files = &files;
-    host_.variables = &variables_;
-    return host_;
-  }
 };
 
 TEST_P(DatabaseChange, FailsWhollyOrIsDone) {
@@ -260,6 +267,87 @@ INSTANTIATE_TEST_SUITE_P(
                  [](XBaseDatabase& d) { return d.Create("people.dbf", "NAME CHAR(5), NOTE MEMO"); },
                  false}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// --- What others do meanwhile ----------------------------------------------------------------
+
+TEST_F(People, ARecordThatAnotherPackTookAwayCannotBeChanged) {
+  auto people = Begin();
+  EXPECT_EQ(Begin()->Pack(), DataResult::Done);
+  DatabaseView& view = *people->PrimaryView();
+  Assign(*people, "zed", "35", "changed");
+  EXPECT_EQ(view.Update(), DataResult::Failed);
+  EXPECT_TRUE(view.error().view().ends_with("The table was replaced by another process"));
+  EXPECT_EQ(view.Delete(), DataResult::EndOfData);
+  EXPECT_EQ(Faults({"name.vxx", "age.vxx"}), "");
+}
+
+TEST_F(People, NothingIsWrittenToATableThatWasMadeAnew) {
+  auto people = Begin();
+  XBaseDatabase other(host_, "other");
+  ASSERT_EQ(other.Create("other.dbf", "A CHAR(3), B MEMO"), DataResult::Done);
+  other.Close();
+  ASSERT_EQ(files.Rename("other.dbf", "people.dbf"), 0);
+  ASSERT_EQ(files.Rename("other.dbt", "people.dbt"), 0);
+  const std::string anew = files["people.dbf"];
+  for (const auto operation : {&DatabaseView::Delete, &DatabaseView::Update, &DatabaseView::Add}) {
+    EXPECT_EQ((people->PrimaryView()->*operation)(), DataResult::Failed);
+    EXPECT_NE(people->PrimaryView()->error(), "");
+  }
+  EXPECT_EQ(files["people.dbf"], anew);
+}
+
+TEST_F(People, TextsAreNotStoredInAMemoFileThatWasMovedAway) {
+  auto people = Begin();
+  const std::string texts = files["people.dbt"];
+  ASSERT_EQ(files.Delete("people.dbt"), 0);
+  const std::string table = files["people.dbf"];
+  for (const auto operation : {&DatabaseView::Update, &DatabaseView::Add}) {
+    Assign(*people, "zed", "35", "changed");
+    EXPECT_EQ((people->PrimaryView()->*operation)(), DataResult::Failed);
+  }
+  EXPECT_EQ(people->Pack(), DataResult::Failed);
+  EXPECT_EQ(files["people.dbf"], table);
+  files["people.dbt"] = texts;
+  EXPECT_EQ(Faults({"name.vxx", "age.vxx"}), "");
+}
+
+TEST_F(People, APassingErrorAtOpeningMakesNoTableReadOnly) {
+  for (int at = 1, reached = 1; reached != 0; ++at) {
+    XBaseDatabase people(host_, "people");
+    files.Arm(Fault::RefuseOne, at);
+    const bool opened = people.Open("people.dbf", "", "") == DataResult::Done;
+    reached = files.operations() >= at ? 1 : 0;
+    files.Disarm();
+    if (!opened) continue;
+    EXPECT_EQ(people.PrimaryView()->Delete(), DataResult::Done) << at;
+  }
+}
+
+TEST_F(People, MarksThatAreNoneAndJournalsOfOthersDoNoHarm) {
+  // A mark that no journal knows, as in a restored backup or a table of another maker.
+  Put64(files["people.dbf"].data() + kTableMark, 4711);
+  auto people = Begin();
+  Assign(*people, "zed", "35", "changed");
+  EXPECT_EQ(people->PrimaryView()->Update(), DataResult::Done);
+  EXPECT_EQ(Get64(files["people.dbf"].data() + kTableMark), 0u);
+  // An index with a mark that its table lacks is made anew.
+  files["name.vxx"].replace(2000, 500, 500, 'x');
+  Put64(files["name.vxx"].data() + kIndexMark, 4711);
+  people = Begin();
+  EXPECT_EQ(people->PrimaryView()->Find("p3", 1), DataResult::Done);
+  EXPECT_EQ(Faults({"name.vxx", "age.vxx"}), "");
+  // A journal that was cut, or changed, is none.
+  std::string journal = files["people.dbf-journal"];
+  Put64(files["people.dbf"].data() + kTableMark, Get64(journal.data() + 8));
+  for (size_t i = 0; i < journal.size(); i += 7) {
+    files["people.dbf-journal"] = journal.substr(0, i);
+    EXPECT_NE(Begin(), nullptr);
+    files["people.dbf-journal"] = journal;
+    files["people.dbf-journal"][i] ^= 0x20;
+    EXPECT_NE(Begin(), nullptr);
+  }
+  EXPECT_EQ(Faults({"name.vxx", "age.vxx"}), "");
+}
 
 }  // namespace
 

@@ -210,11 +210,8 @@ TEST_F(FlatFileTest, ContentThatDoesNotFitLeavesTheFormerContent) {
   EXPECT_EQ(WithFileLimit(20,
                           [&] {
                             String error;
-                            auto file = OpenLocked(host, Path("file"), OpenWrite, error);
-                            return file == nullptr ||
-                                           ReplaceContent(*file, std::string(30, 'x'), error)
-                                       ? 1
-                                       : 0;
+                            const std::string text(30, 'x');
+                            return ReplaceContent(host, Path("file"), text, error) ? 1 : 0;
                           }),
             0);
   EXPECT_EQ(Content("file"), "former content");

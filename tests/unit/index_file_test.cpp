@@ -329,39 +329,6 @@ TEST_F(IndexFile, CreatingFailsWithoutLeavingAFile) {
 
 // --- Building --------------------------------------------------------------------------------
 
-TEST_F(IndexFile, AFailedBuildChangesNothing) {
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateStandard(index), 1);
-  ASSERT_EQ(index.Insert(1, "old"), 1);
-  const auto before = files.Snapshot();
-  {
-    XBaseIndexBuilder builder(files, {"NAME", kIndexUnique, {}});
-    for (uint32_t record = 1; record <= 20; ++record)
-      builder.Add(record, record % 13 == 3 ? "two" : std::to_string(record));
-    EXPECT_EQ(builder.Write("people.vxx", "people"), 0);
-    EXPECT_EQ(builder.error(),
-              "Index 'people' was created with the UNIQUE flag and the key 'two' already exists in "
-              "the index file");
-  }
-  EXPECT_EQ(files.Snapshot(), before);
-  for (int at = 1;; ++at) {
-    files.Arm(MemoryFiles::Fault::FailOne, at);
-    bool failed;
-    {
-      XBaseIndexBuilder builder(files, {"NAME", 0, {3, 435, 20}});
-      for (uint32_t record = 1; record <= 20; ++record) builder.Add(record, "key");
-      failed = builder.Write("people.vxx", "people") == 0 || builder.Install() == 0;
-      if (failed) {
-        EXPECT_NE(builder.error(), "");
-      }
-    }
-    files.Disarm();
-    if (!failed) break;
-    EXPECT_EQ(files.Snapshot(), before) << "operation " << at;
-  }
-  EXPECT_EQ(Walk(index).substr(0, 14), "key:20 key:19 ") << "the open index follows the new file";
-}
-
 TEST_F(IndexFile, UniqueBuildsFindDoublesAmongMixedKeys) {
   XBaseIndexBuilder builder(files, {"NAME", kIndexUnique, {}});
   builder.Add(1, "10");

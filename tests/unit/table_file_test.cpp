@@ -352,40 +352,6 @@ TEST_F(TableFile, EveryDamagedByteAndEveryLengthIsSurvived) {
   }
 }
 
-TEST_F(TableFile, EveryFailingOperationIsReportedAndLosesNothing) {
-  XBaseTable created(files);
-  ASSERT_EQ(Create(created, NamesAndNotes()), 1);
-  ASSERT_EQ(Append(created, {"Ada", "first"}), 1);
-  created.Close();
-  const auto good = files.Snapshot();
-  int failures = 0;
-  for (int at = 1;; ++at) {
-    files.Restore(good);
-    XBaseTable table(files);
-    files.Arm(MemoryFiles::Fault::FailOne, at);
-    const bool opened = Open(table) != 0;
-    const bool appended = opened && Append(table, {"Bob", "second"}) != 0;
-    const bool marked = appended && table.Goto(1) != 0 && table.UpdateDeleted(1) != 0;
-    const bool reached = files.operations() >= at;
-    files.Disarm();
-    if (!reached) break;
-    if (!marked) {
-      ++failures;
-      EXPECT_TRUE(table.error().view().starts_with("Error ")) << table.error().view();
-    }
-    EXPECT_EQ(files.locks(), 0) << "operation " << at;
-    EXPECT_EQ(Faults(), "") << "operation " << at;
-    XBaseTable after(files);
-    ASSERT_EQ(Open(after), 1);
-    const std::string first = Values(after, 1);
-    EXPECT_TRUE(first == "Ada|first" || first == "*Ada|first") << first;
-    if (appended) {
-      EXPECT_EQ(Values(after, 2), "Bob|second");
-    }
-  }
-  EXPECT_GT(failures, 20);
-}
-
 }  // namespace
 
 }  // namespace vexa

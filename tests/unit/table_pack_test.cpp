@@ -94,6 +94,32 @@ TEST_F(TablePack, OfAnEmptyOrPlainTable) {
   EXPECT_EQ(Faults(), "");
 }
 
+TEST_F(TablePack, KeepsWhatOtherProgramsWrote) {
+  // Bytes that a page reads only up to the first 1A, and the code page of the texts.
+  const std::string picture(
+      "GIF\x1A"
+      "89\0a\x1A more \x1A bytes",
+      24);
+  XBaseTable table(files);
+  ASSERT_EQ(Open(table), 1);
+  const int block = table.WriteMemoBlock(picture);
+  table.Close();
+  files["people.dbf"].replace(
+      97 + 11, 10, std::string(10 - std::to_string(block).size(), ' ') + std::to_string(block));
+  files["people.dbf"][29] = '\x57';
+  ASSERT_EQ(Open(table), 1);
+  ASSERT_EQ(Append(table, {"new", "text"}), 1);
+  ASSERT_EQ(table.Pack(), 1) << table.error().view();
+  EXPECT_NE(files["people.dbt"].find(picture), std::string::npos);
+  EXPECT_EQ(files["people.dbf"][29], '\x57');
+  table.Close();
+  // Names in capitals.
+  ASSERT_EQ(files.Rename("people.dbf", "PEOPLE.DBF"), 0);
+  ASSERT_EQ(files.Rename("people.dbt", "PEOPLE.DBT"), 0);
+  ASSERT_EQ(table.Open("PEOPLE.DBF", "PEOPLE.DBF", OpenRead | OpenWrite), 1);
+  EXPECT_EQ(Values(table, table.numrecords()), "new|text");
+}
+
 TEST_F(TablePack, ATextThatCannotBeReadStopsIt) {
   files["people.dbt"].resize(1024);
   const auto before = files.Snapshot();

@@ -32,6 +32,13 @@ int PartOf(std::string_view raw, const XBaseDatePart& part) {
   return ReadInteger(raw.substr(static_cast<size_t>(part.offset), static_cast<size_t>(part.width)));
 }
 
+// Whether a stored date is one: other programs leave zeros, or bytes that are no digits.
+bool IsDate(std::string_view raw) {
+  constexpr int kMonths = 12;
+  return raw.size() == kDateLength && IsDigits(raw) && PartOf(raw, kMonth) >= 1 &&
+         PartOf(raw, kMonth) <= kMonths && PartOf(raw, kDay) >= 1;
+}
+
 // Local midnight of the day `raw` (YYYYMMDD). A day that the calendar does not have counts on into
 // the neighbouring month.
 time_t MidnightOf(std::string_view raw) {
@@ -97,7 +104,7 @@ bool XBaseBoolVariable::SetValue(const String& value) {
 
 const String& XBaseDateTimeTVariable::value() {
   const String& raw = field().data();
-  if (raw.length() == kDateLength && IsDigits(raw)) {
+  if (IsDate(raw)) {
     value_ = PrintInteger(MidnightOf(raw));
   } else {
     value_.clear();
