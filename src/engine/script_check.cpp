@@ -3,6 +3,7 @@
 
 #include "engine/script_check.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "core/buffer.h"
@@ -56,7 +57,11 @@ class ScriptChecker final : public TagReader {
     if (row.body == TagBody::Condition && !tag.stops() && !CheckCondition(tag)) {
       return Progress::Failed;
     }
-    if (!FollowBlocks(tag)) {
+    in_tag_ = false;
+    if (row.Has(kDeclaresFunction) && InFunction()) {
+      ReportSyntaxError("Nested function declarations are not supported");
+    }
+    if (!FollowBlocks(row, tag.stops())) {
       ReportSyntaxError(UnexpectedTag(row));
     } else if (String problem = tag.Problem(); !problem.empty() && !tag.stops()) {
       ReportSyntaxError(problem);
@@ -67,6 +72,7 @@ class ScriptChecker final : public TagReader {
   bool GetNameValuePairs(Tag& tag) override {
     start_ = CurrentPlace();
     in_tag_ = true;
+    row_ = &tag.row();
     if (!TagReader::GetNameValuePairs(tag)) return false;
     const SourcePlace end = CurrentPlace();
     GoTo(start_);
@@ -117,9 +123,8 @@ class ScriptChecker final : public TagReader {
   }
 
   // Opens, closes or leaves the blocks that the tag does; false when it cannot stand here.
-  bool FollowBlocks(const Tag& tag) {
-    const TagRow& row = tag.row();
-    if (tag.stops()) return IsOpen(row.id);
+  bool FollowBlocks(const TagRow& row, bool stops) {
+    if (stops) return IsOpen(row.id);
     const TagRow* closer = row.closing_id == 0 ? nullptr : tags().WithNumber(row.closing_id);
     const bool opens = closer != nullptr && closer->block == row.id;
     if (row.block != kNoTag) {
@@ -145,11 +150,21 @@ class ScriptChecker final : public TagReader {
     return false;
   }
 
-  // Goes on behind the tag that failed: behind the `>` that ends it for a skip.
+  [[nodiscard]] bool InFunction() const {
+    return std::any_of(open_.begin(), open_.end(),
+                       [](const TagRow* row) { return row->Has(kDeclaresFunction); });
+  }
+
+  // Goes on behind the tag that failed: behind the `>` that ends it for a skip. It opens and closes
+  // blocks all the same, so that one mistake is told once.
   Progress Recover() {
     GoTo(start_);
     in_tag_ = false;
-    return SkipUntilTagEnd() ? Progress::More : Progress::Failed;
+    String body;
+    if (!EatUntilTagEnd(body)) return Progress::Failed;
+    body.Truncate(body.size() - 1);
+    (void)FollowBlocks(*row_, row_->IsStopBody(body));
+    return Progress::More;
   }
 
   Vexa& host_;
@@ -158,6 +173,7 @@ class ScriptChecker final : public TagReader {
   bool in_tag_ = false;              // the attributes of a known tag are being read
   bool skipping_ = false;            // a skip is only tried out
   SourcePlace start_;                // where they begin
+  const TagRow* row_ = nullptr;      // whose they are
   std::vector<const TagRow*> open_;  // the blocks around the current place
 };
 

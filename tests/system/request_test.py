@@ -396,6 +396,24 @@ def _(site):
         status, text = run(*arguments)
         expect(f"status of {arguments}", status, 1)
         expect_in(f"errors of {arguments}", text, error)
+    # Every mistake once, in the words of the running page, and stop forms for what they are.
+    many = site.write("many.vx", """<VxIF EXPR="a EQ">x</VxIF>
+<VxLET a=1 b=2><EVAL><HIDE><FILE READ="a" WRITE="b"><CALL STOP>
+<WHILE i LT 3><IMPORT FILE="x" DELIMITER="," ORDER a><IMPORT STOP></IMPORT><WHILE STOP></WHILE>
+<VxFUNCTION NAME="f"><VxFUNCTION NAME="g"></VxFUNCTION></VxFUNCTION><VxELSE><VxIF EXPR>""")
+    status, text = run("--check", many)
+    expect("many mistakes", [line.partition(": ")[2] for line in text.splitlines()], [
+        "Line 1: Expression Error: Unexpected end of expression",
+        "Line 2: Syntax Error: VxLET expects exactly one 1 name/value pair, found 2",
+        "Line 2: Syntax Error: EVAL requires an expression",
+        "Line 2: Syntax Error: HIDE requires a list of variables to hide",
+        "Line 2: Syntax Error: FILE takes one action, found READ and WRITE",
+        "Line 2: Syntax Error: Unexpected <CALL>",
+        "Line 4: Syntax Error: Nested function declarations are not supported",
+        "Line 4: Syntax Error: Unexpected <VxELSE>",
+        "Line 4: Syntax Error: Attributes with empty values are not allowed in <VxIF> "
+        "(you have probably omitted EXPR= in front of your expression)",
+        "Line 4: Syntax Error: Unexpected end of file looking for </VxIF>"])
 
 
 if __name__ == "__main__":
