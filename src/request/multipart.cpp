@@ -38,9 +38,8 @@ MultipartFormDataParser::MultipartFormDataParser(const FormInput& input,
   (void)HeaderParameter(content_type, "boundary", boundary_);
 }
 
-int MultipartFormDataParser::Fail(std::string_view message) {
+void MultipartFormDataParser::Fail(std::string_view message) {
   receiver().Error(FatalError(message));
-  return 1;
 }
 
 int MultipartFormDataParser::Parse(int64_t length) {
@@ -50,7 +49,8 @@ int MultipartFormDataParser::Parse(int64_t length) {
   DataEnd end = usable ? body.ReadFirstLine() : DataEnd::Failed;
   if (end == DataEnd::Failed) {
     if (ReportTimeout()) return 1;
-    return Fail("Boundary in Content-Type header does not match boundary in first line of content");
+    Fail("Boundary in Content-Type header does not match boundary in first line of content");
+    return 1;
   }
   while (end == DataEnd::Part) {
     PartHeader part;

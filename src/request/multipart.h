@@ -27,8 +27,8 @@ class MultipartFormDataParser final : public ContentParser {
   [[nodiscard]] BodyReader::DataEnd ReadPart(BodyReader& body, const PartHeader& part);
   [[nodiscard]] BodyReader::DataEnd ReadField(BodyReader& body, const PartHeader& part);
   [[nodiscard]] BodyReader::DataEnd ReadFile(BodyReader& body, const PartHeader& part);
-  // Shows an error; always returns 1.
-  int Fail(std::string_view message);
+  // Shows an error; the page does not run then.
+  void Fail(std::string_view message);
 
   String boundary_;  // empty when the header names none
   UploadFunctions functions_;

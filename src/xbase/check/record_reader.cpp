@@ -9,12 +9,12 @@
 
 namespace vexa {
 
-int RecordReader::Fail(std::string_view text) {
+bool RecordReader::Fail(std::string_view text) {
   error_ = text;
-  return 0;
+  return false;
 }
 
-int RecordReader::Open(const String& path) {
+bool RecordReader::Open(const String& path) {
   file_ = files_.Open(path, OpenRead);
   if (file_ == nullptr) return Fail("cannot be opened: " + files_.error());
   if (lock_.Take(*file_, FileLockType::Shared, 0, 0) == 0) {
@@ -28,11 +28,11 @@ int RecordReader::Open(const String& path) {
   const HeaderState state = DecodeTableHeader(bytes, header_);
   if (state == HeaderState::UnsupportedVersion) return Fail("the version is not supported");
   if (state == HeaderState::Damaged) return Fail("the header is damaged");
-  if (ReadDescriptors() == 0) return 0;
-  return header_.version == kVersionWithMemo ? OpenMemo(path) : 1;
+  if (!ReadDescriptors()) return false;
+  return header_.version != kVersionWithMemo || OpenMemo(path);
 }
 
-int RecordReader::ReadDescriptors() {
+bool RecordReader::ReadDescriptors() {
   std::vector<char> rest(static_cast<size_t>(header_.headerlength - kTableHeaderSize));
   String reason;
   if (ReadExactly(*file_, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()), reason) ==
@@ -54,16 +54,16 @@ int RecordReader::ReadDescriptors() {
     return Fail("the record length is not that of the fields");
   }
   record_.resize(static_cast<size_t>(header_.recordlength));
-  return 1;
+  return true;
 }
 
-int RecordReader::OpenMemo(const String& path) {
+bool RecordReader::OpenMemo(const String& path) {
   const String memopath =
       String::Concat({files_.StripExtension(path), MemoExtensionOf(files_, path)});
   auto file = files_.Open(memopath, OpenRead);
   if (file == nullptr) return Fail("the memo file cannot be opened: " + files_.error());
   memo_ = std::make_unique<MemoFile>(std::move(file), memopath);
-  return memo_->ReadHeaderLocked() != 0 ? 1 : Fail(memo_->error());
+  return memo_->ReadHeaderLocked() != 0 || Fail(memo_->error());
 }
 
 int RecordReader::RecordsInFile() {
@@ -71,11 +71,11 @@ int RecordReader::RecordsInFile() {
   return static_cast<int>(std::clamp<int64_t>(room, 0, header_.numrecords));
 }
 
-int RecordReader::Read(int n) {
+bool RecordReader::Read(int n) {
   String reason;
   if (ReadExactly(*file_, header_.RecordOffset(n), record_.data(), header_.recordlength, reason) !=
       0) {
-    return 1;
+    return true;
   }
   return Fail(String::Concat({"record ", PrintInteger(n), " cannot be read: ", reason}));
 }

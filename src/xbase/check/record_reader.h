@@ -1,7 +1,7 @@
 // RecordReader: reads the records of a table in whatever order, as bytes, while it holds the whole
 // table under a shared lock. For the checker, which must see all of a table at one moment.
 //
-// Operations return 1, or 0 with the message in error().
+// Operations return true; false with the message in error().
 
 #ifndef VEXA_XBASE_CHECK_RECORD_READER_H_
 #define VEXA_XBASE_CHECK_RECORD_READER_H_
@@ -22,11 +22,11 @@ class RecordReader {
   explicit RecordReader(FileManager& files) : files_(files) {}
 
   // Opens and locks the table and its memo file, and reads the header.
-  [[nodiscard]] int Open(const String& path);
+  [[nodiscard]] bool Open(const String& path);
   // Records that count and are wholly in the file.
   [[nodiscard]] int RecordsInFile();
   // Reads record `n`, from 1.
-  [[nodiscard]] int Read(int n);
+  [[nodiscard]] bool Read(int n);
   // Of the record last read: its deletion mark, and the bytes of a field.
   [[nodiscard]] char mark() const { return record_[0]; }
   [[nodiscard]] std::string_view Bytes(size_t field) const {
@@ -41,9 +41,9 @@ class RecordReader {
   [[nodiscard]] const String& error() const { return error_; }
 
  private:
-  int Fail(std::string_view text);
-  [[nodiscard]] int ReadDescriptors();
-  [[nodiscard]] int OpenMemo(const String& path);
+  bool Fail(std::string_view text);
+  [[nodiscard]] bool ReadDescriptors();
+  [[nodiscard]] bool OpenMemo(const String& path);
 
   FileManager& files_;
   std::unique_ptr<File> file_;

@@ -54,7 +54,7 @@ class TableChecker {
 bool TableChecker::Open(const String& path) {
   path_ = path;
   reader_ = std::make_unique<RecordReader>(files_);
-  if (reader_->Open(path) != 0) return true;
+  if (reader_->Open(path)) return true;
   report_.Fault(reader_->error());
   reader_.reset();
   return false;
@@ -111,7 +111,7 @@ void TableChecker::CheckMemoHeader() {
 void TableChecker::CheckRecords() {
   const int count = reader_->RecordsInFile();
   for (int n = 1; n <= count; ++n) {
-    if (reader_->Read(n) == 0) {
+    if (!reader_->Read(n)) {
       report_.Fault(reader_->error());
       return;
     }

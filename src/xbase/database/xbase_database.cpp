@@ -99,7 +99,7 @@ DataResult XBaseDatabase::Create(const String& database, const String& fields) {
   error_.clear();
   std::vector<XBaseField::Declaration> declared;
   String message;
-  if (ParseFieldList(fields, declared, message) == 0) return Fail(message);
+  if (!ParseFieldList(fields, declared, message)) return Fail(message);
   if (!CreateTable(table_, database, declared, {}, error_)) return DataResult::Failed;
   read_only_.clear();
   Begin();

@@ -59,17 +59,17 @@ class Declaration {
   Declaration(std::string_view piece, const std::vector<XBaseField::Declaration>& fields)
       : rest_(piece), fields_(fields) {}
 
-  [[nodiscard]] int Read() { return ReadName() != 0 && ReadType() != 0 ? ReadEnd() : 0; }
+  [[nodiscard]] bool Read() { return ReadName() && ReadType() && ReadEnd(); }
   [[nodiscard]] const XBaseField::Declaration& field() const { return field_; }
   [[nodiscard]] const String& message() const { return message_; }
 
  private:
-  int Fail(std::initializer_list<std::string_view> pieces) {
+  bool Fail(std::initializer_list<std::string_view> pieces) {
     message_ = String::Concat(pieces);
-    return 0;
+    return false;
   }
 
-  [[nodiscard]] int ReadName() {
+  [[nodiscard]] bool ReadName() {
     String name(TakeWord(rest_));
     name.upcase();
     if (name.empty()) return Fail({"Empty field name in field specification"});
@@ -82,10 +82,10 @@ class Declaration {
       }
     }
     field_.name = name;
-    return 1;
+    return true;
   }
 
-  [[nodiscard]] int ReadType() {
+  [[nodiscard]] bool ReadType() {
     size_t length = 0;
     while (length < rest_.size() && !IsWhitespace(rest_[length]) && rest_[length] != '(') {
       ++length;
@@ -97,13 +97,13 @@ class Declaration {
       rest_.remove_prefix(length);
       field_.type = type.type;
       field_.length = type.length;
-      return type.size == Size::None ? 1 : ReadSize(type);
+      return type.size == Size::None || ReadSize(type);
     }
     return Fail({"Unknown\tfield type '", word, "' in field specification"});
   }
 
   // Reads the parentheses behind a type, if there are any.
-  [[nodiscard]] int ReadSize(const TypeWord& type) {
+  [[nodiscard]] bool ReadSize(const TypeWord& type) {
     const size_t end = rest_.find(')');
     if (rest_.starts_with('(') && end != std::string_view::npos) {
       std::string_view length = rest_.substr(1, end - 1);
@@ -122,7 +122,7 @@ class Declaration {
     return CheckLength(type.type);
   }
 
-  [[nodiscard]] int CheckLength(XBaseFieldType type) {
+  [[nodiscard]] bool CheckLength(XBaseFieldType type) {
     const String length = PrintInteger(field_.length);
     if (type == XBaseFieldType::CHAR && field_.length > kLongestChar) {
       return Fail({"CHAR fields may\tonly be\t254 characters long, field '", field_.name, "' is ",
@@ -132,12 +132,12 @@ class Declaration {
       return Fail({"NUMERIC\tfields may only\tbe 19 digits, field '", field_.name, "'\tis ", length,
                    " digits"});
     }
-    return 1;
+    return true;
   }
 
-  [[nodiscard]] int ReadEnd() {
+  [[nodiscard]] bool ReadEnd() {
     const std::string_view rest = Stripped(rest_);
-    if (rest.empty()) return 1;
+    if (rest.empty()) return true;
     return Fail({"Unexpected '", rest, "' following field declaration"});
   }
 
@@ -149,27 +149,27 @@ class Declaration {
 
 }  // namespace
 
-int ParseFieldList(const String& list, std::vector<XBaseField::Declaration>& fields,
-                   String& message) {
+bool ParseFieldList(const String& list, std::vector<XBaseField::Declaration>& fields,
+                    String& message) {
   std::string_view rest = list;
   if (Stripped(rest).empty()) {
     message = "Field specification does not define any\tfields";
-    return 0;
+    return false;
   }
   for (bool first = true;; first = false) {
     const size_t comma = rest.find(',');
     const std::string_view piece = rest.substr(0, comma);
     if (!first && Stripped(piece).empty()) {
       message = "Dangling comma in field\tspecification";
-      return 0;
+      return false;
     }
     Declaration declaration(piece, fields);
-    if (declaration.Read() == 0) {
+    if (!declaration.Read()) {
       message = declaration.message();
-      return 0;
+      return false;
     }
     fields.push_back(declaration.field());
-    if (comma == std::string_view::npos) return 1;
+    if (comma == std::string_view::npos) return true;
     rest.remove_prefix(comma + 1);
   }
 }

@@ -15,9 +15,10 @@
 
 namespace vexa {
 
-// Appends the declared fields to `fields`. 1, or 0 with `message` set to the first fault.
-[[nodiscard]] int ParseFieldList(const String& list, std::vector<XBaseField::Declaration>& fields,
-                                 String& message);
+// Appends the declared fields to `fields`. Returns true; false with
+// `message` set to the first fault.
+[[nodiscard]] bool ParseFieldList(const String& list, std::vector<XBaseField::Declaration>& fields,
+                                  String& message);
 
 }  // namespace vexa
 
