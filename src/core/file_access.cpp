@@ -9,18 +9,18 @@
 
 namespace vexa {
 
-int ReadExactly(File& file, int64_t offset, char* buffer, int count, String& reason) {
+bool ReadExactly(File& file, int64_t offset, char* buffer, int count, String& reason) {
   const int got = file.ReadAt(offset, buffer, count);
-  if (got == count) return 1;
+  if (got == count) return true;
   reason = got < 0 ? file.error() : String(kUnexpectedEnd);
-  return 0;
+  return false;
 }
 
-int WriteExactly(File& file, int64_t offset, const char* data, int count, String& reason) {
+bool WriteExactly(File& file, int64_t offset, const char* data, int count, String& reason) {
   const int put = file.WriteAt(offset, data, count);
-  if (put == count) return 1;
+  if (put == count) return true;
   reason = put < 0 ? file.error() : String("The disk took only a part of it");
-  return 0;
+  return false;
 }
 
 bool IsSymbolicLink(const String& path) {
@@ -36,18 +36,18 @@ bool IsOld(const FileStamp& stamp) {
   return int64_t{now.tv_sec} * kNanoseconds + now.tv_nsec - stamp.modified > kLongestTick;
 }
 
-int RangeLock::Take(File& file, FileLockType type, int64_t start, int64_t length) {
+bool RangeLock::Take(File& file, FileLockType type, int64_t start, int64_t length) {
   Release();
-  if (file.Lock(type, start, length) < 0) return 0;
+  if (file.Lock(type, start, length) < 0) return false;
   file_ = &file;
   start_ = start;
   length_ = length;
-  return 1;
+  return true;
 }
 
 LockOutcome RangeLock::TakeNamed(File& file, FileLockType type, int64_t start, int64_t length,
                                  String& reason) {
-  const bool locked = Take(file, type, start, length) != 0;
+  const bool locked = Take(file, type, start, length);
   if (!locked) reason = file.error();
   const int named = file.StillNamed(stamp_);
   if (named > 0 && locked) return LockOutcome::Taken;

@@ -11,12 +11,12 @@ namespace vexa {
 
 inline constexpr char kUnexpectedEnd[] = "Unexpected end of file";
 
-// Reads `count` bytes at `offset` in one call. 1, or 0 with the cause in `reason`, which is
-// kUnexpectedEnd when the file ends before them.
-[[nodiscard]] int ReadExactly(File& file, int64_t offset, char* buffer, int count, String& reason);
-// Writes `count` bytes at `offset` in one call. 1, or 0 with the cause in `reason`.
-[[nodiscard]] int WriteExactly(File& file, int64_t offset, const char* data, int count,
-                               String& reason);
+// Reads `count` bytes at `offset` in one call. Returns true, or false with the cause in `reason`,
+// which is kUnexpectedEnd when the file ends before them.
+[[nodiscard]] bool ReadExactly(File& file, int64_t offset, char* buffer, int count, String& reason);
+// Writes `count` bytes at `offset` in one call. Returns true, or false with the cause in `reason`.
+[[nodiscard]] bool WriteExactly(File& file, int64_t offset, const char* data, int count,
+                                String& reason);
 
 // Whether `path` itself is a symbolic link. Putting a new file in its place would leave the file it
 // leads to behind, with the old content.
@@ -41,9 +41,10 @@ class RangeLock {
   RangeLock(const RangeLock&) = delete;
   RangeLock& operator=(const RangeLock&) = delete;
 
-  // Waits for the lock, giving back the one held before. 1, or 0 with the cause in file.error().
+  // Waits for the lock, giving back the one held before. Returns true, or false with the cause in
+  // file.error().
   // REQUIRES: `file` stays open until the lock is given back.
-  [[nodiscard]] int Take(File& file, FileLockType type, int64_t start, int64_t length);
+  [[nodiscard]] bool Take(File& file, FileLockType type, int64_t start, int64_t length);
   // The same on the file that the path of `file` names now. While the lock was waited for another
   // file may have taken that place: then Replaced, without a lock, and the caller opens the path
   // again. When it fails the cause is in `reason`.

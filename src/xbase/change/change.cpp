@@ -39,7 +39,7 @@ uint32_t Change::FileNumber(const File* file) const {
 
 bool Change::WriteHeader(const ChangedFile& file, const std::string& header, String& error) {
   String reason;
-  if (WriteExactly(*file.file, 0, header.data(), static_cast<int>(header.size()), reason) != 0) {
+  if (WriteExactly(*file.file, 0, header.data(), static_cast<int>(header.size()), reason)) {
     return true;
   }
   error = Message(file.errorname, reason);
@@ -49,7 +49,7 @@ bool Change::WriteHeader(const ChangedFile& file, const std::string& header, Str
 bool Change::WritePiece(const Piece& piece, String& error) {
   String reason;
   if (WriteExactly(*piece.file, piece.offset, piece.bytes.data(),
-                   static_cast<int>(piece.bytes.size()), reason) != 0) {
+                   static_cast<int>(piece.bytes.size()), reason)) {
     return true;
   }
   error = Message(ErrorName(piece.file), reason);
@@ -167,8 +167,8 @@ bool Change::TakeBack() {
   String ignored;
   for (const Piece& piece : writes.pieces()) {
     if (!piece.changed || piece.former.empty()) continue;
-    if (WriteExactly(*piece.file, piece.offset, piece.former.data(),
-                     static_cast<int>(piece.former.size()), ignored) == 0) {
+    if (!WriteExactly(*piece.file, piece.offset, piece.former.data(),
+                      static_cast<int>(piece.former.size()), ignored)) {
       return false;
     }
   }
@@ -191,7 +191,7 @@ bool FileSwap::Commit(Journal& journal, Durability durability, bool& happened, S
   happened = false;
   String ignored;
   const auto write = [](File& file, const std::string& header, String& reason) {
-    return WriteExactly(file, 0, header.data(), static_cast<int>(header.size()), reason) != 0;
+    return WriteExactly(file, 0, header.data(), static_cast<int>(header.size()), reason);
   };
   String reason;
   if (NeedsMark()) {

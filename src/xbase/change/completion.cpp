@@ -71,7 +71,7 @@ class Completer {
   // The mark of the table that is open as `file`. False with the cause in `reason`.
   static bool ReadMark(File& file, uint64_t& mark, String& reason) {
     char header[kMarkedTableHeader];
-    if (ReadExactly(file, 0, header, sizeof header, reason) == 0) return false;
+    if (!ReadExactly(file, 0, header, sizeof header, reason)) return false;
     mark = MarkOfTable({header, sizeof header});
     return true;
   }
@@ -141,7 +141,7 @@ class Completer {
     if (!WritePlaces(content, indexes, *marked)) return false;
     if (to_.durability == Durability::PowerCut && !SyncAll(content, indexes, *marked)) return false;
     const std::string none(kMarkSize, '\0');
-    if (WriteExactly(*marked, kTableMark, none.data(), kMarkSize, reason) == 0) return Fail(reason);
+    if (!WriteExactly(*marked, kTableMark, none.data(), kMarkSize, reason)) return Fail(reason);
     return true;
   }
 
@@ -164,8 +164,8 @@ class Completer {
         const std::string bytes =
             pass == Pass::Marks ? MarkedIndex(place.bytes, content.number) : place.bytes;
         String reason;
-        if (WriteExactly(*file, place.offset, bytes.data(), static_cast<int>(bytes.size()),
-                         reason) == 0) {
+        if (!WriteExactly(*file, place.offset, bytes.data(), static_cast<int>(bytes.size()),
+                          reason)) {
           return Fail(reason);
         }
       }
@@ -178,7 +178,7 @@ class Completer {
     char header[kMarkedIndexHeader];
     String reason;
     involved = false;
-    if (ReadExactly(file, 0, header, sizeof header, reason) == 0) {
+    if (!ReadExactly(file, 0, header, sizeof header, reason)) {
       return reason == kUnexpectedEnd || Fail(reason);
     }
     const std::string_view bytes(header, sizeof header);

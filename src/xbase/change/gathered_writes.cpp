@@ -18,7 +18,7 @@ bool GatheredWrites::Read(File& file, int64_t offset, char* buffer, int count, S
     std::memcpy(buffer, piece.bytes.data(), size);
     return true;
   }
-  if (ReadExactly(file, offset, buffer, count, reason) == 0) return false;
+  if (!ReadExactly(file, offset, buffer, count, reason)) return false;
   if (pieces_.size() >= kMostPieces) return true;
   places_[{&file, offset}] = pieces_.size();
   const std::string bytes(buffer, size);

@@ -252,7 +252,7 @@ bool Journal::Write(const JournalContent& content, const String& table, const St
     reason = "The change is too large";
     return fail("writing to");
   }
-  if (WriteExactly(*file_, 0, bytes.data(), static_cast<int>(bytes.size()), reason) == 0) {
+  if (!WriteExactly(*file_, 0, bytes.data(), static_cast<int>(bytes.size()), reason)) {
     return fail("writing to");
   }
   if (durability == Durability::None || file_->Sync() == 0) return true;

@@ -16,13 +16,13 @@ bool IndexChecker::Open(const String& path) {
     report_.Fault("cannot be opened: " + files_.error());
     return false;
   }
-  if (lock_.Take(*file_, FileLockType::Shared, 0, kIndexHeaderSize) == 0) {
+  if (!lock_.Take(*file_, FileLockType::Shared, 0, kIndexHeaderSize)) {
     report_.Fault("cannot be locked: " + file_->error());
     return false;
   }
   char bytes[kMarkedIndexHeader];
   String reason;
-  if (ReadExactly(*file_, 0, bytes, sizeof bytes, reason) == 0) {
+  if (!ReadExactly(*file_, 0, bytes, sizeof bytes, reason)) {
     report_.Fault("the header cannot be read: " + reason);
     return false;
   }

@@ -17,12 +17,12 @@ bool RecordReader::Fail(std::string_view text) {
 bool RecordReader::Open(const String& path) {
   file_ = files_.Open(path, OpenRead);
   if (file_ == nullptr) return Fail("cannot be opened: " + files_.error());
-  if (lock_.Take(*file_, FileLockType::Shared, 0, 0) == 0) {
+  if (!lock_.Take(*file_, FileLockType::Shared, 0, 0)) {
     return Fail("cannot be locked: " + file_->error());
   }
   char bytes[kTableHeaderSize];
   String reason;
-  if (ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason) == 0) {
+  if (!ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason)) {
     return Fail("the header cannot be read: " + reason);
   }
   const HeaderState state = DecodeTableHeader(bytes, header_);
@@ -35,8 +35,7 @@ bool RecordReader::Open(const String& path) {
 bool RecordReader::ReadDescriptors() {
   std::vector<char> rest(static_cast<size_t>(header_.headerlength - kTableHeaderSize));
   String reason;
-  if (ReadExactly(*file_, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()), reason) ==
-      0) {
+  if (!ReadExactly(*file_, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()), reason)) {
     return Fail("the field descriptors cannot be read: " + reason);
   }
   size_t offset = 1;
@@ -73,8 +72,7 @@ int RecordReader::RecordsInFile() {
 
 bool RecordReader::Read(int n) {
   String reason;
-  if (ReadExactly(*file_, header_.RecordOffset(n), record_.data(), header_.recordlength, reason) !=
-      0) {
+  if (ReadExactly(*file_, header_.RecordOffset(n), record_.data(), header_.recordlength, reason)) {
     return true;
   }
   return Fail(String::Concat({"record ", PrintInteger(n), " cannot be read: ", reason}));

@@ -160,7 +160,7 @@ int XBaseIndexBuilder::WriteHeader(File& file, const ZDXIndexHeader& header) {
   char bytes[kIndexHeaderSize];
   header.Encode(bytes);
   String reason;
-  if (WriteExactly(file, 0, bytes, kIndexHeaderSize, reason) != 0) return 1;
+  if (WriteExactly(file, 0, bytes, kIndexHeaderSize, reason)) return 1;
   return Fail("writing to", reason);
 }
 

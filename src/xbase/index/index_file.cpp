@@ -51,7 +51,7 @@ int ZDXIndexFile::OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header) 
   if (opened == nullptr) return Fail("opening", ": " + files_.error());
   {
     RangeLock lock;
-    if (lock.Take(*opened, FileLockType::Shared, 0, kIndexHeaderSize) == 0) {
+    if (!lock.Take(*opened, FileLockType::Shared, 0, kIndexHeaderSize)) {
       return Fail("locking", " for read");
     }
     if (ReadHeaderOf(*opened, header, header_bytes_) == 0) return 0;
@@ -232,7 +232,7 @@ int ZDXIndexFile::WriteHeader() {
   char bytes[kIndexHeaderSize];
   header_.Encode(bytes);
   String reason;
-  if (WriteExactly(*file_, 0, bytes, kIndexHeaderSize, reason) != 0) return 1;
+  if (WriteExactly(*file_, 0, bytes, kIndexHeaderSize, reason)) return 1;
   return Fail("writing to", ": " + reason);
 }
 
@@ -257,7 +257,7 @@ int ZDXIndexFile::WritePage(const ZDXIndexPage& page) {
     std::string former;
     if (page.number() < former_header_.numpages && !gathered_->Knows(*file_, page.offset())) {
       former.resize(header_.shape.pagesize);
-      if (ReadExactly(*file_, page.offset(), former.data(), header_.shape.pagesize, reason) == 0) {
+      if (!ReadExactly(*file_, page.offset(), former.data(), header_.shape.pagesize, reason)) {
         return Fail("reading from", ": " + reason);
       }
     }

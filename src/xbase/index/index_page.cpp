@@ -39,7 +39,7 @@ int ZDXIndexPage::ReadPage(File& file, GatheredWrites* gathered, uint32_t number
   bytes_.resize(BytesInMemory());
   const bool read = gathered != nullptr
                         ? gathered->Read(file, offset(), bytes_.data(), shape.pagesize, reason)
-                        : ReadExactly(file, offset(), bytes_.data(), shape.pagesize, reason) != 0;
+                        : ReadExactly(file, offset(), bytes_.data(), shape.pagesize, reason);
   if (!read) return 0;
   std::fill(bytes_.begin() + shape.pagesize, bytes_.end(), '\0');
   const uint32_t count = Get32(bytes_.data());
@@ -52,7 +52,7 @@ int ZDXIndexPage::ReadPage(File& file, GatheredWrites* gathered, uint32_t number
 }
 
 int ZDXIndexPage::WritePage(File& file, String& reason) const {
-  return WriteExactly(file, offset(), bytes_.data(), shape_.pagesize, reason);
+  return WriteExactly(file, offset(), bytes_.data(), shape_.pagesize, reason) ? 1 : 0;
 }
 
 std::string_view ZDXIndexPage::key(uint32_t i) const {

@@ -43,7 +43,7 @@ int MemoFile::Fail(std::string_view action, std::string_view reason) {
 int MemoFile::ReadHeader() {
   char header[kMemoBlockSize];
   String reason;
-  if (ReadExactly(*file_, 0, header, kMemoBlockSize, reason) == 0) {
+  if (!ReadExactly(*file_, 0, header, kMemoBlockSize, reason)) {
     return Fail("reading from", ": " + reason);
   }
   const uint32_t block = Get32(header);
@@ -56,7 +56,7 @@ int MemoFile::WriteHeader() {
   char header[kMemoBlockSize] = {};
   Put32(header, static_cast<uint32_t>(firstfreeblock_));
   String reason;
-  if (WriteExactly(*file_, 0, header, kMemoBlockSize, reason) == 0) {
+  if (!WriteExactly(*file_, 0, header, kMemoBlockSize, reason)) {
     return Fail("writing to", ": " + reason);
   }
   return 1;
@@ -64,7 +64,7 @@ int MemoFile::WriteHeader() {
 
 int MemoFile::ReadHeaderLocked() {
   RangeLock lock;
-  if (lock.Take(*file_, FileLockType::Shared, 0, kMemoBlockSize) == 0) {
+  if (!lock.Take(*file_, FileLockType::Shared, 0, kMemoBlockSize)) {
     return Fail("locking", " for read: " + file_->error());
   }
   return ReadHeader();
@@ -153,7 +153,7 @@ int MemoFile::PassStoredBlocks() {
 int MemoFile::WriteBlock(std::string_view text) {
   RangeLock own;
   if (!lock_.held()) {
-    if (own.Take(*file_, FileLockType::Exclusive, 0, kMemoBlockSize) == 0) {
+    if (!own.Take(*file_, FileLockType::Exclusive, 0, kMemoBlockSize)) {
       Fail("locking", " for write: " + file_->error());
       return -1;
     }
@@ -171,7 +171,7 @@ int MemoFile::WriteBlock(std::string_view text) {
   const String bytes = String::Concat({text, std::string_view(end, sizeof end)});
   String reason;
   const int64_t offset = static_cast<int64_t>(block) * kMemoBlockSize;
-  if (WriteExactly(*file_, offset, bytes.data(), bytes.length(), reason) == 0) {
+  if (!WriteExactly(*file_, offset, bytes.data(), bytes.length(), reason)) {
     Fail("writing to", ": " + reason);
     return -1;
   }

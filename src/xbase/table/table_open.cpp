@@ -58,7 +58,7 @@ int XBaseTable::OpenFiles(Opened& opened) {
 int XBaseTable::ReadStructure(Opened& opened) {
   char bytes[kTableHeaderSize];
   String reason;
-  if (ReadExactly(*opened.file, 0, bytes, kTableHeaderSize, reason) == 0) {
+  if (!ReadExactly(*opened.file, 0, bytes, kTableHeaderSize, reason)) {
     return Fail("reading from", reason);
   }
   const HeaderState state = DecodeTableHeader(bytes, opened.header);
@@ -73,8 +73,8 @@ int XBaseTable::ReadStructure(Opened& opened) {
   if (IsMarked(opened.header.mark)) return 0;
 
   std::vector<char> rest(static_cast<size_t>(opened.header.headerlength - kTableHeaderSize));
-  if (ReadExactly(*opened.file, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()),
-                  reason) == 0) {
+  if (!ReadExactly(*opened.file, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()),
+                   reason)) {
     return Fail("reading from", reason);
   }
   opened.fields.clear();
@@ -214,8 +214,8 @@ int XBaseTable::WriteStructure() {
   }
   bytes.back() = kEndOfDescriptors;
   String reason;
-  if (WriteExactly(*files.file, kTableHeaderSize, bytes.data(), static_cast<int>(bytes.size()),
-                   reason) == 0) {
+  if (!WriteExactly(*files.file, kTableHeaderSize, bytes.data(), static_cast<int>(bytes.size()),
+                    reason)) {
     return Fail("writing to", reason);
   }
   if (header_.version != kVersionWithMemo) return 1;
@@ -246,8 +246,8 @@ int XBaseTable::WriteRows(const std::vector<XBaseRow>& rows) {
   if (!rows.empty()) bytes += kEndOfTable;
   files.header.numrecords = static_cast<int>(rows.size());
   String reason;
-  if (!bytes.empty() && WriteExactly(*files.file, header_.headerlength, bytes.data(),
-                                     static_cast<int>(bytes.size()), reason) == 0) {
+  if (!bytes.empty() && !WriteExactly(*files.file, header_.headerlength, bytes.data(),
+                                      static_cast<int>(bytes.size()), reason)) {
     return Fail("writing to", reason);
   }
   return 1;

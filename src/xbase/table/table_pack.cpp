@@ -41,7 +41,7 @@ bool XBaseTable::MakeNewFiles(bool with_memo, uint64_t number, std::string_view 
   };
   made.file = make(realpath(), made.datapath);
   if (made.file == nullptr) return Fail(action, files_.error()) != 0;
-  if (made.lock.Take(*made.file, FileLockType::Exclusive, 0, 0) == 0) {
+  if (!made.lock.Take(*made.file, FileLockType::Exclusive, 0, 0)) {
     return Fail(action, made.file->error()) != 0;
   }
   if (!with_memo) return true;
@@ -69,7 +69,7 @@ bool XBaseTable::WriteNewHeader(uint64_t mark) {
   char bytes[kTableHeaderSize];
   header.Encode(bytes);
   String reason;
-  if (WriteExactly(*new_files_->file, 0, bytes, kTableHeaderSize, reason) != 0) return true;
+  if (WriteExactly(*new_files_->file, 0, bytes, kTableHeaderSize, reason)) return true;
   return Fail("writing to", reason) != 0;
 }
 
@@ -165,8 +165,8 @@ int XBaseTable::ForRecords(Visit visit) {
   String reason;
   for (int first = 1; first <= header_.numrecords;) {
     const int count = std::min(at_once, header_.numrecords - first + 1);
-    if (ReadExactly(*file_, header_.RecordOffset(first), records.data(),
-                    count * header_.recordlength, reason) == 0) {
+    if (!ReadExactly(*file_, header_.RecordOffset(first), records.data(),
+                     count * header_.recordlength, reason)) {
       return Fail("reading from", reason);
     }
     if (visit(records.data(), count) == 0) return 0;
@@ -208,10 +208,10 @@ int XBaseTable::CopyLiveRecords() {
   NewFiles& made = *new_files_;
   String reason;
   std::vector<char> start(static_cast<size_t>(header_.headerlength));
-  if (ReadExactly(*file_, 0, start.data(), header_.headerlength, reason) == 0) {
+  if (!ReadExactly(*file_, 0, start.data(), header_.headerlength, reason)) {
     return Fail("reading from", reason);
   }
-  if (WriteExactly(*made.file, 0, start.data(), header_.headerlength, reason) == 0) {
+  if (!WriteExactly(*made.file, 0, start.data(), header_.headerlength, reason)) {
     return Fail("writing to", reason);
   }
   made.header = header_;
@@ -229,7 +229,7 @@ int XBaseTable::CopyLiveRecords() {
     const auto size = static_cast<int>(to - records);
     *to = kEndOfTable;  // The next records begin over it.
     const int64_t offset = made.header.RecordOffset(made.header.numrecords + 1);
-    if (size > 0 && WriteExactly(*made.file, offset, records, size + 1, reason) == 0) {
+    if (size > 0 && !WriteExactly(*made.file, offset, records, size + 1, reason)) {
       return Fail("writing to", reason);
     }
     made.header.numrecords += size / header_.recordlength;

@@ -83,7 +83,7 @@ bool XBaseTable::IsMarked(uint64_t mark) {
 int XBaseTable::ReadHeader() {
   header_bytes_.resize(kTableHeaderSize);
   String reason;
-  if (ReadExactly(*file_, 0, header_bytes_.data(), kTableHeaderSize, reason) == 0) {
+  if (!ReadExactly(*file_, 0, header_bytes_.data(), kTableHeaderSize, reason)) {
     return Fail("reading from", reason);
   }
   TableHeader header;
@@ -130,7 +130,7 @@ int XBaseTable::Refresh() {
 XBaseTable::Reading XBaseTable::CheckBorder() {
   char bytes[kTableHeaderSize];
   String reason;
-  if (ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason) == 0) {
+  if (!ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason)) {
     (void)Fail("reading from", reason);
     return Reading::Failed;
   }
@@ -159,7 +159,7 @@ int XBaseTable::Goto(int n) {
           continue;
       }
     }
-    if (ReadExactly(*file_, offset, record_.data(), header_.recordlength, reason) == 0) {
+    if (!ReadExactly(*file_, offset, record_.data(), header_.recordlength, reason)) {
       return Fail("reading from", reason);
     }
     const bool over_border = offset / kBlock != (offset + header_.recordlength - 1) / kBlock;
@@ -272,7 +272,7 @@ int XBaseTable::CheckEnd(int64_t offset) {
   if (length > offset && !fits) {
     char mark;
     String reason;
-    if (ReadExactly(*file_, offset, &mark, 1, reason) == 0) return Fail("reading from", reason);
+    if (!ReadExactly(*file_, offset, &mark, 1, reason)) return Fail("reading from", reason);
     fits = mark == kEndOfTable;  // What follows it is nobody's.
   }
   return fits ? 1 : Fail("writing to", "The number of records does not fit the file's size");
@@ -285,7 +285,7 @@ bool XBaseTable::StageAppend(Change& change) {
   if (CheckEnd(offset) == 0 || BuildRecord(kLiveMark) == 0) return false;
   record_[static_cast<size_t>(header_.recordlength)] = kEndOfTable;
   String reason;
-  if (WriteExactly(*file_, offset, record_.data(), header_.recordlength + 1, reason) == 0) {
+  if (!WriteExactly(*file_, offset, record_.data(), header_.recordlength + 1, reason)) {
     String ignored;
     (void)WriteExactly(*file_, offset, &kEndOfTable, 1, ignored);
     return Fail("writing to", reason) != 0;
@@ -354,8 +354,8 @@ int XBaseTable::Update() {
   if (!BeginUpdate()) return 0;
   stored_.resize(static_cast<size_t>(header_.recordlength));
   String reason;
-  if (ReadExactly(*file_, header_.RecordOffset(recordnum_), stored_.data(), header_.recordlength,
-                  reason) == 0) {
+  if (!ReadExactly(*file_, header_.RecordOffset(recordnum_), stored_.data(), header_.recordlength,
+                   reason)) {
     return Fail("reading from", reason);
   }
   stored_is_current_ = true;
