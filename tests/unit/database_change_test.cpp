@@ -228,6 +228,27 @@ TEST_P(DatabaseChange, OfAKilledProcessIsWholeOrNothing) {
   }
 }
 
+TEST_P(DatabaseChange, LeavesRecordsThatOthersAddMeanwhile) {
+  // Other programs know of no marks: they add behind the records that count.
+  if (std::string_view(GetParam().name) != "add" && std::string_view(GetParam().name) != "update") {
+    return;
+  }
+  (void)ForEach(Fault::Die, [&](XBaseDatabase&, bool, const String&) {
+    std::string& table = files["people.dbf"];
+    const uint32_t count = Get32(table.data() + 4);
+    const size_t length = Get16(table.data() + 10);
+    const size_t end = Get16(table.data() + 8) + count * length;
+    table.resize(end + length, ' ');
+    table.replace(end, length, " other     " + std::string(length - 11, ' '));
+    Put32(table.data() + 4, count + 1);
+    const std::string content = Content();
+    EXPECT_NE(content.find("|other|"), std::string::npos) << content;
+    const bool is_whole = content.starts_with(before_.substr(0, before_.find("name.vxx"))) ||
+                          content.starts_with(after_.substr(0, after_.find("name.vxx")));
+    EXPECT_TRUE(is_whole) << content;
+  });
+}
+
 TEST_P(DatabaseChange, SurvivesAKillOfWhoCompletesIt) {
   for (int at = 1, reached = 1; reached != 0 && !HasFailure(); ++at) {
     for (int second = 1, second_reached = 1; second_reached != 0 && !HasFailure(); second += 3) {

@@ -47,7 +47,7 @@ int ZDXIndexFile::DescendToInsert(const ZDXIndexEntry& entry) {
 }
 
 int ZDXIndexFile::AllocatePage(uint32_t& number) {
-  const int64_t length = file_->Length();
+  const int64_t length = gathered_ != nullptr ? lock_stamp_.length : file_->Length();
   if (length < 0) return Fail("reading from", ": " + file_->error());
   const uint64_t size = header_.shape.pagesize;
   const auto bytes = static_cast<uint64_t>(length);

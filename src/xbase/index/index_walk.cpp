@@ -118,7 +118,9 @@ int ZDXIndexFile::GoToEnd(Direction direction) {
 }
 
 int ZDXIndexFile::EntriesInFile(uint64_t& count) {
-  const int64_t length = file_->Length();
+  // As the lock was taken, unless this process may have written since.
+  int64_t length = lock_stamp_.length;
+  if (held_.held() && gathered_ == nullptr) length = file_->Length();
   if (length < 0) return Fail("reading from", ": " + file_->error());
   count =
       (static_cast<uint64_t>(length) / header_.shape.pagesize + 1) * header_.shape.EntriesThatFit();

@@ -265,8 +265,8 @@ void XBaseTable::DescribeHeader(Change& change, int numrecords) {
 }
 
 int XBaseTable::CheckEnd(int64_t offset) {
-  const int64_t length = file_->Length();
-  if (length < 0) return Fail("reading from", file_->error());
+  // As the lock was taken: nobody else makes the file longer while it is held.
+  const int64_t length = header_lock_.stamp().length;
   // An append that died has left at most one record.
   bool fits = length >= offset && length <= offset + header_.recordlength + 1;
   if (length > offset && !fits) {
