@@ -73,7 +73,10 @@ class Visit:
         return self._driver
 
     def wait(self, condition):
-        ui.WebDriverWait(self.driver, SECONDS, 0.05, [common.exceptions.WebDriverException]).until(condition)
+        try:
+            ui.WebDriverWait(self.driver, SECONDS, 0.05, [common.exceptions.WebDriverException]).until(condition)
+        except common.exceptions.TimeoutException:
+            raise Failure(f"{self.driver.current_url} is not whole: {self.driver.page_source}") from None
 
     def element(self, selector):
         return self.driver.find_element("css selector", selector)
