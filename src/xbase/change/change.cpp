@@ -1,4 +1,14 @@
-// Writing a change in order, and taking it back; see change.h and journal.h.
+// Writing a change in order, and taking it back; see change.h and journal.h, whose steps are
+// numbered here as there. The caller holds all locks from before the first write to the end.
+//
+//   Change::Commit    what step 1 wrote goes to the disk when the change must outlive a power cut;
+//                     then either WriteInPlace, for one write that cannot be torn, or the journal
+//                     (2) and WriteAll (3 to 6). When that fails TakeBack writes the former bytes:
+//                     pieces, index headers, and the table's header last, since its mark is what
+//                     makes the change count
+//   FileSwap::Commit  journal (2), mark (3), renames (4), and the new table's header without the
+//                     mark (6). After the first rename nothing is taken back: the next request
+//                     completes what is missing
 
 #include "xbase/change/change.h"
 

@@ -1,4 +1,15 @@
 // The bytes of a journal, writing and reading it; see journal.h.
+//
+//   Marks    the number of a change, put into and read from headers in memory
+//   Bytes    EncodeJournal and DecodeJournal, which are each other's reverse. Decoding checks the
+//            length, then the checksum, then every count against the bytes that are left; what
+//            fails any of it is no journal
+//   File     ReadJournal tells a journal that is missing from one that cannot be read;
+//            Journal::Write makes the file when needed, writes all bytes at once, and waits for the
+//            disk when the change must outlive a power cut
+//
+// No locks are taken here: a writer holds those of its change. A reader may hold none and then
+// meet half of a journal, which the checksum tells; what it read counts only with the table's mark.
 
 #include "xbase/change/journal.h"
 

@@ -1,5 +1,15 @@
-// Reading and assigning field variables; see field_variables.h. Some messages carry tabs in the
-// place of spaces on purpose: pages compare them with the text they know.
+// Reading and assigning field variables; see field_variables.h.
+//
+// Reading asks the field for its text each time and turns it into what a page sees. Assigning goes
+// in this order: SetValue checks the text and brings it into the form of the record, Store refuses
+// while an expression looks at the record, then the field takes it. Nothing is written to a file
+// here, and no lock is taken: the record's new text waits for Add or Update.
+//
+// Dates stand in the record as YYYYMMDD. The plain variable shows seconds; the three parts read and
+// replace their digits only; _raw is the text as it stands.
+//
+// Some messages carry tabs in the place of spaces on purpose: pages compare them with the text they
+// know.
 
 #include "xbase/database/field_variables.h"
 

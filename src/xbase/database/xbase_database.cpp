@@ -1,5 +1,16 @@
 // Opening, creating and closing a database; see xbase_database.h. Building indexes and packing are
 // in xbase_database_indexes.cpp.
+//
+//   Opening    resolve the paths of table, memo file and journal; open the table, only for reading
+//              when writing is not allowed; bind the record, make the view, go to the first record
+//   Finishing  whoever meets the mark of another process's change completes it (FinishChange) and
+//              builds marked indexes anew; no lock is held when that begins. MayFinish keeps the
+//              paths that a journal names inside the data directory
+//   Guards     MayBegin refuses while an expression is evaluated, MayChange also when the table
+//              cannot be written or another database holds locks on it
+//
+// Locks are not taken here but in the table and the indexes, and none is kept when an operation
+// returns.
 
 #include "xbase/database/xbase_database.h"
 

@@ -2,6 +2,16 @@
 //
 // All that can fail, an expression, two equal keys, a full disk, does so while the new indexes are
 // written beside the old ones. They are put in place at the very end.
+//
+//   CreateIndex    lock of the index that is there, if any; walk; write; open; rename
+//   RebuildMarked  the same for one open index that bears a mark its table lacks
+//   Reindex        locks of all open indexes; one walk for all of them; then a rename each
+//   Pack           locks of all open indexes, then of the whole table; new indexes of the live
+//                  records; the new table; one swap of all files
+//
+// The walk makes one record after the other current and restores the former one; it ends when the
+// time is up or another process replaced the table. Keys may run functions of the page: as long as
+// locks are held, changes of this table through other databases are refused (Holding).
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,17 @@
 // Moving through records; see xbase_database_view.h. Changes are in xbase_view_changes.cpp.
+//
+//   Move      what every move has in common: it saves the position, tries, restores it when no
+//             record was found, and sets EOF. Go and Find begin anew when a pack came in between;
+//             a skip fails then, because the record it counts from may have another number
+//   SkipRows, GoToEnd, GoToNumber, FindKey
+//             the moves: get to an entry of the order, then SearchFrom or count on from it
+//   Try       reads a record and asks the filter; end of data means that it does not pass
+//   Walk      StandOnCurrent, Step, ToEnd, FindEntry: the order of the primary index or of numbers.
+//             The place in the index is kept from move to move while record, indexes and table are
+//             those it was left at
+//
+// Each step takes and gives back its own shared lock, of the index or of the record: none is kept
+// while a filter is evaluated.
 
 #include "xbase/database/xbase_database_view.h"
 

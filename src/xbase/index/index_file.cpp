@@ -1,5 +1,18 @@
 // Opening, creating and locking an index file; see index_file.h. The walks are in index_walk.cpp,
 // changes in index_insert.cpp and index_delete.cpp.
+//
+//   Enter     begins every walk and change: the lock, of the file that the path names now, then the
+//             header, then the refusal of a mark. Under LockExclusive the lock is held already and
+//             the header is read again only when it may be stale
+//   Gather    from here on pages go to the change and WriteHeader does nothing; DescribeChange puts
+//             the header's old and new bytes into the change, and Unlock without Committed means
+//             that nothing happened
+//   ReadPage, WritePage
+//             the only ways to pages. A page is first looked for among those gathered; the former
+//             bytes of one that is written over are kept, so that the change can be taken back
+//
+// When the file or the shape of its pages becomes another, the cursor keeps its entry, so that
+// the next step searches it again.
 
 #include "xbase/index/index_file.h"
 

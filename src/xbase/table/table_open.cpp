@@ -1,4 +1,15 @@
-// Opening, creating and closing a table.
+// Opening, creating and closing a table; see xbase_table.h.
+//
+// Opening locks bytes 0-31 shared while it reads the header, the field descriptors and, under a
+// lock of its own, the header of the memo file. Reopen does the same for a table that was replaced,
+// and takes over only files of the structure it knows.
+//
+// Creating goes in three steps:
+//   1  refuse what cannot be, before anything is touched
+//   2  write the table and its memo file beside their places, under names that nobody knows
+//   3  put them in place: over another table as a swap, under the lock of all of the former
+//      table; where nothing is, or what is no table, with plain renames, the memo file first
+// What fails on the way removes the new files again.
 
 #include <algorithm>
 #include <cassert>

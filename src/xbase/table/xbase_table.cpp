@@ -1,5 +1,16 @@
 // Reading and changing records; see xbase_table.h. Opening and creating are in table_open.cpp,
 // packing in table_pack.cpp.
+//
+//   Header     LockStart locks the file that the path names now, opening the table anew when that
+//              is another; ReadHeader takes the count and refuses a mark
+//   Reading    Goto locks the record's bytes; for a record over the border of two pages it looks at
+//              the header too, because a killed process may have left half of it
+//   Steps      BeginUpdate (record), LockHeader (header), Stage... (memo file), Commit
+//   At once    Update, Append, UpdateDeleted: the steps in a row, the locks given back at the end
+//
+// A staged append stands in the file, and memo texts in theirs, before anything names them: until
+// Commit they are nobody's. An append that is taken back gets the end of file mark written over its
+// first byte. All else that a change writes waits in its Change.
 
 #include "xbase/table/xbase_table.h"
 
