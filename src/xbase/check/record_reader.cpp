@@ -62,7 +62,7 @@ bool RecordReader::OpenMemo(const String& path) {
   auto file = files_.Open(memopath, OpenRead);
   if (file == nullptr) return Fail("the memo file cannot be opened: " + files_.error());
   memo_ = std::make_unique<MemoFile>(std::move(file), memopath);
-  return memo_->ReadHeaderLocked() != 0 || Fail(memo_->error());
+  return memo_->ReadHeaderLocked() || Fail(memo_->error());
 }
 
 int RecordReader::RecordsInFile() {

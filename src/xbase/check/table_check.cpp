@@ -135,7 +135,7 @@ void TableChecker::CheckMemoNumber(int recordnum, std::string_view number) {
   const int block = ReadInteger(number);
   if (block == 0) return;
   String text;
-  if (reader_->memo()->ReadBlock(block, text) == 0) {
+  if (!reader_->memo()->ReadBlock(block, text)) {
     report_.Fault("record ", recordnum, " names a memo block that cannot be read");
     return;
   }

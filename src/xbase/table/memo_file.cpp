@@ -35,12 +35,12 @@ std::string_view MemoExtensionOf(FileManager& files, const String& path) {
 MemoFile::MemoFile(std::unique_ptr<File> file, String errorname)
     : file_(std::move(file)), errorname_(std::move(errorname)) {}
 
-int MemoFile::Fail(std::string_view action, std::string_view reason) {
+bool MemoFile::Fail(std::string_view action, std::string_view reason) {
   error_ = String::Concat({"Error ", action, " '", errorname_, "'", reason});
-  return 0;
+  return false;
 }
 
-int MemoFile::ReadHeader() {
+bool MemoFile::ReadHeader() {
   char header[kMemoBlockSize];
   String reason;
   if (!ReadExactly(*file_, 0, header, kMemoBlockSize, reason)) {
@@ -49,20 +49,20 @@ int MemoFile::ReadHeader() {
   const uint32_t block = Get32(header);
   if (block > INT32_MAX) return Fail("reading from", ": The number of blocks is not possible");
   firstfreeblock_ = static_cast<int>(block);
-  return 1;
+  return true;
 }
 
-int MemoFile::WriteHeader() {
+bool MemoFile::WriteHeader() {
   char header[kMemoBlockSize] = {};
   Put32(header, static_cast<uint32_t>(firstfreeblock_));
   String reason;
   if (!WriteExactly(*file_, 0, header, kMemoBlockSize, reason)) {
     return Fail("writing to", ": " + reason);
   }
-  return 1;
+  return true;
 }
 
-int MemoFile::ReadHeaderLocked() {
+bool MemoFile::ReadHeaderLocked() {
   RangeLock lock;
   if (!lock.Take(*file_, FileLockType::Shared, 0, kMemoBlockSize)) {
     return Fail("locking", " for read: " + file_->error());
@@ -74,13 +74,13 @@ LockOutcome MemoFile::LockForWriting() {
   String reason;
   const LockOutcome outcome =
       lock_.TakeNamed(*file_, FileLockType::Exclusive, 0, kMemoBlockSize, reason);
-  if (outcome == LockOutcome::Failed) Fail("locking", " for write: " + reason);
-  if (outcome != LockOutcome::Taken || ReadHeader() != 0) return outcome;
+  if (outcome == LockOutcome::Failed) (void)Fail("locking", " for write: " + reason);
+  if (outcome != LockOutcome::Taken || ReadHeader()) return outcome;
   Unlock();
   return LockOutcome::Failed;
 }
 
-int MemoFile::ReadBlock(int block, String& text) {
+bool MemoFile::ReadBlock(int block, String& text) {
   text.clear();
   int64_t offset = static_cast<int64_t>(block) * kMemoBlockSize;
   if (block < 1) return Fail("reading from", ": There is no such block");
@@ -90,7 +90,7 @@ int MemoFile::ReadBlock(int block, String& text) {
     if (got < 0) return Fail("reading from", ": " + file_->error());
     if (got == 0) {
       // A text may end with the file, but one that begins there was never written.
-      return text.empty() ? Fail("reading from", String(": ") + kUnexpectedEnd) : 1;
+      return !text.empty() || Fail("reading from", String(": ") + kUnexpectedEnd);
     }
     const std::string_view bytes(chunk, static_cast<size_t>(got));
     const size_t end = bytes.find(kMemoEnd);
@@ -100,7 +100,7 @@ int MemoFile::ReadBlock(int block, String& text) {
     }
     text.Reserve(text.size() + part.size());
     text.cat(part);
-    if (end != std::string_view::npos) return 1;
+    if (end != std::string_view::npos) return true;
     offset += got;
   }
 }
@@ -110,15 +110,15 @@ bool MemoFile::ReadStored(int block, int64_t next, std::string& bytes) {
   bytes.clear();
   int64_t offset = static_cast<int64_t>(block) * kMemoBlockSize;
   const int64_t limit = std::max(next, int64_t{block} + 1) * kMemoBlockSize;
-  if (block < 1) return Fail("reading from", ": There is no such block") != 0;
+  if (block < 1) return Fail("reading from", ": There is no such block");
   while (offset < limit) {
     char chunk[kLargestChunk];
     const auto size = static_cast<int>(std::min<int64_t>(kLargestChunk, limit - offset));
     const int got = file_->ReadAt(offset, chunk, size);
-    if (got < 0) return Fail("reading from", ": " + file_->error()) != 0;
+    if (got < 0) return Fail("reading from", ": " + file_->error());
     // What begins behind the end of the file was never written.
     if (got == 0 && bytes.empty()) {
-      return Fail("reading from", String(": ") + kUnexpectedEnd) != 0;
+      return Fail("reading from", String(": ") + kUnexpectedEnd);
     }
     if (got == 0) return true;
     const size_t behind = bytes.empty() ? 0 : bytes.size() - 1;
@@ -129,14 +129,14 @@ bool MemoFile::ReadStored(int block, int64_t next, std::string& bytes) {
       return true;
     }
     if (bytes.size() > String::kLongestText) {
-      return Fail("reading from", ": The text is too long") != 0;
+      return Fail("reading from", ": The text is too long");
     }
     offset += got;
   }
   return true;
 }
 
-int MemoFile::PassStoredBlocks() {
+bool MemoFile::PassStoredBlocks() {
   const int64_t length = file_->Length();
   if (length < 0) return Fail("reading from", ": " + file_->error());
   // After a power cut the header may be ahead of the file, but not by much.
@@ -147,36 +147,36 @@ int MemoFile::PassStoredBlocks() {
   const int64_t block = std::max<int64_t>({firstfreeblock_, BlocksOf(length), 1});
   if (block > INT32_MAX) return Fail("writing to", ": The file is full");
   firstfreeblock_ = static_cast<int>(block);
-  return 1;
+  return true;
 }
 
 int MemoFile::WriteBlock(std::string_view text) {
   RangeLock own;
   if (!lock_.held()) {
     if (!own.Take(*file_, FileLockType::Exclusive, 0, kMemoBlockSize)) {
-      Fail("locking", " for write: " + file_->error());
+      (void)Fail("locking", " for write: " + file_->error());
       return -1;
     }
-    if (ReadHeader() == 0) return -1;
+    if (!ReadHeader()) return -1;
   }
-  if (PassStoredBlocks() == 0) return -1;
+  if (!PassStoredBlocks()) return -1;
   const int block = firstfreeblock_;
   const char end[] = {kMemoEnd, kMemoEnd};
   const int64_t size = static_cast<int64_t>(text.size()) + 2;
   const int64_t next = block + BlocksOf(size);
   if (next > INT32_MAX || text.size() > String::kLongestText - 2) {
-    Fail("writing to", ": The file is full");
+    (void)Fail("writing to", ": The file is full");
     return -1;
   }
   const String bytes = String::Concat({text, std::string_view(end, sizeof end)});
   String reason;
   const int64_t offset = static_cast<int64_t>(block) * kMemoBlockSize;
   if (!WriteExactly(*file_, offset, bytes.data(), bytes.length(), reason)) {
-    Fail("writing to", ": " + reason);
+    (void)Fail("writing to", ": " + reason);
     return -1;
   }
   firstfreeblock_ = static_cast<int>(next);
-  return WriteHeader() != 0 ? block : -1;
+  return WriteHeader() ? block : -1;
 }
 
 }  // namespace vexa

@@ -32,7 +32,7 @@ inline constexpr std::string_view kMemoExtensions[] = {".dbt", ".DBT"};
 // programs write both, and only such a file is there.
 [[nodiscard]] std::string_view MemoExtensionOf(FileManager& files, const String& path);
 
-// Operations return 1, or 0 with the message in error().
+// Operations return true; false with the message in error().
 class MemoFile {
  public:
   // `errorname` is the name used in messages.
@@ -41,17 +41,17 @@ class MemoFile {
   MemoFile& operator=(const MemoFile&) = delete;
 
   // Takes the next free block from the header.
-  [[nodiscard]] int ReadHeader();
-  [[nodiscard]] int WriteHeader();
+  [[nodiscard]] bool ReadHeader();
+  [[nodiscard]] bool WriteHeader();
   // Reads the header under a shared lock.
-  [[nodiscard]] int ReadHeaderLocked();
+  [[nodiscard]] bool ReadHeaderLocked();
   // Reads the header under the exclusive lock and keeps the lock until Unlock. Replaced: another
   // file, or none, stands at its path, and texts stored here would be lost.
   [[nodiscard]] LockOutcome LockForWriting();
   void Unlock() { lock_.Release(); }
 
   // Reads the text that begins at `block`, up to its first byte 1A.
-  [[nodiscard]] int ReadBlock(int block, String& text);
+  [[nodiscard]] bool ReadBlock(int block, String& text);
   // Reads the bytes that are stored from `block` on: up to the two bytes 1A 1A, or up to block
   // `next` or the end of the file. Other programs keep there what is no text.
   [[nodiscard]] bool ReadStored(int block, int64_t next, std::string& bytes);
@@ -64,9 +64,10 @@ class MemoFile {
   [[nodiscard]] const String& error() const { return error_; }
 
  private:
-  int Fail(std::string_view action, std::string_view reason);
-  // Moves firstfreeblock_ behind everything that is stored. 1, or 0.
-  [[nodiscard]] int PassStoredBlocks();
+  // Words the message; returns false.
+  bool Fail(std::string_view action, std::string_view reason);
+  // Moves firstfreeblock_ behind everything that is stored.
+  [[nodiscard]] bool PassStoredBlocks();
 
   std::unique_ptr<File> file_;
   String errorname_;

@@ -115,7 +115,7 @@ int XBaseTable::OpenMemo(Opened& opened) {
     return 0;
   }
   opened.memo = std::make_unique<MemoFile>(std::move(file), names_.memoerrorpath);
-  if (opened.memo->ReadHeaderLocked() != 0) return 1;
+  if (opened.memo->ReadHeaderLocked()) return 1;
   error_ = opened.memo->error();
   return 0;
 }
@@ -236,7 +236,7 @@ int XBaseTable::WriteStructure() {
     return 0;
   }
   files.memo->SetFirstFreeBlock(1);
-  return files.memo->WriteHeader() != 0 ? 1 : FailNewMemo();
+  return files.memo->WriteHeader() ? 1 : FailNewMemo();
 }
 
 // Writes the rows, and the header with their count.

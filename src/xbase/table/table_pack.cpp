@@ -51,7 +51,7 @@ bool XBaseTable::MakeNewFiles(bool with_memo, uint64_t number, std::string_view 
     return false;
   }
   made.memo = std::make_unique<MemoFile>(std::move(memo), names_.memoerrorpath);
-  if (made.memo->WriteHeader() != 0 && made.memo->LockForWriting() == LockOutcome::Taken) {
+  if (made.memo->WriteHeader() && made.memo->LockForWriting() == LockOutcome::Taken) {
     return true;
   }
   return FailNewMemo() != 0;

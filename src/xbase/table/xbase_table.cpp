@@ -392,17 +392,17 @@ int XBaseTable::UpdateDeleted(int deleted) {
 
 int XBaseTable::ReadMemoHeader() {
   if (memo_ == nullptr) return 0;
-  return memo_->ReadHeader() != 0 ? 1 : FailMemo();
+  return memo_->ReadHeader() ? 1 : FailMemo();
 }
 
 int XBaseTable::WriteMemoHeader() {
   if (memo_ == nullptr) return 0;
-  return memo_->WriteHeader() != 0 ? 1 : FailMemo();
+  return memo_->WriteHeader() ? 1 : FailMemo();
 }
 
 int XBaseTable::ReadMemoBlock(int block, String& text) {
   if (memo_ == nullptr) return 0;
-  if (memo_->ReadBlock(block, text) != 0) return 1;
+  if (memo_->ReadBlock(block, text)) return 1;
   ++lost_texts_;
   return FailMemo();
 }
