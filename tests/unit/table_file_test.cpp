@@ -106,7 +106,7 @@ TEST_F(TableFile, RecordsOfOthersAppearAfterTheHeaderIsRead) {
   ASSERT_EQ(Open(other), 1);
   ASSERT_EQ(Append(table, {"Ada"}), 1);
   EXPECT_EQ(other.Goto(1), 0);
-  ASSERT_EQ(other.Refresh(), 1);
+  ASSERT_TRUE(other.Refresh());
   EXPECT_EQ(Values(other, 1), "Ada|        ");
   ASSERT_EQ(Append(table, {"Bob"}), 1);
   ASSERT_EQ(Append(other, {"Cyd"}), 1);

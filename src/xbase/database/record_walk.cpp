@@ -13,7 +13,7 @@ int RecordWalk::ToEnd(Direction direction, uint32_t& number) {
   const bool forward = direction == Direction::Forward;
   between_ = false;
   if (index_ != nullptr) return Passed(forward ? index_->First(number) : index_->Last(number));
-  if (table_.Refresh() == 0) {
+  if (!table_.Refresh()) {
     error_ = table_.error();
     return 0;
   }
@@ -42,7 +42,7 @@ int RecordWalk::StepByNumber(Direction direction, uint32_t& number) {
     return 1;
   }
   // Other processes may have added records since the count was read.
-  if (number_ >= static_cast<uint32_t>(table_.numrecords()) && table_.Refresh() == 0) {
+  if (number_ >= static_cast<uint32_t>(table_.numrecords()) && !table_.Refresh()) {
     error_ = table_.error();
     return 0;
   }

@@ -73,7 +73,7 @@ DataResult XBaseDatabase::ForEachRecord(const Visit& visit) {
 }
 
 DataResult XBaseDatabase::VisitRecords(const Visit& visit) {
-  if (table_.Refresh() == 0) return FailTable();
+  if (!table_.Refresh()) return FailTable();
   const int generation = table_.generation();
   for (int number = 1; number <= table_.numrecords(); ++number) {
     if (host_.timedout()) return Fail("Timed out while reading all records");

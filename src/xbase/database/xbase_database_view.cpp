@@ -150,7 +150,7 @@ DataResult XBaseDatabaseView::GoToEnd(Direction direction) {
 DataResult XBaseDatabaseView::GoToNumber(int64_t number) {
   XBaseTable& table = database_.table();
   if (number < 1) return DataResult::EndOfData;
-  if (number > table.numrecords() && table.Refresh() == 0) return FailTable();
+  if (number > table.numrecords() && !table.Refresh()) return FailTable();
   if (number > table.numrecords()) return DataResult::EndOfData;
   return Read(static_cast<int>(number));
 }

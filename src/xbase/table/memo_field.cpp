@@ -20,13 +20,19 @@ int XBaseMemoField::Read(const unsigned char* recordbytes) {
 }
 
 int XBaseMemoField::Write(unsigned char* recordbytes) {
-  if (current_.lost) return table()->MemoTextLost(name());
+  if (current_.lost) {
+    (void)table()->MemoTextLost(name());
+    return 0;
+  }
   if (NeedsMemoBlock()) {
     const int block = table()->WriteMemoBlock(current_.text);
     if (block < 0) return 0;
     const String number = PrintInteger(block);
     // A cut number would name another text.
-    if (number.length() > length()) return table()->MemoNumberTooLong(name());
+    if (number.length() > length()) {
+      (void)table()->MemoNumberTooLong(name());
+      return 0;
+    }
     current_.block = number;
   } else if (current_.changed) {
     current_.block.clear();

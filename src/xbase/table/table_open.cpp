@@ -38,16 +38,16 @@ int XBaseTable::Open(const String& datapath, const String& dataerrorpath, int mo
             String::Concat({files_.StripExtension(dataerrorpath), extension})};
   mode_ = mode;
   Opened opened;
-  if (OpenFiles(opened) == 0) return 0;
+  if (!OpenFiles(opened)) return 0;
   file_ = std::move(opened.file);
   memo_ = std::move(opened.memo);
   header_ = opened.header;
-  if (MakeFields(opened.fields) != 0) return 1;
+  if (MakeFields(opened.fields)) return 1;
   Close();
   return 0;
 }
 
-int XBaseTable::OpenFiles(Opened& opened) {
+bool XBaseTable::OpenFiles(Opened& opened) {
   String reason;
   for (int i = 0; i < kMostReplacements; ++i) {
     opened.file = files_.Open(names_.datapath, mode_);
@@ -55,8 +55,8 @@ int XBaseTable::OpenFiles(Opened& opened) {
     RangeLock lock;
     switch (lock.TakeNamed(*opened.file, FileLockType::Shared, 0, kTableHeaderSize, reason)) {
       case LockOutcome::Taken:
-        if (ReadStructure(opened) == 0) return 0;
-        return opened.header.version == kVersionWithMemo ? OpenMemo(opened) : 1;
+        if (!ReadStructure(opened)) return false;
+        return opened.header.version != kVersionWithMemo || OpenMemo(opened);
       case LockOutcome::Failed:
         return FailLock(FileLockType::Shared, reason);
       case LockOutcome::Replaced:
@@ -66,7 +66,7 @@ int XBaseTable::OpenFiles(Opened& opened) {
   return Fail("opening", "The table is replaced again and again");
 }
 
-int XBaseTable::ReadStructure(Opened& opened) {
+bool XBaseTable::ReadStructure(Opened& opened) {
   char bytes[kTableHeaderSize];
   String reason;
   if (!ReadExactly(*opened.file, 0, bytes, kTableHeaderSize, reason)) {
@@ -78,10 +78,10 @@ int XBaseTable::ReadStructure(Opened& opened) {
     std::snprintf(number, sizeof number, "0x%02X", static_cast<unsigned>(opened.header.version));
     error_ = String::Concat(
         {"'", names_.dataerrorpath, "': Unsupported xBase file version (", number, ")"});
-    return 0;
+    return false;
   }
   if (state == HeaderState::Damaged) return Fail("reading from", "The header is damaged");
-  if (IsMarked(opened.header.mark)) return 0;
+  if (IsMarked(opened.header.mark)) return false;
 
   std::vector<char> rest(static_cast<size_t>(opened.header.headerlength - kTableHeaderSize));
   if (!ReadExactly(*opened.file, kTableHeaderSize, rest.data(), static_cast<int>(rest.size()),
@@ -97,7 +97,7 @@ int XBaseTable::ReadStructure(Opened& opened) {
       error_ =
           String::Concat({"'", names_.dataerrorpath, "' contains an unsupported field of type '",
                           std::string_view(&letter, 1), "'"});
-      return 0;
+      return false;
     }
     // Some writers leave the version of a plain table in a table with memo fields.
     if (type == XBaseFieldType::MEMO) opened.header.version = kVersionWithMemo;
@@ -105,24 +105,24 @@ int XBaseTable::ReadStructure(Opened& opened) {
   if (RecordLengthOf(opened.fields) != opened.header.recordlength) {
     return Fail("reading from", "The header is damaged");
   }
-  return 1;
+  return true;
 }
 
-int XBaseTable::OpenMemo(Opened& opened) {
+bool XBaseTable::OpenMemo(Opened& opened) {
   auto file = files_.Open(names_.memopath, mode_);
   if (file == nullptr) {
     error_ = String::Concat({"Error opening '", names_.memoerrorpath, "': ", files_.error()});
-    return 0;
+    return false;
   }
   opened.memo = std::make_unique<MemoFile>(std::move(file), names_.memoerrorpath);
-  if (opened.memo->ReadHeaderLocked()) return 1;
+  if (opened.memo->ReadHeaderLocked()) return true;
   error_ = opened.memo->error();
-  return 0;
+  return false;
 }
 
-int XBaseTable::Reopen() {
+bool XBaseTable::Reopen() {
   Opened opened;
-  if (OpenFiles(opened) == 0) return 0;
+  if (!OpenFiles(opened)) return false;
   std::vector<FieldDescriptor> known;
   for (const auto& field : fields_) known.push_back(field->Descriptor());
   if (opened.fields != known) {
@@ -130,7 +130,7 @@ int XBaseTable::Reopen() {
   }
   header_ = opened.header;
   Exchange(std::move(opened.file), std::move(opened.memo));
-  return 1;
+  return true;
 }
 
 void XBaseTable::Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> memo) {
@@ -145,16 +145,16 @@ void XBaseTable::Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> 
   header_stamp_ = {};
 }
 
-int XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
+bool XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
   fields_.clear();
   for (const FieldDescriptor& descriptor : descriptors) {
     XBaseField::Declaration declaration{descriptor.name, XBaseFieldType::CHAR, descriptor.length,
                                         descriptor.decimalcount};
-    if (!FieldTypeOfLetter(descriptor.letter, declaration.type)) return 0;
+    if (!FieldTypeOfLetter(descriptor.letter, declaration.type)) return false;
     fields_.push_back(XBaseField::Make(this, declaration));
   }
   record_.assign(static_cast<size_t>(header_.recordlength) + 1, ' ');
-  return 1;
+  return true;
 }
 
 // --- Creating --------------------------------------------------------------------------------
@@ -172,6 +172,28 @@ int XBaseTable::Create(const XBaseTableNames& names,
   mode_ = OpenRead | OpenWrite;
   // 1. What can be refused before anything is touched.
   std::vector<FieldDescriptor> descriptors;
+  if (!Declare(fields, descriptors)) return 0;
+  // 2. The new files, beside the places they are to take.
+  uint64_t number;
+  if (!NewChangeNumber(number)) {
+    (void)Fail("creating", "The system gives no random numbers");
+    return 0;
+  }
+  const bool has_memo = header_.version == kVersionWithMemo;
+  const bool made = MakeNewFiles(has_memo, number, "creating") && MakeFields(descriptors) &&
+                    WriteStructure() && WriteRows(rows) && Install();
+  if (made) {
+    EndChange();
+    return 1;
+  }
+  const String message = error_;
+  Close();
+  error_ = message;
+  return 0;
+}
+
+bool XBaseTable::Declare(const std::vector<XBaseField::Declaration>& fields,
+                         std::vector<FieldDescriptor>& descriptors) {
   bool has_memo = false;
   for (const auto& field : fields) {
     descriptors.push_back({field.name.before(kLongestFieldName),
@@ -190,30 +212,18 @@ int XBaseTable::Create(const XBaseTableNames& names,
   if (recordlength > kLongestRecord) {
     return Fail("creating", "A record would be longer than 65535 bytes");
   }
-  // 2. The new files, beside the places they are to take.
   header_ = TableHeader();
   header_.version = has_memo ? kVersionWithMemo : kVersionPlain;
   header_.headerlength = static_cast<int>(headerlength);
   header_.recordlength = static_cast<int>(recordlength);
-  uint64_t number;
-  if (!NewChangeNumber(number)) return Fail("creating", "The system gives no random numbers");
-  const bool made = MakeNewFiles(has_memo, number, "creating") && MakeFields(descriptors) != 0 &&
-                    WriteStructure() != 0 && WriteRows(rows) != 0 && Install() != 0;
-  if (made) {
-    EndChange();
-    return 1;
-  }
-  const String message = error_;
-  Close();
-  error_ = message;
-  return 0;
+  return true;
 }
 
-int XBaseTable::WriteStructure() {
+bool XBaseTable::WriteStructure() {
   NewFiles& files = *new_files_;
   if (files.file == nullptr) {
     error_ = String::Concat({"Internal error opening '", names_.dataerrorpath, "'"});
-    return 0;
+    return false;
   }
   files.header = header_;
   files.header.SetToday();
@@ -229,18 +239,18 @@ int XBaseTable::WriteStructure() {
                     reason)) {
     return Fail("writing to", reason);
   }
-  if (header_.version != kVersionWithMemo) return 1;
+  if (header_.version != kVersionWithMemo) return true;
   if (files.memo == nullptr) {
     // The odd word is on purpose: the message is known by this text.
     error_ = String::Concat({"Internal errorl opening '", names_.memoerrorpath, "'"});
-    return 0;
+    return false;
   }
   files.memo->SetFirstFreeBlock(1);
-  return files.memo->WriteHeader() ? 1 : FailNewMemo();
+  return files.memo->WriteHeader() || FailNewMemo();
 }
 
 // Writes the rows, and the header with their count.
-int XBaseTable::WriteRows(const std::vector<XBaseRow>& rows) {
+bool XBaseTable::WriteRows(const std::vector<XBaseRow>& rows) {
   NewFiles& files = *new_files_;
   std::string bytes;
   for (const XBaseRow& row : rows) {
@@ -249,7 +259,7 @@ int XBaseTable::WriteRows(const std::vector<XBaseRow>& rows) {
     auto* to = reinterpret_cast<unsigned char*>(record_.data()) + 1;
     for (size_t i = 0; i < fields_.size(); ++i) {
       fields_[i]->Set(row[i]);
-      if (fields_[i]->Write(to) == 0) return 0;
+      if (fields_[i]->Write(to) == 0) return false;
       to += fields_[i]->length();
     }
     bytes.append(record_.data(), static_cast<size_t>(header_.recordlength));
@@ -261,11 +271,11 @@ int XBaseTable::WriteRows(const std::vector<XBaseRow>& rows) {
                                       static_cast<int>(bytes.size()), reason)) {
     return Fail("writing to", reason);
   }
-  return 1;
+  return true;
 }
 
 // 3. Another table may be there, and in use by others: they see the old one or the new one.
-int XBaseTable::Install() {
+bool XBaseTable::Install() {
   if (files_.RealPath(names_.datapath, realpath_) < 0) return InstallNew();
   String reason;
   std::unique_ptr<File> former;
@@ -284,27 +294,27 @@ int XBaseTable::Install() {
   if (got != kTableHeaderSize || DecodeTableHeader(header.data(), decoded) != HeaderState::Good) {
     return InstallNew();
   }
-  if (IsMarked(decoded.mark)) return 0;
+  if (IsMarked(decoded.mark)) return false;
   FileSwap swap(files_);
   DescribeSwap(swap, *former, header);
-  return CarryOut(swap) ? 1 : 0;
+  return CarryOut(swap);
 }
 
 // The memo file first: without its table it means nothing.
-int XBaseTable::InstallNew() {
+bool XBaseTable::InstallNew() {
   NewFiles& made = *new_files_;
   const bool durable = durability_ == Durability::PowerCut;
-  if (!WriteNewHeader(0) || (durable && !SyncNewFiles())) return 0;
+  if (!WriteNewHeader(0) || (durable && !SyncNewFiles())) return false;
   if (made.memo != nullptr && files_.Rename(made.memopath, names_.memopath) < 0) {
     error_ = String::Concat({"Error creating '", names_.memoerrorpath, "': ", files_.error()});
-    return 0;
+    return false;
   }
   made.memopath.clear();
   // A link is followed to where the table is wanted.
   const String& path = realpath_.empty() ? names_.datapath : realpath_;
   if (files_.Rename(made.datapath, path) < 0) return Fail("creating", files_.error());
   AdoptNewFiles();
-  if (!durable || files_.SyncDirectory(path) == 0) return 1;
+  if (!durable || files_.SyncDirectory(path) == 0) return true;
   return Fail("creating", files_.error());
 }
 

@@ -40,9 +40,9 @@ bool XBaseTable::MakeNewFiles(bool with_memo, uint64_t number, std::string_view 
     return file;
   };
   made.file = make(realpath(), made.datapath);
-  if (made.file == nullptr) return Fail(action, files_.error()) != 0;
+  if (made.file == nullptr) return Fail(action, files_.error());
   if (!made.lock.Take(*made.file, FileLockType::Exclusive, 0, 0)) {
-    return Fail(action, made.file->error()) != 0;
+    return Fail(action, made.file->error());
   }
   if (!with_memo) return true;
   auto memo = make(names_.memopath, made.memopath);
@@ -54,12 +54,12 @@ bool XBaseTable::MakeNewFiles(bool with_memo, uint64_t number, std::string_view 
   if (made.memo->WriteHeader() && made.memo->LockForWriting() == LockOutcome::Taken) {
     return true;
   }
-  return FailNewMemo() != 0;
+  return FailNewMemo();
 }
 
-int XBaseTable::FailNewMemo() {
+bool XBaseTable::FailNewMemo() {
   error_ = new_files_->memo->error();
-  return 0;
+  return false;
 }
 
 bool XBaseTable::WriteNewHeader(uint64_t mark) {
@@ -70,14 +70,14 @@ bool XBaseTable::WriteNewHeader(uint64_t mark) {
   header.Encode(bytes);
   String reason;
   if (WriteExactly(*new_files_->file, 0, bytes, kTableHeaderSize, reason)) return true;
-  return Fail("writing to", reason) != 0;
+  return Fail("writing to", reason);
 }
 
 bool XBaseTable::SyncNewFiles() {
   NewFiles& made = *new_files_;
-  if (made.file->Sync() < 0) return Fail("writing to", made.file->error()) != 0;
+  if (made.file->Sync() < 0) return Fail("writing to", made.file->error());
   if (made.memo == nullptr || made.memo->file().Sync() == 0) return true;
-  return Fail("writing to", made.memo->file().error()) != 0;
+  return Fail("writing to", made.memo->file().error());
 }
 
 // Puts the new files into a swap, before those that are there already.
@@ -122,27 +122,27 @@ void XBaseTable::AdoptNewFiles() {
 
 // --- Packing ---------------------------------------------------------------------------------
 
-int XBaseTable::CheckNoLinks() {
+bool XBaseTable::CheckNoLinks() {
   const bool links = IsSymbolicLink(names_.datapath) || IsSymbolicLink(names_.memopath);
-  return links ? Fail("writing to", kNoReplacementOfLinks) : 1;
+  return !links || Fail("writing to", kNoReplacementOfLinks);
 }
 
 bool XBaseTable::BeginPack(FileSwap& swap) {
-  if (file_ == nullptr || CheckNoLinks() == 0) return false;
-  if (LockStart(all_lock_, FileLockType::Exclusive, 0) == 0 || ReadHeader() == 0) return false;
+  if (file_ == nullptr || !CheckNoLinks()) return false;
+  if (!LockStart(all_lock_, FileLockType::Exclusive, 0) || !ReadHeader()) return false;
   if (memo_ != nullptr) {
     const LockOutcome outcome = memo_->LockForWriting();
-    if (outcome == LockOutcome::Failed) return FailMemo() != 0;
-    if (outcome == LockOutcome::Replaced) return FailReplaced() != 0;
+    if (outcome == LockOutcome::Failed) return FailMemo();
+    if (outcome == LockOutcome::Replaced) return FailReplaced();
   }
   if (NewChangeNumber(swap.number)) return true;
-  return Fail("writing to", "The system gives no random numbers") != 0;
+  return Fail("writing to", "The system gives no random numbers");
 }
 
 bool XBaseTable::StagePack(FileSwap& swap) {
   assert(all_lock_.held());
-  return MakeNewFiles(memo_ != nullptr, swap.number, "writing to") && CollectBlocks() != 0 &&
-         CopyLiveRecords() != 0;
+  return MakeNewFiles(memo_ != nullptr, swap.number, "writing to") && CollectBlocks() &&
+         CopyLiveRecords();
 }
 
 bool XBaseTable::CommitPack(FileSwap& swap) {
@@ -156,9 +156,9 @@ int XBaseTable::Pack() {
   return BeginPack(swap) && StagePack(swap) && CommitPack(swap) ? 1 : 0;
 }
 
-// A buffer of records, read in their order; `visit` is given each and returns 0 to end.
+// A buffer of records, read in their order; `visit` is given each and returns false to end.
 template <typename Visit>
-int XBaseTable::ForRecords(Visit visit) {
+bool XBaseTable::ForRecords(Visit visit) {
   const int at_once = std::max(1, kCopyBuffer / header_.recordlength);
   const auto record_size = static_cast<size_t>(header_.recordlength);
   std::vector<char> records(static_cast<size_t>(at_once) * record_size + 1);
@@ -169,42 +169,42 @@ int XBaseTable::ForRecords(Visit visit) {
                      count * header_.recordlength, reason)) {
       return Fail("reading from", reason);
     }
-    if (visit(records.data(), count) == 0) return 0;
+    if (!visit(records.data(), count)) return false;
     first += count;
   }
-  return 1;
+  return true;
 }
 
 template <typename Visit>
-int XBaseTable::ForMemos(char* record, Visit visit) {
+bool XBaseTable::ForMemos(char* record, Visit visit) {
   char* bytes = record + 1;
   for (const auto& field : fields_) {
     char* const here = bytes;
     bytes += field->length();
     if (field->type() != XBaseFieldType::MEMO) continue;
-    if (visit(*field, here) == 0) return 0;
+    if (!visit(*field, here)) return false;
   }
-  return 1;
+  return true;
 }
 
 // Where the texts begin that records name, deleted ones too: none of them reaches into the next.
-int XBaseTable::CollectBlocks() {
-  if (memo_ == nullptr) return 1;
+bool XBaseTable::CollectBlocks() {
+  if (memo_ == nullptr) return true;
   std::vector<int>& blocks = new_files_->blocks;
   const auto note = [&](const XBaseField& field, const char* bytes) {
     const auto width = static_cast<size_t>(field.length());
     blocks.push_back(ReadInteger(std::string_view(bytes, width)));
-    return 1;
+    return true;
   };
-  const int read = ForRecords([&](char* records, int count) {
+  const bool read = ForRecords([&](char* records, int count) {
     for (int i = 0; i < count; ++i) (void)ForMemos(records + i * header_.recordlength, note);
-    return 1;
+    return true;
   });
   std::sort(blocks.begin(), blocks.end());
   return read;
 }
 
-int XBaseTable::CopyLiveRecords() {
+bool XBaseTable::CopyLiveRecords() {
   NewFiles& made = *new_files_;
   String reason;
   std::vector<char> start(static_cast<size_t>(header_.headerlength));
@@ -223,7 +223,7 @@ int XBaseTable::CopyLiveRecords() {
       char* record = records + static_cast<size_t>(i) * record_size;
       if (record[0] == kDeletedMark) continue;
       if (to != record) std::memcpy(to, record, record_size);
-      if (made.memo != nullptr && CopyMemos(to) == 0) return 0;
+      if (made.memo != nullptr && !CopyMemos(to)) return false;
       to += record_size;
     }
     const auto size = static_cast<int>(to - records);
@@ -233,16 +233,16 @@ int XBaseTable::CopyLiveRecords() {
       return Fail("writing to", reason);
     }
     made.header.numrecords += size / header_.recordlength;
-    return 1;
+    return true;
   });
 }
 
-int XBaseTable::CopyMemos(char* record) {
+bool XBaseTable::CopyMemos(char* record) {
   NewFiles& made = *new_files_;
   return ForMemos(record, [&](const XBaseField& field, char* here) {
     const auto width = static_cast<size_t>(field.length());
     const int old_block = ReadInteger(std::string_view(here, width));
-    if (old_block == 0) return 1;
+    if (old_block == 0) return true;
     const auto next = std::upper_bound(made.blocks.begin(), made.blocks.end(), old_block);
     std::string bytes;
     // One text that cannot be read stops the pack: it would be lost for good.
@@ -258,7 +258,7 @@ int XBaseTable::CopyMemos(char* record) {
     if (number.size() > width) return MemoNumberTooLong(field.name());
     std::memset(here, ' ', width);
     std::memcpy(here + (width - number.size()), number.data(), number.size());
-    return 1;
+    return true;
   });
 }
 

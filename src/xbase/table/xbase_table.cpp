@@ -36,34 +36,34 @@ constexpr char kReplacedAgain[] = "The table is replaced again and again";
 
 // --- Messages --------------------------------------------------------------------------------
 
-int XBaseTable::Fail(std::string_view action, std::string_view reason) {
+bool XBaseTable::Fail(std::string_view action, std::string_view reason) {
   error_ = String::Concat({"Error ", action, " '", names_.dataerrorpath, "': ", reason});
-  return 0;
+  return false;
 }
 
-int XBaseTable::FailLock(FileLockType type, std::string_view reason) {
+bool XBaseTable::FailLock(FileLockType type, std::string_view reason) {
   const std::string_view purpose = type == FileLockType::Shared ? "read" : "write";
   error_ =
       String::Concat({"Error locking '", names_.dataerrorpath, "' for ", purpose, ": ", reason});
-  return 0;
+  return false;
 }
 
-int XBaseTable::FailMemo() {
+bool XBaseTable::FailMemo() {
   error_ = memo_->error();
-  return 0;
+  return false;
 }
 
-int XBaseTable::FailReplaced() {
+bool XBaseTable::FailReplaced() {
   EndChange();
-  return Reopen() == 0 ? 0 : Fail("writing to", kReplaced);
+  return Reopen() && Fail("writing to", kReplaced);
 }
 
-int XBaseTable::MemoTextLost(const String& field) {
+bool XBaseTable::MemoTextLost(const String& field) {
   return Fail("writing to", String::Concat({"The text of field '", field,
                                             "' could not be read before the table was replaced"}));
 }
 
-int XBaseTable::MemoNumberTooLong(const String& field) {
+bool XBaseTable::MemoNumberTooLong(const String& field) {
   return Fail("writing to",
               String::Concat({"The field '", field, "' is too short for a memo block number"}));
 }
@@ -91,7 +91,7 @@ bool XBaseTable::IsMarked(uint64_t mark) {
   return true;
 }
 
-int XBaseTable::ReadHeader() {
+bool XBaseTable::ReadHeader() {
   header_bytes_.resize(kTableHeaderSize);
   String reason;
   if (!ReadExactly(*file_, 0, header_bytes_.data(), kTableHeaderSize, reason)) {
@@ -102,35 +102,35 @@ int XBaseTable::ReadHeader() {
       header.headerlength != header_.headerlength || header.recordlength != header_.recordlength) {
     return Fail("reading from", "The structure of the table has changed");
   }
-  if (IsMarked(header.mark)) return 0;
+  if (IsMarked(header.mark)) return false;
   if (memo_ != nullptr) header.version = kVersionWithMemo;
   header_ = header;
-  return 1;
+  return true;
 }
 
-int XBaseTable::LockStart(RangeLock& lock, FileLockType type, int64_t length) {
+bool XBaseTable::LockStart(RangeLock& lock, FileLockType type, int64_t length) {
   String reason;
   for (int i = 0; i < kMostReplacements; ++i) {
     switch (lock.TakeNamed(*file_, type, 0, length, reason)) {
       case LockOutcome::Taken:
         header_stamp_ = IsOld(lock.stamp()) ? lock.stamp() : FileStamp();
-        return 1;
+        return true;
       case LockOutcome::Failed:
         return FailLock(type, reason);
       case LockOutcome::Replaced:
         if (record_lock_.held()) return FailReplaced();
-        if (Reopen() == 0) return 0;
+        if (!Reopen()) return false;
     }
   }
   return Fail("reading from", kReplacedAgain);
 }
 
-int XBaseTable::Refresh() {
-  if (file_ == nullptr) return 0;
+bool XBaseTable::Refresh() {
+  if (file_ == nullptr) return false;
   // Nobody else can have changed it.
-  if (header_lock_.held() || all_lock_.held()) return 1;
+  if (header_lock_.held() || all_lock_.held()) return true;
   RangeLock lock;
-  return LockStart(lock, FileLockType::Shared, kTableHeaderSize) != 0 ? ReadHeader() : 0;
+  return LockStart(lock, FileLockType::Shared, kTableHeaderSize) && ReadHeader();
 }
 
 // --- Reading ---------------------------------------------------------------------------------
@@ -149,11 +149,11 @@ XBaseTable::Reading XBaseTable::CheckBorder() {
   return mark == 0 || mark == void_mark_ ? Reading::Whole : Reading::Again;
 }
 
-int XBaseTable::Goto(int n) {
+bool XBaseTable::ReadRecord(int n) {
   for (int i = 0; i < kMostReplacements; ++i) {
     if (file_ == nullptr || n < 1 || n > header_.numrecords) {
       error_.clear();
-      return 0;
+      return false;
     }
     RangeLock lock;
     const bool held = Holds(n);
@@ -166,7 +166,7 @@ int XBaseTable::Goto(int n) {
         case LockOutcome::Failed:
           return FailLock(FileLockType::Shared, reason);
         case LockOutcome::Replaced:
-          if (Reopen() == 0) return 0;
+          if (!Reopen()) return false;
           continue;
       }
     }
@@ -176,12 +176,12 @@ int XBaseTable::Goto(int n) {
     const bool over_border = offset / kBlock != (offset + header_.recordlength - 1) / kBlock;
     if (over_border && !held && !(lock.stamp() == header_stamp_)) {
       const Reading reading = CheckBorder();
-      if (reading == Reading::Failed) return 0;
+      if (reading == Reading::Failed) return false;
       if (reading == Reading::Whole && IsOld(lock.stamp())) header_stamp_ = lock.stamp();
       if (reading == Reading::Again) {
         // Under the header's lock a mark is not that of a change under way.
         lock.Release();
-        if (Refresh() == 0) return 0;
+        if (!Refresh()) return false;
         continue;
       }
     }
@@ -194,17 +194,19 @@ int XBaseTable::Goto(int n) {
       bytes += field->length();
     }
     recordnum_ = n;
-    return 1;
+    return true;
   }
   return Fail("reading from", kReplacedAgain);
 }
+
+int XBaseTable::Goto(int n) { return ReadRecord(n) ? 1 : 0; }
 
 // --- Changes in steps ------------------------------------------------------------------------
 
 bool XBaseTable::BeginUpdate() {
   assert(!record_lock_.held() && !header_lock_.held());
   if (file_ == nullptr || recordnum_ == 0) {
-    return Fail("writing to", "There is no current record") != 0;
+    return Fail("writing to", "There is no current record");
   }
   String reason;
   stored_is_current_ = false;
@@ -213,18 +215,17 @@ bool XBaseTable::BeginUpdate() {
     case LockOutcome::Taken:
       return true;
     case LockOutcome::Failed:
-      return FailLock(FileLockType::Exclusive, reason) != 0;
+      return FailLock(FileLockType::Exclusive, reason);
     case LockOutcome::Replaced:
       break;
   }
-  return FailReplaced() != 0;
+  return FailReplaced();
 }
 
 bool XBaseTable::LockHeader() {
   if (file_ == nullptr) return false;
   assert(!header_lock_.held());
-  return LockStart(header_lock_, FileLockType::Exclusive, header_.headerlength) != 0 &&
-         ReadHeader() != 0;
+  return LockStart(header_lock_, FileLockType::Exclusive, header_.headerlength) && ReadHeader();
 }
 
 void XBaseTable::EndChange() {
@@ -236,7 +237,7 @@ void XBaseTable::EndChange() {
   stored_is_current_ = false;
 }
 
-int XBaseTable::BuildRecord(char mark) {
+bool XBaseTable::BuildRecord(char mark) {
   bool needs_block = false;
   for (const auto& field : fields_) needs_block = needs_block || field->NeedsMemoBlock();
   // From here to the end of the change, so that every number is that of the block its text goes to.
@@ -253,10 +254,10 @@ int XBaseTable::BuildRecord(char mark) {
   record_[0] = mark;
   auto* bytes = reinterpret_cast<unsigned char*>(record_.data()) + 1;
   for (const auto& field : fields_) {
-    if (field->Write(bytes) == 0) return 0;
+    if (field->Write(bytes) == 0) return false;
     bytes += field->length();
   }
-  return 1;
+  return true;
 }
 
 void XBaseTable::DescribeHeader(Change& change, int numrecords) {
@@ -275,7 +276,7 @@ void XBaseTable::DescribeHeader(Change& change, int numrecords) {
   change.written_before.push_back(file_.get());
 }
 
-int XBaseTable::CheckEnd(int64_t offset) {
+bool XBaseTable::CheckEnd(int64_t offset) {
   // As the lock was taken: nobody else makes the file longer while it is held.
   const int64_t length = header_lock_.stamp().length;
   // An append that died has left at most one record.
@@ -286,20 +287,20 @@ int XBaseTable::CheckEnd(int64_t offset) {
     if (!ReadExactly(*file_, offset, &mark, 1, reason)) return Fail("reading from", reason);
     fits = mark == kEndOfTable;  // What follows it is nobody's.
   }
-  return fits ? 1 : Fail("writing to", "The number of records does not fit the file's size");
+  return fits || Fail("writing to", "The number of records does not fit the file's size");
 }
 
 bool XBaseTable::StageAppend(Change& change) {
   assert(header_lock_.held());
-  if (header_.numrecords == INT32_MAX) return Fail("writing to", "The table is full") != 0;
+  if (header_.numrecords == INT32_MAX) return Fail("writing to", "The table is full");
   const int64_t offset = header_.RecordOffset(header_.numrecords + 1);
-  if (CheckEnd(offset) == 0 || BuildRecord(kLiveMark) == 0) return false;
+  if (!CheckEnd(offset) || !BuildRecord(kLiveMark)) return false;
   record_[static_cast<size_t>(header_.recordlength)] = kEndOfTable;
   String reason;
   if (!WriteExactly(*file_, offset, record_.data(), header_.recordlength + 1, reason)) {
     String ignored;
     (void)WriteExactly(*file_, offset, &kEndOfTable, 1, ignored);
-    return Fail("writing to", reason) != 0;
+    return Fail("writing to", reason);
   }
   DescribeHeader(change, header_.numrecords + 1);
   return true;
@@ -307,7 +308,7 @@ bool XBaseTable::StageAppend(Change& change) {
 
 bool XBaseTable::StageUpdate(Change& change) {
   assert(header_lock_.held() && record_lock_.held() && stored_is_current_);
-  if (BuildRecord(deleted_ != 0 ? kDeletedMark : kLiveMark) == 0) return false;
+  if (!BuildRecord(deleted_ != 0 ? kDeletedMark : kLiveMark)) return false;
   // Only what became different is written, so that most updates touch one page.
   const auto [first, ignored] = std::mismatch(stored_.begin(), stored_.end(), record_.begin());
   if (first != stored_.end()) {
@@ -360,9 +361,7 @@ bool XBaseTable::Commit(Change& change) {
 
 // --- Changes at once -------------------------------------------------------------------------
 
-int XBaseTable::Update() {
-  const TableChange ending(*this);
-  if (!BeginUpdate()) return 0;
+bool XBaseTable::ReadStored() {
   stored_.resize(static_cast<size_t>(header_.recordlength));
   String reason;
   if (!ReadExactly(*file_, header_.RecordOffset(recordnum_), stored_.data(), header_.recordlength,
@@ -370,8 +369,14 @@ int XBaseTable::Update() {
     return Fail("reading from", reason);
   }
   stored_is_current_ = true;
+  return true;
+}
+
+int XBaseTable::Update() {
+  const TableChange ending(*this);
   Change change;
-  return LockHeader() && StageUpdate(change) && Commit(change) ? 1 : 0;
+  return BeginUpdate() && ReadStored() && LockHeader() && StageUpdate(change) && Commit(change) ? 1
+                                                                                                : 0;
 }
 
 int XBaseTable::Append() {
@@ -392,25 +397,26 @@ int XBaseTable::UpdateDeleted(int deleted) {
 
 int XBaseTable::ReadMemoHeader() {
   if (memo_ == nullptr) return 0;
-  return memo_->ReadHeader() ? 1 : FailMemo();
+  return memo_->ReadHeader() || FailMemo() ? 1 : 0;
 }
 
 int XBaseTable::WriteMemoHeader() {
   if (memo_ == nullptr) return 0;
-  return memo_->WriteHeader() ? 1 : FailMemo();
+  return memo_->WriteHeader() || FailMemo() ? 1 : 0;
 }
 
 int XBaseTable::ReadMemoBlock(int block, String& text) {
   if (memo_ == nullptr) return 0;
   if (memo_->ReadBlock(block, text)) return 1;
   ++lost_texts_;
-  return FailMemo();
+  (void)FailMemo();
+  return 0;
 }
 
 int XBaseTable::WriteMemoBlock(std::string_view text) {
   if (memo_ == nullptr) return -1;
   const int block = memo_->WriteBlock(text);
-  if (block < 0) FailMemo();
+  if (block < 0) (void)FailMemo();
   return block;
 }
 

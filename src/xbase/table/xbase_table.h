@@ -25,8 +25,8 @@
 // A header that bears the mark of a change whose process is gone is refused until that change is
 // finished: unfinished() tells that from other failures.
 //
-// Operations return 1, or 0 with the message in error(), unless they say otherwise. None returns
-// with a lock held, but for the steps of a change.
+// Operations return 1 or true; 0 or false with the message in error(), unless they say otherwise.
+// None returns with a lock held, but for the steps of a change.
 
 #ifndef VEXA_XBASE_TABLE_XBASE_TABLE_H_
 #define VEXA_XBASE_TABLE_XBASE_TABLE_H_
@@ -83,7 +83,7 @@ class XBaseTable {
   // Sets or clears the deletion mark of the current record.
   [[nodiscard]] int UpdateDeleted(int deleted);
   // Reads the header again, so that records appended by other processes can be reached.
-  [[nodiscard]] int Refresh();
+  [[nodiscard]] bool Refresh();
   // How often the files were opened anew because others took their place. Record numbers from
   // before such a change mean nothing after it.
   [[nodiscard]] int generation() const { return generation_; }
@@ -127,9 +127,9 @@ class XBaseTable {
   [[nodiscard]] int lost_texts() const { return lost_texts_; }
   [[nodiscard]] int WriteMemoBlock(std::string_view text);
   // Store the message that a memo field is too narrow for a block number, or that its text went
-  // with the old file. Return 0.
-  int MemoNumberTooLong(const String& field);
-  int MemoTextLost(const String& field);
+  // with the old file. Return false.
+  bool MemoNumberTooLong(const String& field);
+  bool MemoTextLost(const String& field);
 
   // Those of every field.
   void SwapOriginal();
@@ -166,31 +166,35 @@ class XBaseTable {
   // The files of a pack or creation under way, beside those whose places they are to take.
   struct NewFiles;
 
-  // Messages. Each returns 0.
-  int Fail(std::string_view action, std::string_view reason);
-  int FailLock(FileLockType type, std::string_view reason);
-  int FailMemo();
+  // Messages. Each returns false.
+  bool Fail(std::string_view action, std::string_view reason);
+  bool FailLock(FileLockType type, std::string_view reason);
+  bool FailMemo();
   // The table was replaced while a record was locked.
-  int FailReplaced();
+  bool FailReplaced();
 
   // Opens the files and reads the header and descriptors, all under the header lock.
-  [[nodiscard]] int OpenFiles(Opened& opened);
-  [[nodiscard]] int ReadStructure(Opened& opened);
-  [[nodiscard]] int OpenMemo(Opened& opened);
+  [[nodiscard]] bool OpenFiles(Opened& opened);
+  [[nodiscard]] bool ReadStructure(Opened& opened);
+  [[nodiscard]] bool OpenMemo(Opened& opened);
   // Opens the files anew after they were replaced. No record is current then.
-  [[nodiscard]] int Reopen();
+  [[nodiscard]] bool Reopen();
   // Takes over other files of the same structure.
   void Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> memo);
-  [[nodiscard]] int MakeFields(const std::vector<FieldDescriptor>& descriptors);
+  [[nodiscard]] bool MakeFields(const std::vector<FieldDescriptor>& descriptors);
 
-  [[nodiscard]] int ReadHeader();
+  [[nodiscard]] bool ReadHeader();
   // Whether `mark` is one: not zero, and known to the journal. Sets the message then.
   [[nodiscard]] bool IsMarked(uint64_t mark);
   // Takes `lock` on `length` bytes from 0 of the file that the path names now.
-  [[nodiscard]] int LockStart(RangeLock& lock, FileLockType type, int64_t length);
+  [[nodiscard]] bool LockStart(RangeLock& lock, FileLockType type, int64_t length);
   [[nodiscard]] bool Holds(int n) const {
     return all_lock_.held() || (record_lock_.held() && n == recordnum_);
   }
+  // What Goto does.
+  [[nodiscard]] bool ReadRecord(int n);
+  // Reads the bytes of the locked record into stored_.
+  [[nodiscard]] bool ReadStored();
   // Whether the record just read, over the border of two pages, may be half of one change.
   enum class Reading { Whole, Again, Failed };
   [[nodiscard]] Reading CheckBorder();
@@ -198,32 +202,35 @@ class XBaseTable {
   void DescribeHeader(Change& change, int numrecords);
   void MarkEnd(int numrecords, const Change& change);
   // Fails when a record at `offset` would leave a gap, or lie over records that do not count.
-  [[nodiscard]] int CheckEnd(int64_t offset);
+  [[nodiscard]] bool CheckEnd(int64_t offset);
   // Puts mark and field values into record_, storing changed memo texts first.
-  [[nodiscard]] int BuildRecord(char mark);
+  [[nodiscard]] bool BuildRecord(char mark);
 
   // table_pack.cpp: new files
   [[nodiscard]] bool MakeNewFiles(bool with_memo, uint64_t number, std::string_view action);
-  int FailNewMemo();
+  bool FailNewMemo();
   [[nodiscard]] bool WriteNewHeader(uint64_t mark);
   [[nodiscard]] bool SyncNewFiles();
   void DescribeSwap(FileSwap& swap, File& former, const std::string& header);
   [[nodiscard]] bool CarryOut(FileSwap& swap);
   void AdoptNewFiles();
   // table_pack.cpp: packing
-  [[nodiscard]] int CheckNoLinks();
+  [[nodiscard]] bool CheckNoLinks();
   template <typename Visit>
-  [[nodiscard]] int ForRecords(Visit visit);
+  [[nodiscard]] bool ForRecords(Visit visit);
   template <typename Visit>
-  [[nodiscard]] int ForMemos(char* record, Visit visit);
-  [[nodiscard]] int CopyLiveRecords();
-  [[nodiscard]] int CollectBlocks();
-  [[nodiscard]] int CopyMemos(char* record);
+  [[nodiscard]] bool ForMemos(char* record, Visit visit);
+  [[nodiscard]] bool CopyLiveRecords();
+  [[nodiscard]] bool CollectBlocks();
+  [[nodiscard]] bool CopyMemos(char* record);
   // table_open.cpp: creating
-  [[nodiscard]] int WriteStructure();
-  [[nodiscard]] int WriteRows(const std::vector<XBaseRow>& rows);
-  [[nodiscard]] int Install();
-  [[nodiscard]] int InstallNew();
+  // Checks the declared fields and makes the header and descriptors of a table that has them.
+  [[nodiscard]] bool Declare(const std::vector<XBaseField::Declaration>& fields,
+                             std::vector<FieldDescriptor>& descriptors);
+  [[nodiscard]] bool WriteStructure();
+  [[nodiscard]] bool WriteRows(const std::vector<XBaseRow>& rows);
+  [[nodiscard]] bool Install();
+  [[nodiscard]] bool InstallNew();
 
   FileManager& files_;
   int mode_ = 0;
