@@ -86,12 +86,12 @@ void UseIndex(MemoryFiles& files) {
     (void)index.Seek(key, 5, found);
   }
   XBaseIndexLock lock;
-  if (lock.Take(index) == 0) return;
+  if (!lock.Take(index)) return;
   for (uint32_t n = 1; n <= 12; ++n) {
     char key[8];
     std::snprintf(key, sizeof key, "k%02u", n);
     (void)index.Delete(n, key);
-    if (index.CheckUnique(key, n) != 0) (void)index.Insert(n, key);
+    if (index.CheckUnique(key, n)) (void)index.Insert(n, key);
   }
 }
 

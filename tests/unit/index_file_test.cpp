@@ -149,9 +149,9 @@ TEST_F(IndexFile, UniqueRefusesWhatIsThere) {
       index.error(),
       "Index 'people.vxx' was created with the UNIQUE flag and the key 'abc' already exists in "
       "the index file");
-  EXPECT_EQ(index.CheckUnique("abc", 2), 0);
-  EXPECT_EQ(index.CheckUnique("abc", 1), 1);
-  EXPECT_EQ(index.CheckUnique("abd", 2), 1);
+  EXPECT_FALSE(index.CheckUnique("abc", 2));
+  EXPECT_TRUE(index.CheckUnique("abc", 1));
+  EXPECT_TRUE(index.CheckUnique("abd", 2));
   EXPECT_EQ(Walk(index), "abc:1");
 }
 

@@ -117,7 +117,7 @@ DataResult XBaseIndexSet::Lock(std::vector<XBaseIndexLock>& locks) {
     return a->realpath().view() < b->realpath().view();
   });
   for (XBaseIndex* index : ordered) {
-    if (locks.emplace_back().Take(*index) != 0) continue;
+    if (locks.emplace_back().Take(*index)) continue;
     error_ = EntityEncoded(index->error());
     locks.clear();
     return DataResult::Failed;

@@ -128,7 +128,7 @@ DataResult XBaseDatabase::CreateIndexLocked(const String& name, const String& pa
   XBaseIndex former(files);
   XBaseIndexLock lock;
   if (files.Exists(path) && former.Open(name, path, name) != 0 &&
-      lock.Take(former, ZDXIndexFile::Marks::Ignored) == 0) {
+      !lock.Take(former, ZDXIndexFile::Marks::Ignored)) {
     return Fail(former.error());
   }
   const Holding holding(*this);
@@ -164,7 +164,7 @@ DataResult XBaseDatabase::RebuildMarked() {
     XBaseIndex& index = member->index;
     if (!index.file().unfinished()) continue;
     XBaseIndexLock lock;
-    if (lock.Take(index, ZDXIndexFile::Marks::Ignored) == 0) return Fail(index.error());
+    if (!lock.Take(index, ZDXIndexFile::Marks::Ignored)) return Fail(index.error());
     if (!index.file().marked()) continue;
     const Holding holding(*this);
     XBaseIndexBuilder builder(host_.filemanager(),

@@ -147,7 +147,7 @@ DataResult XBaseDatabaseView::GatherKeys(const std::vector<KeyChange>& changes, 
   const auto number = static_cast<uint32_t>(record_.current());
   for (const KeyChange& key : changes) {
     key.index->file().Gather(change.writes);
-    if (key.index->CheckUnique(key.new_key, number) == 0 ||
+    if (!key.index->CheckUnique(key.new_key, number) ||
         key.index->Delete(number, key.old_key) == 0 ||
         key.index->Insert(number, key.new_key) == 0) {
       return FailIndex(*key.index);

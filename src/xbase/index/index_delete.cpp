@@ -18,92 +18,92 @@ uint32_t ZDXIndexFile::FewestKeys() const { return std::max(1u, header_.shape.or
 int ZDXIndexFile::Delete(uint32_t recordnum, std::string_view key) {
   KeepCursorEntry();
   RangeLock lock;
-  if (Enter(lock, FileLockType::Exclusive) == 0) return 0;
+  if (!Enter(lock, FileLockType::Exclusive)) return 0;
   if (DoDelete(CutKey(key), recordnum) != 0) return 1;
   header_is_stale_ = true;
   return 0;
 }
 
 // Stands on the entry to delete.
-int ZDXIndexFile::FindToDelete(std::string_view key, uint32_t recordnum) {
+bool ZDXIndexFile::FindToDelete(std::string_view key, uint32_t recordnum) {
   const SearchKey wanted(key, 1, header_.flags);
   uint64_t most = 0;
-  if (EntriesInFile(most) == 0) return 0;
+  if (!EntriesInFile(most)) return false;
   const auto matches = [&](const ZDXIndexPage& page) {
     return page.recordnum(page.cursor) == recordnum;
   };
-  if (Descend(wanted) == 0) return 0;
+  if (!Descend(wanted)) return false;
   for (uint64_t steps = 0; OnEntry(); ++steps) {
     const ZDXIndexPage& page = stack_.Top();
     if (wanted.Compare(page.key(page.cursor)) != 0) break;
-    if (matches(page)) return 1;
+    if (matches(page)) return true;
     if (steps > most) return FailCorrupt();
-    if (AdvanceFresh(Direction::Forward) == 0) return 0;
+    if (!AdvanceFresh(Direction::Forward)) return false;
   }
   // Numbers among other texts have no consistent order, so the way down may have missed the entry.
   if ((header_.flags & kIndexString) == 0) {
-    if (GoToEnd(Direction::Forward) == 0) return 0;
+    if (!GoToEnd(Direction::Forward)) return false;
     for (uint64_t steps = 0; OnEntry(); ++steps) {
       const ZDXIndexPage& page = stack_.Top();
-      if (matches(page) && page.key(page.cursor) == key) return 1;
+      if (matches(page) && page.key(page.cursor) == key) return true;
       if (steps > most) return FailCorrupt();
-      if (AdvanceFresh(Direction::Forward) == 0) return 0;
+      if (!AdvanceFresh(Direction::Forward)) return false;
     }
   }
   error_ = "Record is not in index";
-  return 0;
+  return false;
 }
 
 int ZDXIndexFile::DoDelete(std::string_view key, uint32_t recordnum) {
-  if (FindToDelete(key, recordnum) == 0) return 0;
+  if (!FindToDelete(key, recordnum)) return 0;
   ZDXIndexPage& page = stack_.Top();
   const bool is_leaf = page.childpage(page.cursor) == 0 && page.childpage(page.cursor + 1) == 0;
   if (is_leaf) {
     page.Delete(page.cursor);
     if (WritePage(page) == 0) return 0;
-  } else if (ReplaceByPredecessor() == 0) {
+  } else if (!ReplaceByPredecessor()) {
     return 0;
   }
-  return RepairUnderflow();
+  return RepairUnderflow() ? 1 : 0;
 }
 
-int ZDXIndexFile::ReplaceByPredecessor() {
+bool ZDXIndexFile::ReplaceByPredecessor() {
   const size_t inner_level = stack_.depth() - 1;
   ZDXIndexPage& inner = stack_.Top();
-  if (DescendLast(inner.childpage(inner.cursor)) == 0) return 0;
+  if (!DescendLast(inner.childpage(inner.cursor))) return false;
   ZDXIndexPage& leaf = stack_.Top();
   // An inner page without a child, or with an empty leaf below it, is damage.
   if (stack_.depth() - 1 == inner_level || leaf.numentries() == 0) return FailCorrupt();
   inner.Setentry(inner.cursor, leaf.entry(leaf.numentries() - 1));
-  if (WritePage(inner) == 0) return 0;
+  if (WritePage(inner) == 0) return false;
   leaf.Setnumentries(leaf.numentries() - 1);
-  return WritePage(leaf);
+  return WritePage(leaf) != 0;
 }
 
 // From the page on top of the stack up to the root.
-int ZDXIndexFile::RepairUnderflow() {
+bool ZDXIndexFile::RepairUnderflow() {
   for (size_t level = stack_.depth() - 1; level > 0; --level) {
     ZDXIndexPage& page = stack_.At(level);
-    if (page.numentries() >= FewestKeys()) return 1;
-    if (HandleUnderflow(page, stack_.At(level - 1)) == 0) return 0;
+    if (page.numentries() >= FewestKeys()) return true;
+    if (HandleUnderflow(page, stack_.At(level - 1)) == 0) return false;
   }
   return ShrinkRoot();
 }
 
-int ZDXIndexFile::ShrinkRoot() {
+bool ZDXIndexFile::ShrinkRoot() {
   ZDXIndexPage& root = stack_.At(0);
   const uint32_t child = root.childpage(0);
-  if (root.numentries() > 0 || child == 0) return 1;
+  if (root.numentries() > 0 || child == 0) return true;
   header_.startingpage = child;
-  if (WriteHeader() == 0) return 0;
+  if (WriteHeader() == 0) return false;
   root.Clear(root.number(), header_.shape);
-  return WritePage(root);
+  return WritePage(root) != 0;
 }
 
-int ZDXIndexFile::ReadSibling(uint32_t number, ZDXIndexPage& sibling) {
+bool ZDXIndexFile::ReadSibling(uint32_t number, ZDXIndexPage& sibling) {
   // A sibling that is on the way down already is damage, as is a missing one.
   if (number == 0 || stack_.CheckForRecursion(number)) return FailCorrupt();
-  return ReadPage(number, sibling);
+  return ReadPage(number, sibling) != 0;
 }
 
 int ZDXIndexFile::HandleUnderflow(ZDXIndexPage& page, ZDXIndexPage& parent) {
@@ -113,12 +113,16 @@ int ZDXIndexFile::HandleUnderflow(ZDXIndexPage& page, ZDXIndexPage& parent) {
   ZDXIndexPage left;
   ZDXIndexPage right;
   if (has_left) {
-    if (ReadSibling(parent.childpage(place - 1), left) == 0) return 0;
-    if (left.numentries() > FewestKeys()) return RedistributeFromLeft(left, page, parent);
+    if (!ReadSibling(parent.childpage(place - 1), left)) return 0;
+    if (left.numentries() > FewestKeys()) {
+      return RedistributeFromLeft(left, page, parent) ? 1 : 0;
+    }
   }
   if (has_right) {
-    if (ReadSibling(parent.childpage(place + 1), right) == 0) return 0;
-    if (right.numentries() > FewestKeys()) return RedistributeFromRight(page, right, parent);
+    if (!ReadSibling(parent.childpage(place + 1), right)) return 0;
+    if (right.numentries() > FewestKeys()) {
+      return RedistributeFromRight(page, right, parent) ? 1 : 0;
+    }
   }
   if (has_left) return Concatenate(left, page, parent, place - 1);
   if (has_right) return Concatenate(page, right, parent, place);
@@ -126,8 +130,8 @@ int ZDXIndexFile::HandleUnderflow(ZDXIndexPage& page, ZDXIndexPage& parent) {
 }
 
 // Both redistributions even the two pages out.
-int ZDXIndexFile::RedistributeFromLeft(ZDXIndexPage& left, ZDXIndexPage& page,
-                                       ZDXIndexPage& parent) {
+bool ZDXIndexFile::RedistributeFromLeft(ZDXIndexPage& left, ZDXIndexPage& page,
+                                        ZDXIndexPage& parent) {
   const uint32_t separator = parent.cursor - 1;
   uint32_t moves = std::max(1u, (left.numentries() - page.numentries()) / 2);
   for (; moves > 0; --moves) {
@@ -136,11 +140,11 @@ int ZDXIndexFile::RedistributeFromLeft(ZDXIndexPage& left, ZDXIndexPage& page,
     parent.Setentry(separator, left.entry(last));
     left.Setnumentries(last);
   }
-  return WritePage(page) != 0 && WritePage(parent) != 0 ? WritePage(left) : 0;
+  return WritePage(page) != 0 && WritePage(parent) != 0 && WritePage(left) != 0;
 }
 
-int ZDXIndexFile::RedistributeFromRight(ZDXIndexPage& page, ZDXIndexPage& right,
-                                        ZDXIndexPage& parent) {
+bool ZDXIndexFile::RedistributeFromRight(ZDXIndexPage& page, ZDXIndexPage& right,
+                                         ZDXIndexPage& parent) {
   const uint32_t separator = parent.cursor;
   uint32_t moves = std::max(1u, (right.numentries() - page.numentries()) / 2);
   for (; moves > 0; --moves) {
@@ -148,14 +152,15 @@ int ZDXIndexFile::RedistributeFromRight(ZDXIndexPage& page, ZDXIndexPage& right,
     parent.Setentry(separator, right.entry(0));
     right.Delete(0);
   }
-  return WritePage(page) != 0 && WritePage(parent) != 0 ? WritePage(right) : 0;
+  return WritePage(page) != 0 && WritePage(parent) != 0 && WritePage(right) != 0;
 }
 
 // Puts the separating key and all of `right` into `left`.
 int ZDXIndexFile::Concatenate(ZDXIndexPage& left, ZDXIndexPage& right, ZDXIndexPage& parent,
                               uint32_t separator) {
   if (left.numentries() + 1 + right.numentries() > header_.shape.EntriesThatFit()) {
-    return FailCorrupt();
+    FailCorrupt();
+    return 0;
   }
   left.Insert(left.numentries(), right.childpage(0), parent.entry(separator));
   for (uint32_t i = 0; i < right.numentries(); ++i) {

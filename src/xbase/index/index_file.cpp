@@ -29,19 +29,19 @@ constexpr int kCreateMode = OpenRead | OpenWrite | OpenCreate | OpenTruncate;
 
 // --- Messages --------------------------------------------------------------------------------
 
-int ZDXIndexFile::Fail(std::string_view action, std::string_view reason) {
+bool ZDXIndexFile::Fail(std::string_view action, std::string_view reason) {
   error_ = String::Concat({"Error ", action, " '", errorpath_, "'", reason});
-  return 0;
+  return false;
 }
 
-int ZDXIndexFile::FailCorrupt() {
+bool ZDXIndexFile::FailCorrupt() {
   error_ = String::Concat({"'", errorpath_, "': File is corrupt"});
-  return 0;
+  return false;
 }
 
-int ZDXIndexFile::FailNotAnIndex() {
+bool ZDXIndexFile::FailNotAnIndex() {
   error_ = String::Concat({"'", errorpath_, "' is either corrupt or is not a valid index file"});
-  return 0;
+  return false;
 }
 
 String ZDXIndexFile::UniqueMessage(std::string_view errorpath, std::string_view key) {
@@ -56,10 +56,10 @@ int ZDXIndexFile::Open(const String& path, const String& errorpath, int mode) {
   path_ = path;
   errorpath_ = errorpath;
   mode_ = mode;
-  return OpenFile(file_, header_);
+  return OpenFile(file_, header_) ? 1 : 0;
 }
 
-int ZDXIndexFile::OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header) {
+bool ZDXIndexFile::OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header) {
   auto opened = files_.Open(path_, mode_);
   if (opened == nullptr) return Fail("opening", ": " + files_.error());
   {
@@ -67,20 +67,24 @@ int ZDXIndexFile::OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header) 
     if (!lock.Take(*opened, FileLockType::Shared, 0, kIndexHeaderSize)) {
       return Fail("locking", " for read");
     }
-    if (ReadHeaderOf(*opened, header, header_bytes_) == 0) return 0;
+    if (!ReadHeaderOf(*opened, header, header_bytes_)) return false;
   }
   file = std::move(opened);
-  return 1;
+  return true;
 }
 
 int ZDXIndexFile::Create(const String& path, const String& errorpath, const ZDXIndexSpec& spec) {
   Close();
   errorpath_ = errorpath;
   if (spec.keyexpression.length() > kLongestKeyExpression) {
-    return Fail("creating", ": The key expression is longer than 399 characters");
+    Fail("creating", ": The key expression is longer than 399 characters");
+    return 0;
   }
   auto file = files_.Open(path, kCreateMode);
-  if (file == nullptr) return Fail("creating", ": " + files_.error());
+  if (file == nullptr) {
+    Fail("creating", ": " + files_.error());
+    return 0;
+  }
   return Create(std::move(file), path, errorpath, spec);
 }
 
@@ -115,50 +119,50 @@ void ZDXIndexFile::Close() {
 
 // --- Locks -----------------------------------------------------------------------------------
 
-int ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
+bool ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
   if (file_ == nullptr) {
     error_ = String::Concat({"Internal error opening '", errorpath_, "'"});
-    return 0;
+    return false;
   }
   String ignored;
   for (int i = 0; i < kMostReplacements; ++i) {
     switch (lock.TakeNamed(*file_, type, 0, kIndexHeaderSize, ignored)) {
       case LockOutcome::Taken:
         lock_stamp_ = lock.stamp();
-        return 1;
+        return true;
       case LockOutcome::Failed:
         return Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
       case LockOutcome::Replaced:
         KeepCursorEntry();
-        if (OpenFile(file_, header_) == 0) return 0;
+        if (!OpenFile(file_, header_)) return false;
     }
   }
   return Fail("opening", ": The index is replaced again and again");
 }
 
-int ZDXIndexFile::RefuseMark() {
+bool ZDXIndexFile::RefuseMark() {
   unfinished_ = true;
   return Fail("reading from", String(": ") + kUnfinishedChange);
 }
 
-int ZDXIndexFile::Enter(RangeLock& lock, FileLockType type, Marks marks) {
+bool ZDXIndexFile::Enter(RangeLock& lock, FileLockType type, Marks marks) {
   if (held_.held()) {
-    if (!header_is_stale_) return 1;
+    if (!header_is_stale_) return true;
     KeepCursorEntry();
-    if (ReadHeader() == 0) return 0;
+    if (ReadHeader() == 0) return false;
     header_is_stale_ = false;
-    return 1;
+    return true;
   }
-  if (TakeLock(lock, type) == 0) return 0;
+  if (!TakeLock(lock, type)) return false;
   if (ReadHeader() != 0 &&
-      (marks == Marks::Ignored || MarkOfIndex(header_bytes_) == 0 || RefuseMark() != 0)) {
-    return 1;
+      (marks == Marks::Ignored || MarkOfIndex(header_bytes_) == 0 || RefuseMark())) {
+    return true;
   }
   lock.Release();
-  return 0;
+  return false;
 }
 
-int ZDXIndexFile::LockExclusive(Marks marks) {
+bool ZDXIndexFile::LockExclusive(Marks marks) {
   assert(!held_.held());
   header_is_stale_ = false;
   return Enter(held_, FileLockType::Exclusive, marks);
@@ -214,7 +218,7 @@ void ZDXIndexFile::Adopt(std::unique_ptr<File> file) {
 
 // --- Header and pages ------------------------------------------------------------------------
 
-int ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes) {
+bool ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes) {
   bytes.assign(kMarkedIndexHeader, '\0');
   const int got = file.ReadAt(0, bytes.data(), kMarkedIndexHeader);
   if (got < 0) return Fail("reading from", ": " + file.error());
@@ -222,20 +226,20 @@ int ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& 
   if (got < kIndexHeaderSize) return Fail("reading from", String(": ") + kUnexpectedEnd);
   switch (DecodeIndexHeader(bytes.data(), header)) {
     case IndexHeaderState::Good:
-      return 1;
+      return true;
     case IndexHeaderState::NotAnIndex:
       return FailNotAnIndex();
     case IndexHeaderState::TooNew:
       error_ =
           String::Concat({"'", errorpath_, "' was created by a newer version of the software"});
-      return 0;
+      return false;
   }
-  return 0;
+  return false;
 }
 
 int ZDXIndexFile::ReadHeader() {
   const ZDXIndexShape shape = header_.shape;
-  if (ReadHeaderOf(*file_, header_, header_bytes_) == 0) return 0;
+  if (!ReadHeaderOf(*file_, header_, header_bytes_)) return 0;
   if (header_.shape != shape) KeepCursorEntry();
   return 1;
 }
@@ -246,7 +250,8 @@ int ZDXIndexFile::WriteHeader() {
   header_.Encode(bytes);
   String reason;
   if (WriteExactly(*file_, 0, bytes, kIndexHeaderSize, reason)) return 1;
-  return Fail("writing to", ": " + reason);
+  Fail("writing to", ": " + reason);
+  return 0;
 }
 
 int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
@@ -259,8 +264,11 @@ int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
   String reason;
   const int result = page.ReadPage(*file_, gathered_, number, header_.shape, reason);
   if (result > 0) return 1;
-  if (result == 0) return Fail("reading from", ": " + reason);
-  error_ = reason;
+  if (result == 0) {
+    Fail("reading from", ": " + reason);
+  } else {
+    error_ = reason;
+  }
   return 0;
 }
 
@@ -271,14 +279,16 @@ int ZDXIndexFile::WritePage(const ZDXIndexPage& page) {
     if (page.number() < former_header_.numpages && !gathered_->Knows(*file_, page.offset())) {
       former.resize(header_.shape.pagesize);
       if (!ReadExactly(*file_, page.offset(), former.data(), header_.shape.pagesize, reason)) {
-        return Fail("reading from", ": " + reason);
+        Fail("reading from", ": " + reason);
+        return 0;
       }
     }
     gathered_->Write(*file_, page.offset(), page.bytes(), former);
     return 1;
   }
   if (page.WritePage(*file_, reason) != 0) return 1;
-  return Fail("writing to", ": " + reason);
+  Fail("writing to", ": " + reason);
+  return 0;
 }
 
 std::string_view ZDXIndexFile::CutKey(std::string_view key) const {

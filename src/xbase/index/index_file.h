@@ -22,8 +22,8 @@
 // Nothing in a file is believed: page numbers, entry counts and cycles are checked on every way
 // down, and walks end after as many entries as the file has room for.
 //
-// Operations return 1, or 0 with the message in error(). Walks give record number 0 when there is
-// no entry to go to.
+// Operations return 1 or true, or else 0 or false with the message in error(). Walks give record
+// number 0 when there is no entry to go to.
 
 #ifndef VEXA_XBASE_INDEX_INDEX_FILE_H_
 #define VEXA_XBASE_INDEX_INDEX_FILE_H_
@@ -87,13 +87,15 @@ class ZDXIndexFile {
   // there, for the next step.
   [[nodiscard]] int Insert(uint32_t recordnum, std::string_view key);
   [[nodiscard]] int Delete(uint32_t recordnum, std::string_view key);
-  // Fails with the message of Insert when the index is unique and holds `key` for another record.
-  [[nodiscard]] int CheckUnique(std::string_view key, uint32_t recordnum);
+  // Returns true, or false with the message of Insert when the index is unique and holds `key` for
+  // another record.
+  [[nodiscard]] bool CheckUnique(std::string_view key, uint32_t recordnum);
 
   // Takes the exclusive lock and keeps it until Unlock or Close. Not nested. An index that bears a
-  // mark is refused unless marks are Ignored, by who builds it anew.
+  // mark is refused unless marks are Ignored, by who builds it anew. Returns true, or false with
+  // the message in error().
   enum class Marks { Refused, Ignored };
-  [[nodiscard]] int LockExclusive(Marks marks = Marks::Refused);
+  [[nodiscard]] bool LockExclusive(Marks marks = Marks::Refused);
   void Unlock();
 
   // From now on pages are read through `gathered`, and what changes is gathered there.
@@ -142,71 +144,71 @@ class ZDXIndexFile {
   // What a move along the stack came to.
   enum class Move { Failed, Done, Changed };
 
-  // Messages. Each returns 0.
-  int Fail(std::string_view action, std::string_view reason);
-  int FailCorrupt();
-  int FailNotAnIndex();
+  // Messages. Each returns false.
+  bool Fail(std::string_view action, std::string_view reason);
+  bool FailCorrupt();
+  bool FailNotAnIndex();
 
   // index_file.cpp
-  [[nodiscard]] int Enter(RangeLock& lock, FileLockType type, Marks marks = Marks::Refused);
-  [[nodiscard]] int RefuseMark();
-  [[nodiscard]] int TakeLock(RangeLock& lock, FileLockType type);
+  [[nodiscard]] bool Enter(RangeLock& lock, FileLockType type, Marks marks = Marks::Refused);
+  [[nodiscard]] bool RefuseMark();
+  [[nodiscard]] bool TakeLock(RangeLock& lock, FileLockType type);
   [[nodiscard]] int ReadHeader();
-  [[nodiscard]] int ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes);
+  [[nodiscard]] bool ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes);
   [[nodiscard]] int WriteHeader();
   [[nodiscard]] int ReadPage(uint32_t number, ZDXIndexPage& page);
   [[nodiscard]] int WritePage(const ZDXIndexPage& page);
-  [[nodiscard]] int OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header);
+  [[nodiscard]] bool OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header);
   [[nodiscard]] std::string_view CutKey(std::string_view key) const;
 
   // index_walk.cpp
   [[nodiscard]] int PushPage(uint32_t number);
-  [[nodiscard]] int DescendFirst(uint32_t page);
-  [[nodiscard]] int DescendLast(uint32_t page);
-  [[nodiscard]] int Descend(const SearchKey& key);
+  [[nodiscard]] bool DescendFirst(uint32_t page);
+  [[nodiscard]] bool DescendLast(uint32_t page);
+  [[nodiscard]] bool Descend(const SearchKey& key);
   [[nodiscard]] Move SettleForward(Trust trust);
   [[nodiscard]] Move SettleBackward(Trust trust);
   [[nodiscard]] Move Advance(Direction direction, Trust trust);
-  [[nodiscard]] int AdvanceFresh(Direction direction);
-  [[nodiscard]] int GoToEnd(Direction direction);
-  [[nodiscard]] int Step(Direction direction, uint32_t& recordnum);
-  [[nodiscard]] int StepAfresh(Direction direction, uint32_t& recordnum);
-  [[nodiscard]] int SeekEntry(std::string_view key, uint32_t recordnum, bool& found);
-  [[nodiscard]] int ScanNumbers(std::string_view prefix);
-  [[nodiscard]] int DescendToPrefix(std::string_view prefix);
-  [[nodiscard]] int Reenter(RangeLock& lock);
+  [[nodiscard]] bool AdvanceFresh(Direction direction);
+  [[nodiscard]] bool GoToEnd(Direction direction);
+  [[nodiscard]] bool Step(Direction direction, uint32_t& recordnum);
+  [[nodiscard]] bool StepAfresh(Direction direction, uint32_t& recordnum);
+  [[nodiscard]] bool SeekEntry(std::string_view key, uint32_t recordnum, bool& found);
+  [[nodiscard]] bool ScanNumbers(std::string_view prefix);
+  [[nodiscard]] bool DescendToPrefix(std::string_view prefix);
+  [[nodiscard]] bool Reenter(RangeLock& lock);
   void BeginStack();
   void ProveStack();
   [[nodiscard]] Move TopIsUnchanged();
-  [[nodiscard]] int CountStep(Direction direction);
-  [[nodiscard]] int EntriesInFile(uint64_t& count);
-  [[nodiscard]] int Arrive(uint32_t& recordnum);
+  [[nodiscard]] bool CountStep(Direction direction);
+  [[nodiscard]] bool EntriesInFile(uint64_t& count);
+  void Arrive(uint32_t& recordnum);
   void DropCursor();
   void KeepCursorEntry();
   [[nodiscard]] bool OnEntry() const { return !stack_.empty(); }
 
   // index_insert.cpp
   [[nodiscard]] int DoInsert(ZDXIndexEntry entry);
-  [[nodiscard]] int DescendToInsert(const ZDXIndexEntry& entry);
-  [[nodiscard]] int AllocatePage(uint32_t& number);
+  [[nodiscard]] bool DescendToInsert(const ZDXIndexEntry& entry);
+  [[nodiscard]] bool AllocatePage(uint32_t& number);
   void Split(ZDXIndexPage& page, ZDXIndexPage& newpage, ZDXIndexEntry& promoted) const;
-  [[nodiscard]] int WriteInsertion(const std::vector<ZDXIndexPage>& created, size_t first_changed,
-                                   uint32_t newroot);
+  [[nodiscard]] bool WriteInsertion(const std::vector<ZDXIndexPage>& created, size_t first_changed,
+                                    uint32_t newroot);
 
   // index_delete.cpp
   [[nodiscard]] int DoDelete(std::string_view key, uint32_t recordnum);
-  [[nodiscard]] int FindToDelete(std::string_view key, uint32_t recordnum);
-  [[nodiscard]] int ReplaceByPredecessor();
-  [[nodiscard]] int RepairUnderflow();
+  [[nodiscard]] bool FindToDelete(std::string_view key, uint32_t recordnum);
+  [[nodiscard]] bool ReplaceByPredecessor();
+  [[nodiscard]] bool RepairUnderflow();
   [[nodiscard]] int HandleUnderflow(ZDXIndexPage& page, ZDXIndexPage& parent);
-  [[nodiscard]] int ReadSibling(uint32_t number, ZDXIndexPage& sibling);
-  [[nodiscard]] int RedistributeFromLeft(ZDXIndexPage& left, ZDXIndexPage& page,
-                                         ZDXIndexPage& parent);
-  [[nodiscard]] int RedistributeFromRight(ZDXIndexPage& page, ZDXIndexPage& right,
+  [[nodiscard]] bool ReadSibling(uint32_t number, ZDXIndexPage& sibling);
+  [[nodiscard]] bool RedistributeFromLeft(ZDXIndexPage& left, ZDXIndexPage& page,
                                           ZDXIndexPage& parent);
+  [[nodiscard]] bool RedistributeFromRight(ZDXIndexPage& page, ZDXIndexPage& right,
+                                           ZDXIndexPage& parent);
   [[nodiscard]] int Concatenate(ZDXIndexPage& left, ZDXIndexPage& right, ZDXIndexPage& parent,
                                 uint32_t separator);
-  [[nodiscard]] int ShrinkRoot();
+  [[nodiscard]] bool ShrinkRoot();
   [[nodiscard]] uint32_t FewestKeys() const;
 
   FileManager& files_;

@@ -17,19 +17,19 @@ constexpr uint64_t kMostUnwrittenPages = 65536;
 int ZDXIndexFile::Insert(uint32_t recordnum, std::string_view key) {
   KeepCursorEntry();
   RangeLock lock;
-  if (Enter(lock, FileLockType::Exclusive) == 0) return 0;
+  if (!Enter(lock, FileLockType::Exclusive)) return 0;
   if (DoInsert({recordnum, CutKey(key)}) != 0) return 1;
   header_is_stale_ = true;
   return 0;
 }
 
 // Pushes the pages down to the leaf. Fails when the index is unique and the key is there.
-int ZDXIndexFile::DescendToInsert(const ZDXIndexEntry& entry) {
+bool ZDXIndexFile::DescendToInsert(const ZDXIndexEntry& entry) {
   const SearchKey wanted(entry.key, 1, header_.flags);
   stack_.Clear();
   uint32_t page = header_.startingpage;
   while (page != 0) {
-    if (PushPage(page) == 0) return 0;
+    if (PushPage(page) == 0) return false;
     ZDXIndexPage& top = stack_.Top();
     int order = 1;
     while (top.cursor < top.numentries()) {
@@ -39,14 +39,14 @@ int ZDXIndexFile::DescendToInsert(const ZDXIndexEntry& entry) {
     }
     if (order == 0 && (header_.flags & kIndexUnique) != 0) {
       error_ = UniqueMessage(errorpath_, entry.key);
-      return 0;
+      return false;
     }
     page = top.childpage(top.cursor);
   }
-  return 1;
+  return true;
 }
 
-int ZDXIndexFile::AllocatePage(uint32_t& number) {
+bool ZDXIndexFile::AllocatePage(uint32_t& number) {
   const int64_t length = gathered_ != nullptr ? lock_stamp_.length : file_->Length();
   if (length < 0) return Fail("reading from", ": " + file_->error());
   const uint64_t size = header_.shape.pagesize;
@@ -57,7 +57,7 @@ int ZDXIndexFile::AllocatePage(uint32_t& number) {
     return FailCorrupt();
   }
   number = header_.numpages++;
-  return 1;
+  return true;
 }
 
 // Moves the upper half of an overfull page to `newpage`; the key between them is promoted.
@@ -73,7 +73,7 @@ void ZDXIndexFile::Split(ZDXIndexPage& page, ZDXIndexPage& newpage, ZDXIndexEntr
 }
 
 int ZDXIndexFile::DoInsert(ZDXIndexEntry entry) {
-  if (DescendToInsert(entry) == 0) return 0;
+  if (!DescendToInsert(entry)) return 0;
   std::vector<ZDXIndexPage> created;
   uint32_t child = 0;
   size_t level = stack_.depth();
@@ -83,37 +83,37 @@ int ZDXIndexFile::DoInsert(ZDXIndexEntry entry) {
     page.Insert(page.cursor, child, entry);
     promoting = page.numentries() > header_.shape.order;
     if (!promoting) break;
-    if (AllocatePage(child) == 0) return 0;
+    if (!AllocatePage(child)) return 0;
     created.emplace_back().Clear(child, header_.shape);
     Split(page, created.back(), entry);
   }
   uint32_t newroot = 0;
   if (promoting) {
-    if (AllocatePage(newroot) == 0) return 0;
+    if (!AllocatePage(newroot)) return 0;
     ZDXIndexPage& root = created.emplace_back();
     root.Clear(newroot, header_.shape);
     root.Setchildpage(0, header_.startingpage);
     root.Insert(0, child, entry);
   }
-  return WriteInsertion(created, level, newroot);
+  return WriteInsertion(created, level, newroot) ? 1 : 0;
 }
 
-int ZDXIndexFile::WriteInsertion(const std::vector<ZDXIndexPage>& created, size_t first_changed,
-                                 uint32_t newroot) {
-  if (!created.empty() && WriteHeader() == 0) return 0;
+bool ZDXIndexFile::WriteInsertion(const std::vector<ZDXIndexPage>& created, size_t first_changed,
+                                  uint32_t newroot) {
+  if (!created.empty() && WriteHeader() == 0) return false;
   for (const ZDXIndexPage& page : created) {
-    if (WritePage(page) == 0) return 0;
+    if (WritePage(page) == 0) return false;
   }
   if (newroot != 0) {
     header_.startingpage = newroot;
-    if (WriteHeader() == 0) return 0;
+    if (WriteHeader() == 0) return false;
   }
   // From the top down: a page gives keys away only after its parent refers to where they are.
   for (size_t level = first_changed; level < stack_.depth(); ++level) {
-    if (WritePage(stack_.At(level)) == 0) return 0;
+    if (WritePage(stack_.At(level)) == 0) return false;
   }
   ++header_.updatecount;
-  return WriteHeader();
+  return WriteHeader() != 0;
 }
 
 }  // namespace vexa

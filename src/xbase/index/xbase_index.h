@@ -1,7 +1,8 @@
 // XBaseIndex: an open index of a database. It names the index and passes on the failures of its
 // ZDXIndexFile; the key expression is kept as text, for the database to parse and evaluate.
 //
-// Operations return 1, or 0 with the message in error(). Record numbers are 0 at either end.
+// Operations return 1 or true, or else 0 or false with the message in error(). Record numbers are 0
+// at either end.
 
 #ifndef VEXA_XBASE_INDEX_XBASE_INDEX_H_
 #define VEXA_XBASE_INDEX_XBASE_INDEX_H_
@@ -53,8 +54,9 @@ class XBaseIndex {
   [[nodiscard]] int Delete(uint32_t recordnum, std::string_view key) {
     return Passed(file_.Delete(recordnum, key));
   }
-  // Fails as Insert would when the index is unique and holds `key` for another record than this.
-  [[nodiscard]] int CheckUnique(std::string_view key, uint32_t recordnum) {
+  // Returns true, or false with the message of Insert when the index is unique and holds `key` for
+  // another record than this.
+  [[nodiscard]] bool CheckUnique(std::string_view key, uint32_t recordnum) {
     return Passed(file_.CheckUnique(key, recordnum));
   }
 
@@ -72,10 +74,12 @@ class XBaseIndex {
  private:
   friend class XBaseIndexLock;
 
-  int Passed(int result) {
-    if (result == 0) error_ = file_.error();
-    return result;
+  // Keeps the message of a failure.
+  bool Passed(bool succeeded) {
+    if (!succeeded) error_ = file_.error();
+    return succeeded;
   }
+  int Passed(int result) { return Passed(result != 0) ? 1 : 0; }
   void SetNames(const String& name, const String& path, const String& errorpath);
 
   FileManager& files_;
@@ -98,14 +102,14 @@ class XBaseIndexLock {
   XBaseIndexLock(const XBaseIndexLock&) = delete;
   XBaseIndexLock& operator=(const XBaseIndexLock&) = delete;
 
-  // Waits for the lock. 1, or 0 with the message in index.error().
+  // Waits for the lock. Returns true, or false with the message in index.error().
   // REQUIRES: `index` outlives the lock; no other XBaseIndexLock holds it.
-  [[nodiscard]] int Take(XBaseIndex& index,
-                         ZDXIndexFile::Marks marks = ZDXIndexFile::Marks::Refused) {
+  [[nodiscard]] bool Take(XBaseIndex& index,
+                          ZDXIndexFile::Marks marks = ZDXIndexFile::Marks::Refused) {
     Release();
-    if (index.Passed(index.file_.LockExclusive(marks)) == 0) return 0;
+    if (!index.Passed(index.file_.LockExclusive(marks))) return false;
     index_ = &index;
-    return 1;
+    return true;
   }
   void Release() {
     if (index_ != nullptr) index_->file_.Unlock();
