@@ -374,9 +374,9 @@ bool XBaseTable::ReadStored() {
 
 int XBaseTable::Update() {
   const TableChange ending(*this);
+  if (!BeginUpdate() || !ReadStored()) return 0;
   Change change;
-  return BeginUpdate() && ReadStored() && LockHeader() && StageUpdate(change) && Commit(change) ? 1
-                                                                                                : 0;
+  return LockHeader() && StageUpdate(change) && Commit(change) ? 1 : 0;
 }
 
 int XBaseTable::Append() {
