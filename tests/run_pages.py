@@ -25,6 +25,7 @@ import tempfile
 LIMIT_SECONDS = 60
 SCRIPT_RAN = "1"  # The program's exit status after a script ran.
 LINES_SHOWN = 6
+LONGEST = 120  # Bytes in a line of a page file.
 CONFIG = """vexaroot={DIR}/site
 stdmodedatadir={DIR}/data
 tempdir={DIR}/tmp
@@ -135,6 +136,8 @@ def read_pages(file):
         lines = stream.read().removesuffix("\n").split("\n")
     for number, line in enumerate(lines, 1):
         place = f"{file}:{number}"
+        if len(line) > LONGEST:
+            raise Mistake(f"{place}: longer than {LONGEST} bytes")
         if line.startswith("=== "):
             while section and section.lines and section.lines[-1].startswith("#"):
                 section.lines.pop()  # A comment on this case.
