@@ -103,7 +103,8 @@ def _():
             ("--- script: Hello\n", "expects nothing"),
             ("--- script: a\n--- output: a\n--- script: a\n", "expects nothing"),
             ("--- script rows: a\n", "without an arrow"), ("--- outputs\nHello\n", "t.page:2: unknown"),
-            ("--- script: " + 120 * "x" + "\n", "longer"), ("Hello\n",), ("--- check\nHello\n",), ("",), ("=== that\n--- exit\n1\n",),
+            ("--- script: " + 120 * "x" + "\n", "longer"),
+            ("Hello\n",), ("--- check\nHello\n",), ("",), ("=== that\n--- exit\n1\n",),
             ("--- output: a\nHello\n", "outside of a section")):
         status, lines = run("=== it\n" + sections)
         expect(f"result of {sections}", (status, lines[-1]), (1, "0 passed, 1 failed"))
