@@ -96,10 +96,8 @@ TEST_F(TablePack, OfAnEmptyOrPlainTable) {
 
 TEST_F(TablePack, KeepsWhatOtherProgramsWrote) {
   // Bytes that a page reads only up to the first 1A, and the code page of the texts.
-  const std::string picture(
-      "GIF\x1A"
-      "89\0a\x1A more \x1A bytes",
-      24);
+  constexpr char kPicture[] = "GIF\x1A\x01 89 \x1A more \x1A bytes";
+  const std::string picture(kPicture, sizeof kPicture - 1);
   XBaseTable table(files);
   ASSERT_EQ(Open(table), 1);
   const int block = table.WriteMemoBlock(picture);
