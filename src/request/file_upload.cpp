@@ -2,8 +2,12 @@
 
 #include "request/file_upload.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cassert>
+#include <ctime>
+#include <vector>
 
 #include "core/error.h"
 #include "core/number.h"
@@ -15,7 +19,25 @@ namespace vexa {
 
 namespace {
 
-constexpr char kTemporaryName[] = "VEXA_FUP";
+constexpr std::string_view kTemporaryName = "VEXA_FUP";
+constexpr size_t kTemporaryDigits = 8;
+// How long an upload can take at most, in seconds, before its file is a dead request's.
+constexpr time_t kOldest = 24 * 3600;
+
+// Removes what killed requests left beside `path`, where files have names from the beginning.
+void CollectOld(FileManager& files, const String& path) {
+  const String directory = path.view().substr(0, path.view().rfind('/') + 1);
+  std::vector<String> names;
+  if (files.ListDirectory(directory, names) < 0) return;
+  for (const String& name : names) {
+    const bool ours = name.view().starts_with(kTemporaryName) &&
+                      name.size() == kTemporaryName.size() + kTemporaryDigits;
+    struct stat status;
+    const String old = String::Concat({directory, name});
+    if (!ours || ::lstat(old.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (status.st_mtime < std::time(nullptr) - kOldest) (void)files.Delete(old);
+  }
+}
 
 }  // namespace
 
@@ -85,6 +107,7 @@ bool FileUpload::Begin() {
   file_ = receiver_.filemanager().MakeUnnamed(path_);
   unnamed_ = file_ != nullptr;
   if (unnamed_) return true;
+  CollectOld(receiver_.filemanager(), path_);
   file_ = receiver_.filemanager().MakeTemporary(path_, name_, OpenRead | OpenWrite);
   if (file_ != nullptr) return true;
   return Fail("Unable to create a file for the upload: " + receiver_.filemanager().error());

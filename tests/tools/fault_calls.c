@@ -93,18 +93,20 @@ int ftruncate64(int fd, off_t length) {
 }
 int ftruncate(int fd, off_t length) { return ftruncate64(fd, length); }
 int fsync(int fd) { return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_fsync, fd); }
+static int Makes(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+
 int open64(const char* path, int flags, ...) {
   va_list rest;
   va_start(rest, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
+  const int mode = Makes(flags) ? va_arg(rest, int) : 0;
   va_end(rest);
-  if ((flags & O_CREAT) != 0 && Strikes(-1, NULL, 0, 0)) return -1;
+  if (Makes(flags) && Strikes(-1, NULL, 0, 0)) return -1;
   return (int)syscall(SYS_openat, AT_FDCWD, path, flags, mode);
 }
 int open(const char* path, int flags, ...) {
   va_list rest;
   va_start(rest, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
+  const int mode = Makes(flags) ? va_arg(rest, int) : 0;
   va_end(rest);
   return open64(path, flags, mode);
 }
