@@ -81,7 +81,7 @@ class XbaseTable {
       builder.Add(static_cast<uint32_t>(n), KeyOf(n));
     }
     const String path(directory.In("t.vxx"));
-    Require(builder.Write(path, path) != 0 && builder.Install() != 0, builder.error().c_str());
+    Require(builder.Write(path, path) && builder.Install(), builder.error().c_str());
   }
 
   Directory directory;
@@ -243,7 +243,7 @@ void XbaseBuildMillion(benchmark::State& state) {
   for (auto _ : state) {
     XBaseIndexBuilder builder(files, {"NAME", static_cast<uint32_t>(state.range(0)), {}});
     for (int n = 1; n <= 1'000'000; ++n) builder.Add(static_cast<uint32_t>(n), KeyOf(n));
-    Require(builder.Write(path, path) != 0 && builder.Install() != 0, builder.error().c_str());
+    Require(builder.Write(path, path) && builder.Install(), builder.error().c_str());
   }
 }
 BENCHMARK(XbaseBuildMillion)->Arg(0)->Arg(kIndexString)->Unit(benchmark::kMillisecond);

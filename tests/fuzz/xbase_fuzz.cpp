@@ -148,7 +148,7 @@ std::string Seed(int records, uint32_t flags, ZDXIndexShape shape) {
     builder.Add(static_cast<uint32_t>(n), key);
   }
   table.Close();
-  Require(builder.Write(kIndex, kIndex) != 0 && builder.Install() != 0, "no seed");
+  Require(builder.Write(kIndex, kIndex) && builder.Install(), "no seed");
   std::string seed(4, '\0');
   Put16(seed.data(), static_cast<uint16_t>(files[kTable].size()));
   Put16(seed.data() + 2, static_cast<uint16_t>(files[kMemo].size()));

@@ -105,7 +105,7 @@ class Tool {
       if (table_.Goto(n) == 0) return Fail(table_.error());
       builder.Add(static_cast<uint32_t>(n), field->data());
     }
-    if (builder.Write(index, index) == 0 || builder.Install() == 0) return Fail(builder.error());
+    if (!builder.Write(index, index) || !builder.Install()) return Fail(builder.error());
     return 0;
   }
   int Find(const String& path, const String& key) {

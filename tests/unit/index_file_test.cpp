@@ -335,7 +335,7 @@ TEST_F(IndexFile, UniqueBuildsFindDoublesAmongMixedKeys) {
   builder.Add(2, "1a");
   builder.Add(3, "2");
   builder.Add(4, "10.0");
-  EXPECT_EQ(builder.Write("people.vxx", "people"), 0);
+  EXPECT_FALSE(builder.Write("people.vxx", "people"));
 }
 
 // --- Damage ----------------------------------------------------------------------------------

@@ -238,8 +238,8 @@ TEST_P(IndexModelTest, BuildingAgreesWithInserting) {
       builder.Add(record, key);
       model_.Insert(record, key);
     }
-    ASSERT_EQ(builder.Write("a.vxx", "a"), 1) << builder.error().view();
-    ASSERT_EQ(builder.Install(), 1);
+    ASSERT_TRUE(builder.Write("a.vxx", "a")) << builder.error().view();
+    ASSERT_TRUE(builder.Install());
     CheckTree();
     next_record_ = count + 1;
     for (int i = 0; i < 200 && !HasFatalFailure(); ++i) {

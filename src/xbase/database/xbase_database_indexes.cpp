@@ -139,7 +139,7 @@ DataResult XBaseDatabase::CreateIndexLocked(const String& name, const String& pa
   auto member = std::make_unique<XBaseIndexSet::Member>(files);
   if (member->index.Open(name, builder.newpath(), name) == 0) return Fail(member->index.error());
   if (!record_.Parse(spec.keyexpression, member->key)) return DataResult::Reported;
-  if (builder.Install() == 0) return Fail(builder.error());
+  if (!builder.Install()) return Fail(builder.error());
   member->index.Renamed(path);
   indexes_.Add(std::move(member));
   return DataResult::Done;
@@ -156,7 +156,7 @@ DataResult XBaseDatabase::BuildIndex(const String& name, const String& path, con
     return DataResult::Done;
   });
   if (visited != DataResult::Done) return visited;
-  return builder.Write(path, name) != 0 ? DataResult::Done : Fail(builder.error());
+  return builder.Write(path, name) ? DataResult::Done : Fail(builder.error());
 }
 
 DataResult XBaseDatabase::RebuildMarked() {
@@ -175,7 +175,7 @@ DataResult XBaseDatabase::RebuildMarked() {
       if (table_.unfinished()) continue;
       return built;
     }
-    if (builder.Install() == 0) return Fail(builder.error());
+    if (!builder.Install()) return Fail(builder.error());
     index.file().Adopt(builder.TakeFile());
   }
   return DataResult::Done;
@@ -220,12 +220,12 @@ DataResult XBaseDatabase::ReindexLocked() {
   if (visited != DataResult::Done) return visited;
   for (size_t i = 0; i < builders.size(); ++i) {
     const XBaseIndex& index = indexes_.members()[i]->index;
-    if (builders[i]->Write(index.filepath(), index.errorpath()) == 0) {
+    if (!builders[i]->Write(index.filepath(), index.errorpath())) {
       return Fail(builders[i]->error());
     }
   }
   for (size_t i = 0; i < builders.size(); ++i) {
-    if (builders[i]->Install() == 0) return Fail(builders[i]->error());
+    if (!builders[i]->Install()) return Fail(builders[i]->error());
     indexes_.members()[i]->index.file().Adopt(builders[i]->TakeFile());
   }
   return DataResult::Done;
@@ -264,7 +264,7 @@ DataResult XBaseDatabase::PackLocked() {
       return Fail(
           String::Concat({"Error creating '", index.errorpath(), "': ", kNoReplacementOfLinks}));
     }
-    if (builders[i]->Write(index.realpath(), index.errorpath(), swap.number) == 0) {
+    if (!builders[i]->Write(index.realpath(), index.errorpath(), swap.number)) {
       return Fail(builders[i]->error());
     }
     swap.swaps.push_back({builders[i]->newpath(), index.realpath(), index.errorpath()});

@@ -30,9 +30,9 @@ XBaseIndexBuilder::~XBaseIndexBuilder() {
   if (!newpath_.empty()) (void)files_.Delete(newpath_);
 }
 
-int XBaseIndexBuilder::Fail(std::string_view action, std::string_view reason) {
+bool XBaseIndexBuilder::Fail(std::string_view action, std::string_view reason) {
   error_ = String::Concat({"Error ", action, " '", errorpath_, "': ", reason});
-  return 0;
+  return false;
 }
 
 // --- Sorting ---------------------------------------------------------------------------------
@@ -55,18 +55,18 @@ int XBaseIndexBuilder::CompareNumbers(const Key& a, const Key& b) const {
 }
 
 template <typename Compare>
-int XBaseIndexBuilder::Sort(std::vector<Key>& keys, Compare compare) {
+bool XBaseIndexBuilder::Sort(std::vector<Key>& keys, Compare compare) {
   std::sort(keys.begin(), keys.end(), [&](const Key& a, const Key& b) {
     const int order = compare(a, b);
     if (order == 0) return a.recordnum > b.recordnum;
     return Descending() ? order > 0 : order < 0;
   });
-  if ((spec_.flags & kIndexUnique) == 0) return 1;
+  if ((spec_.flags & kIndexUnique) == 0) return true;
   const auto twice = std::adjacent_find(
       keys.begin(), keys.end(), [&](const Key& a, const Key& b) { return compare(a, b) == 0; });
-  if (twice == keys.end()) return 1;
+  if (twice == keys.end()) return true;
   error_ = ZDXIndexFile::UniqueMessage(errorpath_, Text(*twice));
-  return 0;
+  return false;
 }
 
 std::vector<XBaseIndexBuilder::Key> XBaseIndexBuilder::Merged() {
@@ -80,23 +80,23 @@ std::vector<XBaseIndexBuilder::Key> XBaseIndexBuilder::Merged() {
 
 // --- Writing ---------------------------------------------------------------------------------
 
-int XBaseIndexBuilder::Write(const String& path, const String& errorpath) {
+bool XBaseIndexBuilder::Write(const String& path, const String& errorpath) {
   uint64_t number;
   if (NewChangeNumber(number)) return Write(path, errorpath, number);
   errorpath_ = errorpath;
   return Fail("creating", "The system gives no random numbers");
 }
 
-int XBaseIndexBuilder::Write(const String& path, const String& errorpath, uint64_t number) {
+bool XBaseIndexBuilder::Write(const String& path, const String& errorpath, uint64_t number) {
   path_ = path;
   errorpath_ = errorpath;
   if (spec_.keyexpression.length() > kLongestKeyExpression) {
     return Fail("creating", "The key expression is longer than 399 characters");
   }
   if (!spec_.shape.MakesSense()) return Fail("creating", "The page size makes no sense");
-  if (Sort(numbers_, [this](const Key& a, const Key& b) { return CompareNumbers(a, b); }) == 0 ||
-      Sort(texts_, [this](const Key& a, const Key& b) { return CompareTexts(a, b); }) == 0) {
-    return 0;
+  if (!Sort(numbers_, [this](const Key& a, const Key& b) { return CompareNumbers(a, b); }) ||
+      !Sort(texts_, [this](const Key& a, const Key& b) { return CompareTexts(a, b); })) {
+    return false;
   }
   const String newpath = NewFileName(path_, number);
   file_ = files_.Open(newpath, OpenRead | OpenWrite | OpenCreate | OpenExclusive);
@@ -106,11 +106,11 @@ int XBaseIndexBuilder::Write(const String& path, const String& errorpath, uint64
     const int mode = files_.Mode(path_);
     if (mode >= 0) (void)files_.ChangeMode(newpath_, mode & kPermissionBits);
   }
-  if (WriteTree(*file_, Merged()) == 0) return 0;
-  return file_->Sync() >= 0 ? 1 : Fail("writing to", file_->error());
+  if (!WriteTree(*file_, Merged())) return false;
+  return file_->Sync() >= 0 || Fail("writing to", file_->error());
 }
 
-int XBaseIndexBuilder::WriteTree(File& file, std::vector<Key> keys) {
+bool XBaseIndexBuilder::WriteTree(File& file, std::vector<Key> keys) {
   ZDXIndexHeader header;
   header.shape = spec_.shape;
   header.flags = spec_.flags;
@@ -120,7 +120,7 @@ int XBaseIndexBuilder::WriteTree(File& file, std::vector<Key> keys) {
   Level level{std::move(keys), {}};
   Level above;
   while (true) {
-    if (WriteLevel(file, level, number, above) == 0) return 0;
+    if (!WriteLevel(file, level, number, above)) return false;
     if (above.keys.empty()) break;
     level = std::move(above);
     above = Level();
@@ -130,7 +130,7 @@ int XBaseIndexBuilder::WriteTree(File& file, std::vector<Key> keys) {
   return WriteHeader(file, header);
 }
 
-int XBaseIndexBuilder::WriteLevel(File& file, const Level& level, uint32_t& number, Level& above) {
+bool XBaseIndexBuilder::WriteLevel(File& file, const Level& level, uint32_t& number, Level& above) {
   // One place a page is left free, so that the next insertions do not split every page.
   const size_t keys_a_page = std::max(2, spec_.shape.order - 1);
   const size_t places = level.keys.size() + 1;  // Children, each but the last followed by a key.
@@ -153,23 +153,23 @@ int XBaseIndexBuilder::WriteLevel(File& file, const Level& level, uint32_t& numb
     above.children.push_back(number++);
     ++at;
   }
-  return 1;
+  return true;
 }
 
-int XBaseIndexBuilder::WriteHeader(File& file, const ZDXIndexHeader& header) {
+bool XBaseIndexBuilder::WriteHeader(File& file, const ZDXIndexHeader& header) {
   char bytes[kIndexHeaderSize];
   header.Encode(bytes);
   String reason;
-  if (WriteExactly(file, 0, bytes, kIndexHeaderSize, reason)) return 1;
+  if (WriteExactly(file, 0, bytes, kIndexHeaderSize, reason)) return true;
   return Fail("writing to", reason);
 }
 
-int XBaseIndexBuilder::Install() {
+bool XBaseIndexBuilder::Install() {
   if (newpath_.empty()) return Fail("creating", "There is nothing to install");
   if (IsSymbolicLink(path_)) return Fail("creating", kNoReplacementOfLinks);
   if (files_.Rename(newpath_, path_) < 0) return Fail("creating", files_.error());
   newpath_.clear();
-  return 1;
+  return true;
 }
 
 }  // namespace vexa

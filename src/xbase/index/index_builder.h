@@ -6,7 +6,7 @@
 //
 //   XBaseIndexBuilder builder(files, spec);
 //   for each record: builder.Add(recordnum, key);
-//   if (builder.Write(path, errorpath) == 0 || builder.Install() == 0) report(builder.error());
+//   if (!builder.Write(path, errorpath) || !builder.Install()) report(builder.error());
 //
 // Equal keys stand in falling record order, as inserting the records one by one would leave them.
 
@@ -36,14 +36,14 @@ class XBaseIndexBuilder {
 
   // Takes a key. It is cut to what an entry holds, and at a NUL.
   void Add(uint32_t recordnum, std::string_view key);
-  // Writes the index to a new file beside `path`. 1, or 0 with the message in error(), which is
-  // that of inserting when the index is unique and a key occurs twice.
-  [[nodiscard]] int Write(const String& path, const String& errorpath);
+  // Writes the index to a new file beside `path`. True, or false with the message in error(), which
+  // is that of inserting when the index is unique and a key occurs twice.
+  [[nodiscard]] bool Write(const String& path, const String& errorpath);
   // The same as a part of change `number`.
-  [[nodiscard]] int Write(const String& path, const String& errorpath, uint64_t number);
-  // Puts the new file in the place of `path`. 1, or 0 with the message in error().
+  [[nodiscard]] bool Write(const String& path, const String& errorpath, uint64_t number);
+  // Puts the new file in the place of `path`. True, or false with the message in error().
   // REQUIRES: Write succeeded; the caller holds the exclusive lock of an index that is open there.
-  [[nodiscard]] int Install();
+  [[nodiscard]] bool Install();
   // For a change that puts the file in place itself: where it is, and that it is there no more.
   [[nodiscard]] const String& newpath() const { return newpath_; }
   void Installed() { newpath_.clear(); }
@@ -77,14 +77,14 @@ class XBaseIndexBuilder {
   // Brings the keys of one kind into order; `compare` is CompareTexts or CompareNumbers. 0 when the
   // index is unique and a key occurs twice.
   template <typename Compare>
-  [[nodiscard]] int Sort(std::vector<Key>& keys, Compare compare);
+  [[nodiscard]] bool Sort(std::vector<Key>& keys, Compare compare);
   // All keys in order; both kinds are sorted already.
   [[nodiscard]] std::vector<Key> Merged();
-  [[nodiscard]] int WriteTree(File& file, std::vector<Key> keys);
+  [[nodiscard]] bool WriteTree(File& file, std::vector<Key> keys);
   // Writes the pages of a level from page `number` on; `above` becomes the level above.
-  [[nodiscard]] int WriteLevel(File& file, const Level& level, uint32_t& number, Level& above);
-  [[nodiscard]] int WriteHeader(File& file, const ZDXIndexHeader& header);
-  int Fail(std::string_view action, std::string_view reason);
+  [[nodiscard]] bool WriteLevel(File& file, const Level& level, uint32_t& number, Level& above);
+  [[nodiscard]] bool WriteHeader(File& file, const ZDXIndexHeader& header);
+  bool Fail(std::string_view action, std::string_view reason);
 
   FileManager& files_;
   ZDXIndexSpec spec_;
