@@ -4,25 +4,25 @@
 
 namespace vexa {
 
-int RecordWalk::Passed(int result) {
+bool RecordWalk::Passed(int result) {
   if (result == 0) error_ = index_->error();
-  return result;
+  return result != 0;
 }
 
-int RecordWalk::ToEnd(Direction direction, uint32_t& number) {
+bool RecordWalk::ToEnd(Direction direction, uint32_t& number) {
   const bool forward = direction == Direction::Forward;
   between_ = false;
   if (index_ != nullptr) return Passed(forward ? index_->First(number) : index_->Last(number));
   if (!table_.Refresh()) {
     error_ = table_.error();
-    return 0;
+    return false;
   }
   const auto count = static_cast<uint32_t>(table_.numrecords());
   number_ = number = forward && count > 0 ? 1 : count;
-  return 1;
+  return true;
 }
 
-int RecordWalk::Step(Direction direction, uint32_t& number) {
+bool RecordWalk::Step(Direction direction, uint32_t& number) {
   if (index_ == nullptr) return StepByNumber(direction, number);
   if (!between_) {
     return Passed(direction == Direction::Forward ? index_->Next(number) : index_->Prev(number));
@@ -30,34 +30,34 @@ int RecordWalk::Step(Direction direction, uint32_t& number) {
   between_ = false;
   if (direction == Direction::Forward) {
     number = behind_;
-    return 1;
+    return true;
   }
   return Passed(behind_ == 0 ? index_->Last(number) : index_->Prev(number));
 }
 
-int RecordWalk::StepByNumber(Direction direction, uint32_t& number) {
+bool RecordWalk::StepByNumber(Direction direction, uint32_t& number) {
   number = 0;
   if (direction == Direction::Backward) {
     if (number_ > 1) number = --number_;
-    return 1;
+    return true;
   }
   // Other processes may have added records since the count was read.
   if (number_ >= static_cast<uint32_t>(table_.numrecords()) && !table_.Refresh()) {
     error_ = table_.error();
-    return 0;
+    return false;
   }
   if (number_ < static_cast<uint32_t>(table_.numrecords())) number = ++number_;
-  return 1;
+  return true;
 }
 
-int RecordWalk::StandOn(uint32_t number, const String& key) {
+bool RecordWalk::StandOn(uint32_t number, const String& key) {
   between_ = false;
   number_ = number;
-  if (index_ == nullptr) return 1;
+  if (index_ == nullptr) return true;
   bool found;
-  if (Passed(index_->Seek(key, number, found)) == 0) return 0;
+  if (!Passed(index_->Seek(key, number, found))) return false;
   between_ = !found;
-  return found ? 1 : Passed(index_->Find(key, 1, behind_));
+  return found || Passed(index_->Find(key, 1, behind_));
 }
 
 }  // namespace vexa

@@ -2,7 +2,7 @@
 // It knows numbers only: reading the records, and leaving out those that a filter hides, is for the
 // view.
 //
-// Operations return 1, or 0 with the message in error(). The number is 0 where there is no record
+// Operations return false with the message in error(). The number is 0 where there is no record
 // to go to; the walk then stays where it was.
 
 #ifndef VEXA_XBASE_DATABASE_RECORD_WALK_H_
@@ -23,16 +23,16 @@ class RecordWalk {
   RecordWalk(XBaseTable& table, XBaseIndex* index) : table_(table), index_(index) {}
 
   // Goes to the first record (Forward) or the last.
-  [[nodiscard]] int ToEnd(Direction direction, uint32_t& number);
-  [[nodiscard]] int Step(Direction direction, uint32_t& number);
+  [[nodiscard]] bool ToEnd(Direction direction, uint32_t& number);
+  [[nodiscard]] bool Step(Direction direction, uint32_t& number);
   // Stands on record `number`, whose key is `key` in the index.
-  [[nodiscard]] int StandOn(uint32_t number, const String& key);
+  [[nodiscard]] bool StandOn(uint32_t number, const String& key);
 
   [[nodiscard]] const String& error() const { return error_; }
 
  private:
-  int Passed(int result);
-  [[nodiscard]] int StepByNumber(Direction direction, uint32_t& number);
+  bool Passed(int result);
+  [[nodiscard]] bool StepByNumber(Direction direction, uint32_t& number);
 
   XBaseTable& table_;
   XBaseIndex* index_;

@@ -50,20 +50,20 @@ DataResult XBaseDatabase::Passed(DataResult result) {
 
 // --- Opening and creating --------------------------------------------------------------------
 
-int XBaseDatabase::ResolveTable(const String& name, XBaseTableNames& names, String& message) {
+bool XBaseDatabase::ResolveTable(const String& name, XBaseTableNames& names, String& message) {
   FileManager& files = host_.filemanager();
-  if (host_.ResolvePath(name, names.datapath, PathType::DataPath, message) == 0) return 0;
+  if (host_.ResolvePath(name, names.datapath, PathType::DataPath, message) == 0) return false;
   names.dataerrorpath = name;
   names.memoerrorpath = String::Concat({files.StripExtension(name), kMemoExtensions[0]});
   names.memopath = String::Concat({files.StripExtension(names.datapath), kMemoExtensions[0]});
   // Files beside the table that are links must not lead out of the data directory either.
   String ignored;
-  if (host_.ResolvePath(JournalPath(name), ignored, PathType::DataPath, message) == 0) return 0;
+  if (host_.ResolvePath(JournalPath(name), ignored, PathType::DataPath, message) == 0) return false;
   for (const std::string_view extension : kMemoExtensions) {
     const String memo = String::Concat({files.StripExtension(name), extension});
-    if (host_.ResolvePath(memo, ignored, PathType::DataPath, message) == 0) return 0;
+    if (host_.ResolvePath(memo, ignored, PathType::DataPath, message) == 0) return false;
   }
-  return 1;
+  return true;
 }
 
 bool XBaseDatabase::MayHaveMemo(const XBaseTableNames& names, bool has_memo, String& message) {
@@ -94,7 +94,7 @@ DataResult XBaseDatabase::Open(const String& database, const String& /*user*/,
   Close();
   error_.clear();
   XBaseTableNames names;
-  if (ResolveTable(database, names, error_) == 0) return DataResult::Failed;
+  if (!ResolveTable(database, names, error_)) return DataResult::Failed;
   const DataResult opened = Run(error_, [&] { return OpenTable(database, names.datapath); });
   if (opened != DataResult::Done) return opened;
   if (!MayHaveMemo(names, table_.version() == kVersionWithMemo, error_)) {
@@ -121,7 +121,7 @@ bool XBaseDatabase::CreateTable(XBaseTable& table, const String& name,
                                 const std::vector<XBaseField::Declaration>& fields,
                                 const std::vector<XBaseRow>& rows, String& message) {
   XBaseTableNames names;
-  if (ResolveTable(name, names, message) == 0) return false;
+  if (!ResolveTable(name, names, message)) return false;
   const bool has_memo = std::any_of(fields.begin(), fields.end(), [](const auto& field) {
     return field.type == XBaseFieldType::MEMO;
   });

@@ -117,7 +117,7 @@ class XBaseDatabase final : public Database {
   DataResult Passed(DataResult result);
 
   // The paths of a table and its memo file from the name in a script. 1, or 0 with `message` set.
-  [[nodiscard]] int ResolveTable(const String& name, XBaseTableNames& names, String& message);
+  [[nodiscard]] bool ResolveTable(const String& name, XBaseTableNames& names, String& message);
   [[nodiscard]] bool MayHaveMemo(const XBaseTableNames& names, bool has_memo, String& message);
   // Opens it for reading only when the system does not allow more.
   [[nodiscard]] DataResult OpenTable(const String& name, const String& path);

@@ -38,8 +38,8 @@ constexpr FlagWord kFlagWords[] = {{"ascending", 0, kIndexDescending},
                                    {"nounique", 0, kIndexUnique},
                                    {"string", kIndexString, 0}};
 
-// Reads a list of flags. 1, or 0 with `message` set.
-int ParseFlags(const String& list, uint32_t& flags, String& message) {
+// Reads a list of flags. False with `message` set.
+bool ParseFlags(const String& list, uint32_t& flags, String& message) {
   flags = 0;
   for (PieceReader pieces(list, ","); pieces.Next();) {
     const std::string_view word = Stripped(pieces.piece());
@@ -49,11 +49,11 @@ int ParseFlags(const String& list, uint32_t& flags, String& message) {
     if (known == std::end(kFlagWords)) {
       if (word.empty()) continue;
       message = String::Concat({"Unknown index flag '", word, "'"});
-      return 0;
+      return false;
     }
     flags = (flags & ~known->clear) | known->set;
   }
-  return 1;
+  return true;
 }
 
 bool HasIndexExtension(std::string_view path) {
@@ -110,7 +110,7 @@ DataResult XBaseDatabase::CreateIndex(const String& indexfile, const String& exp
   spec.keyexpression = expression;
   String path;
   String message;
-  if (ParseFlags(flags, spec.flags, message) == 0) return Fail(message);
+  if (!ParseFlags(flags, spec.flags, message)) return Fail(message);
   if (host_.ResolvePath(indexfile, path, PathType::DataPath, error_) == 0) {
     return DataResult::Failed;
   }

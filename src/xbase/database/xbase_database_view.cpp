@@ -240,19 +240,19 @@ DataResult XBaseDatabaseView::StandOnCurrent() {
     const DataResult made = indexes.OriginalKey(*indexes.primary(), key);
     if (made != DataResult::Done) return Passed(made);
   }
-  if (walk_->StandOn(static_cast<uint32_t>(current), key) != 0) return DataResult::Done;
+  if (walk_->StandOn(static_cast<uint32_t>(current), key)) return DataResult::Done;
   return Fail(walk_->error());
 }
 
 DataResult XBaseDatabaseView::Step(Direction direction, uint32_t& number) {
   number = 0;
   if (database_.host().timedout()) return Fail("Timed out while looking for a record");
-  return walk_->Step(direction, number) != 0 ? DataResult::Done : Fail(walk_->error());
+  return walk_->Step(direction, number) ? DataResult::Done : Fail(walk_->error());
 }
 
 DataResult XBaseDatabaseView::ToEnd(Direction direction, uint32_t& number) {
   walked_ = true;
-  return walk_->ToEnd(direction, number) != 0 ? DataResult::Done : Fail(walk_->error());
+  return walk_->ToEnd(direction, number) ? DataResult::Done : Fail(walk_->error());
 }
 
 DataResult XBaseDatabaseView::FindEntry(const String& value, int exact, uint32_t& number) {
