@@ -95,6 +95,8 @@ class ScriptValue {
     return text_;
   }
   [[nodiscard]] std::string_view view() const { return text().view(); }
+  // The bytes of the text that is held; 0 while it is not written.
+  [[nodiscard]] size_t text_size() const { return has_text() ? text_.size() : 0; }
   [[nodiscard]] bool IsEmpty() const { return has_text() && text_.empty(); }
   // The text, to be changed in place; the number is forgotten.
   [[nodiscard]] String& MutableText() {

@@ -37,7 +37,6 @@ int ScriptParser::Parse() {
   filter_ = nullptr;
   exiting_ = false;
   GoTo({});
-  read_anew_ = false;
   running_ = true;
   Progress progress;
   do {

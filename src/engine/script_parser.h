@@ -233,7 +233,6 @@ class ScriptParser final : public TagReader {
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known
   SourcePlace* link_ = nullptr;  // where the next site found is noted, when it is there
   int64_t furthest_ = 0;         // how far the script was read
-  bool read_anew_ = false;       // what stands here is read, whatever is remembered
   bool execute_tags_ = true;
   int output_level_ = kHtmlOutput | kTextOutput;
   int depth_ = 0;  // function calls in progress, those of calling scripts included

@@ -21,6 +21,8 @@ namespace vexa {
 namespace {
 
 constexpr size_t kMostReadings = 8;  // of one tag
+// A value with a longer text is let go once its tag is carried out.
+constexpr size_t kLongValue = 4096;
 
 // Whether `value` reads as nothing but text wherever it stands.
 bool IsHarmless(std::string_view value) {
@@ -61,13 +63,12 @@ Progress ScriptParser::FindNextTag() {
     if (site->kind == Site::Kind::Text) return FollowText(*site);
   }
   next_ = nullptr;
-  read_anew_ = false;
   return Parser::FindNextTag();
 }
 
 // The site at the place where the script stands; null when reading is what is to be done.
 Site* ScriptParser::FindSite() {
-  if (read_anew_ || source().inmacro() || !UseShortcuts()) return nullptr;
+  if (source().inmacro() || !UseShortcuts()) return nullptr;
   const SourcePlace place = source().Place();
   if (place.position >= furthest_) {
     furthest_ = place.position + 1;
@@ -142,10 +143,13 @@ bool ScriptParser::WriteForeign(const Site& site, const TextPiece& piece, Progre
     const SiteReference& reference = site.references[i];
     const String value = reference.reference.Value(host_);
     if (!IsHarmless(value)) return false;
-    raw = String::Concat({raw, site.bytes.view().substr(from, reference.at - from), value});
+    const std::string_view before = site.bytes.view().substr(from, reference.at - from);
+    raw.Reserve(raw.size() + before.size() + value.size());
+    raw.cat(before);
+    raw.cat(value.view());
     from = reference.at;
   }
-  raw = String::Concat({raw, site.bytes.view().substr(from, piece.end - from)});
+  raw.cat(site.bytes.view().substr(from, piece.end - from));
   progress = ProcessUnknownTag(raw);
   return true;
 }
@@ -223,6 +227,10 @@ Progress ScriptParser::FollowTag(Site& site) {
     if (reading->deferred.position != 0) tag->Defer(reading->deferred);
   }
   const Progress progress = CarryOut(site, *reading, *tag);
+  for (size_t i = 0; i < reading->values.size(); ++i) {
+    ScriptValue& value = tag->MutableValue(i);
+    if (value.text_size() > kLongValue) value = ScriptValue();
+  }
   reading->tag = std::move(tag);
   return progress;
 }
