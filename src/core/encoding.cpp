@@ -95,8 +95,7 @@ String EntityEncoded(std::string_view text) {
     if (entity.empty()) {
       result.Accumulate(c);
     } else {
-      result.Reserve(result.size() + entity.size());
-      result.cat(entity);
+      result.Append(entity);
     }
   }
   return result;

@@ -113,6 +113,11 @@ class String {
   // Makes room for a text of `length` bytes, so that appending up to it allocates nothing. For
   // accumulators that grow without bound: at least doubles the room when it has to grow.
   void Reserve(size_t length);
+  // Appends to a text that grows piece by piece: the room doubles when it is used up.
+  void Append(std::string_view text) {
+    Reserve(size() + text.size());
+    cat(text);
+  }
   // Cuts the text to its first `length` bytes; does nothing when it is shorter.
   void Truncate(size_t length);
   // `length` bytes of writable storage for a reader to fill; they become the text. Their former

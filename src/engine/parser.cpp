@@ -87,8 +87,7 @@ std::vector<size_t> RestartPoints(std::string_view text) {
 // Appends to what is kept, if anything is.
 void Keep(String* kept, std::string_view text) {
   if (kept == nullptr) return;
-  kept->Reserve(kept->size() + text.size());
-  kept->cat(text);
+  kept->Append(text);
 }
 
 }  // namespace

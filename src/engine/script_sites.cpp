@@ -143,13 +143,11 @@ bool ScriptParser::WriteForeign(const Site& site, const TextPiece& piece, Progre
     const SiteReference& reference = site.references[i];
     const String value = reference.reference.Value(host_);
     if (!IsHarmless(value)) return false;
-    const std::string_view before = site.bytes.view().substr(from, reference.at - from);
-    raw.Reserve(raw.size() + before.size() + value.size());
-    raw.cat(before);
-    raw.cat(value.view());
+    raw.Append(site.bytes.view().substr(from, reference.at - from));
+    raw.Append(value);
     from = reference.at;
   }
-  raw.cat(site.bytes.view().substr(from, piece.end - from));
+  raw.Append(site.bytes.view().substr(from, piece.end - from));
   progress = ProcessUnknownTag(raw);
   return true;
 }

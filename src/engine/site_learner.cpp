@@ -127,8 +127,7 @@ void SiteLearner::AddText(PieceKind kind, std::string_view text) {
   String& bytes = site_->bytes;
   TextPiece piece = {kind, static_cast<uint32_t>(bytes.size())};
   piece.first = piece.last = static_cast<uint32_t>(site_->references.size());
-  bytes.Reserve(bytes.size() + text.size());
-  bytes.cat(text);
+  bytes.Append(text);
   piece.end = static_cast<uint32_t>(bytes.size());
   site_->pieces.push_back(piece);
   AddPlain(piece);
@@ -227,8 +226,7 @@ Progress SiteLearner::ProcessUnknownTag(std::string_view raw) {
         {reference, static_cast<uint32_t>(begin + static_cast<size_t>(at))});
   }
   String& bytes = site_->bytes;
-  bytes.Reserve(bytes.size() + raw.size());
-  bytes.cat(raw);
+  bytes.Append(raw);
   TextPiece piece = {PieceKind::Foreign, static_cast<uint32_t>(begin),
                      static_cast<uint32_t>(bytes.size())};
   piece.first = first;

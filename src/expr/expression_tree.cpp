@@ -302,8 +302,7 @@ String ExpressionTree::Printed() const {
     if (item.node != kNone) {
       PrintNode(item.node, out, pending);
     } else {
-      out.Reserve(out.size() + item.text.size());
-      out.cat(item.text);
+      out.Append(item.text);
     }
   }
   return out;

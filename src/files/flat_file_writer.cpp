@@ -41,10 +41,7 @@ void FlatFileWriter::EndField() {
   }
 }
 
-void FlatFileWriter::Append(std::string_view text) {
-  record_.Reserve(record_.size() + text.size());
-  record_.cat(text);
-}
+void FlatFileWriter::Append(std::string_view text) { record_.Append(text); }
 
 void FlatFileWriter::AddField(std::string_view field) {
   if (has_fields_) EndField();

@@ -79,8 +79,7 @@ void URLEncodedParser::Take(std::string_view bytes) {
   for (;;) {
     size_t end = bytes.find('&');
     std::string_view piece = bytes.substr(0, end);
-    pending_.Reserve(pending_.size() + piece.size());
-    pending_.cat(piece);
+    pending_.Append(piece);
     if (end == bytes.npos) return;
     AddPending();
     bytes.remove_prefix(end + 1);

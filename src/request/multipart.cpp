@@ -15,8 +15,7 @@ constexpr size_t kLongestHeader = 65536;
 class FieldSink final : public PartSink {
  public:
   [[nodiscard]] bool Take(std::string_view data) override {
-    value_.Reserve(value_.size() + data.size());
-    value_.cat(data);
+    value_.Append(data);
     return true;
   }
   [[nodiscard]] const String& value() const { return value_; }

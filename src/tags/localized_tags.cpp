@@ -33,11 +33,6 @@ bool HoldsWhitespace(std::string_view text) {
   return std::any_of(text.begin(), text.end(), IsWhitespace);
 }
 
-void Append(String& out, std::string_view text) {
-  out.Reserve(out.size() + text.size());
-  out.cat(text);
-}
-
 // Replaces tokens in text. A name between two percent signs becomes the value of the
 // token; two percent signs in a row become one.
 //
@@ -67,7 +62,7 @@ void TokenFilter::Add(std::string_view text, String& out) {
   }
   for (;;) {
     const size_t start = text.find('%');
-    Append(out, text.substr(0, start));
+    out.Append(text.substr(0, start));
     if (start == std::string_view::npos) return;
     text.remove_prefix(start);
     const size_t end = text.find('%', 1);
@@ -76,29 +71,29 @@ void TokenFilter::Add(std::string_view text, String& out) {
       return;
     }
     if (end == std::string_view::npos) {
-      Append(out, text);
+      out.Append(text);
       return;
     }
     const std::string_view name = text.substr(1, end - 1);
     Variable* token = tokens_.Find(name);
     if (name.empty()) {
-      Append(out, "%");
+      out.Append("%");
     } else if (token != nullptr) {
-      Append(out, token->value());
+      out.Append(token->value());
     } else if (HoldsWhitespace(name)) {
       // Hardly meant as a token ("5% off, now %price%"): the second sign may begin one.
-      Append(out, text.substr(0, end));
+      out.Append(text.substr(0, end));
       text.remove_prefix(end);
       continue;
     } else {
-      Append(out, text.substr(0, end + 1));
+      out.Append(text.substr(0, end + 1));
     }
     text.remove_prefix(end + 1);
   }
 }
 
 void TokenFilter::End(String& out) {
-  Append(out, pending_);
+  out.Append(pending_);
   pending_.clear();
 }
 

@@ -98,8 +98,7 @@ bool MemoFile::ReadBlock(int block, String& text) {
     if (text.size() + part.size() > String::kLongestText) {
       return Fail("reading from", ": The text is too long");
     }
-    text.Reserve(text.size() + part.size());
-    text.cat(part);
+    text.Append(part);
     if (end != std::string_view::npos) return true;
     offset += got;
   }
