@@ -25,20 +25,12 @@ String WorkingDirectory() {
   return getcwd(directory, sizeof directory) == nullptr ? String() : String(directory);
 }
 
-String MachineName() {
-  char name[255];
-  if (gethostname(name, sizeof name) != 0) return {};
-  name[sizeof name - 1] = '\0';  // A name that was cut may lack its end.
-  return String(name);
-}
-
 }  // namespace
 
 UNIXConfig::UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode)
     : receiver_(receiver), mode_(mode), workdir_(WorkingDirectory()) {
   settings_.stdmodedatadir = workdir_;
   settings_.path = workdir_;
-  settings_.lockhostname = MachineName();
 }
 
 int UNIXConfig::ReadConfiguration(const String& path) {

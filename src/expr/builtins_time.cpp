@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "core/calendar.h"
+
 namespace vexa {
 
 namespace {
@@ -16,29 +18,11 @@ constexpr int64_t kSecondsPerDay = 24 * kSecondsPerHour;
 // The calendar fields of the time and zone that the call passes; all zero when the time is beyond
 // what the calendar can say.
 std::tm Breakdown(const BuiltinCall& call) {
-  std::tm fields{};
-  std::time_t local = 0;
+  int64_t local = 0;
   const int64_t zone = call.Integer(1) * kSecondsPerHour;
-  if (__builtin_add_overflow(call.Integer64(0), zone, &local)) return fields;
-  return gmtime_r(&local, &fields) != nullptr ? fields : std::tm{};
+  if (__builtin_add_overflow(call.Integer64(0), zone, &local)) return {};
+  return CalendarTime(local);
 }
-
-constexpr int64_t FloorDivide(int64_t value, int64_t divisor) {
-  return (value >= 0 ? value : value - divisor + 1) / divisor;
-}
-
-// Days from 1970-01-01 to the first of the month, which is counted from January (0) of the year 0
-// and may be negative. Years begin in March here, so that the leap day is the last of its year.
-constexpr int64_t DaysToMonth(int64_t month) {
-  const int64_t march_month = month - 2;
-  const int64_t year = FloorDivide(march_month, 12);
-  const int64_t month_of_year = march_month - year * 12;
-  const int64_t leap_days = FloorDivide(year, 4) - FloorDivide(year, 100) + FloorDivide(year, 400);
-  constexpr int64_t kDaysFromMarchOfYear0 = 719468;
-  return year * 365 + leap_days + (month_of_year * 153 + 2) / 5 - kDaysFromMarchOfYear0;
-}
-static_assert(DaysToMonth(1970 * 12) == 0);
-static_assert(DaysToMonth(2000 * 12 + 2) == 11017);
 
 }  // namespace
 

@@ -62,13 +62,23 @@ String StartOfProcess(pid_t pid) {
   return rest.substr(0, rest.find(' '));
 }
 
+// The name of this host in lock files: the machine's own, asked for here because few pages lock,
+// unless the configuration gives one.
+String LockHostName(const Settings& settings) {
+  if (!settings.lockhostname.empty()) return settings.lockhostname;
+  char name[255];
+  if (::gethostname(name, sizeof name) != 0) return {};
+  name[sizeof name - 1] = '\0';  // A name that was cut may lack its end.
+  return String(name);
+}
+
 // One attempt to take the lock. Its scratch file lives as long as this object.
 class LockAttempt {
  public:
   LockAttempt(Vexa& host, const String& lockfile, String& error)
-      : host_(host), lockfile_(lockfile), error_(error) {
+      : host_(host), hostname_(LockHostName(host.config())), lockfile_(lockfile), error_(error) {
     const String pid = PrintInteger(::getpid());
-    const String& name = host.config().lockhostname;
+    const String& name = hostname_;
     const String start = StartOfProcess(::getpid());
     scratch_ = String::Concat({lockfile, ".", name, ".", pid});
     content_ = String::Concat({pid, start.empty() ? "" : " ", start, ":", name});
@@ -156,7 +166,7 @@ class LockAttempt {
     bool stale = false;
     // Zero and below name groups of processes, which no lock holder is.
     if (holder > 0 && colon != std::string_view::npos &&
-        text.substr(colon + 1) == host_.config().lockhostname.view()) {
+        text.substr(colon + 1) == hostname_.view()) {
       if (holder == ::getpid() && !IsGone(holder, Stripped(text.substr(0, colon)))) {
         error_ = "Possible deadlock detected";
         return kDeadlock;
@@ -210,6 +220,7 @@ class LockAttempt {
   }
 
   Vexa& host_;
+  String hostname_;
   const String& lockfile_;
   String& error_;
   String scratch_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/calendar.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -30,10 +31,8 @@ std::string_view FindCallerID(std::string_view cookies) {
 }
 
 String IdentifyingCookie(std::string_view caller_id, time_t now) {
-  time_t expiry = now + kCookieLifetime;
-  tm fields;
+  const tm fields = CalendarTime(now + kCookieLifetime);
   char date[256];
-  gmtime_r(&expiry, &fields);
   size_t length = strftime(date, sizeof date, "%a, %d-%b-%Y %H:%M:%S GMT", &fields);
   String expires = String::Concat({"expires=", std::string_view(date, length)});
   expires.StripWhitespace();

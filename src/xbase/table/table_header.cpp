@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "core/byte_order.h"
+#include "core/calendar.h"
 #include "xbase/change/journal.h"
 
 namespace vexa {
@@ -20,9 +21,7 @@ constexpr size_t kCodePage = 29;
 }  // namespace
 
 void TableHeader::SetToday() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  gmtime_r(&now, &parts);
+  const std::tm parts = CalendarTime(std::time(nullptr));
   lastupdate_year = parts.tm_year;
   lastupdate_month = parts.tm_mon + 1;
   lastupdate_day = parts.tm_mday;
