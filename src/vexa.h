@@ -18,6 +18,7 @@
 
 namespace vexa {
 
+class CGINetworkManager;
 class Database;
 class ExpressionContext;
 class FileManager;
@@ -51,6 +52,14 @@ class Vexa {
   [[nodiscard]] virtual const Settings& config() const = 0;
   [[nodiscard]] virtual std::span<const PackageInfo> packages() const = 0;
 
+  // The content type that the configuration gives an extension, in any letter case; null when it
+  // gives it none.
+  [[nodiscard]] virtual const String* FindContentType(std::string_view extension) const = 0;
+
+  // --- Other machines ---
+  // What is under way with them; made when it is first asked for.
+  [[nodiscard]] virtual CGINetworkManager& networkmanager() = 0;
+
   // --- Files: how they are reached, and where the names of scripts lead ---
   [[nodiscard]] virtual FileManager& filemanager() = 0;
   [[nodiscard]] virtual ActivityLog& logfile() = 0;
@@ -58,6 +67,9 @@ class Vexa {
   // set, or 0 with `message` set.
   [[nodiscard]] virtual int ResolvePath(const String& name, String& resolved, PathType type,
                                         String& message) = 0;
+  // Whether a file at this finished path would run as a page: it lies in the script directory,
+  // links followed, and has an extension that may run. What strangers send must not be put there.
+  [[nodiscard]] virtual bool IsPagePath(const String& path) = 0;
 
   // --- The page: where it goes, and what is told on it ---
   [[nodiscard]] virtual Output& output() = 0;

@@ -119,8 +119,13 @@ void UNIXConfig::AddContentType(std::string_view extensions, const String& type)
 }
 
 const String& UNIXConfig::GetContentType(std::string_view extension) {
+  const String* type = FindContentType(extension);
+  return type == nullptr ? defaultmimetype_ : *type;
+}
+
+const String* UNIXConfig::FindContentType(std::string_view extension) {
   const MimeType* type = content_types_.Find(extension);
-  return type == nullptr ? defaultmimetype_ : type->type();
+  return type == nullptr ? nullptr : &type->type();
 }
 
 }  // namespace vexa

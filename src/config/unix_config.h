@@ -57,6 +57,8 @@ class UNIXConfig final : public Config {
   void SetDefaultMimeType(const String& type) { defaultmimetype_ = type; }
   // The content type of an extension, in any letter case; the default one when it has none.
   [[nodiscard]] const String& GetContentType(std::string_view extension);
+  // The same without the default: null when it has none.
+  [[nodiscard]] const String* FindContentType(std::string_view extension);
 
   [[nodiscard]] const String& virtualhost() const { return virtualhost_; }
   [[nodiscard]] const String& defaultmimetype() const { return defaultmimetype_; }

@@ -40,6 +40,10 @@ struct Settings {
   int globaltimeout = 90;
   int mailtimeout = 30;
   int calltimeout = 30;
+  int callmaxsize = 16777216;  // bytes of an answer
+  int mailmaxsize = 33554432;  // bytes of a mail
+  String callallow;            // which local addresses may be called all the same
+  String cafile;               // the authorities that certificates are checked against
   String serveradmin = "webmaster@localhost";
   int usecookies = 1;
   int nice = 0;

@@ -24,6 +24,7 @@
 #include "core/text.h"
 #include "engine/module.h"
 #include "engine/script_parser.h"
+#include "net/network_manager.h"
 #include "request/cookie.h"
 
 namespace vexa {
@@ -52,6 +53,15 @@ const Settings& Host::config() const {
 const String& Host::hostname() const {
   static const String unknown;
   return config_ == nullptr ? unknown : config_->virtualhost();
+}
+
+const String* Host::FindContentType(std::string_view extension) const {
+  return config_ == nullptr ? nullptr : config_->FindContentType(extension);
+}
+
+CGINetworkManager& Host::networkmanager() {
+  if (network_ == nullptr) network_ = std::make_unique<CGINetworkManager>();
+  return *network_;
 }
 
 // --- The run of a request --------------------------------------------------------------------
@@ -149,6 +159,7 @@ void Host::ReleaseScripts() {
   current_module_ = nullptr;
   modules_.clear();
   databases_.Clear();
+  network_.reset();
 }
 
 // --- Time ------------------------------------------------------------------------------------

@@ -91,10 +91,13 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
 
   // What anybody may ask, in the order of vexa.h. Before a configuration is loaded: the defaults.
   [[nodiscard]] const Settings& config() const override;
+  [[nodiscard]] const String* FindContentType(std::string_view extension) const override;
+  [[nodiscard]] CGINetworkManager& networkmanager() override;
   [[nodiscard]] FileManager& filemanager() override { return filemanager_; }
   [[nodiscard]] ActivityLog& logfile() override { return log_; }
   [[nodiscard]] int ResolvePath(const String& name, String& resolved, PathType type,
                                 String& message) override;
+  [[nodiscard]] bool IsPagePath(const String& path) override;
   [[nodiscard]] Output& output() override { return answer_.output(); }
   void Error(const vexa::Error& error) override;
   void Error(const String& text) override;
@@ -194,7 +197,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   // Begins and ends the head of the answer where that has not happened.
   void RequireHeaders(int status);
   void WriteError(std::string_view text);
-  // Destroys scripts and databases.
+  // Destroys scripts, databases and what is under way with other machines.
   void ReleaseScripts();
 
   [[nodiscard]] const String& SystemVariable(std::string_view name) override {
@@ -208,6 +211,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   std::unique_ptr<UNIXConfig> config_;
   UNIXLogFile log_;
   UNIXFileManager filemanager_;
+  std::unique_ptr<CGINetworkManager> network_;  // null until it is asked for
   OpenDatabases databases_;
   Variables vars_;
   std::vector<std::unique_ptr<Module>> modules_;
