@@ -2,6 +2,7 @@
 #   vexa_options          compile and link options of all code
 #   vexa_program_options  link options of the program alone
 #   VEXA_CRYPT_LIBRARY    the library that holds crypt()
+#   VEXA_GMIME_INCLUDE_DIRS   the headers of the library that reads mail, loaded when first used
 
 add_library(vexa_options INTERFACE)
 add_library(vexa_program_options INTERFACE)
@@ -55,3 +56,6 @@ if(VEXA_FAST_START)
     set(VEXA_CRYPT_LIBRARY ${VEXA_STATIC_CRYPT})
   endif()
 endif()
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(VEXA_GMIME REQUIRED gmime-3.0)

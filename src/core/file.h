@@ -97,6 +97,10 @@ class FileManager {
   // 0; -1 on failure, with the former file in place; 1 when no such file can be made there, or it
   // would change more than the content.
   [[nodiscard]] virtual int WriteBeside(const String& path, std::string_view data) = 0;
+  // Makes a file of `data` that only its owner may read, under a name that nothing has yet: whole
+  // or not at all. 0; 1 when something, be it a link to nothing, has that name; negative on
+  // failure.
+  [[nodiscard]] virtual int WriteNew(const String& path, std::string_view data) = 0;
   // Makes a file without a name on the file system of `path`, which goes with the process unless it
   // is given a name; null when the system cannot.
   [[nodiscard]] virtual std::unique_ptr<File> MakeUnnamed(const String& path) = 0;

@@ -56,6 +56,7 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] bool Exists(const String& path) override;
   [[nodiscard]] bool MayWrite(const String& path) override;
   [[nodiscard]] int WriteBeside(const String& path, std::string_view data) override;
+  [[nodiscard]] int WriteNew(const String& path, std::string_view data) override;
   [[nodiscard]] std::unique_ptr<File> MakeUnnamed(const String& path) override;
   // REQUIRES: `file` was made by MakeUnnamed of this manager.
   [[nodiscard]] int GiveName(File& file, String& path, String& suffix) override;

@@ -133,6 +133,33 @@ int UNIXFileManager::WriteBeside(const String& path, std::string_view data) {
   return result.value_or(1);
 }
 
+int UNIXFileManager::WriteNew(const String& path, std::string_view data) {
+  if (!Usable(path)) return -1;
+  // Without a name at first, where the system can; else under one that is renamed.
+  std::unique_ptr<File> made = MakeUnnamed(path);
+  const bool unnamed = made != nullptr;
+  String name = path + ".";
+  String digits;
+  quiet_ = true;
+  if (!unnamed) made = MakeTemporary(name, digits, OpenWrite);
+  quiet_ = false;
+  if (made == nullptr) return -1;
+  const int descriptor = ActivateFile(static_cast<UNIXFile*>(made.get()));
+  int result = descriptor < 0 ? -1 : 0;
+  if (result == 0) result = Checked(WriteFully(descriptor, data.data(), data.size()) < 0 ? -1 : 0);
+  if (result == 0) {
+    const String source = String::Concat({"/proc/self/fd/", PrintInteger(descriptor)});
+    result = unnamed
+                 ? ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW)
+                 : ::renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE);
+    const bool taken = result != 0 && errno == EEXIST;
+    result = taken ? 1 : Checked(result);
+  }
+  if (!unnamed && result != 0) (void)::unlink(name.c_str());
+  if (result == 0) LogFile("FILECREATED", path);
+  return result;
+}
+
 std::unique_ptr<File> UNIXFileManager::MakeUnnamed(const String& path) {
   const std::string_view text = path.view();
   const String directory = text.substr(0, text.rfind('/') + 1);

@@ -1,11 +1,15 @@
-// Lists of mail addresses.
+// Pieces of mails that strangers write: address lists, names of files, raw texts, HTML.
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "core/settings.h"
+#include "net/attachment_saver.h"
+#include "net/html_text.h"
 #include "net/mail_address.h"
+#include "net/mail_check.h"
 
 namespace vexa {
 namespace {
@@ -47,6 +51,74 @@ TEST(MailAddress, ListsOfAddresses) {
   for (const auto& [list, read] : kCases) {
     EXPECT_EQ(Read(list), read) << list;
   }
+}
+
+TEST(SafeFileName, NamesThatStrangersSend) {
+  Settings settings;
+  settings.validextensions = ".vx, html";
+  const std::string z200(200, 'z');
+  const std::pair<std::string, std::string> kCases[] = {
+      {"../../etc/passwd", "passwd"},
+      {"C:\\x\\a b  \xE9.txt", "a_b_.txt"},
+      {"..", "attachment"},
+      {"", "attachment"},
+      {"a/", "attachment"},
+      {".htaccess", "htaccess"},
+      {"...vx", "vx"},
+      {"page.VX", "page.VX.txt"},
+      {"p.html", "p.html.txt"},
+      {"p.vx.", "p.vx."},
+      {"a\r\n\t$(x)", "a_x_"},
+      {z200 + ".tar.gz", z200.substr(0, 97) + ".gz"},
+      {"a.b" + z200, "a.b" + z200.substr(0, 97)},
+      {z200.substr(0, 97) + ".vx" + z200, z200.substr(0, 97) + ".vx.txt"},
+  };
+  for (const auto& [sent, safe] : kCases) {
+    EXPECT_EQ(SafeFileName(sent, settings).view(), safe) << sent;
+  }
+}
+
+TEST(CheckMail, LimitsOfHeadersAndParts) {
+  const auto times = [](int count, const std::string& text) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const auto kNone = MailProblem::None;
+  const auto kLines = MailProblem::TooManyHeaderLines;
+  const auto kParts = MailProblem::TooManyParts;
+  const std::string message = "Content-Type: Message/rfc822\n\n";
+  const std::pair<std::string, MailProblem> kCases[] = {
+      {"", kNone},
+      {times(1000, "a: b\r\n") + "\r\n" + times(2000, "a: b\n"), kNone},
+      {times(500, "a: b\n c\n") + "d: e\n", kLines},
+      {"x\n--\n" + times(1001, "a: b\n"), kLines},
+      {"a: " + std::string(256 * 1024, 'x') + "\n", kLines},
+      {"a: b\n" + std::string(300 * 1024, 'x') + "\n", kNone},
+      {times(10'000, "--x\n"), kNone},
+      {times(10'001, "--x\n"), kParts},
+      {message + times(1001, "a: b\n"), kLines},
+      {times(10'001, message), kParts},
+  };
+  for (const auto& [text, problem] : kCases) {
+    EXPECT_EQ(CheckMail(text), problem) << text.substr(0, 40);
+  }
+  EXPECT_EQ(MailHead(times(1001, "a: b\n")), times(1000, "a: b\n"));
+  EXPECT_EQ(MailHead("a: b\n\tc\nno header\nd: e\n"), "a: b\n\tc\n");
+}
+
+TEST(TextOfHtml, LooksLikeTheShownPage) {
+  const std::pair<std::string, std::string> kCases[] = {
+      {"<html><head><title>T</title><style>p{}</style></head> <body> a  <b>b</b>\n c </body>",
+       "a b c\n"},
+      {"one<br>two<br><br>three<p>four</p>five", "one\ntwo\n\nthree\n\nfour\n\nfive\n"},
+      {"<ul><li>a<li><a href=x>b</a> c</ul>d", "- a\n- b (x) c\nd\n"},
+      {"<a href='http://x/'>http://x/</a> <a href=y></a><a>z</a>", "http://x/ (y)z\n"},
+      {"<pre>  a\n\n   b</pre><tr><td>1<td>2", "  a\n\n   b\n\n1 2\n"},
+      {"&lt;b&gt; &euro;<!-- x --><script>if (a<b) x</script>", "<b> \xE2\x82\xAC\n"},
+      {" <p> ", ""},
+  };
+  for (const auto& [html, text] : kCases) EXPECT_EQ(TextOfHtml(html).view(), text) << html;
 }
 
 }  // namespace

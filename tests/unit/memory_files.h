@@ -137,6 +137,7 @@ class MemoryFiles final : public FileManager {
   int Lock(const String&) override { return -1; }
   int Copy(const String&, const String&) override { return -1; }
   int WriteBeside(const String&, std::string_view) override { return 1; }
+  int WriteNew(const String&, std::string_view) override { return -1; }
   std::unique_ptr<File> MakeUnnamed(const String&) override { return nullptr; }
   int GiveName(File&, String&, String&) override { return -1; }
   int TouchFile(const String&) override { return 0; }

@@ -1,0 +1,31 @@
+// Looking at the raw text of a mail before anything is made of it: where its header ends, and
+// whether taking it apart would cost more than a mail may. Mails come from strangers, and small
+// ones can be made of hundreds of thousands of parts.
+//
+// A header is a row of lines that are `name:` or indented. Headers stand at the start, behind a
+// line that begins with `--`, and behind the header of a message that is inside another.
+
+#ifndef VEXA_NET_MAIL_CHECK_H_
+#define VEXA_NET_MAIL_CHECK_H_
+
+#include <cstddef>
+#include <string_view>
+
+namespace vexa {
+
+enum class MailProblem { None, TooManyHeaderLines, TooManyParts };
+
+// What of `text` is its first header, as far as a header may go: whole lines.
+[[nodiscard]] std::string_view MailHead(std::string_view text);
+// What is wrong with the whole mail.
+[[nodiscard]] MailProblem CheckMail(std::string_view text);
+
+// The next line of `text` from `at` on, without its end; `at` then is behind that.
+// REQUIRES: `at` is less than the size.
+[[nodiscard]] std::string_view NextMailLine(std::string_view text, size_t& at);
+// Where the value of a line `name: value` begins; 0 when it is no such line.
+[[nodiscard]] size_t HeaderNameEnd(std::string_view line);
+
+}  // namespace vexa
+
+#endif  // VEXA_NET_MAIL_CHECK_H_
