@@ -27,6 +27,10 @@ enum OpenMode : int {
 
 enum class FileLockType { Shared = 0, Exclusive = 1 };
 
+// How a file is compared with the one that its path names. ByLink is for readers: a file that has
+// one name, and had the right one a moment ago, is asked only whether it still has a name.
+enum class NameCheck { ByPath, ByLink };
+
 // What tells without reading a file whether somebody wrote to it.
 struct FileStamp {
   int64_t modified = 0;  // nanoseconds since 1970
@@ -51,6 +55,8 @@ class File {
   // Waits for a record lock on `length` bytes from `start` (length 0: to the end of the file).
   // Returns 0, or a negative value.
   [[nodiscard]] virtual int Lock(FileLockType type, int64_t start, int64_t length) = 0;
+  // The same without waiting: 1 when it was taken, 0 when others hold what is in its way.
+  [[nodiscard]] virtual int TryLock(FileLockType type, int64_t start, int64_t length) = 0;
   virtual int Release(int64_t start, int64_t length) = 0;
   // Reads or writes at `offset` without moving the file's own offset: one system call each.
   // Return as Read and Write do.
@@ -65,10 +71,10 @@ class File {
   [[nodiscard]] virtual int Touch() = 0;
   // Whether the path it was opened with still names this file: 1 yes, 0 no (it was replaced or
   // removed), negative when that cannot be told. `stamp` is that of the file the path names.
-  [[nodiscard]] virtual int StillNamed(FileStamp& stamp) = 0;
+  [[nodiscard]] virtual int StillNamed(NameCheck check, FileStamp& stamp) = 0;
   [[nodiscard]] int StillNamed() {
     FileStamp ignored;
-    return StillNamed(ignored);
+    return StillNamed(NameCheck::ByPath, ignored);
   }
   [[nodiscard]] virtual const String& error() const = 0;
 };

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "core/outside.h"
+
 namespace vexa {
 
 bool ReadExactly(File& file, int64_t offset, char* buffer, int count, String& reason) {
@@ -36,6 +38,14 @@ bool IsOld(const FileStamp& stamp) {
   return int64_t{now.tv_sec} * kNanoseconds + now.tv_nsec - stamp.modified > kLongestTick;
 }
 
+int64_t SteadyTime() {
+  constexpr int64_t kNanoseconds = 1'000'000'000;
+  struct timespec now;
+  // A clock that cannot be read makes everything old.
+  if (::clock_gettime(CLOCK_MONOTONIC, &now) != 0) return INT64_MAX / 2;
+  return int64_t{now.tv_sec} * kNanoseconds + now.tv_nsec;
+}
+
 bool RangeLock::Take(File& file, FileLockType type, int64_t start, int64_t length) {
   Release();
   if (file.Lock(type, start, length) < 0) return false;
@@ -49,7 +59,21 @@ LockOutcome RangeLock::TakeNamed(File& file, FileLockType type, int64_t start, i
                                  String& reason) {
   const bool locked = Take(file, type, start, length);
   if (!locked) reason = file.error();
-  const int named = file.StillNamed(stamp_);
+  const bool reads = type == FileLockType::Shared;
+  return Compare(file, locked, reads ? NameCheck::ByLink : NameCheck::ByPath, reason);
+}
+
+LockOutcome RangeLock::TryShared(File& file, int64_t start, int64_t length, String& reason) {
+  Release();
+  if (file.TryLock(FileLockType::Shared, start, length) <= 0) return LockOutcome::Failed;
+  file_ = &file;
+  start_ = start;
+  length_ = length;
+  return Compare(file, true, NameCheck::ByLink, reason);
+}
+
+LockOutcome RangeLock::Compare(File& file, bool locked, NameCheck check, String& reason) {
+  const int named = file.StillNamed(check, stamp_);
   if (named > 0 && locked) return LockOutcome::Taken;
   Release();
   if (named == 0) return LockOutcome::Replaced;

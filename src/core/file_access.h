@@ -47,15 +47,20 @@ class RangeLock {
   [[nodiscard]] bool Take(File& file, FileLockType type, int64_t start, int64_t length);
   // The same on the file that the path of `file` names now. While the lock was waited for another
   // file may have taken that place: then Replaced, without a lock, and the caller opens the path
-  // again. When it fails the cause is in `reason`.
+  // again. When it fails the cause is in `reason`. For a shared lock the names are compared as is
+  // good enough for readers.
   [[nodiscard]] LockOutcome TakeNamed(File& file, FileLockType type, int64_t start, int64_t length,
                                       String& reason);
-  // What the path told when TakeNamed looked at it.
+  // The same for a shared lock, without waiting for it: Failed when others are in the way.
+  [[nodiscard]] LockOutcome TryShared(File& file, int64_t start, int64_t length, String& reason);
+  // What was learnt of the file when its name was looked at.
   [[nodiscard]] const FileStamp& stamp() const { return stamp_; }
   void Release();
   [[nodiscard]] bool held() const { return file_ != nullptr; }
 
  private:
+  [[nodiscard]] LockOutcome Compare(File& file, bool locked, NameCheck check, String& reason);
+
   File* file_ = nullptr;
   int64_t start_ = 0;
   int64_t length_ = 0;

@@ -20,6 +20,7 @@ using ScopeKinds = uint8_t;
 inline constexpr ScopeKinds kSystemKind = 1;
 inline constexpr ScopeKinds kLocalKind = 2;
 inline constexpr ScopeKinds kGlobalKind = 4;
+inline constexpr ScopeKinds kFieldKind = 8;
 
 class Symbol {
  public:

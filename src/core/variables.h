@@ -151,7 +151,7 @@ class FieldSource {
  public:
   virtual ~FieldSource() = default;
   // The field of that name in the first view that has one, of `database` (empty: of any), or null.
-  // Valid until a database is closed.
+  // Valid until a database is closed. Fields stand in scopes of the kind kFieldKind.
   [[nodiscard]] virtual Variable* FindField(Symbol field, std::string_view database) = 0;
   // Whether there may be any field.
   [[nodiscard]] bool has_fields() const { return has_fields_; }
@@ -236,7 +236,7 @@ class Variables {
     if ((kinds & kLocalKind) != 0 && !locals_.empty()) {
       if (Variable* variable = locals_.back()->Find(name)) return variable;
     }
-    if (fields_.has_fields()) {
+    if ((kinds & kFieldKind) != 0 && fields_.has_fields()) {
       if (Variable* variable = fields_.FindField(name, {})) return variable;
     }
     return globals_.Find(name);

@@ -99,11 +99,12 @@ void ByteRanges::Remove(const ByteRange& range) {
   }
 }
 
-int TakeRecordLock(Vexa& host, int fd, const ByteRange& range) {
+int TakeRecordLock(Vexa& host, int fd, const ByteRange& range, LockWait wait) {
   struct flock lock = Describe(range, range.type == FileLockType::Exclusive ? F_WRLCK : F_RDLCK);
   // Mostly nobody else is there, and nothing has to be prepared for waiting.
   int result = RetryInterrupted([&] { return ::fcntl(fd, F_SETLK, &lock); });
-  if (result == 0 || (errno != EACCES && errno != EAGAIN)) return result;
+  if (result == 0 || wait == LockWait::None) return result;
+  if (errno != EACCES && errno != EAGAIN) return result;
   const WakeUpCalls wake_up_calls;
   do {
     if (host.timedout()) {

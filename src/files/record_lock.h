@@ -44,9 +44,12 @@ class ByteRanges {
   std::vector<ByteRange> ranges_;
 };
 
-// Waits for the lock `range` on the open file `fd`, at most until `host` has timed out. Returns 0,
-// or -1 with the reason in errno: EINTR when the time was up.
-[[nodiscard]] int TakeRecordLock(Vexa& host, int fd, const ByteRange& range);
+// Whether a lock that others are in the way of is waited for.
+enum class LockWait { None, UntilFree };
+
+// Takes the lock `range` on the open file `fd`, waiting at most until `host` has timed out. Returns
+// 0, or -1 with the reason in errno: EINTR when the time was up; EACCES or EAGAIN without waiting.
+[[nodiscard]] int TakeRecordLock(Vexa& host, int fd, const ByteRange& range, LockWait wait);
 // Unlocks the bytes of `range`. Returns 0, or -1 with the reason in errno.
 [[nodiscard]] int DropRecordLock(int fd, const ByteRange& range);
 

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "core/outside.h"
 #include "files/descriptor.h"
 #include "files/unix_file_manager.h"
 
@@ -15,6 +16,7 @@ namespace vexa {
 
 int UNIXFile::Open(const String& path, int mode) {
   Close();
+  named_until_ = 0;
   if (manager_.open(this, path, UNIXFileManager::OpenMode(mode), 0600) < 0) {
     error_ = manager_.error();
     return 0;
@@ -72,7 +74,16 @@ int UNIXFile::Lock(FileLockType type, int64_t start, int64_t length) {
   if (!Activate(fd)) return -1;
   if (start < 0 || length < 0) return Fail(EINVAL);
   const ByteRange range = ByteRanges::Covered(start, length, type);
-  return manager_.LockRange(*info_, range) != 0 ? Fail() : 0;
+  return manager_.LockRange(*info_, range, LockWait::UntilFree) != 0 ? Fail() : 0;
+}
+
+int UNIXFile::TryLock(FileLockType type, int64_t start, int64_t length) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  if (start < 0 || length < 0) return Fail(EINVAL);
+  const ByteRange range = ByteRanges::Covered(start, length, type);
+  if (manager_.LockRange(*info_, range, LockWait::None) == 0) return 1;
+  return errno == EACCES || errno == EAGAIN ? 0 : Fail();
 }
 
 int UNIXFile::Release(int64_t start, int64_t length) {
@@ -134,20 +145,36 @@ int UNIXFile::Touch() {
   return ::futimens(fd, nullptr) != 0 ? Fail() : 0;
 }
 
-int UNIXFile::StillNamed(FileStamp& stamp) {
+int UNIXFile::StillNamed(NameCheck check, FileStamp& stamp) {
   if (!open_) return Fail(EBADF);
-  // The identity is remembered, so an inactive file need not be opened for this.
-  struct stat status;
-  if (::stat(info_->filename().c_str(), &status) == 0) {
+  LookOutside();
+  const auto note = [&](const struct stat& status) {
     constexpr int64_t kNanoseconds = 1'000'000'000;
     stamp.modified = int64_t{status.st_mtim.tv_sec} * kNanoseconds + status.st_mtim.tv_nsec;
     stamp.length = status.st_size;
-    return IdentityOf(status) == info_->identity() ? 1 : 0;
+  };
+  struct stat status;
+  const int64_t now = SteadyTime();
+  // A file whose only name another one took has none left. That somebody gave it another name shows
+  // when the path is asked again.
+  if (check == NameCheck::ByLink && info_->fd() >= 0 && now < named_until_ &&
+      ::fstat(info_->fd(), &status) == 0 && status.st_nlink == 1) {
+    note(status);
+    return 1;
+  }
+  named_until_ = 0;
+  // The identity is remembered, so an inactive file need not be opened for this.
+  if (::stat(info_->filename().c_str(), &status) == 0) {
+    note(status);
+    if (!(IdentityOf(status) == info_->identity())) return 0;
+    named_until_ = now + kLongestTrust;
+    return 1;
   }
   return errno == ENOENT || errno == ENOTDIR ? 0 : Fail();
 }
 
 bool UNIXFile::Activate(int& fd) {
+  LookOutside();
   if (!open_) {
     (void)Fail(EBADF);
     return false;

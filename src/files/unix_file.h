@@ -41,6 +41,7 @@ class UNIXFile final : public File {
   [[nodiscard]] int64_t Tell() override;
   [[nodiscard]] int64_t Length() override;
   [[nodiscard]] int Lock(FileLockType type, int64_t start, int64_t length) override;
+  [[nodiscard]] int TryLock(FileLockType type, int64_t start, int64_t length) override;
   int Release(int64_t start, int64_t length) override;
   [[nodiscard]] int ReadAt(int64_t offset, char* buffer, int count) override;
   [[nodiscard]] int WriteAt(int64_t offset, const char* data, int count) override;
@@ -48,7 +49,7 @@ class UNIXFile final : public File {
   [[nodiscard]] int Sync() override;
   [[nodiscard]] int Touch() override;
   using File::StillNamed;
-  [[nodiscard]] int StillNamed(FileStamp& stamp) override;
+  [[nodiscard]] int StillNamed(NameCheck check, FileStamp& stamp) override;
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }
 
@@ -63,6 +64,8 @@ class UNIXFile final : public File {
   bool open_ = false;
   // Where the manager keeps the info of an open file. Stays valid when the info changes lists.
   std::list<UNIXFileInfo>::iterator info_;
+  // Until when its path, which was found to name it, need not be asked again; a SteadyTime.
+  int64_t named_until_ = 0;
   String error_;
 };
 

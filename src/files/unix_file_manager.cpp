@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "core/number.h"
+#include "core/outside.h"
 #include "files/named_lock.h"
 #include "files/unix_file.h"
 
@@ -141,7 +142,7 @@ void UNIXFileManager::CloseFile(UNIXFile* file) {
   active_.erase(info);
 }
 
-int UNIXFileManager::LockRange(UNIXFileInfo& info, const ByteRange& range) {
+int UNIXFileManager::LockRange(UNIXFileInfo& info, const ByteRange& range, LockWait wait) {
   // A shared lock would weaken the exclusive one that another File holds on the same bytes.
   ByteRanges wanted;
   wanted.Add(range);
@@ -154,7 +155,7 @@ int UNIXFileManager::LockRange(UNIXFileInfo& info, const ByteRange& range) {
     }
   }
   for (size_t i = 0; i < wanted.ranges().size(); ++i) {
-    if (TakeRecordLock(host_, info.fd(), wanted.ranges()[i]) == 0) continue;
+    if (TakeRecordLock(host_, info.fd(), wanted.ranges()[i], wait) == 0) continue;
     const int reason = errno;
     while (i-- > 0) (void)ReleaseRange(info, wanted.ranges()[i]);
     errno = reason;
@@ -225,6 +226,7 @@ int UNIXFileManager::Checked(int result) {
 }
 
 bool UNIXFileManager::Usable(const String& path) {
+  LookOutside();
   if (!ContainsNul(path)) return true;
   error_ = kNulMessage;
   return false;

@@ -110,7 +110,7 @@ class UNIXFileManager final : public FileManager {
   void Adopt(UNIXFile* file, const String& path, int fd, OpenedAs opened);
   void CloseFile(UNIXFile* file);
   // Take and release record locks on an active file. 0, or -1 with the reason in errno.
-  [[nodiscard]] int LockRange(UNIXFileInfo& info, const ByteRange& range);
+  [[nodiscard]] int LockRange(UNIXFileInfo& info, const ByteRange& range, LockWait wait);
   [[nodiscard]] int ReleaseRange(UNIXFileInfo& info, const ByteRange& range);
 
   // Whether any File holds a record lock on the file.

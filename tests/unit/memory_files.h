@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/file.h"
+#include "core/outside.h"
 
 namespace vexa {
 
@@ -191,6 +192,9 @@ class MemoryFiles final : public FileManager {
       if (ranges_.insert({start, length}).second) ++manager_.locks_;
       return 0;
     }
+    int TryLock(FileLockType type, int64_t start, int64_t length) override {
+      return Lock(type, start, length) < 0 ? -1 : 1;
+    }
     int Release(int64_t start, int64_t length) override {
       if (ranges_.erase({start, length}) != 0) --manager_.locks_;
       return 0;
@@ -199,7 +203,7 @@ class MemoryFiles final : public FileManager {
     int Sync() override { return Proceed() ? 0 : -1; }
     int Touch() override { return Proceed() ? 0 : -1; }
     using File::StillNamed;
-    int StillNamed(FileStamp& stamp) override {
+    int StillNamed(NameCheck /*check*/, FileStamp& stamp) override {
       if (!Proceed()) return -1;
       stamp = {manager_.writes_, std::ssize(*bytes_)};
       auto it = manager_.files_.find(name_);
@@ -243,6 +247,7 @@ class MemoryFiles final : public FileManager {
     return border < size ? border : 0;
   }
   bool Proceed() {
+    LookOutside();
     ++operations_;
     error_ = "Input/output error";
     const bool one = fault_ == Fault::FailOne || fault_ == Fault::RefuseOne;

@@ -1,7 +1,10 @@
 // Table and memo files: their bytes, messages, and what damaged ones come to.
 
+#include <chrono>
+#include <cstring>
 #include <ctime>
 #include <random>
+#include <thread>
 
 #include "core/byte_order.h"
 #include "table_fixture.h"
@@ -111,6 +114,33 @@ TEST_F(TableFile, RecordsOfOthersAppearAfterTheHeaderIsRead) {
   ASSERT_EQ(Append(table, {"Bob"}), 1);
   ASSERT_EQ(Append(other, {"Cyd"}), 1);
   EXPECT_EQ(other.recordnum(), 3);
+}
+
+TEST_F(TableFile, AWalkSeesWhatOthersChangedBeforeItsStep) {
+  XBaseTable table(files);
+  XBaseTable other(files);
+  ASSERT_EQ(Create(table, NameAndBirth()), 1);
+  for (int n = 1; n <= 100; ++n) ASSERT_EQ(Append(table, {std::to_string(n)}), 1);
+  ASSERT_EQ(Open(other), 1);
+  for (const int from : {1, 100}) {
+    const int step = from == 1 ? 1 : -1;
+    for (int n = from; n != from + 10 * step; n += step) {
+      ASSERT_EQ(Values(table, n), std::to_string(n) + "|        ");
+    }
+    const int next = from + 10 * step;
+    ASSERT_EQ(other.Goto(next), 1);
+    other.fields()[0]->Set(String("changed"));
+    ASSERT_EQ(other.Update(), 1);
+    EXPECT_EQ(Values(table, next), "changed|        ");
+    // Whoever writes without a word is noticed after a while, and at once when that is asked for.
+    for (const bool waits : {true, false}) {
+      for (int n = from; n != next; n += step) ASSERT_EQ(table.Goto(n), 1);
+      std::memcpy(&files["people.dbf"][static_cast<size_t>(table.headerlength() + (next - 1) * 19)],
+                  waits ? " silent" : " SILENT", 7);
+      waits ? std::this_thread::sleep_for(std::chrono::milliseconds(11)) : table.DropBlock();
+      EXPECT_EQ(Values(table, next).substr(0, 6), waits ? "silent" : "SILENT");
+    }
+  }
 }
 
 TEST_F(TableFile, OriginalsComeForwardAndGoBack) {

@@ -73,6 +73,8 @@ DataResult XBaseDatabase::ForEachRecord(const Visit& visit) {
 }
 
 DataResult XBaseDatabase::VisitRecords(const Visit& visit) {
+  // What was read before the locks of indexes were taken may be older than they are.
+  table_.DropBlock();
   if (!table_.Refresh()) return FailTable();
   const int generation = table_.generation();
   for (int number = 1; number <= table_.numrecords(); ++number) {

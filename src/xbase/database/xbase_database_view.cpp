@@ -67,6 +67,7 @@ DataResult XBaseDatabaseView::Skip(int rows) {
 }
 
 DataResult XBaseDatabaseView::Go(long row) {
+  database_.table().DropBlock();
   return Move(MoveKind::Absolute, [&] {
     if (row == kFirstRow) return GoToEnd(Direction::Forward);
     if (row == kLastRow) return GoToEnd(Direction::Backward);
@@ -121,7 +122,10 @@ DataResult XBaseDatabaseView::FailReplaced() {
 
 DataResult XBaseDatabaseView::SkipRows(int64_t rows) {
   if (record_.current() == 0) return DataResult::EndOfData;
-  if (rows == 0) return Read(record_.current());
+  if (rows == 0) {
+    database_.table().DropBlock();
+    return Read(record_.current());
+  }
   if (primary() == nullptr && filter_.empty()) return GoToNumber(record_.current() + rows);
   const Direction direction = rows > 0 ? Direction::Forward : Direction::Backward;
   const DataResult stands = StandOnCurrent();

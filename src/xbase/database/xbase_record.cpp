@@ -59,7 +59,7 @@ XBaseRecord::XBaseRecord(Vexa& host, XBaseTable& table, String database)
     : host_(host),
       table_(table),
       database_(std::move(database)),
-      variables_(std::make_unique<VariableTree>()) {}
+      variables_(std::make_unique<VariableTree>(kFieldKind)) {}
 
 void XBaseRecord::Bind() {
   MakeFieldVariables(*this, *variables_);
@@ -68,7 +68,7 @@ void XBaseRecord::Bind() {
 }
 
 void XBaseRecord::Unbind() {
-  variables_ = std::make_unique<VariableTree>();
+  variables_ = std::make_unique<VariableTree>(kFieldKind);
   eof_ = nullptr;
   edited_.clear();
   current_ = 0;

@@ -143,6 +143,7 @@ void XBaseTable::Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> 
   recordnum_ = 0;
   deleted_ = 0;
   header_stamp_ = {};
+  block_.Drop();
 }
 
 bool XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
@@ -154,6 +155,7 @@ bool XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
     fields_.push_back(XBaseField::Make(this, declaration));
   }
   record_.assign(static_cast<size_t>(header_.recordlength) + 1, ' ');
+  stored_.assign(static_cast<size_t>(header_.recordlength), ' ');
   return true;
 }
 
@@ -329,6 +331,7 @@ void XBaseTable::Close() {
   deleted_ = 0;
   void_mark_ = 0;
   header_stamp_ = {};
+  block_.Drop();
 }
 
 }  // namespace vexa

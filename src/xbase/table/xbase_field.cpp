@@ -20,12 +20,13 @@ std::unique_ptr<XBaseField> XBaseField::Make(XBaseTable* table, const Declaratio
 }
 
 int XBaseField::Read(const unsigned char* recordbytes) {
-  value_ = ValueIn(recordbytes);
+  stored_ = recordbytes;
   original_held_ = false;
   return 1;
 }
 
 int XBaseField::Write(unsigned char* recordbytes) {
+  Hold();
   Place(value_, recordbytes);
   return 1;
 }
@@ -33,6 +34,7 @@ int XBaseField::Write(unsigned char* recordbytes) {
 void XBaseField::Set(const String& value) { Set(value.data(), value.length()); }
 
 void XBaseField::Set(const char* text, int length) {
+  Hold();
   if (!original_held_) {
     original_ = value_;
     original_held_ = true;

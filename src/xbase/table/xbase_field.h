@@ -16,6 +16,7 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "core/string.h"
 #include "xbase/table/table_header.h"
@@ -44,8 +45,14 @@ class XBaseField {
   [[nodiscard]] static std::unique_ptr<XBaseField> Make(XBaseTable* table,
                                                         const Declaration& declaration);
 
-  // Takes value and original from the field's bytes, of which there are length(). Returns 1.
+  // Takes value and original from the field's bytes, of which there are length(). Returns 1. They
+  // are looked at when the value is asked for first.
+  // REQUIRES: they stay as they are until the next Read, or Hold.
   virtual int Read(const unsigned char* recordbytes);
+  // Makes the value independent of the bytes that were read.
+  void Hold() {
+    if (stored_ != nullptr) value_ = ValueIn(std::exchange(stored_, nullptr));
+  }
   // Puts the value into the field's bytes, length() of them. 1, or 0 with the table's error set.
   [[nodiscard]] virtual int Write(unsigned char* recordbytes);
   // Sets the current value.
@@ -57,7 +64,10 @@ class XBaseField {
   [[nodiscard]] virtual int length() const { return declared_.length; }
   [[nodiscard]] virtual int decimalcount() const { return declared_.decimalcount; }
   // The current value. Stays valid until the field or the current record changes.
-  [[nodiscard]] virtual const String& data() { return value_; }
+  [[nodiscard]] virtual const String& data() {
+    Hold();
+    return value_;
+  }
   virtual void SwapOriginal();
   virtual void SetOriginal();
 
@@ -84,7 +94,8 @@ class XBaseField {
 
   XBaseTable* table_;
   Declaration declared_;
-  String value_;
+  const unsigned char* stored_ = nullptr;  // borrowed: the value while nobody asked for it
+  String value_;                           // once it is held
   // Kept only when it may differ from the current value.
   String original_;
   bool original_held_ = false;

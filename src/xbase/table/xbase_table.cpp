@@ -136,9 +136,10 @@ bool XBaseTable::Refresh() {
 // --- Reading ---------------------------------------------------------------------------------
 
 // A write over a border is not one for the system: a process that was killed may have left half of
-// it. Then the header bears a mark, but for a record alone nobody reads the header; so here it is
+// it. Then the header bears a mark, but for records alone nobody reads the header; so here it is
 // read, unless nobody wrote to the file since it was read last.
-XBaseTable::Reading XBaseTable::CheckBorder() {
+XBaseTable::Reading XBaseTable::CheckBorder(const FileStamp& stamp) {
+  if (stamp == header_stamp_) return Reading::Whole;
   char bytes[kTableHeaderSize];
   String reason;
   if (!ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason)) {
@@ -146,7 +147,69 @@ XBaseTable::Reading XBaseTable::CheckBorder() {
     return Reading::Failed;
   }
   const uint64_t mark = MarkOfTable({bytes, sizeof bytes});
-  return mark == 0 || mark == void_mark_ ? Reading::Whole : Reading::Again;
+  if (mark != 0 && mark != void_mark_) return Reading::Again;
+  if (IsOld(stamp)) header_stamp_ = stamp;
+  return Reading::Whole;
+}
+
+// Nobody waits for the lock of records that are only read ahead: a walk is held up by the record it
+// comes to, not by those that follow.
+XBaseTable::Reading XBaseTable::LockBlock(RangeLock& lock, RecordBlock::Span& span) {
+  const auto length = [&] { return static_cast<int64_t>(span.count) * header_.recordlength; };
+  String reason;
+  LockOutcome outcome = LockOutcome::Failed;
+  if (span.count > 1) {
+    outcome = lock.TryShared(*file_, header_.RecordOffset(span.first), length(), reason);
+  }
+  if (outcome == LockOutcome::Failed) {
+    span = {span.wanted, 1, span.wanted};
+    outcome = lock.TakeNamed(*file_, FileLockType::Shared, header_.RecordOffset(span.first),
+                             length(), reason);
+  }
+  if (outcome == LockOutcome::Taken) return Reading::Whole;
+  if (outcome == LockOutcome::Replaced) return Reopen() ? Reading::Again : Reading::Failed;
+  (void)FailLock(FileLockType::Shared, reason);
+  return Reading::Failed;
+}
+
+XBaseTable::Reading XBaseTable::FetchBlock(int n) {
+  RecordBlock::Span span = block_.Plan(n, header_.numrecords, header_.recordlength);
+  RangeLock lock;
+  const Reading locked = LockBlock(lock, span);
+  if (locked != Reading::Whole) return locked;
+  const int64_t offset = header_.RecordOffset(span.first);
+  const int length = span.count * header_.recordlength;
+  String reason;
+  if (!ReadExactly(*file_, offset, block_.Begin(span, header_.recordlength), length, reason)) {
+    block_.Drop();
+    // A file that ends too soon may still have the record that is wanted.
+    if (span.count > 1) return Reading::Again;
+    (void)Fail("reading from", reason);
+    return Reading::Failed;
+  }
+  if (offset / kBlock != (offset + length - 1) / kBlock) {
+    const Reading reading = CheckBorder(lock.stamp());
+    if (reading != Reading::Whole) {
+      block_.Drop();
+      // Under the header's lock a mark is not that of a change under way.
+      lock.Release();
+      return reading == Reading::Again && Refresh() ? Reading::Again : Reading::Failed;
+    }
+  }
+  lock.Release();
+  block_.End();
+  return Reading::Whole;
+}
+
+void XBaseTable::TakeRecord(int n, const char* bytes) {
+  if (bytes != stored_.data()) std::memcpy(stored_.data(), bytes, stored_.size());
+  deleted_ = stored_[0] == kDeletedMark ? 1 : 0;
+  const auto* field_bytes = reinterpret_cast<const unsigned char*>(stored_.data()) + 1;
+  for (const auto& field : fields_) {
+    field->Read(field_bytes);
+    field_bytes += field->length();
+  }
+  recordnum_ = n;
 }
 
 bool XBaseTable::ReadRecord(int n) {
@@ -155,45 +218,25 @@ bool XBaseTable::ReadRecord(int n) {
       error_.clear();
       return false;
     }
-    RangeLock lock;
-    const bool held = Holds(n);
-    const int64_t offset = header_.RecordOffset(n);
-    String reason;
-    if (!held) {
-      switch (lock.TakeNamed(*file_, FileLockType::Shared, offset, header_.recordlength, reason)) {
-        case LockOutcome::Taken:
-          break;
-        case LockOutcome::Failed:
-          return FailLock(FileLockType::Shared, reason);
-        case LockOutcome::Replaced:
-          if (!Reopen()) return false;
-          continue;
+    stored_is_current_ = false;
+    if (Holds(n)) {
+      String reason;
+      if (!ReadExactly(*file_, header_.RecordOffset(n), record_.data(), header_.recordlength,
+                       reason)) {
+        return Fail("reading from", reason);
       }
+      TakeRecord(n, record_.data());
+      stored_is_current_ = true;
+      return true;
     }
-    if (!ReadExactly(*file_, offset, record_.data(), header_.recordlength, reason)) {
-      return Fail("reading from", reason);
-    }
-    const bool over_border = offset / kBlock != (offset + header_.recordlength - 1) / kBlock;
-    if (over_border && !held && !(lock.stamp() == header_stamp_)) {
-      const Reading reading = CheckBorder();
+    const char* bytes = block_.Find(n);
+    if (bytes == nullptr) {
+      const Reading reading = FetchBlock(n);
       if (reading == Reading::Failed) return false;
-      if (reading == Reading::Whole && IsOld(lock.stamp())) header_stamp_ = lock.stamp();
-      if (reading == Reading::Again) {
-        // Under the header's lock a mark is not that of a change under way.
-        lock.Release();
-        if (!Refresh()) return false;
-        continue;
-      }
+      if (reading == Reading::Again) continue;
+      bytes = block_.At(n);
     }
-    if (held) stored_.assign(record_.begin(), record_.end() - 1);
-    stored_is_current_ = held;
-    deleted_ = record_[0] == kDeletedMark ? 1 : 0;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(record_.data()) + 1;
-    for (const auto& field : fields_) {
-      field->Read(bytes);
-      bytes += field->length();
-    }
-    recordnum_ = n;
+    TakeRecord(n, bytes);
     return true;
   }
   return Fail("reading from", kReplacedAgain);
@@ -362,7 +405,7 @@ bool XBaseTable::Commit(Change& change) {
 // --- Changes at once -------------------------------------------------------------------------
 
 bool XBaseTable::ReadStored() {
-  stored_.resize(static_cast<size_t>(header_.recordlength));
+  for (const auto& field : fields_) field->Hold();
   String reason;
   if (!ReadExactly(*file_, header_.RecordOffset(recordnum_), stored_.data(), header_.recordlength,
                    reason)) {

@@ -25,6 +25,9 @@
 // A header that bears the mark of a change whose process is gone is refused until that change is
 // finished: unfinished() tells that from other failures.
 //
+// A walk in the order of numbers reads records ahead (record_block.h). What it is given may be as
+// old as kLongestTrust, but never older than anything else that this process asked outside.
+//
 // Operations return 1 or true; 0 or false with the message in error(), unless they say otherwise.
 // None returns with a lock held, but for the steps of a change.
 
@@ -39,6 +42,7 @@
 #include "core/file_access.h"
 #include "xbase/change/change.h"
 #include "xbase/table/memo_file.h"
+#include "xbase/table/record_block.h"
 #include "xbase/table/table_header.h"
 #include "xbase/table/xbase_field.h"
 
@@ -76,6 +80,8 @@ class XBaseTable {
 
   // Makes record `n` current. A number outside of 1 to numrecords() fails with no message.
   [[nodiscard]] int Goto(int n);
+  // Forgets the records that were read ahead: the next Goto reads what the file holds.
+  void DropBlock() { block_.Drop(); }
   // Writes the current record back to its place.
   [[nodiscard]] int Update();
   // Writes the values of the fields as a new record at the end; it becomes the current one.
@@ -191,13 +197,19 @@ class XBaseTable {
   [[nodiscard]] bool Holds(int n) const {
     return all_lock_.held() || (record_lock_.held() && n == recordnum_);
   }
+  // What came of looking for bytes of records.
+  enum class Reading { Whole, Again, Failed };
   // What Goto does.
   [[nodiscard]] bool ReadRecord(int n);
+  // Reads record `n`, and those that a walk asks for next, into the block.
+  [[nodiscard]] Reading FetchBlock(int n);
+  [[nodiscard]] Reading LockBlock(RangeLock& lock, RecordBlock::Span& span);
+  // Makes the record of these bytes the current one.
+  void TakeRecord(int n, const char* bytes);
   // Reads the bytes of the locked record into stored_.
   [[nodiscard]] bool ReadStored();
-  // Whether the record just read, over the border of two pages, may be half of one change.
-  enum class Reading { Whole, Again, Failed };
-  [[nodiscard]] Reading CheckBorder();
+  // Whether records that were read over the border of two pages may be half of one change.
+  [[nodiscard]] Reading CheckBorder(const FileStamp& stamp);
   // Puts what the change makes of the header into it.
   void DescribeHeader(Change& change, int numrecords);
   void MarkEnd(int numrecords, const Change& change);
@@ -242,9 +254,11 @@ class XBaseTable {
   int generation_ = 0;
   int deleted_ = 0;  // the current record's mark, 0 or 1
   std::vector<std::unique_ptr<XBaseField>> fields_;
-  // The bytes of a record on their way in or out, and one more for the end of file mark.
+  RecordBlock block_;
+  // The bytes of a record on their way out, and one more for the end of file mark.
   std::vector<char> record_;
-  std::vector<char> stored_;  // the record as it was read last
+  // The record as it was read last; the fields take their values from it.
+  std::vector<char> stored_;
   // What `stored_` was read from may have been changed since, unless the record is locked.
   bool stored_is_current_ = false;
   String realpath_;  // empty until it is asked for

@@ -1,0 +1,25 @@
+// What this process asks of the world outside, counted: files, paths, waits, other machines.
+//
+// Who keeps what was read before anybody asked for it compares the count. While it stands still,
+// the process has learnt nothing that could tell it that others went on meanwhile. Since others go
+// on all the same, what is kept is trusted for a short time only.
+
+#ifndef VEXA_CORE_OUTSIDE_H_
+#define VEXA_CORE_OUTSIDE_H_
+
+#include <cstdint>
+
+namespace vexa {
+
+// Looks outside so far. Whoever adds a way to learn something from outside calls LookOutside.
+inline uint64_t looks_outside = 0;
+inline void LookOutside() { ++looks_outside; }
+
+// How long what was read is taken for what is there, in nanoseconds.
+inline constexpr int64_t kLongestTrust = 10'000'000;
+// Nanoseconds of a clock that only goes forward. Asking it is no system call.
+[[nodiscard]] int64_t SteadyTime();
+
+}  // namespace vexa
+
+#endif  // VEXA_CORE_OUTSIDE_H_
