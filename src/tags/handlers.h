@@ -56,6 +56,9 @@ StateResult ProcessVxDELETE(TagCall& call);
 StateResult ProcessVxUNDELETE(TagCall& call);
 StateResult ProcessVxREVEALSTRUCTURE(TagCall& call);
 
+// smtp_tags.cpp
+StateResult ProcessVxSMTP(TagCall& call);
+
 // simple_tags.cpp
 StateResult ProcessVxEVAL(TagCall& call);
 StateResult ProcessVxLET(TagCall& call);
