@@ -25,6 +25,9 @@ class FileManager;
 class Module;
 class Variables;
 
+// The version of the product: what `vexa --version` prints and the variable `version` holds.
+inline constexpr char kVersion[] = "1.0.0";
+
 // Which root directory a name written in a script is taken from.
 enum class PathType { DataPath = 0, ScriptPath = 1, TemporaryPath = 2 };
 

@@ -18,9 +18,11 @@ import os
 import pathlib
 import re
 import signal
+import socketserver
 import subprocess
 import sys
 import tempfile
+import threading
 
 LIMIT_SECONDS = 60
 SCRIPT_RAN = "1"  # The program's exit status after a script ran.
@@ -203,7 +205,8 @@ class Request:
         self.status, self.script, self.faults = SCRIPT_RAN, "", []
 
     def own(self, text):
-        return text.replace("{DIR}", str(self.directory))
+        return text.replace("{URL}", Answers.url(self.directory)).replace(
+            "{PORT}", str(Answers.port)).replace("{DIR}", str(self.directory))
 
     def write(self, name, text):
         path = self.directory / name
@@ -329,6 +332,34 @@ class Request:
                     self.fault(section, f"{name} exists")
 
 
+class Answers(socketserver.StreamRequestHandler):
+    """A server that answers {URL}/NAME with the bytes of the file answers/NAME of the case, and notes
+    the request in requests/NAME."""
+
+    port = 0
+
+    @classmethod
+    def url(cls, directory):
+        return f"http://127.0.0.1:{cls.port}{directory}"
+
+    @classmethod
+    def start(cls):
+        server = socketserver.ThreadingTCPServer(("127.0.0.1", 0), cls)
+        server.daemon_threads, cls.port = True, server.server_address[1]
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+
+    def handle(self):
+        head = b""
+        while not head.endswith(b"\r\n\r\n"):
+            head += self.rfile.readline() or b"\r\n\r\n"
+        length = re.search(rb"\r\nContent-Length: (\d+)", head)
+        body = self.rfile.read(int(length[1])) if length else b""
+        directory, name = os.path.split(re.split(rb"[ ?]", head)[1].decode())
+        (pathlib.Path(directory) / "requests").mkdir(exist_ok=True)
+        (pathlib.Path(directory) / "requests" / name).write_bytes(head + body)
+        self.wfile.write((pathlib.Path(directory) / "answers" / name).read_bytes())
+
+
 def run_case(sections, program, extra):
     """What went wrong, in lines; empty when the case passed."""
     # As realpath: the program refuses script directories that lie behind links.
@@ -371,6 +402,7 @@ def main():
         except (Mistake, OSError) as mistake:
             print(f"FAIL {mistake}")
             failed += 1
+    Answers.start()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         reports = pool.map(lambda case: run_case(case[1], options.program.resolve(), extra), cases)
         for (name, _), faults in zip(cases, reports):

@@ -41,9 +41,6 @@
 
 namespace vexa {
 
-// The version of the product: what `vexa --version` prints and the variable `version` holds.
-inline constexpr char kVersion[] = "1.0.0";
-
 class Host : public Vexa, private ConfigReceiver, private FormReceiver {
  public:
   // All are borrowed and outlive the host.

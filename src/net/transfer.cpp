@@ -176,6 +176,7 @@ bool Transfer::Drive() {
       const QuietSignals quiet;
       if (library_.multi_perform(multi_, &running) != CURLM_OK) throw std::bad_alloc();
     }
+    if (out_of_memory_) throw std::bad_alloc();
     if (const CURLMsg* message = library_.multi_info_read(multi_, &queued)) {
       code_ = message->data.result;
       return code_ == CURLE_OK || FailWithCode(code_);
@@ -345,34 +346,50 @@ int Transfer::CloseSocket(void* self, curl_socket_t socket) {
   return ::close(socket);
 }
 
+template <typename Result, typename Work>
+Result Transfer::Ask(void* self, Result failed, Work work) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  try {
+    static TransferContent none;
+    return work(transfer.content_ == nullptr ? none : *transfer.content_);
+  } catch (const std::bad_alloc&) {
+    transfer.out_of_memory_ = true;
+    return failed;
+  }
+}
+
 size_t Transfer::TakeLine(char* bytes, size_t size, size_t count, void* self) {
-  TransferContent* content = static_cast<Transfer*>(self)->content_;
   const std::string_view line(bytes, size * count);
-  return content == nullptr || content->TakeLine(line) ? line.size() : 0;
+  return Ask(self, size_t{0},
+             [line](TransferContent& content) { return content.TakeLine(line) ? line.size() : 0; });
 }
 
 size_t Transfer::TakeBody(char* bytes, size_t size, size_t count, void* self) {
-  TransferContent* content = static_cast<Transfer*>(self)->content_;
   const std::string_view piece(bytes, size * count);
-  return content == nullptr || content->TakeBody(piece) ? piece.size() : 0;
+  return Ask(self, size_t{0}, [piece](TransferContent& content) {
+    return content.TakeBody(piece) ? piece.size() : 0;
+  });
 }
 
 size_t Transfer::GiveBody(char* bytes, size_t size, size_t count, void* self) {
-  TransferContent* content = static_cast<Transfer*>(self)->content_;
-  const int64_t given = content == nullptr ? 0 : content->GiveBody(bytes, size * count);
+  const int64_t given = Ask(self, int64_t{-1}, [=](TransferContent& content) {
+    return content.GiveBody(bytes, size * count);
+  });
   return given < 0 ? CURL_READFUNC_ABORT : static_cast<size_t>(given);
 }
 
 int Transfer::GiveAgain(void* self, curl_off_t offset, int origin) {
-  TransferContent* content = static_cast<Transfer*>(self)->content_;
   const bool from_start = offset == 0 && origin == SEEK_SET;
-  return content != nullptr && from_start && content->GiveAgain() ? CURL_SEEKFUNC_OK
-                                                                  : CURL_SEEKFUNC_FAIL;
+  const bool again =
+      from_start && Ask(self, false, [](TransferContent& content) { return content.GiveAgain(); });
+  return again ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 
 int Transfer::TakeCount(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t) {
-  TransferContent* content = static_cast<Transfer*>(self)->content_;
-  return content == nullptr || content->TakeCount(received) ? 0 : 1;
+  return Ask(self, false,
+             [received](TransferContent& content) { return content.TakeCount(received); })
+             ? 0
+             : 1;
 }
 
 }  // namespace vexa

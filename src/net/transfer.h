@@ -120,6 +120,10 @@ class Transfer {
   [[nodiscard]] bool WaitForSocket(short events);
   void LeaveMulti();
 
+  // Lets the content work for the library; `failed` when it runs out of memory.
+  template <typename Result, typename Work>
+  [[nodiscard]] static Result Ask(void* self, Result failed, Work work) noexcept;
+
   // The library's callbacks.
   static curl_socket_t OpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
   static int CloseSocket(void* self, curl_socket_t socket);
@@ -148,6 +152,7 @@ class Transfer {
   String reason_;
   CURLcode code_ = CURLE_OK;
   bool interrupted_ = false;
+  bool out_of_memory_ = false;  // in a callback; no exception may pass through the library
 };
 
 }  // namespace vexa

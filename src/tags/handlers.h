@@ -12,6 +12,9 @@ namespace vexa {
 StateResult ProcessVxIF(TagCall& call);
 StateResult ProcessVxWHILE(TagCall& call);
 
+// call_tags.cpp
+StateResult ProcessVxCALL(TagCall& call);
+
 // database_tags.cpp
 StateResult ProcessVxOPEN(TagCall& call);
 StateResult ProcessVxCREATE(TagCall& call);

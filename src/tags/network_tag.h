@@ -15,6 +15,7 @@
 #include "core/variables.h"
 #include "engine/script_parser.h"
 #include "engine/tag_call.h"
+#include "net/named_value.h"
 
 namespace vexa {
 
@@ -26,10 +27,6 @@ struct ListedVariable {
 // The pieces of a list between commas; empty ones are passed over.
 [[nodiscard]] std::vector<ListedVariable> ReadVariableList(std::string_view list);
 
-struct NamedValue {
-  String name;
-  String value;
-};
 // Reads HEADERS: the headers to be sent, without those whose variables are empty. `is_own` says
 // which ones the tag sets itself. False with `reason` set when one cannot be sent.
 [[nodiscard]] bool ReadHeaders(const TagCall& call, bool (*is_own)(std::string_view name),
