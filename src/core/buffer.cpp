@@ -114,10 +114,4 @@ bool Buffer::Return(const SourcePlace& place) {
   return Seek(place.position);
 }
 
-void Buffer::ReturnLater(const SourcePlace& place) {
-  line_ = place.line;
-  moved_to_ = place.position;
-  span_begin_ = next_ = limit_ = block_.get();
-}
-
 }  // namespace vexa

@@ -75,7 +75,11 @@ class Buffer {
   [[nodiscard]] virtual SourcePlace Place() const;
   virtual bool Return(const SourcePlace& place);
   // The same for a place of the file itself, without looking at the file before somebody reads.
-  void ReturnLater(const SourcePlace& place);
+  void ReturnLater(const SourcePlace& place) {
+    line_ = place.line;
+    moved_to_ = place.position;
+    span_begin_ = next_ = limit_ = block_.get();
+  }
   // Whether bytes of a macro expansion are being delivered.
   [[nodiscard]] virtual bool inmacro() const { return false; }
 
@@ -100,6 +104,13 @@ class Buffer {
   bool NextBlock();
   // Whether reading is to go on at a place that was not looked at yet; the span is empty then.
   [[nodiscard]] bool moved() const { return moved_to_ >= 0; }
+  // The offset that it is to go on at. REQUIRES: moved().
+  [[nodiscard]] int64_t moved_to() const { return moved_to_; }
+  // Another such offset. REQUIRES: moved().
+  void MoveOn(const SourcePlace& place) {
+    line_ = place.line;
+    moved_to_ = place.position;
+  }
   // The file offset of a byte of the block.
   [[nodiscard]] int64_t FilePosition(const char* byte) const {
     return moved() ? moved_to_ : base_ + (byte - block_.get());

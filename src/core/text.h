@@ -4,6 +4,7 @@
 #ifndef VEXA_CORE_TEXT_H_
 #define VEXA_CORE_TEXT_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -33,6 +34,23 @@ namespace vexa {
 [[nodiscard]] bool IsLeadingPart(std::string_view part, std::string_view keyword);
 // `text` without white space at both ends; a view into `text`.
 [[nodiscard]] std::string_view Stripped(std::string_view text);
+
+// A few bytes that a text is searched for.
+class ByteSet {
+ public:
+  constexpr explicit ByteSet(std::string_view bytes) {
+    for (char c : bytes) holds_[static_cast<unsigned char>(c)] = true;
+  }
+  [[nodiscard]] constexpr bool AnyIn(std::string_view text) const {
+    for (char c : text) {
+      if (holds_[static_cast<unsigned char>(c)]) return true;
+    }
+    return false;
+  }
+
+ private:
+  std::array<bool, 256> holds_{};
+};
 
 // --- Eight bytes at a time -------------------------------------------------------------------
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "core/script_value.h"
+#include "core/storage_pool.h"
 #include "core/string.h"
 #include "core/symbol.h"
 
@@ -40,6 +41,9 @@ class Variable {
   virtual ~Variable() = default;
   Variable(const Variable&) = delete;
   Variable& operator=(const Variable&) = delete;
+  // The arguments of functions come and go with every call.
+  static void* operator new(size_t size) { return storage_pool.Take(size); }
+  static void operator delete(void* storage, size_t size) { storage_pool.GiveBack(storage, size); }
 
   // The name as it was spelled when the variable was made.
   [[nodiscard]] const String& name() const { return name_; }

@@ -19,7 +19,6 @@
 
 #include "core/encoding.h"
 #include "core/text.h"
-#include "core/variables.h"
 
 namespace vexa {
 
@@ -59,12 +58,19 @@ MacroReference ReferenceOf(std::string_view content) {
 
 }  // namespace
 
-String MacroReference::Value(Vexa& host) const {
-  String value = host.vars().Value(name);
+std::string_view MacroReference::Value(Vexa& host, String& room) const {
+  Variables& variables = host.vars();
+  Variable* found = variable.variable ? variables.Find(variable) : variables.Find(name.view());
+  if (found == nullptr) return {};
+  const String& value = found->value();
   const MacroEncoding how = encoding.value_or(host.defaultmacroencoding());
-  if (how == MacroEncoding::Attribute) EncodeAttribute(value);
-  if (how == MacroEncoding::Entities) EncodeEntities(value);
-  return value;
+  // No encoding changes a number.
+  const bool number = found->plain() && found->plain_value().IsNumber();
+  if (how == MacroEncoding::None || number) return value;
+  room = value;
+  if (how == MacroEncoding::Attribute) EncodeAttribute(room);
+  if (how == MacroEncoding::Entities) EncodeEntities(room);
+  return room;
 }
 
 void MacroExpander::SetExpandMacros(bool expand) {
@@ -72,7 +78,7 @@ void MacroExpander::SetExpandMacros(bool expand) {
   watching_ = expand_ && !expanding_;
 }
 
-SourcePlace MacroExpander::Place() const {
+SourcePlace MacroExpander::PlaceRead() const {
   if (!expanding_) return {FilePosition(next_), 0, line_};
   assert(span_begin_ <= next_ && next_ <= limit_);
   if (next_ == span_begin_) return reference_;
@@ -81,7 +87,7 @@ SourcePlace MacroExpander::Place() const {
   return {FilePosition(file_next_), 0, line_};
 }
 
-bool MacroExpander::Return(const SourcePlace& place) {
+bool MacroExpander::ReturnTo(const SourcePlace& place) {
   DropExpansion();
   if (place.expansion_offset == 0) {
     ReturnLater(place);
@@ -173,8 +179,12 @@ MacroExpander::Reference MacroExpander::StartMacro() {
   expansion_.clear();
   MacroReference reference;
   if (closed) reference = ReferenceOf(content);
-  if (closed && !(vanish_ && noted_ != nullptr)) expansion_ = reference.Value(host_);
+  if (closed && !(vanish_ && noted_ != nullptr)) {
+    String room;
+    expansion_ = reference.Value(host_, room);
+  }
   if (noted_ != nullptr) {
+    reference.variable = Variables::Scope(reference.name);
     reference.place = start;
     reference.end = closed ? FilePosition(next_) : -1;
     noted_->push_back(std::move(reference));

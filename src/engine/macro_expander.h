@@ -21,6 +21,7 @@
 #include "core/buffer.h"
 #include "core/source_place.h"
 #include "core/string.h"
+#include "core/variables.h"
 #include "vexa.h"
 
 namespace vexa {
@@ -28,12 +29,14 @@ namespace vexa {
 // A reference as it is written: a name, and the encoding its word selects.
 struct MacroReference {
   String name;
+  ScopedName variable;                    // what the name means; set when the reference is noted
   std::optional<MacroEncoding> encoding;  // none: the default of the moment
   SourcePlace place;                      // of its '&'
   int64_t end = 0;                        // the offset behind it; -1 when the file ends first
 
-  // The encoded value that it has now.
-  [[nodiscard]] String Value(Vexa& host) const;
+  // The encoded value that it has now, in `room` where it had to be encoded. Valid until the next
+  // operation on the variables.
+  [[nodiscard]] std::string_view Value(Vexa& host, String& room) const;
 };
 
 class MacroExpander final : public Buffer {
@@ -55,8 +58,15 @@ class MacroExpander final : public Buffer {
   }
 
   [[nodiscard]] int64_t CurrentFilePosition() const override { return Place().position; }
-  [[nodiscard]] SourcePlace Place() const override;
-  bool Return(const SourcePlace& place) override;
+  [[nodiscard]] SourcePlace Place() const override {
+    return moved() ? SourcePlace{moved_to(), 0, line_} : PlaceRead();
+  }
+  bool Return(const SourcePlace& place) override {
+    // Nothing was read since the last move, so no expansion is in progress either.
+    if (!moved() || place.expansion_offset != 0) return ReturnTo(place);
+    MoveOn(place);
+    return true;
+  }
   [[nodiscard]] bool inmacro() const override { return expanding_; }
 
  protected:
@@ -68,6 +78,8 @@ class MacroExpander final : public Buffer {
  private:
   enum class Reference { None, Empty, Started };
 
+  SourcePlace PlaceRead() const;
+  bool ReturnTo(const SourcePlace& place);
   Reference StartMacro();
   bool IsPlainAmpersand();
   bool ReadOpening();

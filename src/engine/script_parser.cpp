@@ -21,6 +21,7 @@ namespace vexa {
 ScriptParser::ScriptParser(Vexa& host, MacroExpander& source, const TagSet& tags)
     : TagReader(source, tags),
       host_(host),
+      variables_(host.vars()),
       macros_(source),
       output_(&host.output()),
       errors_(host, tags) {
@@ -98,28 +99,19 @@ bool ScriptParser::ReportFileError(std::string_view message) {
   return ReportRuntimeError(*tags().WithFlag(kAnswersForFiles), message);
 }
 
-const ScopedName& ScriptParser::ErrorVariable(const TagRow& row) {
+const ScopedName& ScriptParser::NameErrorVariable(const TagRow& row) {
   const auto id = static_cast<size_t>(row.id);
   if (id >= error_variables_.size()) error_variables_.resize(tags().rows.size());
-  ScopedName& name = error_variables_[id];
-  if (!name.variable) name = Variables::Scope(String::Concat({row.name, "_Error"}));
-  return name;
+  return error_variables_[id] = Variables::Scope(String::Concat({row.name, "_Error"}));
 }
 
-void ScriptParser::SetErrorVariable(const TagRow& row, const String& text) {
+void ScriptParser::SetErrorVariable(const TagRow& row, ScriptValue text) {
   // A page may hide the name behind a variable that refuses; the error was shown all the same.
-  (void)variables().SetVariable(ErrorVariable(row), text);
+  (void)variables_.SetVariable(ErrorVariable(row), std::move(text));
 }
 
-void ScriptParser::ClearErrorVariable(const TagRow& row) {
-  const ScopedName& name = ErrorVariable(row);
-  const Variable* variable = variables().Find(name);
-  const bool clear = variable != nullptr && variable->plain() && variable->plain_value().IsEmpty();
-  if (!clear) (void)variables().SetVariable(name, ScriptValue());
-}
-
-StateResult ScriptParser::Assign(const TagRow& row, const ScopedName& name, ScriptValue value) {
-  Variable* refused = variables().SetVariable(name, std::move(value));
+StateResult ScriptParser::Assign(const TagRow& row, const ScopedName& name, ScriptValue&& value) {
+  Variable* refused = variables_.SetVariable(name, std::move(value));
   if (refused == nullptr) return StateResult::Handled;
   return RuntimeError(row, refused->error());
 }
@@ -166,8 +158,7 @@ Progress ScriptParser::ProcessKnownTag(Tag& tag) {
 Progress ScriptParser::Offer(Tag& tag) {
   assert(!states_.empty());
   for (size_t i = states_.size(); i-- > 0;) {
-    bool boundary = states_[i]->is_function();
-    StateResult result = states_[i]->ProcessTag(tag);
+    const StateResult result = states_[i]->ProcessTag(tag);
     if (exiting_) return Progress::Stop;  // A function that the tag called ended the script.
     switch (result) {
       case StateResult::Failed:
@@ -180,7 +171,7 @@ Progress ScriptParser::Offer(Tag& tag) {
       case StateResult::NotMine:
         break;
     }
-    if (boundary) break;
+    if (states_[i]->is_function()) break;
   }
   SyntaxError(UnexpectedTag(tag.row()));
   return Progress::Failed;

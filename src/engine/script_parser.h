@@ -62,6 +62,7 @@ class DeferredExpression {
   bool macros_on_ = true;
   std::vector<ReferenceValue> references_;
   Expression expression_;
+  bool calls_ = false;  // whether it calls any function
   SourcePlace behind_;
 };
 
@@ -79,7 +80,7 @@ class ScriptParser final : public TagReader {
 
   // --- For states and tag handlers ---
   [[nodiscard]] Vexa& host() override { return host_; }
-  [[nodiscard]] Variables& variables() { return host_.vars(); }
+  [[nodiscard]] Variables& variables() { return variables_; }
   [[nodiscard]] Output& output() { return *output_; }
   // Sends what follows to another output; returns the former one. Borrowed.
   Output& SwitchOutput(Output& output);
@@ -98,10 +99,12 @@ class ScriptParser final : public TagReader {
   bool ReportExpressionError(std::string_view message) override;
   bool ReportFileError(std::string_view message) override;
   // The variable that holds the last runtime error of a tag of that row.
-  void SetErrorVariable(const TagRow& row, const String& text);
-  void ClearErrorVariable(const TagRow& row);
+  void SetErrorVariable(const TagRow& row, ScriptValue text);
+  void ClearErrorVariable(const TagRow& row) {
+    if (!IsErrorVariableClear(row)) SetErrorVariable(row, ScriptValue());
+  }
   // Assigns on behalf of a tag of that row; a refusal is a runtime error of the tag.
-  [[nodiscard]] StateResult Assign(const TagRow& row, const ScopedName& name, ScriptValue value);
+  [[nodiscard]] StateResult Assign(const TagRow& row, const ScopedName& name, ScriptValue&& value);
   [[nodiscard]] StateResult Assign(const TagRow& row, std::string_view name, ScriptValue value) {
     return Assign(row, Variables::Scope(name), std::move(value));
   }
@@ -116,14 +119,30 @@ class ScriptParser final : public TagReader {
   void AddWatcher(ScriptState* state) { watchers_->push_back(state); }
   void RemoveWatcher(ScriptState* state) { std::erase(*watchers_, state); }
   // The place behind what was read last, and the way back to it.
-  [[nodiscard]] SourcePlace CurrentPlace() const;
-  void GoTo(const SourcePlace& place);
+  [[nodiscard]] SourcePlace CurrentPlace() const {
+    SourcePlace place = macros_.Place();
+    place.site = next_;
+    return place;
+  }
+  void GoTo(const SourcePlace& place) {
+    macros_.Return(place);
+    next_ = place.site;
+    link_ = nullptr;
+  }
   // The same for a place that is gone back to again and again: it is noted there what is remembered
   // of the script. REQUIRES: `place` lives until the next tag or text is read.
-  void GoBackTo(SourcePlace& place);
+  void GoBackTo(SourcePlace& place) {
+    GoTo(place);
+    if (next_ == nullptr) link_ = &place;
+  }
   // Evaluates an expression of the script, then stands again where it stood. False after an error
   // was reported.
   [[nodiscard]] bool EvaluateAt(DeferredExpression& expression, ScriptValue& value);
+  // Goes back to the `body` of a loop whose condition, when it can be computed as a whole number at
+  // once, holds; the number is assigned to the variable `receiver` (no name: to none). Else does
+  // nothing and returns false.
+  [[nodiscard]] bool TryRepeat(const DeferredExpression& condition, const ScopedName& receiver,
+                               SourcePlace& body);
   // Skips to the tag that closes a block; a file that ends first is the error that names the
   // closing tag of `block`. The row of the tag found, or null on failure.
   [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted, const ScriptState& block);
@@ -199,11 +218,27 @@ class ScriptParser final : public TagReader {
   TagReading* ReadingOf(Site& site);
   [[nodiscard]] bool Hold(std::span<const ReferenceValue> references);
   [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, ScriptValue& value);
+  bool MayStep();
+  bool TryAssignWhole(const TagRow& row, TagReading& reading);
   Progress FollowAssignment(const TagRow& row, TagReading& reading);
+  void GoOnBehind(TagReading& reading);
+  Progress EvaluateAndProcess(const Site& site, TagReading& reading, Tag& tag);
+  [[nodiscard]] bool EvaluateRead(const DeferredExpression& deferred, ScriptValue& value);
   SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
   void CheckSite(const Site& site);
 
-  const ScopedName& ErrorVariable(const TagRow& row);
+  const ScopedName& ErrorVariable(const TagRow& row) {
+    const auto id = static_cast<size_t>(row.id);
+    if (id < error_variables_.size() && error_variables_[id].variable) [[likely]]
+      return error_variables_[id];
+    return NameErrorVariable(row);
+  }
+  const ScopedName& NameErrorVariable(const TagRow& row);
+  // Whether it is there and empty, so that clearing it would change nothing.
+  [[nodiscard]] bool IsErrorVariableClear(const TagRow& row) {
+    const Variable* variable = variables_.Find(ErrorVariable(row));
+    return variable != nullptr && variable->plain() && variable->plain_value().IsEmpty();
+  }
   bool ReportRuntimeError(const TagRow& row, std::string_view message);
   Progress Offer(Tag& tag);
   Progress OfferText(std::string_view text);
@@ -217,6 +252,7 @@ class ScriptParser final : public TagReader {
   bool ScanForFunction(std::string_view name);
 
   Vexa& host_;
+  Variables& variables_;
   MacroExpander& macros_;
   Output* output_;
   TextFilter* filter_ = nullptr;  // of the text outside of functions
@@ -233,6 +269,7 @@ class ScriptParser final : public TagReader {
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known
   SourcePlace* link_ = nullptr;  // where the next site found is noted, when it is there
   int64_t furthest_ = 0;         // how far the script was read
+  uint32_t steps_ = 0;           // on whole numbers, so far
   bool execute_tags_ = true;
   int output_level_ = kHtmlOutput | kTextOutput;
   int depth_ = 0;  // function calls in progress, those of calling scripts included

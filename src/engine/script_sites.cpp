@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "core/shortcuts.h"
+#include "core/text.h"
 #include "engine/script_parser.h"
 #include "engine/site_learner.h"
 
@@ -24,33 +25,28 @@ constexpr size_t kMostReadings = 8;  // of one tag
 // A value with a longer text is let go once its tag is carried out.
 constexpr size_t kLongValue = 4096;
 
+// The bytes that matter to a scanner, wherever they stand and between tags.
+constexpr ByteSet kHarmful("<\\\r\n\">");
+constexpr ByteSet kHarmfulText("<\\\r\n");
+
 // Whether `value` reads as nothing but text wherever it stands.
-bool IsHarmless(std::string_view value) {
-  return value.find_first_of("<\\\r\n\">") == std::string_view::npos;
-}
+bool IsHarmless(std::string_view value) { return !kHarmful.AnyIn(value); }
 // The same between tags.
-bool IsHarmlessText(std::string_view value) {
-  return value.find_first_of("<\\\r\n") == std::string_view::npos;
-}
+bool IsHarmlessText(std::string_view value) { return !kHarmfulText.AnyIn(value); }
+
+// Marks a reading as in use while it lives.
+class InUse {
+ public:
+  explicit InUse(TagReading& reading) : reading_(reading) { reading_.in_use = true; }
+  ~InUse() { reading_.in_use = false; }
+  InUse(const InUse&) = delete;
+  InUse& operator=(const InUse&) = delete;
+
+ private:
+  TagReading& reading_;
+};
 
 }  // namespace
-
-SourcePlace ScriptParser::CurrentPlace() const {
-  SourcePlace place = source().Place();
-  place.site = next_;
-  return place;
-}
-
-void ScriptParser::GoTo(const SourcePlace& place) {
-  source().Return(place);
-  next_ = place.site;
-  link_ = nullptr;
-}
-
-void ScriptParser::GoBackTo(SourcePlace& place) {
-  GoTo(place);
-  if (place.site == nullptr) link_ = &place;
-}
 
 Progress ScriptParser::FindNextTag() {
   Site* site = next_ != nullptr ? next_ : FindSite();
@@ -122,7 +118,8 @@ bool ScriptParser::FollowPiece(const Site& site, const TextPiece& piece, Progres
       progress = EndText();
       return true;
     case PieceKind::Reference: {
-      const String value = site.references[piece.first].reference.Value(host_);
+      String room;
+      const std::string_view value = site.references[piece.first].reference.Value(host_, room);
       if (!IsHarmlessText(value)) return false;
       if (value.empty()) return true;
       progress = CopiesPlainText() ? ProcessPlain(value) : ProcessText(value);
@@ -138,10 +135,11 @@ bool ScriptParser::FollowPiece(const Site& site, const TextPiece& piece, Progres
 
 bool ScriptParser::WriteForeign(const Site& site, const TextPiece& piece, Progress& progress) {
   String raw;
+  String room;
   uint32_t from = piece.begin;
   for (uint32_t i = piece.first; i != piece.last; ++i) {
     const SiteReference& reference = site.references[i];
-    const String value = reference.reference.Value(host_);
+    const std::string_view value = reference.reference.Value(host_, room);
     if (!IsHarmless(value)) return false;
     raw.Append(site.bytes.view().substr(from, reference.at - from));
     raw.Append(value);
@@ -156,14 +154,16 @@ bool ScriptParser::WriteForeign(const Site& site, const TextPiece& piece, Progre
 
 // Whether all these references still have their values.
 bool ScriptParser::Hold(std::span<const ReferenceValue> references) {
+  String room;
   for (const ReferenceValue& known : references) {
-    if (known.reference.Value(host_).view() != known.value.view()) return false;
+    if (known.reference.Value(host_, room) != known.value.view()) return false;
   }
   return true;
 }
 
 // How the tag reads now; null when it must be read.
 TagReading* ScriptParser::ReadingOf(Site& site) {
+  if (site.sole != nullptr) return site.sole;
   for (const auto& reading : site.readings) {
     if (Hold(reading->references)) return reading.get();
   }
@@ -184,6 +184,39 @@ bool ScriptParser::EvaluateSiteValue(SiteValue& written, ScriptValue& value) {
   return written.expression.program().Evaluate(*this, value);
 }
 
+// Whether a step that works on nothing but whole numbers may be done at once. The clock is asked
+// before every 64th of them, which is then carried out like any other.
+bool ScriptParser::MayStep() { return execute_tags_ && watchers_->empty() && ++steps_ % 64 != 0; }
+
+// The whole step of counting: computes and assigns a whole number. False when that is not all there
+// is to do; nothing was done then.
+bool ScriptParser::TryAssignWhole(const TagRow& row, TagReading& reading) {
+  int64_t value = 0;
+  if (!reading.assigned->expression.program().whole().Compute(variables_, value)) return false;
+  Variable* target = variables_.Find(*reading.target);
+  if (target == nullptr || !target->plain() || !IsErrorVariableClear(row)) return false;
+  target->plain_value().SetInteger(value);
+  GoOnBehind(reading);
+  return true;
+}
+
+bool ScriptParser::TryRepeat(const DeferredExpression& condition, const ScopedName& receiver,
+                             SourcePlace& body) {
+  int64_t value = 0;
+  if (!condition.read_ || condition.macros_on_ != macros_.expands() ||
+      !condition.references_.empty() ||
+      !condition.expression_.program().whole().Compute(variables_, value) || value == 0) {
+    return false;
+  }
+  if (receiver.variable) {
+    Variable* variable = variables_.Find(receiver);
+    if (variable == nullptr || !variable->plain()) return false;
+    variable->plain_value().SetInteger(value);
+  }
+  GoBackTo(body);
+  return true;
+}
+
 // An assignment to a variable that is known is done at once, without asking the open blocks: none
 // takes such a tag. One that only appends to its own variable does so in place: building a text of
 // n bytes costs n.
@@ -195,8 +228,7 @@ Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) 
                         written.expression.program().TryAppend(*this, target);
   ScriptValue value;
   if (expression && !appended && !EvaluateSiteValue(written, value)) return Progress::Failed;
-  GoTo(reading.end);
-  if (reading.end.site == nullptr) link_ = &reading.end;
+  GoOnBehind(reading);
   if (!CheckTimeout()) return Progress::Failed;
   for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
   ClearErrorVariable(row);
@@ -204,6 +236,12 @@ Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) 
   if (!expression) value = written.constant;
   return Assign(row, target, std::move(value)) == StateResult::Failed ? Progress::Failed
                                                                       : Progress::More;
+}
+
+// Stands behind the tag. Once it is known what is remembered there, the reading knows it too.
+void ScriptParser::GoOnBehind(TagReading& reading) {
+  GoTo(reading.end);
+  if (next_ == nullptr) link_ = &reading.end;
 }
 
 Progress ScriptParser::FollowTag(Site& site) {
@@ -214,30 +252,39 @@ Progress ScriptParser::FollowTag(Site& site) {
   if (filter_ != nullptr) {
     if (Progress ended = EndText(); ended != Progress::More) return ended;
   }
-  if (reading->assigned != nullptr && execute_tags_) return FollowAssignment(*site.row, *reading);
+  const TagRow& row = *site.row;
+  if (reading->assigned != nullptr && execute_tags_) {
+    if (MayStep() && TryAssignWhole(row, *reading)) return Progress::More;
+    return FollowAssignment(row, *reading);
+  }
+  if (reading->closes && MayStep() && states_.back()->TryRepeat(row)) return Progress::More;
   // A function that is called again while its own tag is carried out finds the tag in use.
-  std::unique_ptr<Tag> tag = std::move(reading->tag);
-  if (tag == nullptr) {
-    tag = std::make_unique<Tag>(*site.row);
-    for (const SiteValue& written : reading->values) {
-      tag->AddNameValuePair(written.name, written.constant, &written.names);
-    }
-    if (reading->deferred.position != 0) tag->Defer(reading->deferred);
+  if (!reading->in_use) {
+    const InUse in_use(*reading);
+    return CarryOut(site, *reading, *reading->tag);
   }
-  const Progress progress = CarryOut(site, *reading, *tag);
-  for (size_t i = 0; i < reading->values.size(); ++i) {
-    ScriptValue& value = tag->MutableValue(i);
-    if (value.text_size() > kLongValue) value = ScriptValue();
+  Tag tag(row);
+  for (const SiteValue& written : reading->values) {
+    tag.AddNameValuePair(written.name, written.constant, &written.names);
   }
-  reading->tag = std::move(tag);
-  return progress;
+  if (reading->deferred.position != 0) tag.Defer(reading->deferred);
+  return CarryOut(site, *reading, tag);
 }
 
 Progress ScriptParser::CarryOut(const Site& site, TagReading& reading, Tag& tag) {
+  const Progress progress = EvaluateAndProcess(site, reading, tag);
+  for (size_t i = 0; i < reading.values.size(); ++i) {
+    ScriptValue& value = tag.MutableValue(i);
+    if (value.text_size() > kLongValue) value = ScriptValue();
+  }
+  return progress;
+}
+
+Progress ScriptParser::EvaluateAndProcess(const Site& site, TagReading& reading, Tag& tag) {
   for (size_t i = 0; i < reading.values.size(); ++i) {
     SiteValue& written = reading.values[i];
     if (written.expression.empty()) {
-      tag.SetValue(i, ScriptValue(written.constant));
+      tag.MutableValue(i) = written.constant;
       continue;
     }
     if (written.reading == Reading::Deferred) continue;
@@ -253,34 +300,49 @@ Progress ScriptParser::CarryOut(const Site& site, TagReading& reading, Tag& tag)
       return TagReader::GetNameValuePairs(rest) ? ProcessReadTag(rest) : Progress::Failed;
     }
   }
-  GoTo(reading.end);
-  if (reading.end.site == nullptr) link_ = &reading.end;
+  GoOnBehind(reading);
   return ProcessKnownTag(tag);
 }
 
-bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) {
-  const SourcePlace noted = CurrentPlace();
-  const bool known =
-      deferred.read_ && deferred.macros_on_ == macros_.expands() && Hold(deferred.references_);
-  if (known) {
+// Evaluates an expression that stands where it stood when it was read, with the same references.
+bool ScriptParser::EvaluateRead(const DeferredExpression& deferred, ScriptValue& value) {
+  // Only a function can ask where the script stands; without one, errors need the line.
+  if (deferred.calls_) {
+    const SourcePlace noted = CurrentPlace();
     GoTo(deferred.behind_);
-  } else {
-    std::vector<MacroReference> met;
-    macros_.NoteReferences(&met, false);
-    const bool read = ReadExpressionAt(deferred.place_, deferred.form_, deferred.expression_);
-    macros_.NoteReferences(nullptr, false);
-    if (!read) return false;
-    deferred.behind_ = source().Place();
-    deferred.macros_on_ = macros_.expands();
-    deferred.references_.clear();
-    deferred.read_ = !source().inmacro() && deferred.place_.expansion_offset == 0 && UseShortcuts();
-    for (MacroReference& reference : met) {
-      if (reference.end < 0) deferred.read_ = false;
-      String now = reference.Value(host_);
-      deferred.references_.push_back({std::move(reference), std::move(now)});
-    }
-    next_ = nullptr;
+    if (!deferred.expression_.Evaluate(*this, value)) return false;
+    GoTo(noted);
+    return true;
   }
+  const int line = source().line();
+  source().SetLine(deferred.behind_.line);
+  if (!deferred.expression_.Evaluate(*this, value)) return false;
+  source().SetLine(line);
+  return true;
+}
+
+bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) {
+  if (deferred.read_ && deferred.macros_on_ == macros_.expands() && Hold(deferred.references_)) {
+    return EvaluateRead(deferred, value);
+  }
+  const SourcePlace noted = CurrentPlace();
+  std::vector<MacroReference> met;
+  macros_.NoteReferences(&met, false);
+  const bool read = ReadExpressionAt(deferred.place_, deferred.form_, deferred.expression_);
+  macros_.NoteReferences(nullptr, false);
+  if (!read) return false;
+  deferred.behind_ = source().Place();
+  deferred.macros_on_ = macros_.expands();
+  deferred.references_.clear();
+  deferred.calls_ = deferred.expression_.program().Calls();
+  deferred.read_ = !source().inmacro() && deferred.place_.expansion_offset == 0 && UseShortcuts();
+  for (MacroReference& reference : met) {
+    if (reference.end < 0) deferred.read_ = false;
+    String room;
+    String now = reference.Value(host_, room);
+    deferred.references_.push_back({std::move(reference), std::move(now)});
+  }
+  next_ = nullptr;
   if (!deferred.expression_.Evaluate(*this, value)) return false;
   GoTo(noted);
   return true;
@@ -300,8 +362,9 @@ SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
     source().Return(place);
   }
   if (!skip->learnt || skip->macros_on != macros_.expands()) return nullptr;
+  String room;
   for (const MacroReference& reference : skip->references) {
-    if (!IsHarmless(reference.Value(host_))) return nullptr;
+    if (!IsHarmless(reference.Value(host_, room))) return nullptr;
   }
   return skip;
 }

@@ -13,8 +13,10 @@ StateResult ScriptState::ProcessTag(Tag& tag) {
   const TagRow& row = tag.row();
   parser_.ClearErrorVariable(row);
   if (row.handler == nullptr) return parser_.SyntaxError(UnexpectedTag(row));
-  if (tag.stops()) return StateResult::NotMine;
-  if (String problem = tag.Problem(); !problem.empty()) return parser_.SyntaxError(problem);
+  if (!tag.sound()) {
+    if (tag.stops()) return StateResult::NotMine;
+    if (String problem = tag.Problem(); !problem.empty()) return parser_.SyntaxError(problem);
+  }
   TagCall call(parser_, tag);
   return row.handler(call);
 }

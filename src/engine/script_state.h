@@ -9,8 +9,10 @@
 #ifndef VEXA_ENGINE_SCRIPT_STATE_H_
 #define VEXA_ENGINE_SCRIPT_STATE_H_
 
+#include <cstddef>
 #include <string_view>
 
+#include "core/storage_pool.h"
 #include "core/string.h"
 #include "engine/tag.h"
 
@@ -27,6 +29,9 @@ class ScriptState {
   virtual ~ScriptState() = default;
   ScriptState(const ScriptState&) = delete;
   ScriptState& operator=(const ScriptState&) = delete;
+  // States come and go with every block and call.
+  static void* operator new(size_t size) { return storage_pool.Take(size); }
+  static void operator delete(void* storage, size_t size) { storage_pool.GiveBack(storage, size); }
 
   // The base: clears the tag's error variable, and runs the tag's handler when its attributes are
   // what its row says. A tag that only stops a block is left to that.
@@ -40,6 +45,12 @@ class ScriptState {
   [[nodiscard]] virtual String closing_tag() const { return {}; }
   // Whether tags and texts stop here: nothing passes the boundary of a function.
   [[nodiscard]] virtual bool is_function() const { return false; }
+  // The closing tag of row `closing`, without attributes, comes next. Goes back to the beginning of
+  // the block when that is all it takes; else does nothing and returns false.
+  [[nodiscard]] virtual bool TryRepeat(const TagRow& closing) {
+    (void)closing;
+    return false;
+  }
   // Called before every tag of this script and of those it runs, while this state watches them
   // (ScriptParser::AddWatcher).
   virtual void BeforeTag() {}

@@ -55,8 +55,11 @@ struct TagReading {
   // Of a tag that assigns a value to a variable that is known: both; else null.
   const ScopedName* target = nullptr;
   SiteValue* assigned = nullptr;
-  // The tag with its names and constants, for whoever carries it out first; null while in use.
+  // Whether it is a closing tag without attributes.
+  bool closes = false;
+  // The tag with its names and constants, for whoever carries it out first.
   std::unique_ptr<Tag> tag;
+  bool in_use = false;  // somebody does
 };
 
 enum class PieceKind : uint8_t {
@@ -101,6 +104,7 @@ struct Site {
   // Of a tag. The first has no references, or all have.
   const TagRow* row = nullptr;
   std::vector<std::unique_ptr<TagReading>> readings;
+  TagReading* sole = nullptr;  // the first, when it has no references
 };
 
 // Where a skip leads: from one place, with one set of wanted tags.

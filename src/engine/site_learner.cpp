@@ -70,6 +70,7 @@ std::unique_ptr<Site> SiteLearner::Learn(const SourcePlace& place) {
     site_->row = row_;
     if (auto reading = LearnReading(place)) {
       site_->kind = Site::Kind::Tag;
+      if (reading->references.empty()) site_->sole = reading.get();
       site_->readings.push_back(std::move(reading));
     }
   } else if (cut_ || site_->at_file_end) {
@@ -287,8 +288,9 @@ bool SiteLearner::KeepReading(const Tag& tag) {
   if (aim_ == Aim::Reading) {
     for (MacroReference& reference : met_) {
       if (reference.end < 0 || reference.place.position >= calls_from) return false;
-      String value = reference.Value(host_);
-      reading->references.push_back({std::move(reference), std::move(value)});
+      String room;
+      const String value = reference.Value(host_, room);
+      reading->references.push_back({std::move(reference), value});
     }
   } else if (!met_.empty() && met_.back().place.position > construct_.position) {
     return false;  // A skip that ends at a tag with references.
@@ -313,12 +315,15 @@ bool SiteLearner::KeepReading(const Tag& tag) {
     if (value.expression.empty()) value.names.value = Variables::Scope(value.constant.view());
     reading->values.push_back(std::move(value));
   }
-  if (tag.row().Has(kAssigns)) FindAssignment(tag.row(), *reading);
+  const TagRow& row = tag.row();
+  if (row.Has(kAssigns)) FindAssignment(row, *reading);
+  reading->closes = row.block != kNoTag && row.handler == nullptr && reading->values.empty();
   reading->tag = std::make_unique<Tag>(tag.row());
   for (const SiteValue& value : reading->values) {
     reading->tag->AddNameValuePair(value.name, value.constant, &value.names);
   }
   if (reading->deferred.position != 0) reading->tag->Defer(reading->deferred);
+  reading->tag->FindSoundness();
   reading_ = std::move(reading);
   return true;
 }

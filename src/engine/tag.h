@@ -65,6 +65,11 @@ class Tag {
   // Whether it has the form that ends a block instead of opening one.
   [[nodiscard]] bool stops() const { return row_->stop != StopForm::None && Has("STOP"); }
 
+  // Whether it is known, for every value that its attributes can have, that it does not stop a
+  // block and that all holds what its row says of it.
+  [[nodiscard]] bool sound() const { return sound_; }
+  void FindSoundness() { sound_ = row_->problem == nullptr && !stops() && Problem().empty(); }
+
   // What its row says of its attributes and does not hold, as a message; empty when all holds.
   // Required attributes are not looked at: they are missed as soon as the tag is read.
   [[nodiscard]] String Problem() const;
@@ -77,6 +82,7 @@ class Tag {
   const TagRow* row_;
   std::vector<NameValuePair> attributes_;
   SourcePlace deferred_;
+  bool sound_ = false;
 };
 
 }  // namespace vexa

@@ -27,8 +27,9 @@ StateResult TagCall::Assign(std::string_view name, ScriptValue value) const {
 
 StateResult TagCall::AssignOnly() const {
   const NameValuePair& pair = Only();
-  return pair.names != nullptr ? script_.Assign(row(), pair.names->name, pair.value)
-                               : script_.Assign(row(), pair.name, pair.value);
+  ScriptValue value = pair.value;
+  return pair.names != nullptr ? script_.Assign(row(), pair.names->name, std::move(value))
+                               : script_.Assign(row(), pair.name, std::move(value));
 }
 
 StateResult TagCall::AssignNamed(std::string_view name, std::string_view value) const {

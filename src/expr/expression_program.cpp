@@ -70,6 +70,22 @@ void ExpressionProgram::Finish() {
                step.op->code == OperatorCode::Concatenate && step.right < kNone &&
                step.left == (i == 0 ? 0 : kStack);
   }
+  FindWholeForm();
+}
+
+void ExpressionProgram::FindWholeForm() {
+  if (steps_.size() != 1) return;
+  const Step& step = steps_[0];
+  if (step.action != Action::Operate || step.left >= kNone || step.right >= kNone) return;
+  WholeNumberForm::Operand operands[2];
+  for (size_t i = 0; i < 2; ++i) {
+    const Leaf& leaf = leaves_[i == 0 ? step.left : step.right];
+    operands[i].variable = leaf.variable;
+    if (leaf.variable.variable) continue;
+    if (!leaf.constant.IsWhole()) return;
+    operands[i].constant = leaf.constant.mantissa();
+  }
+  whole_ = {step.op->code, operands[0], operands[1]};
 }
 
 bool ExpressionProgram::CallsScript() const {
@@ -95,17 +111,6 @@ const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& varia
     return variable->plain_value();
   room = variable->value();
   return room;
-}
-
-}  // namespace
-
-namespace {
-
-// The value of a constant or of a plain variable, where it is; null for any other.
-const ScriptValue* PlainValueOf(const ExpressionProgram::Leaf& leaf, Variables& variables) {
-  if (!leaf.variable.variable) return &leaf.constant;
-  Variable* variable = variables.Find(leaf.variable);
-  return variable != nullptr && variable->plain() ? &variable->plain_value() : nullptr;
 }
 
 }  // namespace
@@ -196,15 +201,9 @@ bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result
     if (&value != &result) result = value;
     return true;
   }
-  // One operator on two numbers that stand where they are: the step of counting and of comparing.
-  const Step& step = steps_[0];
-  if (steps_.size() == 1 && step.right < kNone) {
-    const ScriptValue* left = PlainValueOf(leaves_[step.left], variables);
-    const ScriptValue* right = PlainValueOf(leaves_[step.right], variables);
-    if (left != nullptr && right != nullptr && left->IsNumber() && right->IsNumber() &&
-        OperateOnNumbers(step.op->code, *left, *right, result)) {
-      return true;
-    }
+  if (int64_t whole; whole_.Compute(variables, whole)) {
+    result.SetInteger(whole);
+    return true;
   }
   Stack stack(*this, variables, result);
   return Run(context, stack);

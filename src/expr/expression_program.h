@@ -31,6 +31,7 @@
 #include "expr/builtin_table.h"
 #include "expr/expression_context.h"
 #include "expr/operators.h"
+#include "expr/whole_number_form.h"
 
 namespace vexa {
 
@@ -81,6 +82,8 @@ class ExpressionProgram {
   // behind `target`, and `target` is plain: appends them to its value in place and returns true.
   // Otherwise does nothing.
   [[nodiscard]] bool TryAppend(ExpressionContext& context, const ScopedName& target) const;
+  // The expression as one step on whole numbers, when it has that form.
+  [[nodiscard]] const WholeNumberForm& whole() const { return whole_; }
   // Whether it calls any function.
   [[nodiscard]] bool Calls() const { return !calls_.empty(); }
   // Whether it can run a function of the script.
@@ -100,6 +103,7 @@ class ExpressionProgram {
  private:
   class Stack;
 
+  void FindWholeForm();
   bool Run(ExpressionContext& context, Stack& stack) const;
   bool OperateOn(const Step& step, ExpressionContext& context, Stack& stack) const;
   bool CheckCall(const CallSite& call, ExpressionContext& context, Stack& stack) const;
@@ -111,6 +115,7 @@ class ExpressionProgram {
   uint32_t most_values_ = 0;     // how many values an evaluation holds at most
   uint32_t most_functions_ = 0;  // how many calls wait for their arguments at most
   bool appends_ = false;         // whether it has the shape that TryAppend looks for
+  WholeNumberForm whole_;
 };
 
 }  // namespace vexa

@@ -320,48 +320,11 @@ void AppendPiece(String& text, std::string_view piece) {
 
 bool OperateOnNumbers(OperatorCode code, const ScriptValue& left, const ScriptValue& right,
                       ScriptValue& result) {
-  if (!left.IsWhole() || !right.IsWhole()) return false;
-  const int64_t a = left.mantissa();
-  const int64_t b = right.mantissa();
-  int64_t value;
-  switch (code) {
-    case OperatorCode::Add:
-      value = a + b;
-      break;
-    case OperatorCode::Subtract:
-      value = a - b;
-      break;
-    case OperatorCode::Multiply:
-      // Nothing times a negative number is "-0".
-      if (__builtin_mul_overflow(a, b, &value) || (value == 0 && (a < 0 || b < 0))) return false;
-      break;
-    case OperatorCode::Modulo:
-      if (b == 0 || a < INT32_MIN || a > INT32_MAX || b < INT32_MIN || b > INT32_MAX) return false;
-      value = a % b;
-      break;
-    case OperatorCode::Equal:
-      value = a == b;
-      break;
-    case OperatorCode::NotEqual:
-      value = a != b;
-      break;
-    case OperatorCode::GreaterOrEqual:
-      value = a >= b;
-      break;
-    case OperatorCode::LessOrEqual:
-      value = a <= b;
-      break;
-    case OperatorCode::LessThan:
-      value = a < b;
-      break;
-    case OperatorCode::GreaterThan:
-      value = a > b;
-      break;
-    default:
-      return false;
+  int64_t value = 0;
+  if (!left.IsWhole() || !right.IsWhole() ||
+      !OperateOnWhole(code, left.mantissa(), right.mantissa(), value)) {
+    return false;
   }
-  // Beyond it reals skip whole numbers.
-  if (value <= -ScriptValue::kWholeLimit || value >= ScriptValue::kWholeLimit) return false;
   result.SetInteger(value);
   return true;
 }

@@ -9,6 +9,7 @@
 #define VEXA_EXPR_OPERATORS_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -94,9 +95,51 @@ inline constexpr size_t kLongestOperator = 6;
   return op.handler(context, left, right);
 }
 
-// Computes the commonest operators on two whole numbers, to the result that Operate would give.
-// False, and `result` is unchanged, for anything else. `result` may be an operand.
-// REQUIRES: both are numbers.
+// Computes the commonest operators on two whole numbers below ScriptValue::kWholeLimit, to the
+// number whose text Operate would give. False, and `value` is unspecified, for anything else.
+[[nodiscard]] inline bool OperateOnWhole(OperatorCode code, int64_t a, int64_t b, int64_t& value) {
+  switch (code) {
+    case OperatorCode::Add:
+      value = a + b;
+      break;
+    case OperatorCode::Subtract:
+      value = a - b;
+      break;
+    case OperatorCode::Multiply:
+      // Nothing times a negative number is "-0".
+      if (__builtin_mul_overflow(a, b, &value) || (value == 0 && (a < 0 || b < 0))) return false;
+      break;
+    case OperatorCode::Modulo:
+      if (b == 0 || a < INT32_MIN || a > INT32_MAX || b < INT32_MIN || b > INT32_MAX) return false;
+      value = a % b;
+      break;
+    case OperatorCode::Equal:
+      value = a == b;
+      break;
+    case OperatorCode::NotEqual:
+      value = a != b;
+      break;
+    case OperatorCode::GreaterOrEqual:
+      value = a >= b;
+      break;
+    case OperatorCode::LessOrEqual:
+      value = a <= b;
+      break;
+    case OperatorCode::LessThan:
+      value = a < b;
+      break;
+    case OperatorCode::GreaterThan:
+      value = a > b;
+      break;
+    default:
+      return false;
+  }
+  // Beyond it reals skip whole numbers.
+  return value > -ScriptValue::kWholeLimit && value < ScriptValue::kWholeLimit;
+}
+
+// The same for values. False, and `result` is unchanged, when they are not both whole numbers or it
+// is another operator. `result` may be an operand. REQUIRES: both are numbers.
 [[nodiscard]] bool OperateOnNumbers(OperatorCode code, const ScriptValue& left,
                                     const ScriptValue& right, ScriptValue& result);
 

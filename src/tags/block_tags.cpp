@@ -66,6 +66,11 @@ class WHILEState final : public BlockState {
     return holds ? StateResult::Handled : StateResult::Finished;
   }
 
+  [[nodiscard]] bool TryRepeat(const TagRow& closing) override {
+    return closing.id == opener().closing_id &&
+           parser().TryRepeat(condition_, condition_name_, body_);
+  }
+
  protected:
   [[nodiscard]] StateResult OnClose() override {
     const StateResult result = EvaluateExpression();
