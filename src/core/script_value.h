@@ -85,7 +85,10 @@ class ScriptValue {
   }
   ScriptValue& operator=(const char* text) { return *this = std::string_view(text); }
   ~ScriptValue() = default;
-  void clear() { *this = std::string_view(); }
+  void clear() {
+    text_.Reset();
+    state_ = State::Text;
+  }
 
   // --- As a text -----------------------------------------------------------------------------
 

@@ -110,6 +110,11 @@ class String {
     Release();
     SetInside(0);
   }
+  // Makes it the empty text, as a new one is.
+  void Reset() {
+    if (!inside()) Release();
+    SetInside(0);
+  }
   // Makes room for a text of `length` bytes, so that appending up to it allocates nothing. For
   // accumulators that grow without bound: at least doubles the room when it has to grow.
   void Reserve(size_t length);

@@ -50,6 +50,7 @@ Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
   size_t slot = SlotOf(name);
   for (; slots_[slot] != nullptr; slot = (slot + 1) & mask_) {
     if (slots_[slot]->symbol() != name) continue;
+    if (in_force_) scope_arrangement.Add();
     delete std::exchange(slots_[slot], variable.release());
     return slots_[slot];
   }
@@ -58,6 +59,7 @@ Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
     for (slot = SlotOf(name); slots_[slot] != nullptr;) slot = (slot + 1) & mask_;
   }
   ++count_;
+  if (in_force_) scope_arrangement.Add();
   name.AddKinds(kinds_);
   return slots_[slot] = variable.release();
 }
@@ -118,7 +120,9 @@ void VariableTree::SetKind(ScopeKinds kind) {
 // --- All scopes ------------------------------------------------------------------------------
 
 Variables::Variables(FieldSource& fields) : fields_(fields) {
+  scope_arrangement.Add();
   globals_.SetKind(kGlobalKind);
+  globals_.SetInForce(true);
   PushSystemVars(&system_);
 }
 
@@ -164,7 +168,7 @@ Variable* Variables::FindScoped(const ScopedName& name) {
 
 Variable* Variables::FindSystem(Symbol name) {
   for (auto scope = systems_.rbegin(); scope != systems_.rend(); ++scope) {
-    if (Variable* variable = (*scope)->Find(name)) return variable;
+    if (Variable* variable = scope->tree->Find(name)) return variable;
   }
   return nullptr;
 }
@@ -229,7 +233,17 @@ void Variables::GetSystemVariableList(VariableList& list) const {
 
 void Variables::GetLocalVariableList(VariableList& list) const {
   if (locals_.empty()) return;
-  locals_.back()->ForEach([&list](Variable& variable) { list.push_back(&variable); });
+  locals_.back().tree->ForEach([&list](Variable& variable) { list.push_back(&variable); });
+}
+
+Variable* KnownName::LookForPlain(Variables& variables) const {
+  Variable* variable = variables.Find(name_);
+  if (variable == nullptr || !variable->plain()) return nullptr;
+  if (!variables.has_fields()) {
+    noted_ = variable;
+    noted_at_ = scope_arrangement.number();
+  }
+  return variable;
 }
 
 }  // namespace vexa

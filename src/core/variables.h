@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/scope_arrangement.h"
 #include "core/script_value.h"
 #include "core/storage_pool.h"
 #include "core/string.h"
@@ -122,6 +123,8 @@ class VariableTree {
   Variable* SetVariable(Symbol name, ScriptValue&& value);
   Variable* SetVariable(std::string_view name, ScriptValue value);
 
+  [[nodiscard]] size_t size() const { return count_; }
+
   // Calls `visit(Variable&)` for every variable in the order of the names, letter case ignored.
   template <typename Visitor>
   void ForEach(Visitor visit) const {
@@ -130,6 +133,8 @@ class VariableTree {
 
   // Says that the scope is one of that kind from now on.
   void SetKind(ScopeKinds kind);
+  // Whether names are looked up in it.
+  void SetInForce(bool in_force) { in_force_ = in_force; }
 
  private:
   static constexpr size_t kFewSlots = 8;
@@ -145,6 +150,7 @@ class VariableTree {
   uint32_t count_ = 0;
   uint8_t shift_ = 29;  // 32 less the bits of mask_
   ScopeKinds kinds_ = 0;
+  bool in_force_ = false;
 };
 
 // Variables in a fixed order, for callers that want a whole scope at once.
@@ -161,6 +167,12 @@ class FieldSource {
   [[nodiscard]] bool has_fields() const { return has_fields_; }
 
  protected:
+  void SetHasFields(bool has_fields) {
+    has_fields_ = has_fields;
+    scope_arrangement.Add();
+  }
+
+ private:
   bool has_fields_ = false;
 };
 
@@ -204,25 +216,19 @@ class Variables {
   [[nodiscard]] const String& GetSystemVariableValue(std::string_view name);
 
   // The local scope of a function call. The tree is borrowed until it is popped.
-  void PushLocalVars(VariableTree* locals) {
-    locals->SetKind(kLocalKind);
-    locals_.push_back(locals);
-  }
+  void PushLocalVars(VariableTree* locals) { Push(locals_, locals, kLocalKind); }
   // REQUIRES: one was pushed and not popped yet.
-  void PopLocalVars() {
-    assert(!locals_.empty());
-    locals_.pop_back();
-  }
+  void PopLocalVars() { Pop(locals_); }
   // A further system scope, asked before all others. Borrowed until it is popped.
-  void PushSystemVars(VariableTree* scope) {
-    scope->SetKind(kSystemKind);
-    systems_.push_back(scope);
-  }
+  void PushSystemVars(VariableTree* scope) { Push(systems_, scope, kSystemKind); }
   // REQUIRES: one was pushed and not popped yet.
   void PopSystemVars() {
     assert(systems_.size() > 1);
-    systems_.pop_back();
+    Pop(systems_);
   }
+
+  // Whether there may be fields, which come and go without a sign.
+  [[nodiscard]] bool has_fields() const { return fields_.has_fields(); }
 
   // Append the variables of a scope in the order of their names.
   void GetGlobalVariableList(VariableList& list) const;
@@ -230,6 +236,23 @@ class Variables {
   void GetLocalVariableList(VariableList& list) const;
 
  private:
+  struct PushedScope {
+    VariableTree* tree;
+    ScopeArrangement::Mark mark;  // from before it was pushed
+  };
+  using ScopeStack = std::vector<PushedScope>;
+
+  static void Push(ScopeStack& scopes, VariableTree* tree, ScopeKinds kind) {
+    tree->SetKind(kind);
+    tree->SetInForce(true);
+    scopes.push_back({tree, scope_arrangement.Push()});
+  }
+  static void Pop(ScopeStack& scopes) {
+    assert(!scopes.empty());
+    scopes.back().tree->SetInForce(false);
+    scope_arrangement.Pop(scopes.back().mark);
+    scopes.pop_back();
+  }
   Variable* FindScoped(const ScopedName& name);
   Variable* FindSystem(Symbol name);
   Variable* FindUnqualified(Symbol name) {
@@ -238,21 +261,46 @@ class Variables {
       if (Variable* variable = FindSystem(name)) return variable;
     }
     if ((kinds & kLocalKind) != 0 && !locals_.empty()) {
-      if (Variable* variable = locals_.back()->Find(name)) return variable;
+      if (Variable* variable = locals_.back().tree->Find(name)) return variable;
     }
     if ((kinds & kFieldKind) != 0 && fields_.has_fields()) {
       if (Variable* variable = fields_.FindField(name, {})) return variable;
     }
     return globals_.Find(name);
   }
-  VariableTree& locals_or_globals() { return locals_.empty() ? globals_ : *locals_.back(); }
+  VariableTree& locals_or_globals() { return locals_.empty() ? globals_ : *locals_.back().tree; }
 
   FieldSource& fields_;
   VariableTree globals_;
   VariableTree system_;
-  std::vector<VariableTree*> locals_;   // the last is the running function's
-  std::vector<VariableTree*> systems_;  // system_ at the bottom
+  ScopeStack locals_;   // the last is the running function's
+  ScopeStack systems_;  // system_ at the bottom
   String empty_;
+};
+
+// A written name that is looked up again and again, with a note of what it meant last. REQUIRES: it
+// is looked up in the same Variables each time.
+class KnownName {
+ public:
+  KnownName() = default;
+  KnownName(const ScopedName& name) : name_(name) {}
+  [[nodiscard]] const ScopedName& name() const { return name_; }
+  // Whether it is a name at all. REQUIRES of the rest: it is.
+  [[nodiscard]] explicit operator bool() const { return static_cast<bool>(name_.variable); }
+
+  // The variable that it means when that is a plain one, else null.
+  [[nodiscard]] Variable* FindPlain(Variables& variables) const {
+    if (noted_at_ == scope_arrangement.number()) [[likely]]
+      return noted_;
+    return LookForPlain(variables);
+  }
+
+ private:
+  Variable* LookForPlain(Variables& variables) const;
+
+  ScopedName name_;
+  mutable Variable* noted_ = nullptr;  // plain
+  mutable uint64_t noted_at_ = 0;      // the arrangement of the scopes then; 0: never
 };
 
 }  // namespace vexa

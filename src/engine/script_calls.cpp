@@ -30,24 +30,24 @@ namespace {
 constexpr uintptr_t kAssumedStack = 8u << 20;  // bytes, where the system sets no limit
 constexpr uintptr_t kReserve = 512u << 10;     // bytes kept for what one more call may need
 
-uintptr_t StackSize() {
+// Below this address less than a safe reserve of the machine's stack is left. The stack grows down
+// from roughly `top`, where the first question was asked.
+uintptr_t LowestAddress(uintptr_t top) {
   rlimit limit{};
-  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
-    return kAssumedStack;
-  }
-  return limit.rlim_cur;
+  const bool known = getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+  const uintptr_t size = known ? limit.rlim_cur : kAssumedStack;
+  const uintptr_t usable = size - std::min(2 * kReserve, size / 2);
+  return usable < top ? top - usable : 1;
 }
 
-// Whether less than a safe reserve of the machine's stack is left. A site may allow deeper calls
-// than the stack can carry; the depth error is then raised earlier instead of a crash. The stack
-// grows down from roughly where the first question was asked.
+// A site may allow deeper calls than the stack can carry; the depth error is then raised earlier
+// instead of a crash.
 bool StackIsLow() {
   // Not the address of a local: checking tools may keep locals elsewhere.
-  auto now = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-  static const uintptr_t kTop = now;
-  static const uintptr_t kSize = StackSize();
-  uintptr_t used = now < kTop ? kTop - now : 0;
-  return used + std::min(2 * kReserve, kSize / 2) > kSize;
+  const auto now = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  static uintptr_t lowest = 0;
+  if (lowest == 0) lowest = LowestAddress(now);
+  return now < lowest;
 }
 
 // A call of one of the script's own functions in progress. Built, it stands at the function's body
@@ -161,15 +161,11 @@ bool ScriptParser::CallOwnFunction(Function& function, std::span<ScriptValue> ar
                                    ScriptValue& result) {
   assert(arguments.size() == function.parameters().size());
   if (!PushFunctionCall()) return false;
-  VariableTree locals(kLocalKind);
-  for (size_t i = 0; i < arguments.size(); ++i) {
-    const String& parameter = function.parameters()[i];
-    locals.Insert(std::make_unique<Variable>(function.symbols()[i], parameter.view(),
-                                             std::move(arguments[i])));
-  }
+  std::unique_ptr<FunctionFrame> frame = function.TakeFrame();
+  frame->SetArguments(arguments);
   const size_t noted = states_.size();
   TextFilter* filter = SwitchTextFilter(nullptr);
-  AddState(std::make_unique<FunctionState>(*this, function, locals));
+  AddState(std::make_unique<FunctionState>(*this, function, frame->locals()));
   function_return_value_.clear();
   Progress progress = Progress::More;
   while (progress == Progress::More && states_.size() > noted) progress = FindNextTag();
@@ -178,6 +174,7 @@ bool ScriptParser::CallOwnFunction(Function& function, std::span<ScriptValue> ar
   if (exiting_) return false;
   if (progress == Progress::EndOfFile) ReportOpenBlock(*states_.back());
   DropStates(noted);
+  function.GiveBackFrame(std::move(frame));
   result = std::move(function_return_value_);
   function_return_value_.clear();
   return progress == Progress::More;

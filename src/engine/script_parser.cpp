@@ -102,7 +102,7 @@ bool ScriptParser::ReportFileError(std::string_view message) {
 const ScopedName& ScriptParser::NameErrorVariable(const TagRow& row) {
   const auto id = static_cast<size_t>(row.id);
   if (id >= error_variables_.size()) error_variables_.resize(tags().rows.size());
-  return error_variables_[id] = Variables::Scope(String::Concat({row.name, "_Error"}));
+  return error_variables_[id] = Variables::Scope(String::Concat({row.name, kErrorVariableSuffix}));
 }
 
 void ScriptParser::SetErrorVariable(const TagRow& row, ScriptValue text) {

@@ -11,7 +11,6 @@
 #include <memory>
 #include <span>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -63,6 +62,7 @@ class DeferredExpression {
   std::vector<ReferenceValue> references_;
   Expression expression_;
   bool calls_ = false;  // whether it calls any function
+  bool fixed_ = false;  // read, and without references
   SourcePlace behind_;
 };
 
@@ -101,7 +101,7 @@ class ScriptParser final : public TagReader {
   // The variable that holds the last runtime error of a tag of that row.
   void SetErrorVariable(const TagRow& row, ScriptValue text);
   void ClearErrorVariable(const TagRow& row) {
-    if (!IsErrorVariableClear(row)) SetErrorVariable(row, ScriptValue());
+    if (!IsClear(ErrorVariable(row))) SetErrorVariable(row, ScriptValue());
   }
   // Assigns on behalf of a tag of that row; a refusal is a runtime error of the tag.
   [[nodiscard]] StateResult Assign(const TagRow& row, const ScopedName& name, ScriptValue&& value);
@@ -138,11 +138,9 @@ class ScriptParser final : public TagReader {
   // Evaluates an expression of the script, then stands again where it stood. False after an error
   // was reported.
   [[nodiscard]] bool EvaluateAt(DeferredExpression& expression, ScriptValue& value);
-  // Goes back to the `body` of a loop whose condition, when it can be computed as a whole number at
-  // once, holds; the number is assigned to the variable `receiver` (no name: to none). Else does
-  // nothing and returns false.
-  [[nodiscard]] bool TryRepeat(const DeferredExpression& condition, const ScopedName& receiver,
-                               SourcePlace& body);
+  // Whether a condition that can be computed as a whole number at once holds; the number is assigned
+  // to the variable `receiver` (no name: to none). When it is false nothing was done.
+  [[nodiscard]] bool TryCondition(const DeferredExpression& condition, const KnownName& receiver);
   // Skips to the tag that closes a block; a file that ends first is the error that names the
   // closing tag of `block`. The row of the tag found, or null on failure.
   [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted, const ScriptState& block);
@@ -152,13 +150,8 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] bool CallFunction(const Callable& function, std::span<ScriptValue> arguments,
                                   ScriptValue& result) override;
   // The script's own function of that name as far as it is known, or null.
-  [[nodiscard]] Function* FindOwnFunction(Symbol name) const {
-    auto found = functions_.find(name.number());
-    return found == functions_.end() ? nullptr : found->second.get();
-  }
-  void AddFunction(std::unique_ptr<Function> function) {
-    functions_[Symbol(function->name()).number()] = std::move(function);
-  }
+  [[nodiscard]] Function* FindOwnFunction(Symbol name) const { return functions_.Find(name); }
+  void AddFunction(std::unique_ptr<Function> function) { functions_.Add(std::move(function)); }
   // Whether a call of one of the script's own functions is in progress.
   [[nodiscard]] bool InFunction() const;
   [[nodiscard]] ScriptValue& functionreturnvalue() { return function_return_value_; }
@@ -208,6 +201,8 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
   // --- Sites (script_sites.cpp) ---
   [[nodiscard]] Progress FindNextTag();
+  void TakeSteps();
+  SourcePlace* TakeStep(Site& site);
   Site* FindSite();
   Progress FollowText(Site& site);
   Progress FollowTag(Site& site);
@@ -218,9 +213,9 @@ class ScriptParser final : public TagReader {
   TagReading* ReadingOf(Site& site);
   [[nodiscard]] bool Hold(std::span<const ReferenceValue> references);
   [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, ScriptValue& value);
-  bool MayStep();
-  bool TryAssignWhole(const TagRow& row, TagReading& reading);
   Progress FollowAssignment(const TagRow& row, TagReading& reading);
+  Progress FollowReturn(const TagRow& row, TagReading& reading, size_t function);
+  [[nodiscard]] size_t ReturnsFrom(const TagRow& row) const;
   void GoOnBehind(TagReading& reading);
   Progress EvaluateAndProcess(const Site& site, TagReading& reading, Tag& tag);
   [[nodiscard]] bool EvaluateRead(const DeferredExpression& deferred, ScriptValue& value);
@@ -234,9 +229,9 @@ class ScriptParser final : public TagReader {
     return NameErrorVariable(row);
   }
   const ScopedName& NameErrorVariable(const TagRow& row);
-  // Whether it is there and empty, so that clearing it would change nothing.
-  [[nodiscard]] bool IsErrorVariableClear(const TagRow& row) {
-    const Variable* variable = variables_.Find(ErrorVariable(row));
+  // Whether that variable is there and empty, so that clearing it would change nothing.
+  [[nodiscard]] bool IsClear(const ScopedName& name) {
+    const Variable* variable = variables_.Find(name);
     return variable != nullptr && variable->plain() && variable->plain_value().IsEmpty();
   }
   bool ReportRuntimeError(const TagRow& row, std::string_view message);
@@ -263,7 +258,7 @@ class ScriptParser final : public TagReader {
   // Told of every tag; one list for a script and all the scripts it runs.
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
-  std::unordered_map<uint32_t, std::unique_ptr<Function>> functions_;  // by their symbols
+  FunctionTable functions_;
   std::vector<ScopedName> error_variables_;  // by the numbers of the tags; no name: not asked yet
   SiteStore sites_;
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known

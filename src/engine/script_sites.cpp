@@ -49,6 +49,7 @@ class InUse {
 }  // namespace
 
 Progress ScriptParser::FindNextTag() {
+  TakeSteps();
   Site* site = next_ != nullptr ? next_ : FindSite();
   if (SourcePlace* link = std::exchange(link_, nullptr);
       link != nullptr && site != nullptr && site->begin == *link) {
@@ -83,6 +84,55 @@ Progress ScriptParser::ReadAnew(const SourcePlace& place) {
   source().Return(place);
   next_ = nullptr;
   return Parser::FindNextTag();
+}
+
+// --- Steps -----------------------------------------------------------------------------------
+
+// Takes as many steps on whole numbers as follow one another: assignments, and the closing tags of
+// loops. None of them can fail or ask where the script stands, so it is noted only behind the last.
+// The clock is asked before every 64th, which is carried out like any other tag.
+void ScriptParser::TakeSteps() {
+  SourcePlace* place = nullptr;
+  while (next_ != nullptr && next_->steps) {
+    SourcePlace* const behind = TakeStep(*next_);
+    if (behind == nullptr) break;
+    place = behind;
+    next_ = behind->site;
+  }
+  if (place == nullptr) return;
+  macros_.Return(*place);
+  link_ = next_ == nullptr ? place : nullptr;
+}
+
+// The place to go on at; null when more than such a step is to be done, and nothing was done then.
+SourcePlace* ScriptParser::TakeStep(Site& site) {
+  if (site.macros_on != macros_.expands() || !execute_tags_ || filter_ != nullptr ||
+      !watchers_->empty() || ++steps_ % 64 == 0) {
+    return nullptr;
+  }
+  CheckSite(site);
+  TagReading& reading = *site.sole;
+  if (reading.assigned == nullptr) return states_.back()->TryRepeat(*site.row);
+  int64_t value = 0;
+  if (!reading.assigned->expression.program().whole().Compute(variables_, value)) return nullptr;
+  Variable* target = reading.assigned_variable.FindPlain(variables_);
+  const Variable* error = reading.error_variable.FindPlain(variables_);
+  if (target == nullptr || error == nullptr || !error->plain_value().IsEmpty()) return nullptr;
+  target->plain_value().SetInteger(value);
+  return &reading.end;
+}
+
+bool ScriptParser::TryCondition(const DeferredExpression& condition, const KnownName& receiver) {
+  int64_t value = 0;
+  if (!condition.fixed_ || condition.macros_on_ != macros_.expands() ||
+      !condition.expression_.program().whole().Compute(variables_, value) || value == 0) {
+    return false;
+  }
+  if (!receiver) return true;
+  Variable* variable = receiver.FindPlain(variables_);
+  if (variable == nullptr) return false;
+  variable->plain_value().SetInteger(value);
+  return true;
 }
 
 // --- Text ------------------------------------------------------------------------------------
@@ -184,39 +234,6 @@ bool ScriptParser::EvaluateSiteValue(SiteValue& written, ScriptValue& value) {
   return written.expression.program().Evaluate(*this, value);
 }
 
-// Whether a step that works on nothing but whole numbers may be done at once. The clock is asked
-// before every 64th of them, which is then carried out like any other.
-bool ScriptParser::MayStep() { return execute_tags_ && watchers_->empty() && ++steps_ % 64 != 0; }
-
-// The whole step of counting: computes and assigns a whole number. False when that is not all there
-// is to do; nothing was done then.
-bool ScriptParser::TryAssignWhole(const TagRow& row, TagReading& reading) {
-  int64_t value = 0;
-  if (!reading.assigned->expression.program().whole().Compute(variables_, value)) return false;
-  Variable* target = variables_.Find(*reading.target);
-  if (target == nullptr || !target->plain() || !IsErrorVariableClear(row)) return false;
-  target->plain_value().SetInteger(value);
-  GoOnBehind(reading);
-  return true;
-}
-
-bool ScriptParser::TryRepeat(const DeferredExpression& condition, const ScopedName& receiver,
-                             SourcePlace& body) {
-  int64_t value = 0;
-  if (!condition.read_ || condition.macros_on_ != macros_.expands() ||
-      !condition.references_.empty() ||
-      !condition.expression_.program().whole().Compute(variables_, value) || value == 0) {
-    return false;
-  }
-  if (receiver.variable) {
-    Variable* variable = variables_.Find(receiver);
-    if (variable == nullptr || !variable->plain()) return false;
-    variable->plain_value().SetInteger(value);
-  }
-  GoBackTo(body);
-  return true;
-}
-
 // An assignment to a variable that is known is done at once, without asking the open blocks: none
 // takes such a tag. One that only appends to its own variable does so in place: building a text of
 // n bytes costs n.
@@ -230,12 +247,40 @@ Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) 
   if (expression && !appended && !EvaluateSiteValue(written, value)) return Progress::Failed;
   GoOnBehind(reading);
   if (!CheckTimeout()) return Progress::Failed;
+  if (!execute_tags_) return Progress::More;  // A function that was called switched them off.
   for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
   ClearErrorVariable(row);
   if (appended) return Progress::More;
   if (!expression) value = written.constant;
   return Assign(row, target, std::move(value)) == StateResult::Failed ? Progress::Failed
                                                                       : Progress::More;
+}
+
+// A tag that leaves the function whose state has that index: no state above it takes the tag.
+Progress ScriptParser::FollowReturn(const TagRow& row, TagReading& reading, size_t function) {
+  ScriptValue value;
+  if (!reading.values.empty()) {
+    SiteValue& written = reading.values[0];
+    if (written.expression.empty()) {
+      value = written.constant;
+    } else if (!EvaluateSiteValue(written, value)) {
+      return Progress::Failed;
+    }
+  }
+  GoOnBehind(reading);
+  if (!CheckTimeout()) return Progress::Failed;
+  for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
+  if (function + 1 != states_.size()) ClearErrorVariable(row);
+  function_return_value_ = std::move(value);
+  return CloseStates(function);
+}
+
+// The index of the function whose block such a tag closes; -1 when that needs a closer look.
+size_t ScriptParser::ReturnsFrom(const TagRow& row) const {
+  size_t i = states_.size() - 1;
+  if (row.handler == nullptr) return states_[i]->is_function() ? i : SIZE_MAX;
+  while (i < states_.size() && !states_[i]->is_function()) --i;
+  return i;
 }
 
 // Stands behind the tag. Once it is known what is remembered there, the reading knows it too.
@@ -253,11 +298,11 @@ Progress ScriptParser::FollowTag(Site& site) {
     if (Progress ended = EndText(); ended != Progress::More) return ended;
   }
   const TagRow& row = *site.row;
-  if (reading->assigned != nullptr && execute_tags_) {
-    if (MayStep() && TryAssignWhole(row, *reading)) return Progress::More;
-    return FollowAssignment(row, *reading);
+  if (reading->assigned != nullptr && execute_tags_) return FollowAssignment(row, *reading);
+  if (reading->returns) {
+    const size_t function = ReturnsFrom(row);
+    if (function != SIZE_MAX) return FollowReturn(row, *reading, function);
   }
-  if (reading->closes && MayStep() && states_.back()->TryRepeat(row)) return Progress::More;
   // A function that is called again while its own tag is carried out finds the tag in use.
   if (!reading->in_use) {
     const InUse in_use(*reading);
@@ -342,6 +387,7 @@ bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) 
     String now = reference.Value(host_, room);
     deferred.references_.push_back({std::move(reference), std::move(now)});
   }
+  deferred.fixed_ = deferred.read_ && deferred.references_.empty();
   next_ = nullptr;
   if (!deferred.expression_.Evaluate(*this, value)) return false;
   GoTo(noted);

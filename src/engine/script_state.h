@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "core/source_place.h"
 #include "core/storage_pool.h"
 #include "core/string.h"
 #include "engine/tag.h"
@@ -45,11 +46,11 @@ class ScriptState {
   [[nodiscard]] virtual String closing_tag() const { return {}; }
   // Whether tags and texts stop here: nothing passes the boundary of a function.
   [[nodiscard]] virtual bool is_function() const { return false; }
-  // The closing tag of row `closing`, without attributes, comes next. Goes back to the beginning of
-  // the block when that is all it takes; else does nothing and returns false.
-  [[nodiscard]] virtual bool TryRepeat(const TagRow& closing) {
+  // The closing tag of row `closing`, without attributes, comes next. The place where the block goes
+  // on when going there is all it takes; null, and nothing was done, when there is more to do.
+  [[nodiscard]] virtual SourcePlace* TryRepeat(const TagRow& closing) {
     (void)closing;
-    return false;
+    return nullptr;
   }
   // Called before every tag of this script and of those it runs, while this state watches them
   // (ScriptParser::AddWatcher).

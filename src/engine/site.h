@@ -55,8 +55,10 @@ struct TagReading {
   // Of a tag that assigns a value to a variable that is known: both; else null.
   const ScopedName* target = nullptr;
   SiteValue* assigned = nullptr;
-  // Whether it is a closing tag without attributes.
-  bool closes = false;
+  KnownName assigned_variable;  // the same as `target`
+  KnownName error_variable;     // of the tag
+  // Whether it leaves a function, with the only value if there is one.
+  bool returns = false;
   // The tag with its names and constants, for whoever carries it out first.
   std::unique_ptr<Tag> tag;
   bool in_use = false;  // somebody does
@@ -105,6 +107,7 @@ struct Site {
   const TagRow* row = nullptr;
   std::vector<std::unique_ptr<TagReading>> readings;
   TagReading* sole = nullptr;  // the first, when it has no references
+  bool steps = false;          // whether it may be a step on whole numbers: the sole one only then
 };
 
 // Where a skip leads: from one place, with one set of wanted tags.

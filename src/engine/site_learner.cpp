@@ -34,8 +34,31 @@ void FindAssignment(const TagRow& row, TagReading& reading) {
     reading.target = &values[name].names.value;
     reading.assigned = &values[1 - name];
   }
-  // What a function does on the way belongs to the whole tag.
-  if (reading.assigned != nullptr && reading.assigned->calls) reading.assigned = nullptr;
+  // What a function changes on the way matters to how the rest of the tag reads.
+  if (reading.assigned != nullptr && reading.assigned->calls &&
+      reading.assigned != &values.back()) {
+    reading.assigned = nullptr;
+  }
+  if (reading.assigned != nullptr) {
+    reading.assigned_variable = *reading.target;
+    reading.error_variable = Variables::Scope(String::Concat({row.name, kErrorVariableSuffix}));
+  }
+}
+
+// Whether it is one that only leaves a function, with at most a value.
+bool Returns(const TagRow& row, const TagReading& reading) {
+  if (!row.Has(kEndsFunction) || reading.values.empty()) return row.Has(kEndsFunction);
+  return row.handler != nullptr && reading.values.size() == 1 &&
+         EqualsIgnoreCase(reading.values[0].name, "VALUE");
+}
+
+// Whether it assigns what may be a whole number, or closes a block and does nothing else.
+bool IsStep(const TagRow& row, const TagReading& reading) {
+  if (const SiteValue* assigned = reading.assigned) {
+    return !assigned->expression.empty() && assigned->expression.program().whole().known();
+  }
+  return row.block != kNoTag && row.handler == nullptr && reading.values.empty() &&
+         !reading.returns;
 }
 
 }  // namespace
@@ -70,7 +93,10 @@ std::unique_ptr<Site> SiteLearner::Learn(const SourcePlace& place) {
     site_->row = row_;
     if (auto reading = LearnReading(place)) {
       site_->kind = Site::Kind::Tag;
-      if (reading->references.empty()) site_->sole = reading.get();
+      if (reading->references.empty()) {
+        site_->sole = reading.get();
+        site_->steps = IsStep(*site_->row, *reading);
+      }
       site_->readings.push_back(std::move(reading));
     }
   } else if (cut_ || site_->at_file_end) {
@@ -317,7 +343,7 @@ bool SiteLearner::KeepReading(const Tag& tag) {
   }
   const TagRow& row = tag.row();
   if (row.Has(kAssigns)) FindAssignment(row, *reading);
-  reading->closes = row.block != kNoTag && row.handler == nullptr && reading->values.empty();
+  reading->returns = Returns(row, *reading);
   reading->tag = std::make_unique<Tag>(tag.row());
   for (const SiteValue& value : reading->values) {
     reading->tag->AddNameValuePair(value.name, value.constant, &value.names);

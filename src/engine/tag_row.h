@@ -79,6 +79,9 @@ enum TagFlag : uint8_t {
 
 inline constexpr int kNoTag = -1;
 
+// Behind a tag's name: the name of the variable that holds its last runtime error.
+inline constexpr std::string_view kErrorVariableSuffix = "_Error";
+
 struct TagRow {
   std::string_view name;
   int id;

@@ -20,7 +20,8 @@ class BuiltinFunction final : public Callable {
   // long as the program.
   constexpr BuiltinFunction(std::string_view name, std::string_view parameters,
                             BuiltinHandler handler)
-      : name_(name),
+      : Callable(Kind::BuiltIn),
+        name_(name),
         parameters_(parameters),
         parameter_count_(parameters.empty() ? 0
                                             : 1 + static_cast<int>(std::count(
@@ -32,7 +33,6 @@ class BuiltinFunction final : public Callable {
   // The parameter names separated by ", "; empty when it takes none.
   [[nodiscard]] constexpr std::string_view parameters() const { return parameters_; }
   [[nodiscard]] int parameter_count() const override { return parameter_count_; }
-  [[nodiscard]] bool builtin() const override { return true; }
   [[nodiscard]] BuiltinHandler handler() const { return handler_; }
 
  private:

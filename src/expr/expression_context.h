@@ -4,6 +4,7 @@
 #ifndef VEXA_EXPR_EXPRESSION_CONTEXT_H_
 #define VEXA_EXPR_EXPRESSION_CONTEXT_H_
 
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -17,10 +18,15 @@ namespace vexa {
 // What may be called from an expression: built-in functions and the script's own.
 class Callable {
  public:
+  enum class Kind : uint8_t { BuiltIn, OfScript };
+  explicit constexpr Callable(Kind kind) : kind_(kind) {}
   virtual ~Callable() = default;
   [[nodiscard]] virtual int parameter_count() const = 0;
   // Whether it is one of the language's own (a BuiltinFunction).
-  [[nodiscard]] virtual bool builtin() const = 0;
+  [[nodiscard]] bool builtin() const { return kind_ == Kind::BuiltIn; }
+
+ private:
+  Kind kind_;
 };
 
 class ExpressionContext {

@@ -1,9 +1,9 @@
 // Evaluation of ExpressionProgram: the stack, the steps, and appending in place.
 //
 // The stack keeps its values in storage that is not touched until a value is pushed, since most
-// expressions hold one or two; beyond a few it takes storage from the heap once. Slot 0 of the
-// stack is the caller's result, so the last step leaves it where it is wanted. Of every step it
-// holds that the stack has as many values afterwards as Finish() counted; what a failed step leaves
+// expressions hold one or two; beyond a few it takes storage from the heap once. The value at the
+// bottom is the caller's result, so the last step leaves it where it is wanted; where functions are
+// called it has a slot like the others, so that arguments stand in a row. Of every step it holds that the stack has as many values afterwards as Finish() counted; what a failed step leaves
 // is destroyed with the stack.
 
 #include "expr/expression_program.h"
@@ -81,7 +81,7 @@ void ExpressionProgram::FindWholeForm() {
   for (size_t i = 0; i < 2; ++i) {
     const Leaf& leaf = leaves_[i == 0 ? step.left : step.right];
     operands[i].variable = leaf.variable;
-    if (leaf.variable.variable) continue;
+    if (operands[i].variable) continue;
     if (!leaf.constant.IsWhole()) return;
     operands[i].constant = leaf.constant.mantissa();
   }
@@ -119,10 +119,10 @@ const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& varia
 class ExpressionProgram::Stack {
  public:
   Stack(const ExpressionProgram& program, Variables& variables, ScriptValue& result)
-      : variables_(variables), result_(result) {
+      : variables_(variables), result_(result), bottom_in_slot_(program.Calls()) {
     if (program.most_values_ > kFew) {
       many_values_ = std::make_unique<Slot[]>(program.most_values_);
-      rest_ = many_values_.get();
+      slots_ = many_values_.get();
     }
     if (program.most_functions_ > kFew) {
       many_functions_ = std::make_unique<const Callable*[]>(program.most_functions_);
@@ -130,7 +130,7 @@ class ExpressionProgram::Stack {
     }
   }
   ~Stack() {
-    while (count_ > 1) Drop();
+    while (count_ > 0) Drop();
   }
   Stack(const Stack&) = delete;
   Stack& operator=(const Stack&) = delete;
@@ -138,41 +138,39 @@ class ExpressionProgram::Stack {
   [[nodiscard]] Variables& variables() const { return variables_; }
   // A new value on top: some value, to be assigned.
   ScriptValue& Push() {
-    if (count_++ == 0) return result_;
-    return *new (rest_[count_ - 1].bytes) ScriptValue();
+    if (count_++ == 0 && !bottom_in_slot_) return result_;
+    return *new (slots_[count_ - 1].bytes) ScriptValue();
   }
   // REQUIRES of the rest: there are that many.
   [[nodiscard]] ScriptValue& Top(size_t below = 0) {
     assert(count_ > below);
     const size_t i = count_ - 1 - below;
-    return i == 0 ? result_ : *std::launder(reinterpret_cast<ScriptValue*>(rest_[i].bytes));
+    return i == 0 && !bottom_in_slot_ ? result_ : InSlot(i);
   }
   void Drop() {
     assert(count_ > 0);
-    if (count_ > 1) Top().~ScriptValue();
-    --count_;
+    if (--count_ > 0 || bottom_in_slot_) InSlot(count_).~ScriptValue();
+  }
+  // The values on top as neighbours, for a program that calls.
+  [[nodiscard]] std::span<ScriptValue> Arguments(size_t count) {
+    assert(bottom_in_slot_ && count <= count_);
+    if (count == 0) return {};
+    return {&InSlot(count_ - count), count};
+  }
+  // Replaces them by `value`.
+  void ReplaceArguments(size_t count, ScriptValue&& value) {
+    for (size_t i = 0; i < count; ++i) Drop();
+    new (slots_[count_++].bytes) ScriptValue(std::move(value));
+  }
+  // The one value that is left is the result.
+  void Finish() {
+    assert(count_ == 1);
+    if (bottom_in_slot_) result_ = std::move(Top());
   }
   void PushFunction(const Callable* function) { functions_[function_count_++] = function; }
   const Callable* PopFunction() {
     assert(function_count_ > 0);
     return functions_[--function_count_];
-  }
-  // The `count` values on top as neighbours. When the caller's result is among them its place is
-  // taken by slot 0, so that they stand in a row.
-  [[nodiscard]] std::span<ScriptValue> Arguments(size_t count) {
-    if (count == 0) return {};
-    const size_t first = count_ - count;
-    auto* arguments = std::launder(reinterpret_cast<ScriptValue*>(rest_[first].bytes));
-    if (first == 0) arguments = new (rest_[0].bytes) ScriptValue(std::move(result_));
-    return {arguments, count};
-  }
-  // Replaces them by `value`.
-  void ReplaceArguments(size_t count, ScriptValue&& value) {
-    if (count > 0 && count_ == count) {
-      std::launder(reinterpret_cast<ScriptValue*>(rest_[0].bytes))->~ScriptValue();
-    }
-    for (size_t i = 0; i < count; ++i) Drop();
-    Push() = std::move(value);
   }
 
  private:
@@ -181,12 +179,17 @@ class ExpressionProgram::Stack {
     alignas(ScriptValue) unsigned char bytes[sizeof(ScriptValue)];
   };
 
+  [[nodiscard]] ScriptValue& InSlot(size_t i) {
+    return *std::launder(reinterpret_cast<ScriptValue*>(slots_[i].bytes));
+  }
+
   Variables& variables_;
-  ScriptValue& result_;  // the value at the bottom
+  ScriptValue& result_;  // the value at the bottom when that is in no slot
+  const bool bottom_in_slot_;
   size_t count_ = 0;
   size_t function_count_ = 0;
   Slot few_values_[kFew];
-  Slot* rest_ = few_values_;  // the values above it, by their number
+  Slot* slots_ = few_values_;  // the values by their number
   const Callable* few_functions_[kFew];
   const Callable** functions_ = few_functions_;
   std::unique_ptr<Slot[]> many_values_;
@@ -206,7 +209,9 @@ bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result
     return true;
   }
   Stack stack(*this, variables, result);
-  return Run(context, stack);
+  if (!Run(context, stack)) return false;
+  stack.Finish();
+  return true;
 }
 
 bool ExpressionProgram::Run(ExpressionContext& context, Stack& stack) const {

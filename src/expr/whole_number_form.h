@@ -19,7 +19,7 @@ namespace vexa {
 class WholeNumberForm {
  public:
   struct Operand {
-    ScopedName variable;  // no name: the constant
+    KnownName variable;  // no name: the constant
     int64_t constant = 0;
   };
 
@@ -28,6 +28,7 @@ class WholeNumberForm {
   WholeNumberForm(OperatorCode code, const Operand& left, const Operand& right)
       : left_(left), right_(right), code_(code), known_(true) {}
 
+  [[nodiscard]] bool known() const { return known_; }
   // Sets `value` to what the expression comes to now. False when that is not beyond doubt a whole
   // number; `value` is then unspecified.
   [[nodiscard]] bool Compute(Variables& variables, int64_t& value) const {
@@ -40,11 +41,9 @@ class WholeNumberForm {
  private:
   static bool Read(const Operand& operand, Variables& variables, int64_t& number) {
     number = operand.constant;
-    if (!operand.variable.variable) return true;
-    const Variable* variable = variables.Find(operand.variable);
-    if (variable == nullptr || !variable->plain() || !variable->plain_value().IsWhole()) {
-      return false;
-    }
+    if (!operand.variable) return true;
+    const Variable* variable = operand.variable.FindPlain(variables);
+    if (variable == nullptr || !variable->plain_value().IsWhole()) return false;
     number = variable->plain_value().mantissa();
     return true;
   }

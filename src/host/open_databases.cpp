@@ -42,7 +42,7 @@ std::unique_ptr<Database> MakeDatabase(Vexa& host, const String& type, const Str
 void OpenDatabases::Add(std::unique_ptr<Database> database) {
   assert(database != nullptr);
   databases_.push_back(std::move(database));
-  has_fields_ = true;
+  SetHasFields(true);
 }
 
 bool OpenDatabases::Remove(Database* database) {
@@ -51,7 +51,7 @@ bool OpenDatabases::Remove(Database* database) {
   if (found == databases_.end()) return false;
   if (primary_ == database) primary_ = nullptr;
   databases_.erase(found);
-  has_fields_ = !databases_.empty();
+  SetHasFields(!databases_.empty());
   return true;
 }
 
@@ -65,7 +65,7 @@ void OpenDatabases::SetPrimary(Database* database) {
 void OpenDatabases::Clear() {
   primary_ = nullptr;
   databases_.clear();
-  has_fields_ = false;
+  SetHasFields(false);
 }
 
 Database* OpenDatabases::Find(std::string_view name) const {

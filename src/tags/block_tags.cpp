@@ -60,15 +60,15 @@ class WHILEState final : public BlockState {
     if (!parser().EvaluateAt(condition_, value)) return StateResult::Failed;
     const bool holds = value.IsTrue();
     if (!IsLegacy() &&
-        parser().Assign(opener(), condition_name_, std::move(value)) == StateResult::Failed) {
+        parser().Assign(opener(), condition_name_.name(), std::move(value)) == StateResult::Failed) {
       return StateResult::Failed;
     }
     return holds ? StateResult::Handled : StateResult::Finished;
   }
 
-  [[nodiscard]] bool TryRepeat(const TagRow& closing) override {
-    return closing.id == opener().closing_id &&
-           parser().TryRepeat(condition_, condition_name_, body_);
+  [[nodiscard]] SourcePlace* TryRepeat(const TagRow& closing) override {
+    const bool mine = closing.id == opener().closing_id;
+    return mine && parser().TryCondition(condition_, condition_name_) ? &body_ : nullptr;
   }
 
  protected:
@@ -84,7 +84,7 @@ class WHILEState final : public BlockState {
 
   DeferredExpression condition_;
   SourcePlace body_;           // just behind the opening tag
-  ScopedName condition_name_;  // the variable that receives the condition's value
+  KnownName condition_name_;  // the variable that receives the condition's value
 };
 
 }  // namespace

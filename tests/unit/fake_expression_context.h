@@ -82,9 +82,9 @@ class FakeExpressionContext final : public ExpressionContext {
 
  private:
   struct Function final : Callable {
-    Function(int count, Work what) : parameters(count), work(std::move(what)) {}
+    Function(int count, Work what)
+        : Callable(Kind::OfScript), parameters(count), work(std::move(what)) {}
     int parameter_count() const override { return parameters; }
-    bool builtin() const override { return false; }
     int parameters;
     Work work;
   };

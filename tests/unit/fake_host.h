@@ -56,7 +56,7 @@ struct EmptyEnds {
 
 class FakeHost final : private EmptyEnds, public Host, public FieldSource {
  public:
-  FakeHost() : Host(process, kVexaTags, request, response) { has_fields_ = true; }
+  FakeHost() : Host(process, kVexaTags, request, response) { SetHasFields(true); }
   ~FakeHost() override {
     while (!databases().empty()) RemoveDatabase(databases().back().get());
   }
