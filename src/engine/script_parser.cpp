@@ -99,15 +99,16 @@ bool ScriptParser::ReportFileError(std::string_view message) {
   return ReportRuntimeError(*tags().WithFlag(kAnswersForFiles), message);
 }
 
-const ScopedName& ScriptParser::NameErrorVariable(const TagRow& row) {
+const KnownName& ScriptParser::NameErrorVariable(const TagRow& row) {
   const auto id = static_cast<size_t>(row.id);
   if (id >= error_variables_.size()) error_variables_.resize(tags().rows.size());
-  return error_variables_[id] = Variables::Scope(String::Concat({row.name, kErrorVariableSuffix}));
+  const String name = String::Concat({row.name, kErrorVariableSuffix});
+  return error_variables_[id] = KnownName(Variables::Scope(name));
 }
 
 void ScriptParser::SetErrorVariable(const TagRow& row, ScriptValue text) {
   // A page may hide the name behind a variable that refuses; the error was shown all the same.
-  (void)variables_.SetVariable(ErrorVariable(row), std::move(text));
+  (void)variables_.SetVariable(ErrorVariable(row).name(), std::move(text));
 }
 
 StateResult ScriptParser::Assign(const TagRow& row, const ScopedName& name, ScriptValue&& value) {
@@ -116,8 +117,8 @@ StateResult ScriptParser::Assign(const TagRow& row, const ScopedName& name, Scri
   return RuntimeError(row, refused->error());
 }
 
-bool ScriptParser::CheckTimeout() {
-  if (!host_.timedout()) return true;
+// Always false.
+bool ScriptParser::ReportTimeout() {
   (void)errors_.Error(kTimeoutError, TimeoutError("Application"));
   return false;
 }

@@ -105,13 +105,19 @@ class ScriptParser final : public TagReader {
   }
   // Assigns on behalf of a tag of that row; a refusal is a runtime error of the tag.
   [[nodiscard]] StateResult Assign(const TagRow& row, const ScopedName& name, ScriptValue&& value);
+  [[nodiscard]] StateResult Assign(const TagRow& row, const KnownName& name, ScriptValue&& value) {
+    Variable* variable = name.FindPlain(variables_);
+    if (variable == nullptr) return Assign(row, name.name(), std::move(value));
+    variable->plain_value() = std::move(value);
+    return StateResult::Handled;
+  }
   [[nodiscard]] StateResult Assign(const TagRow& row, std::string_view name, ScriptValue value) {
     return Assign(row, Variables::Scope(name), std::move(value));
   }
 
   // False, after the error was reported, when the request's time is up. For handlers that work
   // long without a tag; the executor itself asks before every piece.
-  [[nodiscard]] bool CheckTimeout();
+  [[nodiscard]] bool CheckTimeout() { return !host_.timedout() || ReportTimeout(); }
 
   void AddState(std::unique_ptr<ScriptState> state) { states_.push_back(std::move(state)); }
   // From here on `state` is told of every tag of this script and of the scripts it runs, until it
@@ -138,8 +144,8 @@ class ScriptParser final : public TagReader {
   // Evaluates an expression of the script, then stands again where it stood. False after an error
   // was reported.
   [[nodiscard]] bool EvaluateAt(DeferredExpression& expression, ScriptValue& value);
-  // Whether a condition that can be computed as a whole number at once holds; the number is assigned
-  // to the variable `receiver` (no name: to none). When it is false nothing was done.
+  // Whether a condition that can be computed as a whole number at once holds; the number is
+  // assigned to the variable `receiver` (no name: to none). When it is false nothing was done.
   [[nodiscard]] bool TryCondition(const DeferredExpression& condition, const KnownName& receiver);
   // Skips to the tag that closes a block; a file that ends first is the error that names the
   // closing tag of `block`. The row of the tag found, or null on failure.
@@ -222,18 +228,19 @@ class ScriptParser final : public TagReader {
   SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
   void CheckSite(const Site& site);
 
-  const ScopedName& ErrorVariable(const TagRow& row) {
+  const KnownName& ErrorVariable(const TagRow& row) {
     const auto id = static_cast<size_t>(row.id);
-    if (id < error_variables_.size() && error_variables_[id].variable) [[likely]]
+    if (id < error_variables_.size() && error_variables_[id]) [[likely]]
       return error_variables_[id];
     return NameErrorVariable(row);
   }
-  const ScopedName& NameErrorVariable(const TagRow& row);
+  const KnownName& NameErrorVariable(const TagRow& row);
   // Whether that variable is there and empty, so that clearing it would change nothing.
-  [[nodiscard]] bool IsClear(const ScopedName& name) {
-    const Variable* variable = variables_.Find(name);
-    return variable != nullptr && variable->plain() && variable->plain_value().IsEmpty();
+  [[nodiscard]] bool IsClear(const KnownName& name) {
+    const Variable* variable = name.FindPlain(variables_);
+    return variable != nullptr && variable->plain_value().IsEmpty();
   }
+  bool ReportTimeout();
   bool ReportRuntimeError(const TagRow& row, std::string_view message);
   Progress Offer(Tag& tag);
   Progress OfferText(std::string_view text);
@@ -259,7 +266,7 @@ class ScriptParser final : public TagReader {
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
   FunctionTable functions_;
-  std::vector<ScopedName> error_variables_;  // by the numbers of the tags; no name: not asked yet
+  std::vector<KnownName> error_variables_;  // by the numbers of the tags; no name: not asked yet
   SiteStore sites_;
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known
   SourcePlace* link_ = nullptr;  // where the next site found is noted, when it is there

@@ -115,7 +115,7 @@ SourcePlace* ScriptParser::TakeStep(Site& site) {
   if (reading.assigned == nullptr) return states_.back()->TryRepeat(*site.row);
   int64_t value = 0;
   if (!reading.assigned->expression.program().whole().Compute(variables_, value)) return nullptr;
-  Variable* target = reading.assigned_variable.FindPlain(variables_);
+  Variable* target = reading.target->FindPlain(variables_);
   const Variable* error = reading.error_variable.FindPlain(variables_);
   if (target == nullptr || error == nullptr || !error->plain_value().IsEmpty()) return nullptr;
   target->plain_value().SetInteger(value);
@@ -213,7 +213,6 @@ bool ScriptParser::Hold(std::span<const ReferenceValue> references) {
 
 // How the tag reads now; null when it must be read.
 TagReading* ScriptParser::ReadingOf(Site& site) {
-  if (site.sole != nullptr) return site.sole;
   for (const auto& reading : site.readings) {
     if (Hold(reading->references)) return reading.get();
   }
@@ -239,17 +238,18 @@ bool ScriptParser::EvaluateSiteValue(SiteValue& written, ScriptValue& value) {
 // n bytes costs n.
 Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) {
   SiteValue& written = *reading.assigned;
-  const ScopedName& target = *reading.target;
+  const KnownName& target = *reading.target;
   const bool expression = !written.expression.empty();
-  const bool appended = expression && target.variable != ErrorVariable(row).variable &&
-                        written.expression.program().TryAppend(*this, target);
+  const bool appended = reading.may_append &&
+                        target.name().variable != reading.error_variable.name().variable &&
+                        written.expression.program().TryAppend(*this, target.name());
   ScriptValue value;
   if (expression && !appended && !EvaluateSiteValue(written, value)) return Progress::Failed;
   GoOnBehind(reading);
   if (!CheckTimeout()) return Progress::Failed;
   if (!execute_tags_) return Progress::More;  // A function that was called switched them off.
   for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
-  ClearErrorVariable(row);
+  if (!IsClear(reading.error_variable)) ClearErrorVariable(row);
   if (appended) return Progress::More;
   if (!expression) value = written.constant;
   return Assign(row, target, std::move(value)) == StateResult::Failed ? Progress::Failed
@@ -290,7 +290,7 @@ void ScriptParser::GoOnBehind(TagReading& reading) {
 }
 
 Progress ScriptParser::FollowTag(Site& site) {
-  TagReading* const reading = ReadingOf(site);
+  TagReading* const reading = site.sole != nullptr ? site.sole : ReadingOf(site);
   if (reading == nullptr) return ReadAnew(site.begin);
   CheckSite(site);
   // A run of text ends here.
@@ -302,6 +302,10 @@ Progress ScriptParser::FollowTag(Site& site) {
   if (reading->returns) {
     const size_t function = ReturnsFrom(row);
     if (function != SIZE_MAX) return FollowReturn(row, *reading, function);
+  }
+  if (reading->values.empty()) {
+    GoOnBehind(*reading);
+    return ProcessKnownTag(*reading->tag);
   }
   // A function that is called again while its own tag is carried out finds the tag in use.
   if (!reading->in_use) {
@@ -399,11 +403,16 @@ bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) 
 // The skip from where the script stands; null when it must be read.
 SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
   if (source().inmacro() || !UseShortcuts()) return nullptr;
-  const SourcePlace place = source().Place();
-  SiteSkip* skip = sites_.FindSkip(place.position, wanted);
+  const SourcePlace place = macros_.Place();
+  const uint16_t key = SiteStore::KeyOf(wanted);
+  SiteSkip* skip = next_ != nullptr ? next_->FindSkip(key) : nullptr;
+  if (skip == nullptr) {
+    skip = sites_.FindSkip(place.position, key);
+    if (skip != nullptr && next_ != nullptr) next_->skips.push_back({key, skip});
+  }
   if (skip == nullptr) {
     if (place.position >= furthest_ || sites_.full()) return nullptr;
-    skip = sites_.AddSkip(place.position, wanted,
+    skip = sites_.AddSkip(place.position, key,
                           SiteLearner(host_, macros_, tags()).LearnSkip(place, wanted));
     source().Return(place);
   }

@@ -46,8 +46,8 @@ class ScriptState {
   [[nodiscard]] virtual String closing_tag() const { return {}; }
   // Whether tags and texts stop here: nothing passes the boundary of a function.
   [[nodiscard]] virtual bool is_function() const { return false; }
-  // The closing tag of row `closing`, without attributes, comes next. The place where the block goes
-  // on when going there is all it takes; null, and nothing was done, when there is more to do.
+  // The closing tag of row `closing`, without attributes, comes next. The place where the block
+  // goes on when going there is all it takes; null, and nothing was done, when there is more to do.
   [[nodiscard]] virtual SourcePlace* TryRepeat(const TagRow& closing) {
     (void)closing;
     return nullptr;

@@ -53,10 +53,11 @@ struct TagReading {
   SourcePlace deferred;  // of the value that is evaluated later; 0 when there is none
   SourcePlace end;
   // Of a tag that assigns a value to a variable that is known: both; else null.
-  const ScopedName* target = nullptr;
+  const KnownName* target = nullptr;
   SiteValue* assigned = nullptr;
-  KnownName assigned_variable;  // the same as `target`
-  KnownName error_variable;     // of the tag
+  // Whether the value may be nothing but what is appended to the variable.
+  bool may_append = false;
+  KnownName error_variable;  // of the tag
   // Whether it leaves a function, with the only value if there is one.
   bool returns = false;
   // The tag with its names and constants, for whoever carries it out first.
@@ -88,6 +89,14 @@ struct SiteReference {
   uint32_t at = 0;  // where in the stretch's bytes its value belongs
 };
 
+struct SiteSkip;
+
+// A skip from where a site begins, by the number of its wanted tags (SiteStore::KeyOf).
+struct NotedSkip {
+  uint16_t key;
+  SiteSkip* skip;
+};
+
 struct Site {
   enum class Kind : uint8_t { Text, Tag, Anew };
 
@@ -108,6 +117,16 @@ struct Site {
   std::vector<std::unique_ptr<TagReading>> readings;
   TagReading* sole = nullptr;  // the first, when it has no references
   bool steps = false;          // whether it may be a step on whole numbers: the sole one only then
+
+  std::vector<NotedSkip> skips;  // that were asked for here
+
+  // The skip with that number, or null.
+  [[nodiscard]] SiteSkip* FindSkip(uint16_t key) const {
+    for (const NotedSkip& noted : skips) {
+      if (noted.key == key) return noted.skip;
+    }
+    return nullptr;
+  }
 };
 
 // Where a skip leads: from one place, with one set of wanted tags.

@@ -40,7 +40,8 @@ void FindAssignment(const TagRow& row, TagReading& reading) {
     reading.assigned = nullptr;
   }
   if (reading.assigned != nullptr) {
-    reading.assigned_variable = *reading.target;
+    const Expression& expression = reading.assigned->expression;
+    reading.may_append = !expression.empty() && expression.program().appends();
     reading.error_variable = Variables::Scope(String::Concat({row.name, kErrorVariableSuffix}));
   }
 }

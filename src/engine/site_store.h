@@ -28,14 +28,23 @@ class SiteStore {
     return (sites_[offset] = std::move(site)).get();
   }
 
-  // The skip from that offset to those tags, or null.
-  [[nodiscard]] SiteSkip* FindSkip(int64_t offset, std::span<const WantedTag> wanted) {
-    auto found = skips_.find(KeyOf(offset, wanted));
+  // A number for a set of wanted tags: 16 bits suffice for the few sets that can be wanted at one
+  // place.
+  [[nodiscard]] static uint16_t KeyOf(std::span<const WantedTag> wanted) {
+    uint64_t key = 0;
+    for (const WantedTag& tag : wanted) {
+      key = key * 193 + static_cast<uint64_t>(tag.id * 3 + (tag.closing_id > 0) + 1);
+    }
+    return static_cast<uint16_t>(key);
+  }
+  // The skip from that offset to the tags with that number, or null.
+  [[nodiscard]] SiteSkip* FindSkip(int64_t offset, uint16_t key) {
+    auto found = skips_.find(KeyOf(offset, key));
     return found == skips_.end() ? nullptr : &found->second;
   }
-  SiteSkip* AddSkip(int64_t offset, std::span<const WantedTag> wanted, SiteSkip skip) {
+  SiteSkip* AddSkip(int64_t offset, uint16_t key, SiteSkip skip) {
     size_bytes_ += kSiteSize + skip.references.size() * kPieceSize;
-    return &skips_.insert_or_assign(KeyOf(offset, wanted), std::move(skip)).first->second;
+    return &skips_.insert_or_assign(KeyOf(offset, key), std::move(skip)).first->second;
   }
   // Notes that a tag reads in a further way.
   void CountReading() { size_bytes_ += kSiteSize; }
@@ -48,14 +57,8 @@ class SiteStore {
   static constexpr size_t kSiteSize = 600;
   static constexpr size_t kPieceSize = 100;
 
-  // Two sets of wanted tags are told apart by the tags in them; 16 bits suffice for the few sets
-  // that can be wanted at one place.
-  static uint64_t KeyOf(int64_t offset, std::span<const WantedTag> wanted) {
-    uint64_t key = 0;
-    for (const WantedTag& tag : wanted) {
-      key = key * 193 + static_cast<uint64_t>(tag.id * 3 + (tag.closing_id > 0) + 1);
-    }
-    return static_cast<uint64_t>(offset) << 16 ^ (key & 0xFFFF);
+  static uint64_t KeyOf(int64_t offset, uint16_t key) {
+    return static_cast<uint64_t>(offset) << 16 ^ key;
   }
 
   std::unordered_map<int64_t, std::unique_ptr<Site>> sites_;

@@ -17,8 +17,8 @@ namespace vexa {
 
 // What is known of a pair that is read again and again: the variables that its texts mean.
 struct PairNames {
-  ScopedName name;
-  ScopedName value;  // when the value is a constant
+  KnownName name;
+  KnownName value;  // when the value is a constant
 };
 
 struct NameValuePair {

@@ -36,7 +36,7 @@ StateResult TagCall::AssignNamed(std::string_view name, std::string_view value) 
   const NameValuePair* target = Find(name);
   ScriptValue* found = tag_.FindValue(value);
   assert(target != nullptr && found != nullptr);
-  const bool known = target->names != nullptr && target->names->value.variable;
+  const bool known = target->names != nullptr && static_cast<bool>(target->names->value);
   return known ? script_.Assign(row(), target->names->value, std::move(*found))
                : script_.Assign(row(), target->value.view(), std::move(*found));
 }

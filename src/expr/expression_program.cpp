@@ -3,8 +3,9 @@
 // The stack keeps its values in storage that is not touched until a value is pushed, since most
 // expressions hold one or two; beyond a few it takes storage from the heap once. The value at the
 // bottom is the caller's result, so the last step leaves it where it is wanted; where functions are
-// called it has a slot like the others, so that arguments stand in a row. Of every step it holds that the stack has as many values afterwards as Finish() counted; what a failed step leaves
-// is destroyed with the stack.
+// called it has a slot like the others, so that arguments stand in a row. Of every step it holds
+// that the stack has as many values afterwards as Finish() counted; what a failed step leaves is
+// destroyed with the stack.
 
 #include "expr/expression_program.h"
 
@@ -16,6 +17,26 @@
 #include "core/number.h"
 
 namespace vexa {
+
+namespace {
+
+// The value of a leaf. `room` is where the value of a variable that computes it is put. Valid until
+// the next operation on the variables.
+const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& variables,
+                           ScriptValue& room) {
+  if (!leaf.variable.variable) return leaf.constant;
+  Variable* variable = variables.Find(leaf.variable);
+  if (variable == nullptr) {
+    room.clear();
+    return room;
+  }
+  if (variable->plain()) [[likely]]
+    return variable->plain_value();
+  room = variable->value();
+  return room;
+}
+
+}  // namespace
 
 // --- Putting it together ---------------------------------------------------------------------
 
@@ -71,6 +92,28 @@ void ExpressionProgram::Finish() {
                step.left == (i == 0 ? 0 : kStack);
   }
   FindWholeForm();
+  only_call_ = calls_.size() == 1 && steps_.size() >= 2 &&
+               calls_[0].argument_count <= kFewArguments &&
+               steps_.size() == size_t{calls_[0].argument_count} + 2 &&
+               steps_[0].action == Action::CheckCall && steps_.back().action == Action::Call;
+  for (size_t i = 1; i + 1 < steps_.size(); ++i) {
+    only_call_ = only_call_ && steps_[i].action == Action::Push;
+  }
+}
+
+// A call whose arguments are leaves: they go straight to where the function takes them from.
+bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& variables,
+                                         ScriptValue& result) const {
+  const CallSite& call = calls_[0];
+  const Callable* function = FindCallee(call, context);
+  if (function == nullptr) return false;
+  ScriptValue arguments[kFewArguments];
+  for (size_t i = 0; i < call.argument_count; ++i) {
+    const ScriptValue& value = ValueOf(leaves_[steps_[i + 1].left], variables, arguments[i]);
+    if (&value != &arguments[i]) arguments[i] = value;
+  }
+  result.clear();
+  return CallIt(call, *function, context, {arguments, call.argument_count}, result);
 }
 
 void ExpressionProgram::FindWholeForm() {
@@ -94,26 +137,6 @@ bool ExpressionProgram::CallsScript() const {
 }
 
 // --- Evaluating ------------------------------------------------------------------------------
-
-namespace {
-
-// The value of a leaf. `room` is where the value of a variable that computes it is put. Valid until
-// the next operation on the variables.
-const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& variables,
-                           ScriptValue& room) {
-  if (!leaf.variable.variable) return leaf.constant;
-  Variable* variable = variables.Find(leaf.variable);
-  if (variable == nullptr) {
-    room.clear();
-    return room;
-  }
-  if (variable->plain()) [[likely]]
-    return variable->plain_value();
-  room = variable->value();
-  return room;
-}
-
-}  // namespace
 
 // The values and waiting functions of one evaluation.
 class ExpressionProgram::Stack {
@@ -208,6 +231,7 @@ bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result
     result.SetInteger(whole);
     return true;
   }
+  if (only_call_) return EvaluateOnlyCall(context, variables, result);
   Stack stack(*this, variables, result);
   if (!Run(context, stack)) return false;
   stack.Finish();
@@ -229,9 +253,12 @@ bool ExpressionProgram::Run(ExpressionContext& context, Stack& stack) const {
       case Action::Operate:
         if (!OperateOn(step, context, stack)) return false;
         break;
-      case Action::CheckCall:
-        if (!CheckCall(calls_[step.left], context, stack)) return false;
+      case Action::CheckCall: {
+        const Callable* function = FindCallee(calls_[step.left], context);
+        if (function == nullptr) return false;
+        stack.PushFunction(function);
         break;
+      }
       case Action::Call:
         if (!Call(calls_[step.left], context, stack)) return false;
         break;
@@ -268,32 +295,36 @@ bool ExpressionProgram::OperateOn(const Step& step, ExpressionContext& context,
   return Operate(*step.op, context, left, right);
 }
 
-bool ExpressionProgram::CheckCall(const CallSite& call, ExpressionContext& context,
-                                  Stack& stack) const {
+// The function; null after an error was reported.
+const Callable* ExpressionProgram::FindCallee(const CallSite& call, ExpressionContext& context) {
   const Callable* function = call.builtin;
-  if (function == nullptr && !context.FindFunction(call.symbol, function)) return false;
+  if (function == nullptr && !context.FindFunction(call.symbol, function)) return nullptr;
   if (function == nullptr) {
-    return context.ReportExpressionError(
-        String::Concat({"Call to undefined function '", call.name, "'"}));
+    context.ReportExpressionError(String::Concat({"Call to undefined function '", call.name, "'"}));
+    return nullptr;
   }
   const int expected = function->parameter_count();
   if (static_cast<uint32_t>(expected) != call.argument_count) {
-    return context.ReportExpressionError(String::Concat(
+    context.ReportExpressionError(String::Concat(
         {"Call to function '", call.name, "' expects ", PrintInteger(expected).view(),
          expected == 1 ? " parameter, found " : " parameters, found ",
          PrintInteger(call.argument_count).view()}));
+    return nullptr;
   }
-  stack.PushFunction(function);
-  return true;
+  return function;
+}
+
+bool ExpressionProgram::CallIt(const CallSite& call, const Callable& function,
+                               ExpressionContext& context, std::span<ScriptValue> arguments,
+                               ScriptValue& result) {
+  return call.builtin != nullptr ? call.builtin->handler()(BuiltinCall(context, arguments, result))
+                                 : context.CallFunction(function, arguments, result);
 }
 
 bool ExpressionProgram::Call(const CallSite& call, ExpressionContext& context, Stack& stack) {
   const Callable& function = *stack.PopFunction();
   ScriptValue result;
-  const std::span<ScriptValue> arguments = stack.Arguments(call.argument_count);
-  const bool done = call.builtin != nullptr
-                        ? call.builtin->handler()(BuiltinCall(context, arguments, result))
-                        : context.CallFunction(function, arguments, result);
+  const bool done = CallIt(call, function, context, stack.Arguments(call.argument_count), result);
   stack.ReplaceArguments(call.argument_count, std::move(result));
   return done;
 }

@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -78,6 +79,8 @@ class ExpressionProgram {
   // entered again while it runs, through the functions it calls. REQUIRES: it is not empty, and
   // `result` is no value of a variable.
   [[nodiscard]] bool Evaluate(ExpressionContext& context, ScriptValue& result) const;
+  // Whether TryAppend may ever do so.
+  [[nodiscard]] bool appends() const { return appends_; }
   // When the expression is `target $ a $ b ...`, with nothing but constants and other variables
   // behind `target`, and `target` is plain: appends them to its value in place and returns true.
   // Otherwise does nothing.
@@ -101,12 +104,17 @@ class ExpressionProgram {
   }
 
  private:
+  static constexpr size_t kFewArguments = 4;
   class Stack;
 
   void FindWholeForm();
   bool Run(ExpressionContext& context, Stack& stack) const;
   bool OperateOn(const Step& step, ExpressionContext& context, Stack& stack) const;
-  bool CheckCall(const CallSite& call, ExpressionContext& context, Stack& stack) const;
+  bool EvaluateOnlyCall(ExpressionContext& context, Variables& variables,
+                        ScriptValue& result) const;
+  static const Callable* FindCallee(const CallSite& call, ExpressionContext& context);
+  static bool CallIt(const CallSite& call, const Callable& function, ExpressionContext& context,
+                     std::span<ScriptValue> arguments, ScriptValue& result);
   static bool Call(const CallSite& call, ExpressionContext& context, Stack& stack);
 
   std::vector<Leaf> leaves_;
@@ -116,6 +124,7 @@ class ExpressionProgram {
   uint32_t most_functions_ = 0;  // how many calls wait for their arguments at most
   bool appends_ = false;         // whether it has the shape that TryAppend looks for
   WholeNumberForm whole_;
+  bool only_call_ = false;  // whether it is a call of a function with a few leaves
 };
 
 }  // namespace vexa

@@ -59,8 +59,8 @@ class WHILEState final : public BlockState {
     ScriptValue value;
     if (!parser().EvaluateAt(condition_, value)) return StateResult::Failed;
     const bool holds = value.IsTrue();
-    if (!IsLegacy() &&
-        parser().Assign(opener(), condition_name_.name(), std::move(value)) == StateResult::Failed) {
+    if (!IsLegacy() && parser().Assign(opener(), condition_name_.name(), std::move(value)) ==
+                           StateResult::Failed) {
       return StateResult::Failed;
     }
     return holds ? StateResult::Handled : StateResult::Finished;
@@ -83,7 +83,7 @@ class WHILEState final : public BlockState {
   [[nodiscard]] bool IsLegacy() const { return opener().id == kTagWHILE; }
 
   DeferredExpression condition_;
-  SourcePlace body_;           // just behind the opening tag
+  SourcePlace body_;          // just behind the opening tag
   KnownName condition_name_;  // the variable that receives the condition's value
 };
 
