@@ -58,8 +58,9 @@ bool Change::WriteHeader(const ChangedFile& file, const std::string& header, Str
 
 bool Change::WritePiece(const Piece& piece, String& error) {
   String reason;
-  if (WriteExactly(*piece.file, piece.offset, piece.bytes.data(),
-                   static_cast<int>(piece.bytes.size()), reason)) {
+  const std::string_view bytes = piece.changed_bytes();
+  if (WriteExactly(*piece.file, piece.changed_offset(), bytes.data(),
+                   static_cast<int>(bytes.size()), reason)) {
     return true;
   }
   error = Message(ErrorName(piece.file), reason);
@@ -79,8 +80,8 @@ bool Change::IsOneWrite() const {
   int writes_needed = former.substr(kDateEnd) != header.substr(kDateEnd) ? 1 : 0;
   for (const Piece& piece : writes.pieces()) {
     if (!piece.changed) continue;
-    const int64_t last = piece.offset + static_cast<int64_t>(piece.bytes.size()) - 1;
-    if (piece.offset / kBlock != last / kBlock) return false;
+    const int64_t last = piece.offset + static_cast<int64_t>(piece.end) - 1;
+    if (piece.changed_offset() / kBlock != last / kBlock) return false;
     ++writes_needed;
   }
   return writes_needed <= 1;
@@ -99,7 +100,7 @@ ChangeOutcome Change::Commit(Journal& journal, Durability durability, String& er
     return synced ? ChangeOutcome::Done : ChangeOutcome::Unfinished;
   }
   uint64_t number;
-  if (!NewChangeNumber(number)) {
+  if (!journal.numbers().Next(number)) {
     error = Message(table.errorname, "The system gives no random numbers");
     return ChangeOutcome::Undone;
   }
@@ -134,13 +135,16 @@ bool Change::WriteInPlace(String& error) {
 JournalContent Change::Describe(uint64_t number) const {
   JournalContent content;
   content.number = number;
+  content.indexes.reserve(indexes.size());
+  content.places.reserve(indexes.size() + writes.pieces().size());
   for (const ChangedFile& index : indexes) {
     content.indexes.push_back({index.path, index.former});
     content.places.push_back({FileNumber(index.file), 0, index.header});
   }
   for (const Piece& piece : writes.pieces()) {
     if (!piece.changed) continue;
-    content.places.push_back({FileNumber(piece.file), piece.offset, piece.bytes});
+    content.places.push_back(
+        {FileNumber(piece.file), piece.changed_offset(), piece.changed_bytes()});
   }
   return content;
 }
@@ -207,9 +211,8 @@ bool FileSwap::Commit(Journal& journal, Durability durability, bool& happened, S
   if (NeedsMark()) {
     JournalContent content;
     content.number = number;
-    for (const String& index : indexes) {
-      content.indexes.push_back({index, std::string(kMarkedIndexHeader, '\0')});
-    }
+    const std::string none(kMarkedIndexHeader, '\0');
+    for (const String& index : indexes) content.indexes.push_back({index, none});
     for (const Swap& swap : swaps) content.swaps.push_back({swap.from, swap.to});
     if (!journal.Write(content, table.path, table.errorname, durability, error)) return false;
     // 3: from here on the change counts.

@@ -161,8 +161,9 @@ class Completer {
         if (file == nullptr || is_header != (pass != Pass::Pages)) continue;
         if (!is_header && !MayStandThere(place, *file)) continue;
         if (is_header && place.bytes.size() != kMarkedIndexHeader) continue;
-        const std::string bytes =
-            pass == Pass::Marks ? MarkedIndex(place.bytes, content.number) : place.bytes;
+        std::string marked;
+        if (pass == Pass::Marks) marked = MarkedIndex(place.bytes, content.number);
+        const std::string_view bytes = pass == Pass::Marks ? marked : place.bytes;
         String reason;
         if (!WriteExactly(*file, place.offset, bytes.data(), static_cast<int>(bytes.size()),
                           reason)) {

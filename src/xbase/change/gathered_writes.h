@@ -8,10 +8,8 @@
 #define VEXA_XBASE_CHANGE_GATHERED_WRITES_H_
 
 #include <cstdint>
-#include <map>
-#include <string>
+#include <memory>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "core/file.h"
@@ -23,29 +21,54 @@ class GatheredWrites {
   struct Piece {
     File* file;  // borrowed
     int64_t offset;
-    std::string former;  // what stands there; empty when nothing of it counts
-    std::string bytes;   // what will stand there
-    bool changed;
+    std::string_view former;  // what stands there; empty when nothing of it counts
+    std::string_view bytes;   // what will stand there
+    bool changed = false;
+    // From the first byte that becomes different to behind the last one.
+    size_t begin = 0;
+    size_t end = 0;
+
+    [[nodiscard]] int64_t changed_offset() const { return offset + static_cast<int64_t>(begin); }
+    [[nodiscard]] std::string_view changed_bytes() const {
+      return bytes.substr(begin, end - begin);
+    }
+    void Compare();
   };
 
   // Reads `count` bytes at `offset` as they will be. False with the cause in `reason`.
   [[nodiscard]] bool Read(File& file, int64_t offset, char* buffer, int count, String& reason);
   // Whether what stands at that place is known here.
   [[nodiscard]] bool Knows(const File& file, int64_t offset) const {
-    return places_.count({&file, offset}) != 0;
+    return Find(file, offset) != kNone;
   }
   // Gathers a write. What stands there is what was read here before, or else what `former` says.
   void Write(File& file, int64_t offset, std::string_view bytes, std::string_view former = {});
 
-  // In the order in which they were first read or written.
+  // In the order in which they were first read or written. Their bytes live as long as this.
   [[nodiscard]] const std::vector<Piece>& pieces() const { return pieces_; }
 
  private:
+  static constexpr size_t kNone = SIZE_MAX;
+
   // A damaged tree may make a change read a whole file: no more pages than these are kept.
   static constexpr size_t kMostPieces = 4096;
 
+  // The number of the piece at that place. They are few, and those found last are asked for first.
+  [[nodiscard]] size_t Find(const File& file, int64_t offset) const;
+  // Makes a piece of bytes that Keep gave.
+  Piece& Add(File& file, int64_t offset, std::string_view former, std::string_view bytes);
+  // A copy that lives as long as this.
+  [[nodiscard]] std::string_view Keep(std::string_view bytes);
+
+  struct Place {
+    const File* file;
+    int64_t offset;
+  };
   std::vector<Piece> pieces_;
-  std::map<std::pair<const File*, int64_t>, size_t> places_;
+  std::vector<Place> places_;  // of the pieces
+  std::vector<std::unique_ptr<char[]>> chunks_;
+  size_t size_ = 0;  // of the last chunk
+  size_t left_ = 0;  // at its end
 };
 
 }  // namespace vexa

@@ -17,6 +17,7 @@
 
 #include <cassert>
 #include <filesystem>
+#include <utility>
 
 #include "core/byte_order.h"
 #include "core/file_access.h"
@@ -34,22 +35,42 @@ constexpr int64_t kLongestJournal = int64_t{256} << 20;
 constexpr int kPermissionBits = 0666;
 
 uint64_t Checksum(std::string_view bytes) {
+  constexpr uint64_t kPrime = 0x100000001b3;
+  constexpr size_t kWord = 8;
+  static constexpr auto kPowers = [] {
+    std::array<uint64_t, kWord + 1> powers{1};
+    for (size_t i = 1; i < powers.size(); ++i) powers[i] = powers[i - 1] * kPrime;
+    return powers;
+  }();
   uint64_t sum = 0xcbf29ce484222325;
-  for (char c : bytes) sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+  const char* at = bytes.data();
+  size_t size = bytes.size();
+  // Pages of an index are zeros mostly, and zeros only multiply.
+  for (; size >= kWord; at += kWord, size -= kWord) {
+    size_t left = kWord;
+    for (uint64_t word = Get64(at); word != 0; word >>= 8, --left) {
+      sum = (sum ^ (word & 0xFF)) * kPrime;
+    }
+    sum *= kPowers[left];
+  }
+  for (; size > 0; ++at, --size) sum = (sum ^ Get8(at)) * kPrime;
   return sum;
 }
 
 void Append16(std::string& to, size_t value) {
-  to.resize(to.size() + 2);
-  Put16(to.data() + to.size() - 2, static_cast<uint16_t>(value));
+  char bytes[2];
+  Put16(bytes, static_cast<uint16_t>(value));
+  to.append(bytes, sizeof bytes);
 }
 void Append32(std::string& to, size_t value) {
-  to.resize(to.size() + 4);
-  Put32(to.data() + to.size() - 4, static_cast<uint32_t>(value));
+  char bytes[4];
+  Put32(bytes, static_cast<uint32_t>(value));
+  to.append(bytes, sizeof bytes);
 }
 void Append64(std::string& to, uint64_t value) {
-  to.resize(to.size() + 8);
-  Put64(to.data() + to.size() - 8, value);
+  char bytes[8];
+  Put64(bytes, value);
+  to.append(bytes, sizeof bytes);
 }
 
 std::filesystem::path DirectoryOf(const String& table) {
@@ -57,6 +78,14 @@ std::filesystem::path DirectoryOf(const String& table) {
 }
 
 void AppendPath(std::string& to, const String& path, const String& table) {
+  const std::string_view name = path;
+  const size_t slash = name.rfind('/');
+  if (slash != std::string_view::npos && slash == table.view().rfind('/') &&
+      table.view().starts_with(name.substr(0, slash)) && slash + 1 < name.size()) {
+    Append16(to, name.size() - slash - 1);
+    to += name.substr(slash + 1);
+    return;
+  }
   const std::string relative =
       std::filesystem::path(path.c_str()).lexically_relative(DirectoryOf(table)).string();
   Append16(to, relative.size());
@@ -128,6 +157,20 @@ std::string MarkedIndex(std::string_view header, uint64_t number) {
   return Marked(header, kIndexMark, number);
 }
 
+bool ChangeNumbers::Next(uint64_t& number) {
+  do {
+    if (left_ == 0) {
+      // Who makes a second change makes many.
+      const size_t count = drawn_ ? numbers_.size() : 1;
+      if (::getentropy(numbers_.data(), count * sizeof number) != 0) return false;
+      drawn_ = true;
+      left_ = count;
+    }
+    number = numbers_[--left_];
+  } while (number == 0);
+  return true;
+}
+
 bool NewChangeNumber(uint64_t& number) {
   do {
     if (::getentropy(&number, sizeof number) != 0) return false;
@@ -147,7 +190,14 @@ String JournalPath(const String& table) { return table + "-journal"; }
 // --- Bytes -----------------------------------------------------------------------------------
 
 std::string EncodeJournal(const JournalContent& content, const String& table) {
-  std::string bytes(kMagic);
+  constexpr size_t kMostNumbers = 24;  // of one entry
+  constexpr size_t kUsualPath = 512;
+  size_t size = kContentOffset + kMostNumbers + kUsualPath;
+  for (const auto& index : content.indexes) size += kMostNumbers + index.former.size();
+  for (const auto& place : content.places) size += kMostNumbers + place.bytes.size();
+  std::string bytes;
+  bytes.reserve(size);
+  bytes = kMagic;
   Append64(bytes, content.number);
   Append64(bytes, 0);
   Append32(bytes, content.indexes.size());
@@ -173,25 +223,27 @@ std::string EncodeJournal(const JournalContent& content, const String& table) {
   return bytes;
 }
 
-bool DecodeJournal(std::string_view bytes, const String& table, JournalContent& content) {
+bool DecodeJournal(std::string stored, const String& table, JournalContent& content) {
+  content = {};
+  content.storage = std::move(stored);
+  std::string_view bytes = content.storage;
   if (bytes.size() < kContentOffset + kChecksumSize || !bytes.starts_with(kMagic)) return false;
   const uint64_t length = Get64(bytes.data() + kLengthOffset);
   if (length < kContentOffset + kChecksumSize || length > bytes.size()) return false;
   bytes = bytes.substr(0, length - kChecksumSize);
   if (Get64(bytes.data() + bytes.size()) != Checksum(bytes)) return false;
 
-  content = {};
   content.number = Get64(bytes.data() + kMagic.size());
   Taker taker(bytes.substr(kContentOffset));
   for (uint32_t left = taker.Number32(); left > 0 && taker.good(); --left) {
     String path = taker.Path(table);
-    content.indexes.push_back({std::move(path), std::string(taker.Bytes(kMarkedIndexHeader))});
+    content.indexes.push_back({std::move(path), taker.Bytes(kMarkedIndexHeader)});
   }
   for (uint32_t left = taker.Number32(); left > 0 && taker.good(); --left) {
     JournalContent::Place place{taker.Number32(), static_cast<int64_t>(taker.Number64()), {}};
     place.bytes = taker.Bytes(taker.Number32());
     if (place.file > content.indexes.size() || place.offset < 0) return false;
-    content.places.push_back(std::move(place));
+    content.places.push_back(place);
   }
   for (uint32_t left = taker.Number32(); left > 0 && taker.good(); --left) {
     String from = taker.Path(table);
@@ -221,7 +273,8 @@ JournalState ReadJournal(FileManager& files, const String& table, JournalContent
     return JournalState::Unreadable;
   }
   bytes.resize(static_cast<size_t>(got));
-  return DecodeJournal(bytes, table, content) ? JournalState::Found : JournalState::Missing;
+  return DecodeJournal(std::move(bytes), table, content) ? JournalState::Found
+                                                         : JournalState::Missing;
 }
 
 bool Journal::Open(const String& table, Durability durability, String& reason) {

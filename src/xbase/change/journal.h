@@ -46,6 +46,8 @@
 #ifndef VEXA_XBASE_CHANGE_JOURNAL_H_
 #define VEXA_XBASE_CHANGE_JOURNAL_H_
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -77,18 +79,19 @@ inline constexpr char kNextCompletes[] = " (the next request completes the chang
 
 struct JournalContent {
   struct Index {
-    String path;         // finished
-    std::string former;  // kMarkedIndexHeader bytes
+    String path;              // finished
+    std::string_view former;  // kMarkedIndexHeader bytes
   };
   struct Place {
     uint32_t file;  // 0 the table, else indexes[file - 1]
     int64_t offset;
-    std::string bytes;
+    std::string_view bytes;  // those that change
   };
   struct Swap {
     String from;  // finished paths
     String to;
   };
+  std::string storage;  // what the views of a journal that was read look at
   uint64_t number = 0;
   std::vector<Index> indexes;
   std::vector<Place> places;
@@ -97,6 +100,17 @@ struct JournalContent {
 
 // A number for a change, never 0. False when the system has none.
 [[nodiscard]] bool NewChangeNumber(uint64_t& number);
+// The same for who makes many changes. Not to be shared with a process that is forked off.
+class ChangeNumbers {
+ public:
+  [[nodiscard]] bool Next(uint64_t& number);
+
+ private:
+  std::array<uint64_t, 32> numbers_;
+  size_t left_ = 0;
+  bool drawn_ = false;
+};
+
 // The name of a file that is made for change `number` beside the one at `path`.
 [[nodiscard]] String NewFileName(const String& path, uint64_t number);
 
@@ -104,8 +118,7 @@ struct JournalContent {
 // The bytes of a journal. `table` is the table's path without links.
 [[nodiscard]] std::string EncodeJournal(const JournalContent& content, const String& table);
 // False when they are no journal.
-[[nodiscard]] bool DecodeJournal(std::string_view bytes, const String& table,
-                                 JournalContent& content);
+[[nodiscard]] bool DecodeJournal(std::string bytes, const String& table, JournalContent& content);
 
 // What reading the journal of a table came to.
 enum class JournalState { Found, Missing, Unreadable };
@@ -127,6 +140,7 @@ class Journal {
   // REQUIRES: the table's header is locked and bears no mark.
   [[nodiscard]] bool Write(const JournalContent& content, const String& table,
                            const String& errorname, Durability durability, String& error);
+  [[nodiscard]] ChangeNumbers& numbers() { return numbers_; }
   void Close() { file_.reset(); }
 
  private:
@@ -134,6 +148,7 @@ class Journal {
 
   FileManager& files_;
   std::unique_ptr<File> file_;
+  ChangeNumbers numbers_;
 };
 
 }  // namespace vexa

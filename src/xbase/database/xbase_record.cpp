@@ -159,7 +159,8 @@ String XBaseRecord::BusyMessage() const {
 
 void XBaseRecord::SetEOF(bool end) {
   // A page may assign to EOF like to any other variable.
-  (void)eof_->SetValue(end ? "1" : "0");
+  const std::string_view value = end ? "1" : "0";
+  if (eof_->value() != value) (void)eof_->SetValue(value);
 }
 
 }  // namespace vexa
