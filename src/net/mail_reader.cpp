@@ -276,6 +276,8 @@ std::string_view ReceivedMail::Header(std::string_view name) const {
   return {};
 }
 
+bool PrepareMailReader(String& error) { return LoadGMime(error) != nullptr; }
+
 bool ReadMail(std::string_view raw, MailParts parts, AttachmentSink& sink, ReceivedMail& mail,
               String& error) {
   const GMimeLibrary* library = LoadGMime(error);

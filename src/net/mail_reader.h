@@ -35,6 +35,9 @@ class AttachmentSink {
   [[nodiscard]] virtual bool Take(const String& name, std::string_view content) = 0;
 };
 
+// Loads the library. False with `error` set when it is missing.
+[[nodiscard]] bool PrepareMailReader(String& error);
+
 enum class MailParts { HeaderOnly, All };
 
 // Reads `raw` into `mail`. With HeaderOnly `raw` may be cut off anywhere behind the header.

@@ -48,6 +48,9 @@ StateResult ProcessVxLOCALIZED(TagCall& call);
 // lock_tags.cpp
 StateResult ProcessVxLOCKFILE(TagCall& call);
 
+// pop_tags.cpp
+StateResult ProcessVxPOP(TagCall& call);
+
 // record_tags.cpp
 StateResult ProcessVxSKIP(TagCall& call);
 StateResult ProcessVxGO(TagCall& call);
