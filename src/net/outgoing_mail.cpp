@@ -23,7 +23,7 @@ namespace vexa {
 namespace {
 
 constexpr size_t kMostReceivers = 100;
-constexpr size_t kMostReplyBytes = 1024 * 1024;  // of the server, in one dialogue
+constexpr size_t kLargestReply = 8192;  // bytes of the server; the library takes little more
 constexpr int kReadBlock = 65536;
 
 // The name by which this machine greets: a literal address when it has none in the net.
@@ -75,10 +75,12 @@ class Dialogue final : public TransferContent {
 
 bool Dialogue::TakeLine(std::string_view line) {
   reply_bytes_ += line.size();
-  if (reply_bytes_ > kMostReplyBytes) return Stop(kNotUnderstood);
+  if (reply_bytes_ > kLargestReply) return Stop(kNotUnderstood);
   line = Stripped(line);
-  if (line.size() < 3) return true;
   const std::string_view code = line.substr(0, 3);
+  if (code.size() < 3 || !std::all_of(code.begin(), code.end(), IsDigit)) {
+    return Stop(kNotUnderstood);
+  }
   const std::string_view text = line.size() > 4 ? line.substr(4) : std::string_view();
   if (code == "250" && text.starts_with("AUTH ")) {
     const auto offers = [text](std::string_view word) {
@@ -89,7 +91,9 @@ bool Dialogue::TakeLine(std::string_view line) {
     offers_login_ = offers_login_ || offers(" PLAIN") || offers(" LOGIN");
   }
   if (line.size() > 3 && line[3] == '-') return true;
-  refusal_ = code[0] == '4' || code[0] == '5' ? line : std::string_view();
+  reply_bytes_ = 0;
+  // Behind a refusal the library says good-bye.
+  if (code != "221") refusal_ = code[0] == '4' || code[0] == '5' ? line : std::string_view();
   if (code == "220") {
     // The greeting, or the start of encryption, behind which only the offers made then count.
     if (std::exchange(greeted_, true)) encrypts_later_ = false;

@@ -28,6 +28,7 @@ class QuietSignals {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &mask_);
+    outside_ = mask_;
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &ignore, &broken_pipe_);
@@ -36,13 +37,22 @@ class QuietSignals {
     sigaction(SIGPIPE, &broken_pipe_, nullptr);
     pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
   }
+  // Takes the signals that came meanwhile. REQUIRES: one exists.
+  static void LetIn() {
+    sigset_t all;
+    pthread_sigmask(SIG_SETMASK, &outside_, &all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  }
   QuietSignals(const QuietSignals&) = delete;
   QuietSignals& operator=(const QuietSignals&) = delete;
 
  private:
+  static sigset_t outside_;  // what is blocked while none exists
   sigset_t mask_;
   struct sigaction broken_pipe_;
 };
+
+sigset_t QuietSignals::outside_;
 
 constexpr int kLongestWait = 500;  // milliseconds
 constexpr long kNever = 1000000;   // seconds; for limits of the library that ours replace
@@ -66,11 +76,15 @@ Transfer::Transfer(Vexa& host, const CurlLibrary& library)
 Transfer::~Transfer() {
   // The library waits for answers to its last commands. One that reads the end of the connection
   // does not; and behind a dialogue that failed not even a command is sent.
-  for (const curl_socket_t socket : sockets_) ::shutdown(socket, ended_well_ ? SHUT_RD : SHUT_RDWR);
+  HangUp(ended_well_ ? SHUT_RD : SHUT_RDWR);
   const QuietSignals quiet;
   LeaveMulti();
   if (easy_ != nullptr) library_.easy_cleanup(easy_);
   if (multi_ != nullptr) library_.multi_cleanup(multi_);
+}
+
+void Transfer::HangUp(int how) {
+  for (const curl_socket_t socket : sockets_) ::shutdown(socket, how);
 }
 
 void Transfer::LeaveMulti() {
@@ -121,6 +135,11 @@ bool Transfer::SetServer(std::string_view scheme, const ServerName& server, std:
       {scheme, "://", open, server.host, close, ":", PortText(server.port), "/", rest});
   Set(CURLOPT_URL, address);
   Set(CURLOPT_PROTOCOLS_STR, String(scheme));
+  if (scheme.starts_with("smtp")) {
+    Set(CURLOPT_DEBUGFUNCTION, &Transfer::Watch);
+    Set(CURLOPT_DEBUGDATA, this);
+    Set(CURLOPT_VERBOSE, 1L);
+  }
   return true;
 }
 
@@ -149,6 +168,8 @@ bool Transfer::Run() {
   const bool done = Drive();
   {
     const QuietSignals quiet;
+    // The library would end a mail that is sent by halves as if it were whole.
+    if (!done) HangUp(SHUT_RDWR);
     LeaveMulti();
   }
   ended_well_ = done;
@@ -265,6 +286,8 @@ bool Transfer::Fail(String reason) {
 }
 
 bool Transfer::FailWithCode(CURLcode code) {
+  // CheckTime, called from within the library, has given the reason.
+  if (code == CURLE_ABORTED_BY_CALLBACK && !reason_.empty()) return false;
   // What we ended ourselves has a reason of its own.
   const bool has_problem = content_ != nullptr && !content_->problem().empty();
   return Fail(has_problem ? content_->problem() : ReasonFor(code));
@@ -288,9 +311,14 @@ String Transfer::ReasonFor(CURLcode code) const {
     case CURLE_PARTIAL_FILE:
       return kConnectionLost;
     case CURLE_RECV_ERROR:
-      // The library's word for a broken encoding is the same as for a broken connection.
-      return std::string_view(error_text_).find("hunk") == std::string_view::npos ? kConnectionLost
-                                                                                  : kNotUnderstood;
+      // The library's word for a broken encoding and an endless reply is the same as for a broken
+      // connection.
+      for (const std::string_view said : {"hunk", "Too large"}) {
+        if (std::string_view(error_text_).find(said) != std::string_view::npos) {
+          return kNotUnderstood;
+        }
+      }
+      return kConnectionLost;
     case CURLE_PEER_FAILED_VERIFICATION:
       return String::Concat({"The certificate of ", host, " cannot be trusted"});
     case CURLE_USE_SSL_FAILED:
@@ -385,11 +413,22 @@ int Transfer::GiveAgain(void* self, curl_off_t offset, int origin) {
   return again ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 
+// Behind a refusal the library says QUIT and waits for what the server says to that.
+int Transfer::Watch(CURL*, curl_infotype type, char* bytes, size_t size, void* self) {
+  const bool quits = type == CURLINFO_HEADER_OUT && std::string_view(bytes, size) == "QUIT\r\n";
+  if (quits) static_cast<Transfer*>(self)->HangUp(SHUT_RD);
+  return 0;
+}
+
+// Called at least once a second, also where the library waits inside of a step, as it does for the
+// word on a mail that was sent.
 int Transfer::TakeCount(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t) {
-  return Ask(self, false,
-             [received](TransferContent& content) { return content.TakeCount(received); })
-             ? 0
-             : 1;
+  auto& transfer = *static_cast<Transfer*>(self);
+  QuietSignals::LetIn();
+  const bool go_on = Ask(self, false, [&transfer, received](TransferContent& content) {
+    return transfer.CheckTime() && content.TakeCount(received);
+  });
+  return go_on ? 0 : 1;
 }
 
 }  // namespace vexa

@@ -119,6 +119,7 @@ class Transfer {
   [[nodiscard]] int MillisecondsToWait() const;
   [[nodiscard]] bool WaitForSocket(short events);
   void LeaveMulti();
+  void HangUp(int how);
 
   // Lets the content work for the library; `failed` when it runs out of memory.
   template <typename Result, typename Work>
@@ -131,6 +132,7 @@ class Transfer {
   static size_t TakeBody(char* bytes, size_t size, size_t count, void* self);
   static size_t GiveBody(char* bytes, size_t size, size_t count, void* self);
   static int GiveAgain(void* self, curl_off_t offset, int origin);
+  static int Watch(CURL* easy, curl_infotype type, char* bytes, size_t size, void* self);
   static int TakeCount(void* self, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t);
 
   Vexa& host_;

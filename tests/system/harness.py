@@ -157,7 +157,7 @@ def make_certificates(directory):
 
 def page_of(process):
     """What a process that ends by itself wrote behind the headers."""
-    output, errors = process.communicate(timeout=300)
+    output, errors = process.communicate(timeout=60)
     expect("standard error", errors, b"")
     expect("exit status", process.returncode, 1)
     head, separator, page = output.partition(b"\r\n\r\n")

@@ -173,6 +173,129 @@ def contents(site):
         expect("bytes", (one.get_content() == data, two.get_content()), (True, b""))
 
 
+CLOSE, HANG, ENDLESS, LATE = "close", "hang", "endless", "late"
+
+
+class Lines(list):
+    """What a server was told; `hung_up` counts the dialogues that are over."""
+
+    def __init__(self):
+        super().__init__()
+        self.hung_up = threading.Semaphore(0)
+
+
+@contextlib.contextmanager
+def scripted(replies, answer=b"250 OK\r\n", tls=None):
+    """A server that answers each command with what `replies` has for its verb ("" is the greeting, "." a
+    mail's end): bytes, a list of them for one after the other, or CLOSE, HANG, ENDLESS or LATE bytes. Yields its
+    address and the lines it gets; with `tls`, a context, it can STARTTLS."""
+    listener = socket.create_server(("127.0.0.1", 0))
+    lines, ended = Lines(), threading.Event()
+
+    def reply(connection, verb):
+        chosen = replies.get(verb, answer)
+        if isinstance(chosen, list):
+            chosen = chosen.pop(0) if len(chosen) > 1 else chosen[0]
+        if chosen == HANG:
+            ended.wait()
+        if chosen in (CLOSE, HANG):
+            raise ConnectionError
+        while chosen[0] == ENDLESS:
+            connection.sendall(chosen[1])
+        if chosen[0] == LATE:
+            connection.sendall(chosen[1])
+            time.sleep(5)  # Reads only when the page has given up.
+            chosen = b""
+        connection.sendall(chosen)
+
+    def converse(connection):
+        reply(connection, "")
+        stream, in_text = connection.makefile("rb"), False
+        for line in stream:
+            lines.append(line.decode("latin-1").rstrip("\r\n"))
+            if in_text and lines[-1] != ".":
+                continue
+            verb = lines[-1].split(" ")[0].upper()
+            reply(connection, verb)
+            in_text = verb == "DATA" and b"354" in str(replies.get(verb, "")).encode()
+            if verb == "STARTTLS" and tls:
+                connection = tls.wrap_socket(connection, server_side=True)
+                stream.close()
+                return converse_again(connection)
+
+    def converse_again(connection):
+        replies[""] = b""
+        replies.update(replies.pop("after", {}))
+        converse(connection)
+
+    def serve():
+        while not ended.is_set():
+            try:
+                connection, _ = listener.accept()
+            except OSError:
+                return
+            with connection, contextlib.suppress(OSError):
+                converse(connection)
+            lines.hung_up.release()
+
+    threading.Thread(target=serve, daemon=True).start()
+    try:
+        yield f"127.0.0.1:{listener.getsockname()[1]}", lines
+    finally:
+        ended.set()
+        listener.shutdown(socket.SHUT_RDWR)
+        listener.close()
+
+
+LOST = "The connection was lost"
+SMTP_OK = {"": b"220 mx\r\n", "DATA": b"354 go\r\n", "QUIT": b"221 bye\r\n"}
+SMTP_CASES = [  # What the server does otherwise, attributes, the reason, and the last line that it gets.
+    ({"": b"554 go <away>\r\n"}, "", "The server answered: 554 go &lt;away&gt;", None),
+    ({"": b"hello\r\n"}, "", "The server's answer cannot be understood", None),
+    ({"MAIL": b"550 no sender\r\n"}, "", "The server answered: 550 no sender", "MAIL FROM:<a@x.org>"),
+    ({"RCPT": [b"250 OK\r\n", b"550-no\r\n550 really\r\n"]}, 'CC="c@x.org"', "The server answered: 550 really",
+     "RCPT TO:<c@x.org>"),
+    ({"DATA": b"451 later\r\n"}, "", "The server answered: 451 later", "DATA"),
+    ({".": b"552 full\x01\r\n"}, "", "The server answered: 552 full", "."),
+    *(({verb: CLOSE}, "", LOST, None) for verb in ("", "EHLO", "MAIL", "RCPT", "DATA", ".")),
+    *(({verb: HANG}, "", "Timed out after 3 seconds", None) for verb in ("", ".")),
+    ({"EHLO": (ENDLESS, b"250-x\r\n")}, "", "The server's answer cannot be understood", None),
+    ({"EHLO": (ENDLESS, b"250-x" * 9999)}, "", "The server's answer cannot be understood", None),
+    ({"EHLO": b"250-mx\r\n250 AUTH CRAM-MD5\r\n"}, 'TLS="none" USER="u" PASSWORD="geheim"',
+     "The server offers no login", "EHLO"),
+    ({"EHLO": b"502 no\r\n"}, 'TLS="none" USER="u" PASSWORD="geheim"', "The server offers no login", "HELO"),
+    ({"EHLO": b"250 AUTH LOGIN\r\n", "AUTH": b"535 no\r\n"}, 'TLS="none" USER="u" PASSWORD="geheim"',
+     "The server refused the user name or password", "AUTH LOGIN"),
+    ({"EHLO": b"250 AUTH PLAIN LOGIN\r\n"}, 'USER="u" PASSWORD="geheim"', "The server does not offer encryption",
+     "EHLO"),
+    ({"EHLO": b"250 STARTTLS\r\n", "STARTTLS": b"454 no\r\n"}, 'TLS="starttls"', "The server does not offer"
+     " encryption", "STARTTLS"),
+    ({"QUIT": HANG}, "", "", "."),
+    ({"DATA": (LATE, b"354 go\r\n")}, "", "Timed out after 3 seconds", "xx"),
+]
+
+
+@suite.case("a mail server that misbehaves gets no mail, and the page hears why")
+def smtp_hostile(site):
+    for changes, attributes, reason, last in SMTP_CASES:
+        with scripted({**SMTP_OK, **changes}) as (host, lines):
+            body = "x" * 72 + "\n"
+            site.write(PAGE, tag(host, attributes, body * (200_000 if LATE in str(changes) else 1)) + "|<VxEVAL EXPR=VxSMTP_Error>")
+            sent, _, error = site.page().rpartition("\r\n")[2].partition("|")
+            case = f"{changes} {attributes}: {lines}"
+            expect(f"sent by {case}", sent, "0" if reason != "" else "1")
+            if reason:
+                expect(f"error of {case}", error, f"Error sending mail through '{host}': {reason}")
+            if LATE in str(changes):
+                lines.hung_up.acquire(timeout=60)
+                expect("half a mail is no mail", "." in lines, False)
+            if last:
+                said = [line for line in lines if line != "QUIT"][-1]
+                expect(f"last line of {case}", said.startswith(last), True)
+            if "geheim" in str(lines) or "Z2VoZWlt" in str(lines):
+                raise Failure(f"the password was told: {case}")
+
+
 @contextlib.contextmanager
 def fixture(build):
     with ProgramSite(build, "loglevel=4\nlogfile={DIR}/data/log\nmailtimeout=3") as site:
