@@ -260,7 +260,8 @@ SMTP_CASES = [  # What the server does otherwise, attributes, the reason, and th
     *(({verb: CLOSE}, "", LOST, None) for verb in ("", "EHLO", "MAIL", "RCPT", "DATA", ".")),
     *(({verb: HANG}, "", "Timed out after 3 seconds", None) for verb in ("", ".")),
     ({"EHLO": (ENDLESS, b"250-x\r\n")}, "", "The server's answer cannot be understood", None),
-    ({"EHLO": (ENDLESS, b"250-x" * 9999)}, "", "The server's answer cannot be understood", None),
+    ({"EHLO": (ENDLESS, b"250-x" * 9999)}, "", "The server's answer cannot be understood",
+     None),
     ({"EHLO": b"250-mx\r\n250 AUTH CRAM-MD5\r\n"}, 'TLS="none" USER="u" PASSWORD="geheim"',
      "The server offers no login", "EHLO"),
     ({"EHLO": b"502 no\r\n"}, 'TLS="none" USER="u" PASSWORD="geheim"', "The server offers no login", "HELO"),
@@ -279,8 +280,8 @@ SMTP_CASES = [  # What the server does otherwise, attributes, the reason, and th
 def smtp_hostile(site):
     for changes, attributes, reason, last in SMTP_CASES:
         with scripted({**SMTP_OK, **changes}) as (host, lines):
-            body = "x" * 72 + "\n"
-            site.write(PAGE, tag(host, attributes, body * (200_000 if LATE in str(changes) else 1)) + "|<VxEVAL EXPR=VxSMTP_Error>")
+            body = ("x" * 72 + "\n") * (200_000 if LATE in str(changes) else 1)
+            site.write(PAGE, tag(host, attributes, body) + "|<VxEVAL EXPR=VxSMTP_Error>")
             sent, _, error = site.page().rpartition("\r\n")[2].partition("|")
             case = f"{changes} {attributes}: {lines}"
             expect(f"sent by {case}", sent, "0" if reason != "" else "1")
