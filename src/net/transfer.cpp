@@ -224,6 +224,8 @@ bool Transfer::Send(std::string_view bytes) {
 
 size_t Transfer::Receive(char* buffer, size_t size) {
   for (;;) {
+    // Also where the other side sends without end, and nothing is ever waited for.
+    if (!CheckTime()) return 0;
     size_t received = 0;
     CURLcode result;
     {

@@ -8,8 +8,11 @@ import contextlib
 import email
 import email.message
 import email.policy
+import grp
+import logging
 import os
 import pathlib
+import pwd
 import re
 import shutil
 import socket
@@ -19,6 +22,7 @@ import sys
 import tempfile
 import threading
 import time
+import warnings
 
 from harness import Failure, ProgramSite, Suite, expect, expect_in, make_certificates
 
@@ -51,16 +55,16 @@ class Inbox:
 
 
 @contextlib.contextmanager
-def mail_server(certificates=None, tls="", login=""):
+def mail_server(certificate=None, tls="", login=""):
     """A server that takes mails: plain, or with `tls` (starttls, tls), or asking for the `login`."""
     inbox = Inbox()
     context = None
     if tls:
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(certificates / "server.crt", certificates / "server.key")
+        context.load_cert_chain(f"{certificate}.crt", f"{certificate}.key")
 
     def check(server, session, envelope, mechanism, data):
-        return AuthResult(success=f"{data.login.decode()}:{data.password.decode()}" == login)
+        return AuthResult(success=f"{data.login.decode()}:{data.password.decode()}" == login, handled=False)
 
     class Server(Controller):
         def factory(self):
@@ -171,6 +175,31 @@ def contents(site):
                ["multipart/alternative", "application/octet-stream", "application/octet-stream"])
         expect("names", [one.get_filename(), two.get_filename()], [long_name, "e.TXT"])
         expect("bytes", (one.get_content() == data, two.get_content()), (True, b""))
+
+
+@suite.case("passwords and mails travel encrypted to the right server only")
+def encrypted_sending(site):
+    distrust = "The certificate of '127.0.0.1' cannot be trusted"
+    refused = "The server refused the user name or password"
+    user = 'USER="u@x" PASSWORD="p&quot;w"'
+    warnings.simplefilter("ignore")
+    logging.disable()
+    for certificate, tls, attributes, reason, encrypted in (
+            ("server", "tls", f'TLS="TLS" {user}', "", True), ("server", "starttls", user, "", True),
+            ("server", "starttls", 'USER="u@x" PASSWORD="wrong"', refused, None),
+            ("server", "starttls", 'TLS="none"', "", False), ("self", "starttls", "", "", True),
+            *((bad, tls, f'TLS="{tls}" {user}', distrust, None) for bad in ("self", "other", "expired")
+              for tls in ("tls", "starttls")),
+            ("server", "", user, "The server does not offer encryption", None),
+            ("server", "", f'TLS="none" {user}', "", False)):
+        login = "" if not user and "USER" in attributes else 'u@x:p"w' if "USER" in attributes else ""
+        with mail_server(site.certificates / certificate, tls, login) as (inbox, host):
+            site.write(PAGE, tag(host, attributes) + "|<VxEVAL EXPR=VxSMTP_Error>")
+            sent, _, error = site.page().rpartition("\r\n")[2].partition("|")
+            case = f"{certificate} {tls} {attributes}"
+            expect(case, error, f"Error sending mail through '{host}': {reason}" if reason else "")
+            expect(f"mails of {case}", [tls == "tls" or session.ssl is not None for _, session in inbox.mails],
+                   [] if encrypted is None else [encrypted])
 
 
 CLOSE, HANG, ENDLESS, LATE = "close", "hang", "endless", "late"
@@ -297,9 +326,248 @@ def smtp_hostile(site):
                 raise Failure(f"the password was told: {case}")
 
 
+def pop(host, body="", attributes='TLS="none"', directory="in"):
+    return (f'<VxPOP LOGIN="u" PASSWORD="geheim" DIRECTORY="{directory}" MAILHOST="{host}" {attributes}>'
+            f"{body}</VxPOP>|<VxEVAL EXPR=VxPOP_Error>|<VxEVAL EXPR=VxPOPDELETE_Error>")
+
+
+def fetch(site, *arguments):
+    """What the block printed, its error, and that of deleting."""
+    site.write(PAGE, pop(*arguments))
+    parts = site.page().encode("latin-1").decode().split("|")
+    return re.sub(r"index\.vx: Line 1: [^\r]*\r\n", "", parts[0]), parts[1], parts[2]
+
+
+class Mailbox:
+    """Dovecot with one mailbox, a directory of messages."""
+
+    def __init__(self, site):
+        self.home = site.directory / "pop"
+        self.port, self.tls_port = free_port(), free_port()
+        user = "nobody" if os.getuid() == 0 else pwd.getpwuid(os.getuid()).pw_name
+        self.user = pwd.getpwnam(user)
+        self.new = self.home / "mail/new"
+        self.new.mkdir(parents=True)
+        os.chmod(site.directory, 0o755)
+        group = grp.getgrgid(self.user.pw_gid).gr_name
+        (self.home / "conf").write_text(f"""base_dir = {self.home}/run
+state_dir = {self.home}/state
+log_path = {self.home}/log
+protocols = pop3
+listen = 127.0.0.1
+ssl = yes
+ssl_cert = <{site.certificates}/server.crt
+ssl_key = <{site.certificates}/server.key
+disable_plaintext_auth = no
+default_internal_user = {user}
+default_internal_group = {group}
+default_login_user = {user}
+first_valid_uid = 0
+mail_location = maildir:{self.home}/mail
+service pop3-login {{
+  chroot =
+  inet_listener pop3 {{
+    port = {self.port}
+  }}
+  inet_listener pop3s {{
+    port = {self.tls_port}
+  }}
+}}
+service anvil {{
+  chroot =
+}}
+passdb {{
+  driver = static
+  args = password=geheim
+}}
+userdb {{
+  driver = static
+  args = uid={self.user.pw_uid} gid={self.user.pw_gid} home={self.home}
+}}
+""")
+
+    def put(self, *messages):
+        shutil.rmtree(self.home / "mail", ignore_errors=True)
+        self.new.mkdir(parents=True)
+        for number, message in enumerate(messages):
+            (self.new / f"{number:04}").write_bytes(message if isinstance(message, bytes) else message.as_bytes())
+        for path in [self.home, *(self.home / "mail").rglob("*"), self.home / "mail"]:
+            os.chown(path, self.user.pw_uid, self.user.pw_gid)
+
+    def left(self):
+        """The numbers of the messages that are there."""
+        return sorted(int(path.name[:4]) for path in (self.home / "mail").glob("*/0*"))
+
+    @contextlib.contextmanager
+    def running(self):
+        server = subprocess.Popen([shutil.which("dovecot") or "/usr/sbin/dovecot", "-F", "-c", self.home / "conf"],
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT)
+        try:
+            wait_for_port(self.port)
+            yield self
+        finally:
+            server.terminate()
+            server.wait()
+
+
+def wait_for_port(port):
+    end = time.monotonic() + 20
+    while time.monotonic() < end:
+        with contextlib.suppress(OSError):
+            return socket.create_connection(("127.0.0.1", port), timeout=1).close()
+        time.sleep(0.05)
+    raise Failure(f"nobody answers on port {port}")
+
+
+def message(subject, text="text\n", **options):
+    made = email.message.EmailMessage(policy=email.policy.SMTP)
+    made["From"], made["To"], made["Subject"] = "Jürgen <j@x.org>, z@z", "a@x, b@x", subject
+    made["Date"], made["Message-ID"] = "Sat, 21 Nov 2026 23:47:18 +0100", "<1@x>"
+    made.set_content(text, **options)
+    return made
+
+
+@suite.case("mail of all kinds is read, saved and deleted")
+def fetching(site):
+    rich = message("Grüße " * 50, "Hällo €\n", charset="iso-8859-15")
+    rich["X-A"], rich["X-A"] = "1", "2"
+    rich.add_alternative("<p>Hi <b>x</b></p>", subtype="html")
+    data = os.urandom(100_000)
+    names = ["../../etc/passwd", "page.VX", "page.VX", "ünï cödé with a name of several pieces in the header.png",
+             "attachment.eml"]
+    for name in names[:4]:
+        rich.add_attachment(data, maintype="image", subtype="png", filename=name)
+    rich.add_attachment(message("inner"))
+    plain = b"Content-Type: text/plain; charset="
+    odd = [plain + b"Shift_JIS\r\nContent-Transfer-Encoding: quoted-printable\r\n\r\n=93=FA=96{=\r\n!=3\r\n",
+           plain + b"windows-1252\r\nSubject: caf\xe9\r\n\r\n\x80\r\n", b"no header at all\r\n",
+           plain + b"utf-8\r\nContent-Transfer-Encoding: base64\r\n\r\nSGVs!!bG8g\r\n*d29ybGQ=??\r\n",
+           b"Content-Type: multipart/mixed; boundary=X\r\n\r\n--X\r\n\r\none\r\n--X\r\nContent-Type: text/html\r\n\r\n"
+           b"<p>two", plain + b'"../../x"\r\n\r\n..\xe4\r\n.\r\n', b"Subject: =?utf-8?Q?a=0D=0AX:_b=00?=\r\n\r\n"]
+    many = b"Content-Type: multipart/mixed; boundary=X\r\n\r\n" + b"--X\r\n\r\n" * 20_000
+    (site.data / "in").mkdir()
+    (site.data / "in/passwd").symlink_to(site.directory / "target")
+    box = Mailbox(site)
+    box.put(rich, *odd, many, b"A: b\r\n" * 2000 + b"\r\nx", message("large", "x" * 60 + "\n" * 40_000_000))
+    with box.running():
+        host = f"127.0.0.1:{box.port}"
+        passes, error, _ = fetch(site, host, """[<VxEVAL EXPR=pop_number $ '~' $ pop_count $ '~' $ pop_from $ '~'
+ $ pop_address $ '~' $ pop_to $ '~' $ pop_subject $ '~' $ pop_time $ '~' $ pop_date $ '~' $ pop_id $ '~' $ pop_h_x_a
+ $ '~' $ pop_text $ '~' $ pop_html $ '~' $ pop_files $ '~' $ pop_filenames $ '~' $ pop_error>]
+<VxIF EXPR="pop_number EQ 2"><VxPOPDELETE><VxPOPDELETE></VxIF>""")
+        expect("error", error, "")
+        got = [one.split("~") for one in re.findall(r"\[(.*?)\]", passes, re.S)]
+        files = ["passwd-2", "page.VX.txt", "page.VX-2.txt",
+                 "_n_c_d_with_a_name_of_several_pieces_in_the_header.png", "attachment.eml"]
+        expect("first", got[0], [
+            "1", "11", "Jürgen <j@x.org>, z@z", "j@x.org", "a@x, b@x", ("Grüße " * 50).strip(), "1795301238",
+            "Sat, 21 Nov 2026 23:47:18 +0100", "<1@x>", "1\n2", "Hällo €\n", "<p>Hi <b>x</b></p>\n",
+            "\n".join(f"in/{name}" for name in files), "\n".join(names), ""])
+        expect("texts", [one[10] for one in got[1:]],
+               ["日本!=3\n", "€\n", "no header at all\n", "Hello world", "one", "..ä\n.\n", "", "", "", ""])
+        expect("others", [got[2][5], got[5][11], got[7][5], got[1][9], got[1][12]],
+               ["café", "<p>two\n", "a  X: b?", "", ""])
+        expect("errors", [one[14] for one in got[8:]], ["The message has too many parts", "The message has too many"
+               " header lines", "The message is larger than 33554432 bytes"])
+        expect("header of a large one", got[10][5], "large")
+        expect("files", [(site.data / "in" / name).read_bytes() == data for name in files[:4]], [True] * 4)
+        expect("modes", {oct((site.data / "in" / name).stat().st_mode) for name in files}, {"0o100600"})
+        expect_in("inner", (site.data / "in/attachment.eml").read_bytes(), b"Subject: inner\r\n")
+        expect("link", (site.directory / "target").exists(), False)
+        expect("left", box.left(), [0, *range(2, 11)])
+
+
+@suite.case("only a mailbox that was left well loses what is marked")
+def deleting(site):
+    (site.data / "in").mkdir(exist_ok=True)
+    box = Mailbox(site)
+    delete = "[<VxEVAL EXPR=pop_subject>]<VxPOPDELETE>"
+    at_2 = '<VxIF EXPR="pop_number EQ 2">{}</VxIF>'
+    with box.running():
+        for host, attributes, body, printed, left in (
+                (f"localhost:{box.tls_port}", 'TLS="tls"', delete, "[0][1][2]", []),
+                (f"127.0.0.1:{box.port}", "", delete + at_2.format("<VxPOPSTOP>no"), "[0][1]", [2]),
+                (f"127.0.0.1:{box.port}", 'TLS="starttls"', delete + at_2.format("<VxEXIT>"), "[0][1]", [0, 1, 2]),
+                (f"127.0.0.1:{box.port}", 'TLS="none"', delete + at_2.format("<VxEVAL EXPR=no()>"), "[0][1]",
+                 [0, 1, 2]),
+                (f"127.0.0.1:{box.port}", 'TLS="none"', "[<VxEVAL EXPR=pop_subject>]", "[0][1][2]", [0, 1, 2])):
+            box.put(*(message(str(number)) for number in range(3)))
+            site.write(PAGE, pop(host, body, attributes))
+            expect(f"{attributes} {body}", re.sub(r"\|.*|index.vx.*", "", site.page(), flags=re.S), printed)
+            expect(f"left by {attributes} {body}", box.left(), left)
+        box.put(*(message(str(number)) for number in range(3)))
+        site.write(PAGE, pop(f"127.0.0.1:{box.port}", delete + at_2.format('<VxWHILE EXPR="1"></VxWHILE>')))
+        page = site.start()
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            page.wait(1)
+        page.kill()
+        page.communicate()
+        expect("left by a killed page", box.left(), [0, 1, 2])
+
+
+def block(text):
+    return b"+OK\r\n" + text + b".\r\n"
+
+
+POP_OK = {"CAPA": b"-ERR\r\n", "LIST": block(b"1 9\r\n7 9\r\n"), "UIDL": block(b"7 <u>\r\n1 a\r\nx\r\n"),
+          "RETR": block(b"A: b\r\n\r\nx\r\n")}
+UNKNOWN = "The server's answer cannot be understood"
+SAW = "(1 a )(7 <u> )"
+POP_CASES = [  # What the server does otherwise, what is printed, the error, that of deleting, the last commands.
+    ({}, SAW, "", "", ["DELE 1", "DELE 7", "QUIT"]),
+    ({"": b"-ERR no\r\n"}, "", "The server answered: -ERR no", "", []),
+    ({"": b"hi\r\n"}, "", None, "", []),
+    ({"USER": b"-ERR\r\n"}, "", "The server refused the user name or password", "", ["USER u"]),
+    ({"PASS": b"-ERR [IN-USE] x\r\n"}, "", "The server answered: -ERR [IN-USE] x", "", ["PASS geheim"]),
+    *(({"LIST": block(line)}, "", UNKNOWN, "", ["LIST"]) for line in (
+        b"1 9\r\n1 9\r\n", b"0 1\r\n", b"-1 9\r\n", b"1 -9\r\n", b"1\r\n", b"1 9 9\r\n", b"x 1\r\n",
+        b"1 " + b"9" * 30 + b"\r\n")),
+    ({"LIST": b"+OK\r\n" + b"".join(b"%d 1\r\n" % number for number in range(1, 100_003))}, "",
+     "The mailbox lists too many messages", "", ["LIST"]),
+    ({"LIST": (ENDLESS, b"x" * 9999)}, "", UNKNOWN, "", ["LIST"]),
+    ({"LIST": block(b"")}, "", "", "", ["LIST", "QUIT"]),
+    ({"UIDL": b"-ERR\r\n"}, "(1  )(7  )", "", "", ["QUIT"]),
+    ({"RETR": [b"-ERR <gone>\r\n", POP_OK["RETR"]]}, "(1 a The server answered: -ERR &lt;gone&gt;)(7 <u> )", "", "",
+     ["QUIT"]),
+    ({"RETR": [POP_OK["RETR"], CLOSE]}, "(1 a )", LOST, "", ["RETR 7"]),
+    ({"RETR": HANG}, "", "Timed out after 3 seconds", "", ["RETR 1"]),
+    ({"RETR": (ENDLESS, b"+OK\r\n" * 9999)}, "", "Timed out after 3 seconds", "", ["RETR 1"]),
+    ({"LIST": block(b"1 99999999999\r\n"), "TOP": b"-ERR\r\n"},
+     "(1 a The message is larger than 33554432 bytes)", "", "", ["TOP 1 0", "DELE 1", "QUIT"]),
+    ({"DELE": [b"+OK\r\n", b"-ERR no\r\n"]}, SAW, "", "The server answered: -ERR no", ["DELE 7", "RSET", "QUIT"]),
+    ({"DELE": [b"+OK\r\n", b"-ERR no\r\n"], "RSET": b"-ERR\r\n"}, SAW, "", "The server answered: -ERR no", ["RSET"]),
+    ({"DELE": [b"+OK\r\n", CLOSE]}, SAW, "", LOST, ["DELE 7"]),
+    ({"QUIT": b"-ERR not all\r\n"}, SAW, "", "The server answered: -ERR not all", ["QUIT"]),
+    ({"QUIT": CLOSE}, SAW, "", LOST, ["QUIT"]),
+    ({"DELE": b"what\r\n"}, SAW, "", UNKNOWN, ["DELE 1"]),
+]
+
+
+@suite.case("a mailbox that misbehaves loses nothing, and the page hears why")
+def pop_hostile(site):
+    (site.data / "in").mkdir(exist_ok=True)
+    body = "(<VxEVAL EXPR=pop_number $ ' ' $ pop_uid $ ' ' $ pop_error>)<VxPOPDELETE>"
+    for changes, printed, error, of_deleting, last in POP_CASES:
+        with scripted({**POP_OK, **changes}, b"+OK\r\n") as (host, lines):
+            got = fetch(site, host, body)
+            case = f"{str(changes)[:200]}: {lines}"
+            expect(f"printed by {case}", got[0], printed)
+            if error is not None:
+                told = f"Error fetching mail from '{host}': {error}" if error else ""
+                expect(f"error of {case}", got[1], told)
+            told = f"Error deleting mail on '{host}': {of_deleting}" if of_deleting else ""
+            expect(f"error of deleting of {case}", got[2], told)
+            expect(f"end of {case}", lines[len(lines) - len(last):], last)
+    with scripted({**POP_OK, "CAPA": block(b"UIDL\r\n")}, b"+OK\r\n") as (host, lines):
+        expect("no encryption", fetch(site, host, body, "")[1],
+               f"Error fetching mail from '{host}': The server does not offer encryption")
+        expect("told", lines, ["CAPA"])
+
+
 @contextlib.contextmanager
 def fixture(build):
-    with ProgramSite(build, "loglevel=4\nlogfile={DIR}/data/log\nmailtimeout=3") as site:
+    with ProgramSite(build, "loglevel=4\nlogfile={DIR}/data/log\nmailtimeout=3\nvalidextensions=.vx\n"
+                     "cafile={DIR}/certificates/ca.crt") as site:
         site.certificates = make_certificates(site.directory)
         yield site
 
