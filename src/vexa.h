@@ -5,6 +5,8 @@
 #ifndef VEXA_VEXA_H_
 #define VEXA_VEXA_H_
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -19,10 +21,13 @@
 namespace vexa {
 
 class CGINetworkManager;
+class Callable;
+class CommerceOrder;
 class Database;
 class ExpressionContext;
 class FileManager;
 class Module;
+class ScriptValue;
 class Variables;
 
 // The version of the product: what `vexa --version` prints and the variable `version` holds.
@@ -46,6 +51,20 @@ struct PackageInfo {
   String code, name, description, version, path, defaultpath;
 };
 
+// A commerce method registered by the configuration file.
+struct CommerceMethod {
+  String method;
+  String library;
+  String metamethod;  // empty when there is none
+};
+
+// The directories of the site, where pages may put files, and whose files besides root's may be
+// loaded: those of the owner of the configuration file.
+struct SitePlaces {
+  String scripts, data, temporary;
+  uid_t trusted_owner;
+};
+
 // The interpreter host: one object for each request, which owns everything the request creates.
 class Vexa {
  public:
@@ -54,6 +73,7 @@ class Vexa {
   // --- The site: its settings, and the packages they list ---
   [[nodiscard]] virtual const Settings& config() const = 0;
   [[nodiscard]] virtual std::span<const PackageInfo> packages() const = 0;
+  [[nodiscard]] virtual SitePlaces places() const = 0;
 
   // The content type that the configuration gives an extension, in any letter case; null when it
   // gives it none.
@@ -119,6 +139,31 @@ class Vexa {
   // The one that tags mean when they name none; null when there is none.
   [[nodiscard]] virtual Database* PrimaryDB() = 0;
   virtual void SetPrimaryDB(Database* database) = 0;
+
+  // --- What libraries add: functions and payment methods ---
+  // Sets `function` to the one of that name in the packages of the site, null when there is none.
+  // False after an error was reported to `script`.
+  [[nodiscard]] virtual bool FindPackageFunction(std::string_view name, ExpressionContext& script,
+                                                 const Callable*& function) = 0;
+  // Runs such a function. False when the page must stop; the error was then reported.
+  [[nodiscard]] virtual bool CallPackageFunction(const Callable& function,
+                                                 ExpressionContext& script,
+                                                 std::span<ScriptValue> arguments,
+                                                 ScriptValue& result) = 0;
+  // Between the two a key of an index is computed, and no package is asked: other sites could not
+  // keep such an index. They nest.
+  virtual void EnterKey() = 0;
+  virtual void LeaveKey() = 0;
+  // Unpacks the archive of a package, or, when `license` is empty, gives the text of its licence as
+  // `result`. False with `reason` set; it is empty when the page ran out of time.
+  [[nodiscard]] virtual bool ExtractPackage(const String& code, const String& directory,
+                                            const String& license, String& result,
+                                            String& reason) = 0;
+  // A block of the payment method of that name (empty: the first). Null with `message` set when
+  // there is none, or its library cannot be used.
+  [[nodiscard]] virtual std::unique_ptr<CommerceOrder> NewCommerceHandler(const String& method,
+                                                                          ExpressionContext& script,
+                                                                          String& message) = 0;
 
   // --- Scripts: those that were loaded, and the one that runs ---
   // The loaded script of that name (a script path), loading it when needed. Null with `message`

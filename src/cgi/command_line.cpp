@@ -2,6 +2,8 @@
 
 #include "cgi/command_line.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <span>
 #include <string_view>
@@ -9,6 +11,7 @@
 
 #include "cgi/cgi_vexa.h"
 #include "engine/script_check.h"
+#include "packages/package_check.h"
 #include "tags/tag_table.h"
 #include "xbase/check/table_check.h"
 
@@ -22,7 +25,8 @@ constexpr std::string_view kHelp =
     "  vexa --version                       print the version\n"
     "  vexa --help                          print this text\n"
     "  vexa --check FILE...                 read scripts and print their syntax errors\n"
-    "  vexa --check-table FILE [INDEX...]   check a table, its memo file and its indexes\n";
+    "  vexa --check-table FILE [INDEX...]   check a table, its memo file and its indexes\n"
+    "  vexa --check-package PATH            load a package's library and read its archive\n";
 
 constexpr int kPrintBuffer = 4096;
 
@@ -66,6 +70,22 @@ int CheckTableFiles(Output& out, Arguments paths) {
   return CheckTable(host.filemanager(), String(paths[0]), indexes, out);
 }
 
+// 0 when everything is good, else 1. A set-user-ID program must not load anybody's library as
+// another user than who asks.
+int CheckPackageFiles(Output& out, Arguments paths) {
+  if (paths.size() != 1) {
+    out.Write("vexa --check-package: one path, please\n");
+    return EXIT_FAILURE;
+  }
+  const uid_t user = getuid();
+  const gid_t group = getgid();
+  if (setresgid(group, group, group) != 0 || setresuid(user, user, user) != 0) {
+    out.Write("vexa --check-package: the rights of the program cannot be given up\n");
+    return EXIT_FAILURE;
+  }
+  return CheckPackage(paths[0], out) ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 struct Option {
   std::string_view name;
   // `arguments` are those behind the option. Returns the exit status.
@@ -77,6 +97,7 @@ constexpr Option kOptions[] = {
     {"--help", PrintHelp},
     {"--check", CheckScripts},
     {"--check-table", CheckTableFiles},
+    {"--check-package", CheckPackageFiles},
 };
 
 const Option* FindOption(std::string_view name) {

@@ -14,13 +14,6 @@
 
 namespace vexa {
 
-// A commerce method registered by the configuration file.
-struct CommerceMethod {
-  String method;
-  String library;
-  String metamethod;  // empty when there is none
-};
-
 class ConfigReceiver {
  public:
   virtual ~ConfigReceiver() = default;

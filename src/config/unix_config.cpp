@@ -34,6 +34,7 @@ UNIXConfig::UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode)
 }
 
 int UNIXConfig::ReadConfiguration(const String& path) {
+  path_ = path;
   Buffer file(receiver_.filemanager(), kConfigurationBuffer);
   if (!file.Open(path, path)) {
     receiver_.Error(ConfigurationError(settings_, "Cannot open configuration file"));

@@ -60,6 +60,8 @@ class UNIXConfig final : public Config {
   // The same without the default: null when it has none.
   [[nodiscard]] const String* FindContentType(std::string_view extension);
 
+  // The path it was read from.
+  [[nodiscard]] const String& path() const { return path_; }
   [[nodiscard]] const String& virtualhost() const { return virtualhost_; }
   [[nodiscard]] const String& defaultmimetype() const { return defaultmimetype_; }
   [[nodiscard]] bool serversafemode() const { return mode_ == ServerSafeMode::On; }
@@ -70,6 +72,7 @@ class UNIXConfig final : public Config {
 
   ConfigReceiver& receiver_;
   ServerSafeMode mode_;
+  String path_;
   String virtualhost_;
   String workdir_;  // the working directory at construction
   String defaultmimetype_ = "text/html";

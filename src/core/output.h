@@ -35,6 +35,11 @@ class Output {
   int Flush();
   // Flushes, then uses a buffer of `size` bytes.
   void Resize(int size);
+  // What is held, for who must send it when nothing else works any more. Valid until the next
+  // operation.
+  [[nodiscard]] std::string_view held() const {
+    return {buffer_.get(), static_cast<size_t>(used_)};
+  }
   // Whether the last thing written was white space. Kept by the script executor; 0 at first.
   int& inwhitespace() { return inwhitespace_; }
 

@@ -126,6 +126,23 @@ Variables::Variables(FieldSource& fields) : fields_(fields) {
   PushSystemVars(&system_);
 }
 
+void Variables::AddSystemScope(VariableTree* scope) {
+  scope->SetKind(kSystemKind);
+  scope->SetInForce(true);
+  // Below what is pushed: nobody may believe what was noted before, also after those are popped.
+  scope_arrangement.Add();
+  const auto place = systems_.begin() + 1 + static_cast<ptrdiff_t>(added_systems_);
+  systems_.insert(place, {scope, scope_arrangement.Push()});
+  ++added_systems_;
+}
+
+void Variables::RemoveSystemScope(VariableTree* scope) {
+  scope->SetInForce(false);
+  scope_arrangement.Add();
+  added_systems_ -=
+      std::erase_if(systems_, [scope](const PushedScope& pushed) { return pushed.tree == scope; });
+}
+
 ScopedName Variables::Scope(std::string_view name) {
   size_t point = name.find('.');
   if (point == std::string_view::npos) return {VariableScope::Unqualified, Symbol(name), {}};

@@ -230,6 +230,11 @@ class Variables {
   // Whether there may be fields, which come and go without a sign.
   [[nodiscard]] bool has_fields() const { return fields_.has_fields(); }
 
+  // A further system scope for the rest of the request, above those added before it and below what
+  // is pushed. Borrowed until it is removed or this object destroyed.
+  void AddSystemScope(VariableTree* scope);
+  void RemoveSystemScope(VariableTree* scope);
+
   // Append the variables of a scope in the order of their names.
   void GetGlobalVariableList(VariableList& list) const;
   void GetSystemVariableList(VariableList& list) const;
@@ -274,7 +279,8 @@ class Variables {
   VariableTree globals_;
   VariableTree system_;
   ScopeStack locals_;   // the last is the running function's
-  ScopeStack systems_;  // system_ at the bottom
+  ScopeStack systems_;  // system_ at the bottom, above it those that were added
+  size_t added_systems_ = 0;
   String empty_;
 };
 

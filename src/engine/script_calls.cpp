@@ -122,7 +122,7 @@ bool ScriptParser::FindFunction(Symbol symbol, const Callable*& function) {
   if (function != nullptr || scanning_) return true;
   if (!ScanForFunction(symbol.text())) return false;
   function = FindOwnFunction(symbol);
-  return true;
+  return function != nullptr || host_.FindPackageFunction(symbol.text(), *this, function);
 }
 
 // Registers the functions declared further down, up to and including the one called `name`, and
@@ -147,6 +147,13 @@ bool ScriptParser::ScanForFunction(std::string_view name) {
 
 bool ScriptParser::CallFunction(const Callable& function, std::span<ScriptValue> arguments,
                                 ScriptValue& result) {
+  if (function.kind() == Callable::Kind::OfPackage) {
+    result.clear();
+    if (!PushFunctionCall()) return false;
+    const bool done = host_.CallPackageFunction(function, *this, arguments, result);
+    PopFunctionCall();
+    return done;
+  }
   if (function.builtin()) {
     result.clear();
     const auto& builtin = static_cast<const BuiltinFunction&>(function);

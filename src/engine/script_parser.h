@@ -88,7 +88,7 @@ class ScriptParser final : public TagReader {
   // returns the former one. Borrowed.
   TextFilter* SwitchTextFilter(TextFilter* filter) { return std::exchange(filter_, filter); }
   // Writes a tag's output and keeps the white-space flag; an empty text changes nothing.
-  void WriteValue(std::string_view text);
+  void WriteValue(std::string_view text) override;
 
   // Report an error at the current line. Always return Failed.
   StateResult SyntaxError(std::string_view message);

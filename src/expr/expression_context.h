@@ -15,14 +15,15 @@
 
 namespace vexa {
 
-// What may be called from an expression: built-in functions and the script's own.
+// What may be called from an expression: the language's own functions (BuiltinFunction), the
+// script's (Function), and those of packages, which the host knows.
 class Callable {
  public:
-  enum class Kind : uint8_t { BuiltIn, OfScript };
+  enum class Kind : uint8_t { BuiltIn, OfScript, OfPackage };
   explicit constexpr Callable(Kind kind) : kind_(kind) {}
   virtual ~Callable() = default;
   [[nodiscard]] virtual int parameter_count() const = 0;
-  // Whether it is one of the language's own (a BuiltinFunction).
+  [[nodiscard]] Kind kind() const { return kind_; }
   [[nodiscard]] bool builtin() const { return kind_ == Kind::BuiltIn; }
 
  private:
@@ -40,9 +41,9 @@ class ExpressionContext {
   // Reports that a file function could not do its work. The page goes on unless the page's
   // settings say otherwise; false when it must stop.
   virtual bool ReportFileError(std::string_view message) = 0;
-  // Sets `function` to the function of that name: a built-in, or one of the script's own, which is
-  // looked for further down in the script when it is not known yet. Null when there is none. It is
-  // owned by the context and stays valid while the script runs. False when looking for it ended in
+  // Sets `function` to the function of that name: a built-in, one of the script's own, which is
+  // looked for further down in the script when it is not known yet, or one of a package. Null when
+  // there is none. It stays valid while the script runs. False when looking for it ended in
   // an error; that was then reported.
   [[nodiscard]] virtual bool FindFunction(Symbol name, const Callable*& function) = 0;
   // Runs `function`. False when the script must stop; the error was then already reported.
@@ -50,6 +51,8 @@ class ExpressionContext {
   [[nodiscard]] virtual bool CallFunction(const Callable& function,
                                           std::span<ScriptValue> arguments,
                                           ScriptValue& result) = 0;
+  // Writes to where the script writes now; nowhere when it is only read.
+  virtual void WriteValue(std::string_view) {}
 };
 
 }  // namespace vexa

@@ -25,6 +25,7 @@
 #include "engine/module.h"
 #include "engine/script_parser.h"
 #include "net/network_manager.h"
+#include "packages/package_loader.h"
 #include "request/cookie.h"
 
 namespace vexa {
@@ -40,6 +41,7 @@ Host::Host(Process& process, const TagSet& tags, Request& request, ResponseOutpu
 Host::~Host() {
   // Scripts and databases hold files open, which must be closed before their manager goes.
   ReleaseScripts();
+  if (libraries_ != nullptr) libraries_->CleanUp();
   output().Flush();
   LogEnd();
   process_.RemoveSearchPath();

@@ -41,6 +41,8 @@
 
 namespace vexa {
 
+class PackageLoader;
+
 class Host : public Vexa, private ConfigReceiver, private FormReceiver {
  public:
   // All are borrowed and outlive the host.
@@ -68,12 +70,24 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   void AddSiteVariable(std::string_view name, const String& value) override {
     vars_.AddSystemVariable(name, value);
   }
-  void AddCommerceHandler(CommerceMethod method) override {
-    commerce_.push_back(std::move(method));
-  }
+  void AddCommerceHandler(CommerceMethod method) override;
   [[nodiscard]] std::span<const CommerceMethod> commercemethods() const { return commerce_; }
-  void AddPackage(PackageInfo package) override { packages_.push_back(std::move(package)); }
+  void AddPackage(PackageInfo package) override;
   [[nodiscard]] std::span<const PackageInfo> packages() const override { return packages_; }
+
+  [[nodiscard]] SitePlaces places() const override;
+  [[nodiscard]] bool FindPackageFunction(std::string_view name, ExpressionContext& script,
+                                         const Callable*& function) override;
+  [[nodiscard]] bool CallPackageFunction(const Callable& function, ExpressionContext& script,
+                                         std::span<ScriptValue> arguments,
+                                         ScriptValue& result) override;
+  void EnterKey() override { ++keys_in_progress_; }
+  void LeaveKey() override { --keys_in_progress_; }
+  [[nodiscard]] bool ExtractPackage(const String& code, const String& directory,
+                                    const String& license, String& result, String& reason) override;
+  [[nodiscard]] std::unique_ptr<CommerceOrder> NewCommerceHandler(const String& method,
+                                                                  ExpressionContext& script,
+                                                                  String& message) override;
 
   // The view of that name in the first open database that has one, or null.
   [[nodiscard]] DatabaseView* FindDatabaseView(std::string_view name) {
@@ -196,6 +210,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   void WriteError(std::string_view text);
   // Destroys scripts, databases and what is under way with other machines.
   void ReleaseScripts();
+  [[nodiscard]] PackageLoader& libraries();
 
   [[nodiscard]] const String& SystemVariable(std::string_view name) override {
     return vars_.GetSystemVariableValue(name);
@@ -215,6 +230,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   Module* current_module_ = nullptr;
   std::vector<CommerceMethod> commerce_;
   std::vector<PackageInfo> packages_;
+  int keys_in_progress_ = 0;
+  std::unique_ptr<PackageLoader> libraries_;  // once one was asked for
   String data_directory_;
   String script_directory_;
   Owner owner_;

@@ -65,6 +65,9 @@ StateResult ProcessVxREVEALSTRUCTURE(TagCall& call);
 // smtp_tags.cpp
 StateResult ProcessVxSMTP(TagCall& call);
 
+// commerce_tags.cpp
+StateResult ProcessVxCOMMERCE(TagCall& call);
+
 // simple_tags.cpp
 StateResult ProcessVxEVAL(TagCall& call);
 StateResult ProcessVxLET(TagCall& call);

@@ -100,7 +100,7 @@ constexpr AttributeRow kLegacyCall[] = {{"ACTION", kNeeded},
 constexpr AttributeRow kFunction[] = {
     {"NAME", kRequired}, {"PARAMETERS"}, {"STANDARDOUTPUTLEVEL"}, {"ERROROUTPUTLEVEL"}};
 constexpr AttributeRow kReturn[] = {{"VALUE"}};
-constexpr AttributeRow kCommerce[] = {{"ACTION"}, {"FIELDS"}};
+constexpr AttributeRow kCommerce[] = {{"METHOD"}, {"ACTION"}, {"FIELDS"}};
 constexpr AttributeRow kDo[] = {
     {"FILE", kRequired}, {"NAME"}, {"VALUE", kOptional, "", Reading::KeptExpression}};
 constexpr AttributeRow kFile[] = {{"FILE", kRequired}};
@@ -148,11 +148,6 @@ constexpr AttributeRow kSwitches[] = {{"INTERPRET"},
 
 // These tags travel down to the block that understands them.
 StateResult LeaveToBlock(TagCall&) { return StateResult::NotMine; }
-
-// A tag whose subject is not part of this build.
-StateResult ReportUnsupported(TagCall& call) {
-  return call.Fail(String::Concat({call.row().name, " is not supported by this build"}));
-}
 
 // --- The rows --------------------------------------------------------------------------------
 
@@ -338,15 +333,12 @@ constexpr TagRow kTags[] = {
      .id = kTagVxCOMMERCE,
      .closing_id = kTagVxCOMMERCEClose,
      .attributes = kCommerce,
-     .handler = ReportUnsupported},
+     .handler = ProcessVxCOMMERCE},
     {.name = "VxCOMMERCESTOP",
      .id = kTagVxCOMMERCESTOP,
      .block = kTagVxCOMMERCE,
      .handler = LeaveToBlock},
-    {.name = "/VxCOMMERCE",
-     .id = kTagVxCOMMERCEClose,
-     .block = kTagVxCOMMERCE,
-     .handler = ReportUnsupported},
+    {.name = "/VxCOMMERCE", .id = kTagVxCOMMERCEClose, .block = kTagVxCOMMERCE},
     {.name = "VxCOMMENT", .id = kTagVxCOMMENT, .closing_id = kTagVxCOMMENTClose},
     {.name = "/VxCOMMENT", .id = kTagVxCOMMENTClose, .block = kTagVxCOMMENT},
     {.name = "VxDO",

@@ -85,7 +85,7 @@ void XBaseIndexSet::Close() {
 }
 
 DataResult XBaseIndexSet::Key(const Member& member, String& key) {
-  const DataResult evaluated = record_.Evaluate(member.key, key);
+  const DataResult evaluated = record_.EvaluateKey(member.key, key);
   if (evaluated == DataResult::Failed) error_ = EntityEncoded(record_.table().error());
   if (evaluated != DataResult::Done) return evaluated;
   // What an entry holds, so that keys are compared as they stand in the index.

@@ -151,7 +151,7 @@ DataResult XBaseDatabase::BuildIndex(const String& name, const String& path, con
                                      XBaseIndexBuilder& builder) {
   String text;
   const DataResult visited = ForEachRecord([&](int number) {
-    const DataResult evaluated = record_.Evaluate(key, text);
+    const DataResult evaluated = record_.EvaluateKey(key, text);
     if (evaluated == DataResult::Failed) return FailTable();
     if (evaluated != DataResult::Done) return evaluated;
     builder.Add(static_cast<uint32_t>(number), text);

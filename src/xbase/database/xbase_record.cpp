@@ -148,6 +148,13 @@ DataResult XBaseRecord::Evaluate(const Expression& expression, String& result) {
   return table_.lost_texts() == lost_texts ? DataResult::Done : DataResult::Failed;
 }
 
+DataResult XBaseRecord::EvaluateKey(const Expression& expression, String& result) {
+  host_.EnterKey();
+  const DataResult evaluated = Evaluate(expression, result);
+  host_.LeaveKey();
+  return evaluated;
+}
+
 bool XBaseRecord::Parse(std::string_view text, Expression& expression) {
   return expression.ReadText(text, context());
 }

@@ -75,6 +75,8 @@ class XBaseRecord {
   // Evaluates with the record's variables before all others. Failed, with the table's error set,
   // when a memo text could not be read: what comes out then is not the record's.
   [[nodiscard]] DataResult Evaluate(const Expression& expression, String& result);
+  // The same for the key of an index, which may call less.
+  [[nodiscard]] DataResult EvaluateKey(const Expression& expression, String& result);
   // Reads an expression for later. False after the error was reported.
   [[nodiscard]] bool Parse(std::string_view text, Expression& expression);
   [[nodiscard]] bool busy() const { return evaluations_ > 0; }

@@ -1,0 +1,189 @@
+// The crash guard; see crash_guard.h. Everything below CrashReport runs in signal handlers.
+
+#include "packages/crash_guard.h"
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+#include "core/output.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr int kCrashes[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
+constexpr size_t kStackSize = 64 << 10;  // of the handlers: endless recursion has used up the other
+constexpr int64_t kPatienceMilliseconds = 2000;  // with who reads the page slowly
+constexpr size_t kPiece = 4096;       // what a pipe takes without waiting once it can be written to
+constexpr int64_t kGraceSeconds = 2;  // that library code may go on after the deadline
+
+Vexa* host = nullptr;
+pid_t own_thread = 0;
+bool installed = false;
+// The innermost library code on Vexa's thread, null while its own code runs; and the last that ran,
+// which is blamed when another thread crashes.
+const LibraryRuns* volatile running = nullptr;
+const GuardedLibrary* volatile last_library = nullptr;
+const char* volatile last_function = nullptr;
+
+alignas(16) char handler_stack[kStackSize];
+
+int64_t Milliseconds() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+}  // namespace
+
+// What is sent when everything else is over.
+class CrashReport {
+ public:
+  // Ends in the death of the process by `signal`, in any case.
+  static void Crash(int signal) {
+    const bool own = syscall(SYS_gettid) == own_thread;
+    if (own ? running != nullptr : last_library != nullptr) {
+      const GuardedLibrary& library = own ? running->library_ : *last_library;
+      const char* function = own ? running->function_ : last_function;
+      running = nullptr;
+      CrashReport report;
+      report.SendPage();
+      report.Send(STDOUT_FILENO, "Fatal Error: ");
+      report.Send(STDOUT_FILENO, library.who);
+      report.Send(STDOUT_FILENO, " has crashed\r\n");
+      report.Tell(signal, library, function);
+    }
+    // The handler is gone already (SA_RESETHAND).
+    raise(signal);
+  }
+
+  static void LookAtTheClock() {
+    if (running == nullptr || host == nullptr || host->timeremaining() > -kGraceSeconds) return;
+    CrashReport report;
+    report.SendPage();
+    report.Send(STDOUT_FILENO, "Application timed out\r\n");
+    _exit(1);
+  }
+
+ private:
+  CrashReport() : end_(Milliseconds() + kPatienceMilliseconds) {}
+
+  void SendPage() {
+    if (host != nullptr) Send(STDOUT_FILENO, host->output().held());
+  }
+
+  void Send(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+      pollfd wanted{descriptor, POLLOUT, 0};
+      const int64_t left = end_ - Milliseconds();
+      if (left <= 0) return;
+      const int ready = poll(&wanted, 1, static_cast<int>(left));
+      if (ready < 0 && errno == EINTR) continue;
+      if (ready <= 0 || (wanted.revents & POLLOUT) == 0) return;
+      const ssize_t sent = write(descriptor, text.data(), std::min(text.size(), kPiece));
+      if (sent < 0 && errno != EINTR && errno != EAGAIN) return;
+      if (sent > 0) text.remove_prefix(static_cast<size_t>(sent));
+    }
+  }
+
+  void Tell(int signal, const GuardedLibrary& library, const char* function) {
+    char number[4] = {};
+    char* digit = number + 3;
+    for (int rest = signal; rest != 0 && digit > number; rest /= 10) {
+      *--digit = static_cast<char>('0' + rest % 10);
+    }
+    for (std::string_view part :
+         {std::string_view("vexa: signal "), std::string_view(digit, number + 3),
+          std::string_view(" in "), library.file.view(), std::string_view(", function "),
+          std::string_view(function), std::string_view("\n")}) {
+      Send(STDERR_FILENO, part);
+    }
+  }
+
+  int64_t end_;
+};
+
+namespace {
+
+void OnCrash(int signal) { CrashReport::Crash(signal); }
+
+// What came first must not change under whoever is interrupted.
+void OnTick(int) {
+  const int error = errno;
+  CrashReport::LookAtTheClock();
+  errno = error;
+}
+
+// A library that calls exit() would end the page in the middle without a word.
+void OnExit() {
+  if (running != nullptr) std::abort();
+}
+
+void InstallHandlers() {
+  stack_t stack{};
+  stack.ss_sp = handler_stack;
+  stack.ss_size = sizeof handler_stack;
+  sigaltstack(&stack, nullptr);
+  struct sigaction action {};
+  sigemptyset(&action.sa_mask);
+  action.sa_handler = OnCrash;
+  action.sa_flags = SA_ONSTACK | SA_RESETHAND | SA_NODEFER;
+  for (const int signal : kCrashes) sigaction(signal, &action, nullptr);
+  action.sa_handler = OnTick;
+  action.sa_flags = SA_ONSTACK | SA_RESTART;
+  sigaction(SIGRTMIN, &action, nullptr);
+  std::atexit(OnExit);
+}
+
+// Comes each second, since Vexa's own code, called back, may run when it first comes.
+void StartTimer() {
+  sigevent event{};
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = SIGRTMIN;
+  event._sigev_un._tid = own_thread;
+  timer_t timer;
+  if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0) return;
+  const itimerspec second{{1, 0}, {1, 0}};
+  timer_settime(timer, 0, &second, nullptr);
+}
+
+}  // namespace
+
+void InstallCrashGuard(Vexa& new_host) {
+  host = &new_host;
+  if (installed) return;
+  installed = true;
+  own_thread = static_cast<pid_t>(syscall(SYS_gettid));
+  InstallHandlers();
+  StartTimer();
+}
+
+void RemoveCrashGuard() {
+  host = nullptr;
+  last_library = nullptr;
+}
+
+LibraryRuns::LibraryRuns(const GuardedLibrary& library, const char* function)
+    : library_(library), function_(function), outer_(running) {
+  last_library = &library;
+  last_function = function;
+  running = this;
+}
+
+LibraryRuns::~LibraryRuns() { running = outer_; }
+
+OwnCodeRuns::OwnCodeRuns() : outer_(running) { running = nullptr; }
+
+OwnCodeRuns::~OwnCodeRuns() { running = outer_; }
+
+}  // namespace vexa
