@@ -144,18 +144,19 @@ bool Host::CheckScriptFile(const String& script, const String& name) {
 
 // A file that is not there yet lies where its directory really is.
 bool Host::IsPagePath(const String& path) {
-  if (!config_->IsValidExtension(Extension(path))) return false;
-  // As characters, which is how the path of a page is looked at.
-  if (path.view().starts_with(script_directory_.view())) return true;
-  String file, scripts;
+  // By characters alone, as the path of a page is looked at.
+  if (path.view().starts_with(script_directory_.view())) {
+    return config_->IsValidExtension(Extension(path));
+  }
+  const std::string_view text = path;
+  const size_t name = text.rfind('/') + 1;
+  String file, directory, scripts;
   if (filemanager_.RealPath(script_directory_, scripts) < 0) return false;
   if (filemanager_.RealPath(path, file) < 0) {
-    const size_t slash = path.view().rfind('/');
-    if (slash == std::string_view::npos) return false;
-    if (filemanager_.RealPath(path.view().substr(0, slash + 1), file) < 0) return false;
-    file.cat('/');
+    if (filemanager_.RealPath(text.substr(0, name), directory) < 0) return false;
+    file = String::Concat({directory, "/", text.substr(name)});
   }
-  return file.view().starts_with(scripts + "/");
+  return file.view().starts_with(scripts + "/") && config_->IsValidExtension(Extension(file));
 }
 
 }  // namespace vexa

@@ -88,6 +88,7 @@ bool HttpCall::Fetch(CallRequest& request) {
   if (!done) answer_ = {};
   // Connections, cookies and files end here; only the answer is kept.
   transfer_.reset();
+  request.body = {};
   body_ = nullptr;
   return done;
 }

@@ -112,7 +112,6 @@ class CallReader {
   [[nodiscard]] bool ReadWalk() {
     for (PieceReader pieces(call_.Text("TAGS"), ","); pieces.Next();) {
       const std::string_view name = Stripped(pieces.piece());
-      if (HasLineBreak(name)) return Fail(NoLineBreaks("TAGS"));
       if (!name.empty()) task_.tags.push_back(String(name).lower());
     }
     const int word = ReadKeyword(call_, "WALK", {"", "tags", "lines", "whole"}, reason_);
@@ -149,20 +148,19 @@ class CallReader {
   }
 
   // The names and values of a list of variables.
-  [[nodiscard]] bool ReadList(std::string_view attribute, std::vector<NamedValue>& list) {
+  [[nodiscard]] std::vector<NamedValue> ReadList(std::string_view attribute) const {
+    std::vector<NamedValue> list;
     for (const ListedVariable& listed : ReadVariableList(call_.Text(attribute))) {
       const String& name = listed.shown.empty() ? listed.variable : listed.shown;
-      if (HasLineBreak(name)) return Fail(NoLineBreaks(attribute));
       list.push_back({name, call_.variables().Value(listed.variable)});
     }
-    return true;
+    return list;
   }
 
   [[nodiscard]] bool ReadBody() {
     CallRequest& request = task_.request;
-    std::vector<NamedValue> fields;
-    std::vector<NamedValue> files;
-    if (!ReadList("FIELDS", fields) || !ReadList("FILES", files)) return false;
+    const std::vector<NamedValue> fields = ReadList("FIELDS");
+    const std::vector<NamedValue> files = ReadList("FILES");
     const bool content = call_.Has("CONTENT");
     const bool keeps = IsOneOf(request.method, {"POST", "PUT", "PATCH"});
     if (content && !files.empty()) return Fail("CONTENT cannot be sent with FILES");
@@ -238,8 +236,7 @@ class CallState final : public BlockState {
     }
     LogCall(std::chrono::steady_clock::now() - started);
     if (SetAnswer() == StateResult::Failed) return StateResult::Failed;
-    const CallAnswer& answer = http_.answer();
-    if (!task_.path.empty() && answer.status >= 200 && answer.status < 300) return Save();
+    if (!task_.path.empty() && HasBodyToSave()) return Save();
     BeginWalk();
     return Continue();
   }
@@ -288,6 +285,7 @@ class CallState final : public BlockState {
   }
 
   StateResult SetAnswer();
+  [[nodiscard]] bool HasBodyToSave() const;
   StateResult Save();
   void BeginWalk();
   StateResult NextTag();
@@ -330,6 +328,12 @@ StateResult CallState::SetAnswer() {
     return StateResult::Failed;
   }
   return StateResult::Handled;
+}
+
+// Some answers have no body by their nature; an empty file in its place would be a loss.
+bool CallState::HasBodyToSave() const {
+  const long status = http_.answer().status;
+  return status >= 200 && status < 300 && status != 204 && task_.request.method != "HEAD";
 }
 
 StateResult CallState::Save() {

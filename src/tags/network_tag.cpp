@@ -33,6 +33,14 @@ bool IsVariableName(std::string_view name) {
                      [](char c) { return IsAlpha(c) || IsDigit(c) || c == '_'; });
 }
 
+// Between the pieces of a list there may be line breaks, in none of them.
+bool ListHasLineBreak(std::string_view list) {
+  const std::vector<ListedVariable> listed = ReadVariableList(list);
+  return std::any_of(listed.begin(), listed.end(), [](const ListedVariable& piece) {
+    return HasLineBreak(piece.shown) || HasLineBreak(piece.variable);
+  });
+}
+
 }  // namespace
 
 std::vector<ListedVariable> ReadVariableList(std::string_view list) {
@@ -72,9 +80,10 @@ bool ReadHeaders(const TagCall& call, bool (*is_own)(std::string_view name),
 
 bool CheckLineBreaks(const Tag& tag, std::initializer_list<std::string_view> free, String& reason) {
   for (const NameValuePair& attribute : tag.attributes()) {
-    const bool looked_at = !IsOneOf(attribute.name, kListAttributes) &&
-                           !IsOneOf(attribute.name, {free.begin(), free.size()});
-    if (!looked_at || !HasLineBreak(attribute.value.text())) continue;
+    const String& value = attribute.value.text();
+    const bool is_list = IsOneOf(attribute.name, kListAttributes);
+    if (IsOneOf(attribute.name, {free.begin(), free.size()})) continue;
+    if (is_list ? !ListHasLineBreak(value) : !HasLineBreak(value)) continue;
     const AttributeRow* row = tag.row().FindAttribute(attribute.name);
     if (row == nullptr) continue;
     reason = NoLineBreaks(row->name);

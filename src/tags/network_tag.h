@@ -32,8 +32,8 @@ struct ListedVariable {
 [[nodiscard]] bool ReadHeaders(const TagCall& call, bool (*is_own)(std::string_view name),
                                std::vector<NamedValue>& headers, String& reason);
 
-// Whether no attribute has a line break in it; else `reason` is set. Lists, between whose pieces
-// line breaks may stand, and texts (`free`) are not looked at.
+// Whether no attribute has a line break in it; else `reason` is set. In lists they may stand
+// between the pieces; texts (`free`) are not looked at.
 [[nodiscard]] bool CheckLineBreaks(const Tag& tag, std::initializer_list<std::string_view> free,
                                    String& reason);
 
