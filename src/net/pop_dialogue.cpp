@@ -166,10 +166,8 @@ PopDialogue::Answer PopDialogue::Command(std::string_view verb, int64_t number) 
 }
 
 PopDialogue::Answer PopDialogue::Command(std::string_view verb, std::string_view argument) {
-  output_->Write(verb);
-  if (!argument.empty()) output_->Write(" ");
-  output_->Write(argument);
-  output_->Write("\r\n");
+  const std::string_view space = argument.empty() ? "" : " ";
+  output_->Write(String::Concat({verb, space, argument, "\r\n"}).view());
   if (output_->Flush() < 0) {
     (void)Fail(transfer_->reason());
     return Answer::Failed;

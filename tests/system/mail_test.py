@@ -24,7 +24,8 @@ import threading
 import time
 import warnings
 
-from harness import Failure, ProgramSite, Suite, expect, expect_in, make_certificates
+from harness import (ROOT, Failure, ProgramSite, Suite, WebServer, expect, expect_in,
+                     make_certificates)
 
 sys.path.append("/usr/lib/python3/dist-packages")  # Where the system's packages are, whatever python this is.
 from aiosmtpd.controller import Controller  # noqa: E402
@@ -347,7 +348,7 @@ class Mailbox:
         user = "nobody" if os.getuid() == 0 else pwd.getpwuid(os.getuid()).pw_name
         self.user = pwd.getpwnam(user)
         self.new = self.home / "mail/new"
-        self.new.mkdir(parents=True)
+        self.new.mkdir(parents=True, exist_ok=True)
         os.chmod(site.directory, 0o755)
         group = grp.getgrgid(self.user.pw_gid).gr_name
         (self.home / "conf").write_text(f"""base_dir = {self.home}/run
@@ -445,7 +446,7 @@ def fetching(site):
            b"Content-Type: multipart/mixed; boundary=X\r\n\r\n--X\r\n\r\none\r\n--X\r\nContent-Type: text/html\r\n\r\n"
            b"<p>two", plain + b'"../../x"\r\n\r\n..\xe4\r\n.\r\n', b"Subject: =?utf-8?Q?a=0D=0AX:_b=00?=\r\n\r\n"]
     many = b"Content-Type: multipart/mixed; boundary=X\r\n\r\n" + b"--X\r\n\r\n" * 20_000
-    (site.data / "in").mkdir()
+    (site.data / "in").mkdir(exist_ok=True)
     (site.data / "in/passwd").symlink_to(site.directory / "target")
     box = Mailbox(site)
     box.put(rich, *odd, many, b"A: b\r\n" * 2000 + b"\r\nx", message("large", "x" * 60 + "\n" * 40_000_000))
@@ -562,6 +563,26 @@ def pop_hostile(site):
         expect("no encryption", fetch(site, host, body, "")[1],
                f"Error fetching mail from '{host}': The server does not offer encryption")
         expect("told", lines, ["CAPA"])
+
+
+@suite.case("the contact form of the example site becomes a mail with its file")
+def contact(site):
+    page = (ROOT / "examples/site/contact.vx").read_text()
+    with mail_server() as (inbox, host), WebServer(suite.build, "validextensions=.vx") as server:
+        server.write("contact.vx", page.replace('MAILHOST="127.0.0.1"', f'MAILHOST="{host}"'))
+        (server.directory / "upload").write_bytes(bytes(range(256)))
+        form = ["--form-string", "message=<VxEXIT> & &[arg1]\r\nBcc: x@y",
+                "--form", f"attachment=@{server.directory}/upload"]
+        bad = server.page("/contact.vx", *form, "--form-string", "address=a@b\r\nBcc: x@y")
+        expect_in("a line break", bad, "REPLYTO must not contain line breaks")
+        expect_in("thanks", server.page("/contact.vx", *form, "--form-string", "address=ü <a@b.org>"), "Thank you")
+        (envelope, _), = inbox.mails
+        mail = email.message_from_bytes(envelope.content, policy=STRICT)
+        expect("receivers", envelope.rcpt_tos, ["office@example.com"])
+        expect("reply to", addresses(mail["reply-to"]), [("ü", "a@b.org")])
+        expect_in("text", text_of(mail.get_body()), "<VxEXIT> & &[arg1]\nBcc: x@y\n\n-- \nSent from 127.0.0.1")
+        expect("file", [part.get_content() for part in mail.iter_attachments()], [bytes(range(256))])
+        expect("nothing is left", list(server.data.iterdir()), [])
 
 
 @contextlib.contextmanager

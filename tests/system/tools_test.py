@@ -76,6 +76,7 @@ def _():
         "/query.vx?city=%3Cb%3ELisbon&days=3": "<strong>&lt;b&gt;Lisbon</strong>",
         "/query.vx": "No city was named",
         "/form.vx": "<textarea",
+        "/contact.vx": "<textarea",
         "/loop.vx?rows=5": '<td class="number">120</td>',
         # The demo keeps its data, so these must not depend on what the shop holds.
         "/shop/": "<h1>Catalogue</h1>",
