@@ -176,6 +176,13 @@ StateResult NetworkVariables::AssignHeaders(std::span<const NamedValue> headers)
   return AssignParts("h_", std::move(parts));
 }
 
+// A name that was made is kept until the process ends.
+bool NetworkVariables::MayName(std::string_view ending) {
+  constexpr int kMostNewNames = 10000;
+  if (Symbol::Known(String::Concat({name_, "_", ending}))) return true;
+  return new_names_++ < kMostNewNames;
+}
+
 StateResult NetworkVariables::AssignParts(std::string_view kind,
                                           std::vector<std::pair<String, String>> parts) {
   const auto of_kind = [kind](const String& ending) { return ending.view().starts_with(kind); };
@@ -188,6 +195,7 @@ StateResult NetworkVariables::AssignParts(std::string_view kind,
   size_t count = 0;
   for (auto& [part, value] : parts) {
     if (part.empty() || count++ >= kMostParts) continue;
+    if (!MayName(String::Concat({kind, part}))) continue;
     parts_.push_back(String::Concat({kind, part}));
     const StateResult result = Assign(parts_.back(), std::move(value));
     if (result == StateResult::Failed) return result;

@@ -66,12 +66,16 @@ class NetworkVariables {
  private:
   [[nodiscard]] ScopedName Name(std::string_view ending) const;
   [[nodiscard]] StateResult ClearBeginningWith(std::string_view beginning);
+  // Whether a variable may get this name that another machine chose: one tag makes so many new
+  // ones.
+  [[nodiscard]] bool MayName(std::string_view ending);
 
   ScriptParser& script_;
   const TagRow& row_;
   String name_;
   VariableScope scope_ = VariableScope::Global;
   std::vector<String> parts_;  // endings that AssignParts set last
+  int new_names_ = 0;
 };
 
 }  // namespace vexa
