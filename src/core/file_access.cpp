@@ -63,12 +63,17 @@ LockOutcome RangeLock::TakeNamed(File& file, FileLockType type, int64_t start, i
   return Compare(file, locked, reads ? NameCheck::ByLink : NameCheck::ByPath, reason);
 }
 
-LockOutcome RangeLock::TryShared(File& file, int64_t start, int64_t length, String& reason) {
+bool RangeLock::TryTake(File& file, int64_t start, int64_t length) {
   Release();
-  if (file.TryLock(FileLockType::Shared, start, length) <= 0) return LockOutcome::Failed;
+  if (file.TryLock(FileLockType::Shared, start, length) <= 0) return false;
   file_ = &file;
   start_ = start;
   length_ = length;
+  return true;
+}
+
+LockOutcome RangeLock::TryNamed(File& file, int64_t start, int64_t length, String& reason) {
+  if (!TryTake(file, start, length)) return LockOutcome::Failed;
   return Compare(file, true, NameCheck::ByLink, reason);
 }
 

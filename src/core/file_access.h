@@ -51,8 +51,9 @@ class RangeLock {
   // good enough for readers.
   [[nodiscard]] LockOutcome TakeNamed(File& file, FileLockType type, int64_t start, int64_t length,
                                       String& reason);
-  // The same for a shared lock, without waiting for it: Failed when others are in the way.
-  [[nodiscard]] LockOutcome TryShared(File& file, int64_t start, int64_t length, String& reason);
+  // Both for a shared lock, without waiting for it: false or Failed when others are in the way.
+  [[nodiscard]] bool TryTake(File& file, int64_t start, int64_t length);
+  [[nodiscard]] LockOutcome TryNamed(File& file, int64_t start, int64_t length, String& reason);
   // What was learnt of the file when its name was looked at.
   [[nodiscard]] const FileStamp& stamp() const { return stamp_; }
   void Release();

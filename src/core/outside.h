@@ -14,6 +14,26 @@ namespace vexa {
 // Looks outside so far. Whoever adds a way to learn something from outside calls LookOutside.
 inline uint64_t looks_outside = 0;
 inline void LookOutside() { ++looks_outside; }
+// Those of them that found a file proven to be what it was when it was looked at before: what is
+// read from it then tells nothing new.
+inline uint64_t looks_in_vain = 0;
+
+// Takes the looks while it lives for such when `in_vain` is true at its end.
+class VainLooks {
+ public:
+  explicit VainLooks(bool& in_vain) : in_vain_(in_vain), before_(looks_outside) {
+    in_vain_ = false;
+  }
+  ~VainLooks() {
+    if (in_vain_) looks_in_vain += looks_outside - before_;
+  }
+  VainLooks(const VainLooks&) = delete;
+  VainLooks& operator=(const VainLooks&) = delete;
+
+ private:
+  bool& in_vain_;
+  uint64_t before_;
+};
 
 // How long what was read is taken for what is there, in nanoseconds.
 inline constexpr int64_t kLongestTrust = 10'000'000;

@@ -49,6 +49,9 @@ class MemoryFiles final : public FileManager {
   // From now on, reading a file that its path does not name any more fails.
   void BreakReplacedFiles() { break_replaced_ = true; }
 
+  // From now on all is written at one time, which is yet to come: stamps tell nothing any more.
+  void StopClock() { clock_stands_ = true; }
+
   // Ranges that are locked now.
   [[nodiscard]] int locks() const { return locks_; }
   // A file's bytes, to look at or to damage; created when missing.
@@ -205,7 +208,7 @@ class MemoryFiles final : public FileManager {
     using File::StillNamed;
     int StillNamed(NameCheck /*check*/, FileStamp& stamp) override {
       if (!Proceed()) return -1;
-      stamp = {manager_.writes_, std::ssize(*bytes_)};
+      stamp = {manager_.clock_stands_ ? INT64_MAX : manager_.writes_, std::ssize(*bytes_)};
       auto it = manager_.files_.find(name_);
       return it != manager_.files_.end() && it->second == bytes_ ? 1 : 0;
     }
@@ -263,6 +266,7 @@ class MemoryFiles final : public FileManager {
   std::string refused_rewrite_;
   int locks_ = 0;
   bool break_replaced_ = false;
+  bool clock_stands_ = false;
   int64_t writes_ = 0;  // the time, as far as stamps of files are concerned
   std::set<OpenFile*> open_;
 };

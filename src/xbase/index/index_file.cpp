@@ -113,6 +113,7 @@ int ZDXIndexFile::Create(std::unique_ptr<File> file, const String& path, const S
 
 void ZDXIndexFile::Close() {
   Unlock();
+  kept_.Forget();
   file_.reset();
   DropCursor();
 }
@@ -129,11 +130,14 @@ bool ZDXIndexFile::TakeLock(RangeLock& lock, FileLockType type) {
     switch (lock.TakeNamed(*file_, type, 0, kIndexHeaderSize, ignored)) {
       case LockOutcome::Taken:
         lock_stamp_ = lock.stamp();
+        reads_only_ = type == FileLockType::Shared;
+        unchanged_ = kept_.Locked(lock_stamp_);
         return true;
       case LockOutcome::Failed:
         return Fail("locking", type == FileLockType::Shared ? " for read" : " for write");
       case LockOutcome::Replaced:
         KeepCursorEntry();
+        kept_.Forget();
         if (!OpenFile(file_, header_)) return false;
     }
   }
@@ -154,6 +158,9 @@ bool ZDXIndexFile::Enter(RangeLock& lock, FileLockType type, Marks marks) {
     return true;
   }
   if (!TakeLock(lock, type)) return false;
+  // Who is going to write reads all of it anew.
+  if (type == FileLockType::Exclusive) kept_.Forget();
+  if (header_epoch_ == kept_.epoch() && MarkOfIndex(header_bytes_) == 0) return true;
   if (ReadHeader() != 0 &&
       (marks == Marks::Ignored || MarkOfIndex(header_bytes_) == 0 || RefuseMark())) {
     return true;
@@ -213,6 +220,7 @@ void ZDXIndexFile::Committed() {
 void ZDXIndexFile::Adopt(std::unique_ptr<File> file) {
   KeepCursorEntry();
   held_.Release();
+  kept_.Forget();
   file_ = std::move(file);
 }
 
@@ -239,8 +247,15 @@ bool ZDXIndexFile::ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string&
 
 int ZDXIndexFile::ReadHeader() {
   const ZDXIndexShape shape = header_.shape;
-  if (!ReadHeaderOf(*file_, header_, header_bytes_)) return 0;
-  if (header_.shape != shape) KeepCursorEntry();
+  if (!ReadHeaderOf(*file_, header_, header_bytes_)) {
+    kept_.Forget();
+    return 0;
+  }
+  if (header_.shape != shape) {
+    KeepCursorEntry();
+    kept_.Forget();
+  }
+  header_epoch_ = kept_.epoch();
   return 1;
 }
 
@@ -261,8 +276,12 @@ int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
                              "(the page number is larger than the total pages )"});
     return 0;
   }
+  if (reads_only_) return ReadSharedPage(number, page);
   String reason;
-  const int result = page.ReadPage(*file_, gathered_, number, header_.shape, reason);
+  return PageResult(page.ReadPage(*file_, gathered_, number, header_.shape, reason), reason);
+}
+
+int ZDXIndexFile::PageResult(int result, const String& reason) {
   if (result > 0) return 1;
   if (result == 0) {
     Fail("reading from", ": " + reason);
@@ -270,6 +289,45 @@ int ZDXIndexFile::ReadPage(uint32_t number, ZDXIndexPage& page) {
     error_ = reason;
   }
   return 0;
+}
+
+int ZDXIndexFile::ReadSharedPage(uint32_t number, ZDXIndexPage& page) {
+  const uint32_t epoch = kept_.epoch();
+  if (page.epoch == epoch && page.number() == number) {
+    page.cursor = 0;
+    return 1;
+  }
+  bool kept = kept_.Find(number, header_.shape, page);
+  if (!kept && stack_.depth() < levels_ && kept_.ShouldReadAhead()) {
+    ReadAhead(number);
+    kept = kept_.Find(number, header_.shape, page);
+  }
+  if (!kept) {
+    String reason;
+    const int result = page.ReadPage(*file_, nullptr, number, header_.shape, reason);
+    if (result <= 0) return PageResult(result, reason);
+    kept_.Keep(page);
+  }
+  page.epoch = epoch;
+  return 1;
+}
+
+// Keeps inner pages around page `number`: those that were made together often stand together. What
+// cannot be read, or is damaged, is told when it is wanted itself.
+void ZDXIndexFile::ReadAhead(uint32_t number) {
+  constexpr uint32_t kAtOnce = 32768;  // bytes
+  const uint32_t size = header_.shape.pagesize;
+  const uint32_t count = kAtOnce / size;
+  if (count < 2) return;
+  const uint32_t first = number - number % count;
+  const auto bytes = std::make_unique_for_overwrite<char[]>(size_t{count} * size);
+  const int got = file_->ReadAt(int64_t{first} * size, bytes.get(), static_cast<int>(count * size));
+  String ignored;
+  for (uint32_t i = first == 0 ? 1 : 0; (int64_t{i} + 1) * size <= got; ++i) {
+    if (scratch_.Take(bytes.get() + size_t{i} * size, first + i, header_.shape, ignored) > 0) {
+      kept_.Keep(scratch_);
+    }
+  }
 }
 
 int ZDXIndexFile::WritePage(const ZDXIndexPage& page) {

@@ -19,6 +19,8 @@
 // what the file holds, and searches its entry again when they are not; so other processes may
 // change the tree during a walk.
 //
+// Searches under a shared lock keep inner pages for those that follow (kept_pages.h).
+//
 // Nothing in a file is believed: page numbers, entry counts and cycles are checked on every way
 // down, and walks end after as many entries as the file has room for.
 //
@@ -40,6 +42,7 @@
 #include "xbase/index/index_header.h"
 #include "xbase/index/index_key.h"
 #include "xbase/index/index_page.h"
+#include "xbase/index/kept_pages.h"
 
 namespace vexa {
 
@@ -157,6 +160,11 @@ class ZDXIndexFile {
   [[nodiscard]] bool ReadHeaderOf(File& file, ZDXIndexHeader& header, std::string& bytes);
   [[nodiscard]] int WriteHeader();
   [[nodiscard]] int ReadPage(uint32_t number, ZDXIndexPage& page);
+  // The same under a shared lock: from those that are kept, if it is there.
+  [[nodiscard]] int ReadSharedPage(uint32_t number, ZDXIndexPage& page);
+  void ReadAhead(uint32_t number);
+  // Words what reading a page came to.
+  [[nodiscard]] int PageResult(int result, const String& reason);
   [[nodiscard]] int WritePage(const ZDXIndexPage& page);
   [[nodiscard]] bool OpenFile(std::unique_ptr<File>& file, ZDXIndexHeader& header);
   [[nodiscard]] std::string_view CutKey(std::string_view key) const;
@@ -237,6 +245,11 @@ class ZDXIndexFile {
   FileStamp lock_stamp_;  // of the file when the lock was taken last
   ZDXIndexEntry position_;
   ZDXIndexPage scratch_;
+  KeptPages kept_;
+  bool reads_only_ = false;    // the lock taken last is shared
+  bool unchanged_ = false;     // it found the file as it was under the lock before
+  uint32_t header_epoch_ = 0;  // of kept_, when header_ was read
+  size_t levels_ = 0;          // from root to leaves, as far as is known
   // Steps since the cursor was set or turned round, to notice a walk without end.
   Direction direction_ = Direction::Forward;
   uint64_t steps_ = 0;

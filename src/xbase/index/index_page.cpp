@@ -23,32 +23,73 @@ size_t ZDXIndexPage::BytesInMemory() const {
 }
 
 void ZDXIndexPage::Clear(uint32_t number, const ZDXIndexShape& shape) {
+  Become(number, shape);
+  std::fill(bytes_.begin(), bytes_.end(), '\0');
+}
+
+void ZDXIndexPage::Become(uint32_t number, const ZDXIndexShape& shape) {
   number_ = number;
   numentries_ = 0;
   cursor = 0;
+  epoch = 0;
   shape_ = shape;
-  bytes_.assign(BytesInMemory(), '\0');
+  bytes_.resize(BytesInMemory());
 }
 
 int ZDXIndexPage::ReadPage(File& file, GatheredWrites* gathered, uint32_t number,
                            const ZDXIndexShape& shape, String& reason) {
-  number_ = number;
-  numentries_ = 0;
-  cursor = 0;
-  shape_ = shape;
-  bytes_.resize(BytesInMemory());
+  Become(number, shape);
   const bool read = gathered != nullptr
                         ? gathered->Read(file, offset(), bytes_.data(), shape.pagesize, reason)
                         : ReadExactly(file, offset(), bytes_.data(), shape.pagesize, reason);
-  if (!read) return 0;
-  std::fill(bytes_.begin() + shape.pagesize, bytes_.end(), '\0');
+  return read ? Accept(reason) : 0;
+}
+
+int ZDXIndexPage::Take(const char* bytes, uint32_t number, const ZDXIndexShape& shape,
+                       String& reason) {
+  Become(number, shape);
+  std::memcpy(bytes_.data(), bytes, shape.pagesize);
+  return Accept(reason);
+}
+
+int ZDXIndexPage::Accept(String& reason) {
+  std::fill(bytes_.begin() + shape_.pagesize, bytes_.end(), '\0');
   const uint32_t count = Get32(bytes_.data());
-  if (count > shape.EntriesThatFit()) {
+  if (count > shape_.EntriesThatFit()) {
     reason = kTooManyEntries;
     return -1;
   }
   numentries_ = count;
   return 1;
+}
+
+// Packed, an entry is its first bytes, the length of its key in two bytes, and the key; in front
+// stands the number of entries, behind them the last child page.
+void ZDXIndexPage::Pack(std::string& to) const {
+  to.append(bytes_.data(), 4);
+  for (uint32_t i = 0; i < numentries_; ++i) {
+    const std::string_view text = key(i);
+    char length[2];
+    Put16(length, static_cast<uint16_t>(text.size()));
+    to.append(Entry(i), kEntryPrefix).append(length, sizeof length).append(text);
+  }
+  to.append(Entry(numentries_), 4);
+}
+
+void ZDXIndexPage::Unpack(uint32_t number, const ZDXIndexShape& shape, const char* from) {
+  Become(number, shape);
+  std::fill(bytes_.begin(), bytes_.end(), '\0');
+  std::memcpy(bytes_.data(), from, 4);
+  numentries_ = Get32(from);
+  from += 4;
+  for (uint32_t i = 0; i < numentries_; ++i) {
+    const size_t length = Get16(from + kEntryPrefix);
+    std::memcpy(Entry(i), from, kEntryPrefix);
+    from += kEntryPrefix + 2;
+    std::memcpy(Entry(i) + kEntryPrefix, from, length);
+    from += length;
+  }
+  std::memcpy(Entry(numentries_), from, 4);
 }
 
 int ZDXIndexPage::WritePage(File& file, String& reason) const {

@@ -19,6 +19,7 @@
 
 #include <cassert>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -46,6 +47,12 @@ class ZDXIndexPage {
                              const ZDXIndexShape& shape, String& reason);
   // 1, or 0 with the cause in `reason`.
   [[nodiscard]] int WritePage(File& file, String& reason) const;
+  // The same from bytes of a page in memory.
+  [[nodiscard]] int Take(const char* bytes, uint32_t number, const ZDXIndexShape& shape,
+                         String& reason);
+  // Appends children, record numbers and keys to `to`, and makes a page of those at `from`.
+  void Pack(std::string& to) const;
+  void Unpack(uint32_t number, const ZDXIndexShape& shape, const char* from);
   // What the file holds of it, and where.
   [[nodiscard]] std::string_view bytes() const { return {bytes_.data(), shape_.pagesize}; }
   [[nodiscard]] int64_t offset() const { return static_cast<int64_t>(number_) * shape_.pagesize; }
@@ -77,8 +84,14 @@ class ZDXIndexPage {
 
   // The entry that a walk stands on, or the child that it went down into. Moved by the walk.
   uint32_t cursor = 0;
+  // When it was read; see KeptPages. 0 when it need not be what the file holds.
+  uint32_t epoch = 0;
 
  private:
+  // Checks the bytes of a page that was read.
+  [[nodiscard]] int Accept(String& reason);
+  // Makes it page `number`, with room for its bytes.
+  void Become(uint32_t number, const ZDXIndexShape& shape);
   [[nodiscard]] char* Entry(uint32_t i) {
     assert(i <= numentries_ + 1);
     return bytes_.data() + 4 + size_t{i} * shape_.keyrecordsize;

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "core/outside.h"
 #include "xbase/index/index_file.h"
 
 namespace vexa {
@@ -56,6 +57,7 @@ bool ZDXIndexFile::Descend(const SearchKey& key) {
     while (top.cursor < top.numentries() && key.Compare(top.key(top.cursor)) > 0) ++top.cursor;
     page = top.childpage(top.cursor);
   }
+  levels_ = stack_.depth();
   return SettleForward(Trust::Fresh) != Move::Failed;
 }
 
@@ -167,6 +169,7 @@ String ZDXIndexFile::CursorKey() const {
 
 int ZDXIndexFile::_First(uint32_t& recordnum) {
   recordnum = 0;
+  const VainLooks looks(unchanged_);
   RangeLock lock;
   DropCursor();
   if (!Enter(lock, FileLockType::Shared) || !GoToEnd(Direction::Forward)) return 0;
@@ -176,6 +179,7 @@ int ZDXIndexFile::_First(uint32_t& recordnum) {
 
 int ZDXIndexFile::_Last(uint32_t& recordnum) {
   recordnum = 0;
+  const VainLooks looks(unchanged_);
   RangeLock lock;
   DropCursor();
   if (!Enter(lock, FileLockType::Shared) || !GoToEnd(Direction::Backward)) return 0;
@@ -201,6 +205,7 @@ bool ZDXIndexFile::CountStep(Direction direction) {
 bool ZDXIndexFile::Step(Direction direction, uint32_t& recordnum) {
   recordnum = 0;
   if (!positioned_) return true;
+  const VainLooks looks(unchanged_);
   RangeLock lock;
   // 1. While nobody wrote to the file, header and pages are what they were.
   if (!held_.held() && !TakeLock(lock, FileLockType::Shared)) return false;
@@ -296,6 +301,7 @@ bool ZDXIndexFile::SeekEntry(std::string_view key, uint32_t recordnum, bool& fou
 
 int ZDXIndexFile::_Seek(std::string_view key, uint32_t recordnum, bool& found) {
   found = false;
+  const VainLooks looks(unchanged_);
   RangeLock lock;
   DropCursor();
   if (!Enter(lock, FileLockType::Shared)) return 0;
@@ -333,6 +339,7 @@ bool ZDXIndexFile::DescendToPrefix(std::string_view prefix) {
 
 int ZDXIndexFile::_Find(std::string_view key, int exact, uint32_t& recordnum) {
   recordnum = 0;
+  const VainLooks looks(unchanged_);
   RangeLock lock;
   DropCursor();
   if (!Enter(lock, FileLockType::Shared)) return 0;

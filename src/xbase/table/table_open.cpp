@@ -143,7 +143,7 @@ void XBaseTable::Exchange(std::unique_ptr<File> file, std::unique_ptr<MemoFile> 
   recordnum_ = 0;
   deleted_ = 0;
   header_stamp_ = {};
-  block_.Drop();
+  DropBlock();
 }
 
 bool XBaseTable::MakeFields(const std::vector<FieldDescriptor>& descriptors) {
@@ -331,7 +331,7 @@ void XBaseTable::Close() {
   deleted_ = 0;
   void_mark_ = 0;
   header_stamp_ = {};
-  block_.Drop();
+  DropBlock();
 }
 
 }  // namespace vexa

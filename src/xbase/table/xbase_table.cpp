@@ -19,6 +19,7 @@
 #include <cstring>
 #include <utility>
 
+#include "core/outside.h"
 #include "core/text.h"
 #include "xbase/table/new_files.h"
 
@@ -138,8 +139,8 @@ bool XBaseTable::Refresh() {
 // A write over a border is not one for the system: a process that was killed may have left half of
 // it. Then the header bears a mark, but for records alone nobody reads the header; so here it is
 // read, unless nobody wrote to the file since it was read last.
-XBaseTable::Reading XBaseTable::CheckBorder(const FileStamp& stamp) {
-  if (stamp == header_stamp_) return Reading::Whole;
+XBaseTable::Reading XBaseTable::CheckBorder(const FileStamp* stamp) {
+  if (stamp != nullptr && *stamp == header_stamp_) return Reading::Whole;
   char bytes[kTableHeaderSize];
   String reason;
   if (!ReadExactly(*file_, 0, bytes, kTableHeaderSize, reason)) {
@@ -148,25 +149,37 @@ XBaseTable::Reading XBaseTable::CheckBorder(const FileStamp& stamp) {
   }
   const uint64_t mark = MarkOfTable({bytes, sizeof bytes});
   if (mark != 0 && mark != void_mark_) return Reading::Again;
-  if (IsOld(stamp)) header_stamp_ = stamp;
+  if (stamp != nullptr && IsOld(*stamp)) header_stamp_ = *stamp;
   return Reading::Whole;
+}
+
+bool XBaseTable::TrustsName() const {
+  return named_looks_ == looks_outside - looks_in_vain && SteadyTime() < named_until_;
 }
 
 // Nobody waits for the lock of records that are only read ahead: a walk is held up by the record it
 // comes to, not by those that follow.
-XBaseTable::Reading XBaseTable::LockBlock(RangeLock& lock, RecordBlock::Span& span) {
+XBaseTable::Reading XBaseTable::LockBlock(RangeLock& lock, RecordBlock::Span& span,
+                                          const FileStamp*& stamp) {
+  const auto start = [&] { return header_.RecordOffset(span.first); };
   const auto length = [&] { return static_cast<int64_t>(span.count) * header_.recordlength; };
+  stamp = nullptr;
+  if (span.count == 1 && TrustsName() && lock.TryTake(*file_, start(), length())) {
+    return Reading::Whole;
+  }
+  named_until_ = SteadyTime() + kLongestTrust;
   String reason;
   LockOutcome outcome = LockOutcome::Failed;
-  if (span.count > 1) {
-    outcome = lock.TryShared(*file_, header_.RecordOffset(span.first), length(), reason);
-  }
+  if (span.count > 1) outcome = lock.TryNamed(*file_, start(), length(), reason);
   if (outcome == LockOutcome::Failed) {
     span = {span.wanted, 1, span.wanted};
-    outcome = lock.TakeNamed(*file_, FileLockType::Shared, header_.RecordOffset(span.first),
-                             length(), reason);
+    outcome = lock.TakeNamed(*file_, FileLockType::Shared, start(), length(), reason);
   }
-  if (outcome == LockOutcome::Taken) return Reading::Whole;
+  if (outcome == LockOutcome::Taken) {
+    stamp = &lock.stamp();
+    return Reading::Whole;
+  }
+  named_until_ = 0;
   if (outcome == LockOutcome::Replaced) return Reopen() ? Reading::Again : Reading::Failed;
   (void)FailLock(FileLockType::Shared, reason);
   return Reading::Failed;
@@ -175,7 +188,8 @@ XBaseTable::Reading XBaseTable::LockBlock(RangeLock& lock, RecordBlock::Span& sp
 XBaseTable::Reading XBaseTable::FetchBlock(int n) {
   RecordBlock::Span span = block_.Plan(n, header_.numrecords, header_.recordlength);
   RangeLock lock;
-  const Reading locked = LockBlock(lock, span);
+  const FileStamp* stamp;
+  const Reading locked = LockBlock(lock, span, stamp);
   if (locked != Reading::Whole) return locked;
   const int64_t offset = header_.RecordOffset(span.first);
   const int length = span.count * header_.recordlength;
@@ -188,7 +202,7 @@ XBaseTable::Reading XBaseTable::FetchBlock(int n) {
     return Reading::Failed;
   }
   if (offset / kBlock != (offset + length - 1) / kBlock) {
-    const Reading reading = CheckBorder(lock.stamp());
+    const Reading reading = CheckBorder(stamp);
     if (reading != Reading::Whole) {
       block_.Drop();
       // Under the header's lock a mark is not that of a change under way.
@@ -198,6 +212,7 @@ XBaseTable::Reading XBaseTable::FetchBlock(int n) {
   }
   lock.Release();
   block_.End();
+  named_looks_ = looks_outside - looks_in_vain;
   return Reading::Whole;
 }
 

@@ -81,7 +81,10 @@ class XBaseTable {
   // Makes record `n` current. A number outside of 1 to numrecords() fails with no message.
   [[nodiscard]] int Goto(int n);
   // Forgets the records that were read ahead: the next Goto reads what the file holds.
-  void DropBlock() { block_.Drop(); }
+  void DropBlock() {
+    block_.Drop();
+    named_until_ = 0;
+  }
   // Writes the current record back to its place.
   [[nodiscard]] int Update();
   // Writes the values of the fields as a new record at the end; it becomes the current one.
@@ -203,13 +206,19 @@ class XBaseTable {
   [[nodiscard]] bool ReadRecord(int n);
   // Reads record `n`, and those that a walk asks for next, into the block.
   [[nodiscard]] Reading FetchBlock(int n);
-  [[nodiscard]] Reading LockBlock(RangeLock& lock, RecordBlock::Span& span);
+  // Locks the records of `span`, or only the one that is wanted. `stamp` is what was learnt of the
+  // file, null when it was not asked.
+  [[nodiscard]] Reading LockBlock(RangeLock& lock, RecordBlock::Span& span,
+                                  const FileStamp*& stamp);
+  // Whether the path was asked a short time ago, and nothing new was learnt since.
+  [[nodiscard]] bool TrustsName() const;
   // Makes the record of these bytes the current one.
   void TakeRecord(int n, const char* bytes);
   // Reads the bytes of the locked record into stored_.
   [[nodiscard]] bool ReadStored();
   // Whether records that were read over the border of two pages may be half of one change.
-  [[nodiscard]] Reading CheckBorder(const FileStamp& stamp);
+  // `stamp` is null when the file was not asked for it.
+  [[nodiscard]] Reading CheckBorder(const FileStamp* stamp);
   // Puts what the change makes of the header into it.
   void DescribeHeader(Change& change, int numrecords);
   void MarkEnd(int numrecords, const Change& change);
@@ -255,6 +264,10 @@ class XBaseTable {
   int deleted_ = 0;  // the current record's mark, 0 or 1
   std::vector<std::unique_ptr<XBaseField>> fields_;
   RecordBlock block_;
+  // Until when, a SteadyTime, and at which count of looks that told something, the path is known to
+  // name the file.
+  int64_t named_until_ = 0;
+  uint64_t named_looks_ = 0;
   // The bytes of a record on their way out, and one more for the end of file mark.
   std::vector<char> record_;
   // The record as it was read last; the fields take their values from it.
