@@ -1,8 +1,13 @@
-// ScopeArrangement: a number for what all names mean at the moment. It is another one after every
-// variable that is added to a scope in force, and while a scope is pushed; so who noted which
-// variable a name meant can use the note as long as the number is the same. A scope that is popped
-// brings back the number from before it was pushed when nothing was added meanwhile, so that what a
-// loop noted outlives the calls in it.
+// ScopeArrangement: numbers for what names mean at the moment, so that who noted which variable a
+// name meant can use the note as long as its number is the same.
+//
+//   number      for any name. Another one after every variable that is added to a scope in force,
+//   and
+//               while a scope is pushed. A scope that is popped brings back the number from before
+//               it was pushed when nothing was added meanwhile: what a loop noted outlives the
+//               calls in it.
+//   additions   for names that never stood in any scope but the globals, which pushing does not
+//   touch
 //
 // There is one for the process: it serves one request at a time.
 
@@ -21,9 +26,11 @@ class ScopeArrangement {
     uint64_t additions;
   };
 
-  // Never 0.
-  [[nodiscard]] uint64_t number() const { return number_; }
-  // A variable was added to a scope in force, or anything else changed for good.
+  // Neither is ever 0.
+  [[nodiscard]] const uint64_t& number() const { return number_; }
+  [[nodiscard]] const uint64_t& additions() const { return additions_; }
+  // A variable was added to a scope in force, a name came to a kind of scopes where it never stood,
+  // or anything else changed for good.
   void Add() {
     ++additions_;
     number_ = ++last_;
@@ -38,7 +45,7 @@ class ScopeArrangement {
  private:
   uint64_t number_ = 1;
   uint64_t last_ = 1;
-  uint64_t additions_ = 0;
+  uint64_t additions_ = 1;
 };
 
 inline constinit ScopeArrangement scope_arrangement;

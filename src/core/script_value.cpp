@@ -26,6 +26,10 @@ constexpr std::array<double, ScriptValue::kMostDecimals + 1> kPowers = {1,   1e1
 constexpr std::array<int64_t, ScriptValue::kMostDecimals + 1> kWholePowers = {
     1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
 
+// The longest text of a number: the digits of 2^53 or of a 0 and its decimals, a point and a sign.
+constexpr size_t kMostCharacters = 20;
+static_assert(kMostCharacters < String::kCapacityStep);
+
 // Below this magnitude rounding by addition is exact.
 constexpr double kRoundingLimit = 0x1p51;
 
@@ -137,8 +141,9 @@ void ScriptValue::WriteInteger(int64_t value) { *this = PrintInteger(value); }
 
 void ScriptValue::WriteText() const {
   assert(state_ == State::Number);
-  char digits[32];
-  char* const end = digits + sizeof digits;
+  // Behind the digits there is room to copy a whole short text from any of them.
+  char digits[kMostCharacters + String::kCapacityStep];
+  char* const end = digits + kMostCharacters;
   char* begin = end;
   uint64_t rest = static_cast<uint64_t>(mantissa_ < 0 ? -mantissa_ : mantissa_);
   if (places_ > 0) {
@@ -157,7 +162,7 @@ void ScriptValue::WriteText() const {
     rest /= 10;
   } while (rest > 0);
   if (mantissa_ < 0) *--begin = '-';
-  text_ = std::string_view(begin, static_cast<size_t>(end - begin));
+  text_.AssignShort(begin, static_cast<size_t>(end - begin));
   state_ = State::Both;
 }
 

@@ -13,9 +13,11 @@
 #ifndef VEXA_CORE_STRING_H_
 #define VEXA_CORE_STRING_H_
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <initializer_list>
 #include <span>
 #include <string_view>
@@ -85,6 +87,13 @@ class String {
   void assign(const char* text, int length = -1);
   void assign(std::string_view text);
   void assign(char c);
+  // Assigns `length` bytes, fewer than kCapacityStep, to a text without storage outside the object.
+  // REQUIRES: kCapacityStep bytes can be read at `text`, which is no part of this one.
+  void AssignShort(const char* text, size_t length) {
+    assert(inside() && length < kCapacityStep);
+    std::memcpy(storage_.local, text, kCapacityStep);
+    SetInside(static_cast<uint32_t>(length));
+  }
   void cat(const char* text, int length = -1);
   void cat(std::string_view text);
   void cat(char c) {

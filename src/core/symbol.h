@@ -42,7 +42,12 @@ class Symbol {
   // REQUIRES of the rest: it is a name.
   [[nodiscard]] uint32_t number() const { return entry_->number; }
   [[nodiscard]] ScopeKinds kinds() const { return entry_->kinds; }
-  void AddKinds(ScopeKinds kinds) const { entry_->kinds |= kinds; }
+  // Whether any of them is new.
+  bool AddKinds(ScopeKinds kinds) const {
+    const ScopeKinds former = entry_->kinds;
+    entry_->kinds |= kinds;
+    return entry_->kinds != former;
+  }
 
  private:
   friend class SymbolTable;

@@ -59,8 +59,7 @@ Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
     for (slot = SlotOf(name); slots_[slot] != nullptr;) slot = (slot + 1) & mask_;
   }
   ++count_;
-  if (in_force_) scope_arrangement.Add();
-  name.AddKinds(kinds_);
+  if (name.AddKinds(kinds_) || in_force_) scope_arrangement.Add();
   return slots_[slot] = variable.release();
 }
 
@@ -113,7 +112,7 @@ void VariableTree::SetKind(ScopeKinds kind) {
   if ((kinds_ & kind) == kind) return;
   kinds_ |= kind;
   for (size_t i = 0; i <= mask_; ++i) {
-    if (slots_[i] != nullptr) slots_[i]->symbol().AddKinds(kind);
+    if (slots_[i] != nullptr && slots_[i]->symbol().AddKinds(kind)) scope_arrangement.Add();
   }
 }
 
@@ -253,12 +252,14 @@ void Variables::GetLocalVariableList(VariableList& list) const {
   locals_.back().tree->ForEach([&list](Variable& variable) { list.push_back(&variable); });
 }
 
-Variable* KnownName::LookForPlain(Variables& variables) const {
+Variable* KnownName::Look(Variables& variables) const {
   Variable* variable = variables.Find(name_);
-  if (variable == nullptr || !variable->plain()) return nullptr;
-  if (!variables.has_fields()) {
+  if (variable != nullptr && !variables.has_fields()) {
+    const bool global =
+        name_.scope == VariableScope::Unqualified && name_.variable.kinds() == kGlobalKind;
     noted_ = variable;
-    noted_at_ = scope_arrangement.number();
+    number_ = global ? &scope_arrangement.additions() : &scope_arrangement.number();
+    noted_at_ = *number_;
   }
   return variable;
 }

@@ -294,19 +294,23 @@ class KnownName {
   // Whether it is a name at all. REQUIRES of the rest: it is.
   [[nodiscard]] explicit operator bool() const { return static_cast<bool>(name_.variable); }
 
+  // The variable that it means, or null.
+  [[nodiscard]] Variable* Find(Variables& variables) const {
+    return noted_at_ == *number_ ? noted_ : Look(variables);
+  }
   // The variable that it means when that is a plain one, else null.
   [[nodiscard]] Variable* FindPlain(Variables& variables) const {
-    if (noted_at_ == scope_arrangement.number()) [[likely]]
-      return noted_;
-    return LookForPlain(variables);
+    Variable* variable = Find(variables);
+    return variable != nullptr && variable->plain() ? variable : nullptr;
   }
 
  private:
-  Variable* LookForPlain(Variables& variables) const;
+  Variable* Look(Variables& variables) const;
 
   ScopedName name_;
-  mutable Variable* noted_ = nullptr;  // plain
-  mutable uint64_t noted_at_ = 0;      // the arrangement of the scopes then; 0: never
+  mutable Variable* noted_ = nullptr;
+  mutable uint64_t noted_at_ = 0;  // what `number_` was then; 0: never
+  mutable const uint64_t* number_ = &scope_arrangement.number();
 };
 
 }  // namespace vexa

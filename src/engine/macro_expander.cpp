@@ -60,12 +60,15 @@ MacroReference ReferenceOf(std::string_view content) {
 
 std::string_view MacroReference::Value(Vexa& host, String& room) const {
   Variables& variables = host.vars();
-  Variable* found = variable.variable ? variables.Find(variable) : variables.Find(name.view());
-  if (found == nullptr) return {};
-  const String& value = found->value();
+  Variable* found = variable ? variable.Find(variables) : variables.Find(name.view());
+  return found == nullptr ? std::string_view() : ValueOf(*found, host, room);
+}
+
+std::string_view MacroReference::ValueOf(Variable& found, Vexa& host, String& room) const {
+  const String& value = found.value();
   const MacroEncoding how = encoding.value_or(host.defaultmacroencoding());
   // No encoding changes a number.
-  const bool number = found->plain() && found->plain_value().IsNumber();
+  const bool number = found.plain() && found.plain_value().IsNumber();
   if (how == MacroEncoding::None || number) return value;
   room = value;
   if (how == MacroEncoding::Attribute) EncodeAttribute(room);

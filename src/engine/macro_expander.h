@@ -29,7 +29,7 @@ namespace vexa {
 // A reference as it is written: a name, and the encoding its word selects.
 struct MacroReference {
   String name;
-  ScopedName variable;                    // what the name means; set when the reference is noted
+  KnownName variable;                     // what the name means; set when the reference is noted
   std::optional<MacroEncoding> encoding;  // none: the default of the moment
   SourcePlace place;                      // of its '&'
   int64_t end = 0;                        // the offset behind it; -1 when the file ends first
@@ -37,6 +37,8 @@ struct MacroReference {
   // The encoded value that it has now, in `room` where it had to be encoded. Valid until the next
   // operation on the variables.
   [[nodiscard]] std::string_view Value(Vexa& host, String& room) const;
+  // The same of the variable that it means.
+  [[nodiscard]] std::string_view ValueOf(Variable& found, Vexa& host, String& room) const;
 };
 
 class MacroExpander final : public Buffer {

@@ -63,12 +63,6 @@ Output& ScriptParser::SwitchOutput(Output& output) {
   return former;
 }
 
-void ScriptParser::WriteValue(std::string_view text) {
-  if (text.empty()) return;
-  output_->Write(text);
-  output_->inwhitespace() = IsWhitespace(text.back()) ? 1 : 0;
-}
-
 // --- Errors ----------------------------------------------------------------------------------
 
 ErrorPlace ScriptParser::CurrentErrorPlace() const { return {source().errorname(), line(), {}}; }

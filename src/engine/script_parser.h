@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/text.h"
 #include "core/variables.h"
 #include "engine/error_handler.h"
 #include "engine/function.h"
@@ -88,7 +89,11 @@ class ScriptParser final : public TagReader {
   // returns the former one. Borrowed.
   TextFilter* SwitchTextFilter(TextFilter* filter) { return std::exchange(filter_, filter); }
   // Writes a tag's output and keeps the white-space flag; an empty text changes nothing.
-  void WriteValue(std::string_view text) override;
+  void WriteValue(std::string_view text) override {
+    if (text.empty()) return;
+    output_->Write(text);
+    output_->inwhitespace() = IsWhitespace(text.back()) ? 1 : 0;
+  }
 
   // Report an error at the current line. Always return Failed.
   StateResult SyntaxError(std::string_view message);
@@ -211,6 +216,8 @@ class ScriptParser final : public TagReader {
   SourcePlace* TakeStep(Site& site);
   Site* FindSite();
   Progress FollowText(Site& site);
+  const TextPiece* DeliverText(const Site& site, Progress& progress);
+  const TextPiece* CopyText(const Site& site, Progress& progress);
   Progress FollowTag(Site& site);
   Progress CarryOut(const Site& site, TagReading& reading, Tag& tag);
   Progress ReadAnew(const SourcePlace& place);
@@ -224,6 +231,7 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] size_t ReturnsFrom(const TagRow& row) const;
   void GoOnBehind(TagReading& reading);
   Progress EvaluateAndProcess(const Site& site, TagReading& reading, Tag& tag);
+  Progress RunHandler(Tag& tag);
   [[nodiscard]] bool EvaluateRead(const DeferredExpression& deferred, ScriptValue& value);
   SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
   void CheckSite(const Site& site);

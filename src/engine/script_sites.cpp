@@ -16,6 +16,7 @@
 #include "core/text.h"
 #include "engine/script_parser.h"
 #include "engine/site_learner.h"
+#include "engine/tag_call.h"
 
 namespace vexa {
 
@@ -139,16 +140,55 @@ bool ScriptParser::TryCondition(const DeferredExpression& condition, const Known
 
 Progress ScriptParser::FollowText(Site& site) {
   CheckSite(site);
-  const bool copies = CopiesPlainText();
-  for (const TextPiece& piece : copies ? site.plain_pieces : site.pieces) {
-    Progress progress = Progress::More;
-    if (!FollowPiece(site, piece, progress)) return ReadAnew(piece.place);
-    if (progress != Progress::More) return progress;
-  }
+  Progress progress = Progress::More;
+  const TextPiece* unread =
+      CopiesPlainText() ? CopyText(site, progress) : DeliverText(site, progress);
+  if (unread != nullptr) return ReadAnew(unread->place);
+  if (progress != Progress::More) return progress;
   GoTo(site.end);
   if (site.at_file_end) return Progress::EndOfFile;
   if (next_ == nullptr) next_ = site.end.site = FindSite();
   return Progress::More;
+}
+
+// Delivers a text piece by piece. The piece that must be read, with all behind it, or null.
+const TextPiece* ScriptParser::DeliverText(const Site& site, Progress& progress) {
+  for (const TextPiece& piece : site.pieces) {
+    if (!FollowPiece(site, piece, progress)) return &piece;
+    if (progress != Progress::More) break;
+  }
+  return nullptr;
+}
+
+// The same while everything is just copied.
+const TextPiece* ScriptParser::CopyText(const Site& site, Progress& progress) {
+  const char* const bytes = site.bytes.data();
+  for (const TextPiece& piece : site.plain_pieces) {
+    std::string_view text(bytes + piece.begin, piece.end - piece.begin);
+    String room;
+    if (piece.kind == PieceKind::Reference) {
+      const MacroReference& reference = site.references[piece.first].reference;
+      Variable* variable = reference.variable.Find(variables_);
+      if (variable == nullptr) continue;
+      if (variable->plain() && variable->plain_value().IsNumber()) {
+        text = variable->plain_value().view();  // the same in every encoding
+      } else {
+        text = reference.ValueOf(*variable, host_, room);
+        if (!IsHarmlessText(text)) return &piece;
+      }
+      if (text.empty()) continue;
+    } else if (piece.first != piece.last) {
+      if (!WriteForeign(site, piece, progress)) return &piece;
+      if (progress != Progress::More) return nullptr;
+      continue;
+    }
+    if (!CheckTimeout()) {
+      progress = Progress::Failed;
+      return nullptr;
+    }
+    WriteValue(text);
+  }
+  return nullptr;
 }
 
 // Delivers a piece; false when it must be read.
@@ -172,7 +212,7 @@ bool ScriptParser::FollowPiece(const Site& site, const TextPiece& piece, Progres
       const std::string_view value = site.references[piece.first].reference.Value(host_, room);
       if (!IsHarmlessText(value)) return false;
       if (value.empty()) return true;
-      progress = CopiesPlainText() ? ProcessPlain(value) : ProcessText(value);
+      progress = ProcessText(value);
       return true;
     }
     case PieceKind::Foreign:
@@ -242,7 +282,7 @@ Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) 
   const bool expression = !written.expression.empty();
   const bool appended = reading.may_append &&
                         target.name().variable != reading.error_variable.name().variable &&
-                        written.expression.program().TryAppend(*this, target.name());
+                        written.expression.program().TryAppend(*this, target);
   ScriptValue value;
   if (expression && !appended && !EvaluateSiteValue(written, value)) return Progress::Failed;
   GoOnBehind(reading);
@@ -350,7 +390,21 @@ Progress ScriptParser::EvaluateAndProcess(const Site& site, TagReading& reading,
     }
   }
   GoOnBehind(reading);
-  return ProcessKnownTag(tag);
+  return reading.direct && execute_tags_ ? RunHandler(tag) : ProcessKnownTag(tag);
+}
+
+// The same as ProcessKnownTag for a tag that no block takes: its handler is run at once.
+Progress ScriptParser::RunHandler(Tag& tag) {
+  if (!CheckTimeout()) return Progress::Failed;
+  for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
+  const TagRow& row = tag.row();
+  const size_t top = states_.size() - 1;
+  ClearErrorVariable(row);
+  TagCall call(*this, tag);
+  const StateResult result = row.handler(call);
+  if (exiting_) return Progress::Stop;
+  if (result == StateResult::Finished) return CloseStates(top);
+  return result == StateResult::Failed ? Progress::Failed : Progress::More;
 }
 
 // Evaluates an expression that stands where it stood when it was read, with the same references.

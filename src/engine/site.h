@@ -58,6 +58,8 @@ struct TagReading {
   // Whether the value may be nothing but what is appended to the variable.
   bool may_append = false;
   KnownName error_variable;  // of the tag
+  // Whether no block takes it, so that its handler may be run at once.
+  bool direct = false;
   // Whether it leaves a function, with the only value if there is one.
   bool returns = false;
   // The tag with its names and constants, for whoever carries it out first.

@@ -351,6 +351,8 @@ bool SiteLearner::KeepReading(const Tag& tag) {
   }
   if (reading->deferred.position != 0) reading->tag->Defer(reading->deferred);
   reading->tag->FindSoundness();
+  reading->direct = row.handler != nullptr && row.block == kNoTag && !row.Has(kEndsScript) &&
+                    reading->tag->sound();
   reading_ = std::move(reading);
   return true;
 }

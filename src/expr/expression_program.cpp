@@ -24,8 +24,8 @@ namespace {
 // the next operation on the variables.
 const ScriptValue& ValueOf(const ExpressionProgram::Leaf& leaf, Variables& variables,
                            ScriptValue& room) {
-  if (!leaf.variable.variable) return leaf.constant;
-  Variable* variable = variables.Find(leaf.variable);
+  if (!leaf.variable) return leaf.constant;
+  Variable* variable = leaf.variable.Find(variables);
   if (variable == nullptr) {
     room.clear();
     return room;
@@ -84,7 +84,7 @@ void ExpressionProgram::Finish() {
   }
   assert(values == (steps_.empty() ? 0 : 1) && functions == 0);
   // `a $ b $ c`: the first step takes the variable and what follows it, the others the stack.
-  appends_ = !steps_.empty() && !leaves_.empty() && leaves_[0].variable.variable;
+  appends_ = !steps_.empty() && !leaves_.empty() && leaves_[0].variable;
   for (size_t i = 0; i < steps_.size(); ++i) {
     const Step& step = steps_[i];
     appends_ = appends_ && step.action == Action::Operate &&
@@ -329,14 +329,14 @@ bool ExpressionProgram::Call(const CallSite& call, ExpressionContext& context, S
   return done;
 }
 
-bool ExpressionProgram::TryAppend(ExpressionContext& context, const ScopedName& target) const {
+bool ExpressionProgram::TryAppend(ExpressionContext& context, const KnownName& target) const {
   if (!appends_ || !UseShortcuts()) return false;
   Variables& variables = context.host().vars();
-  Variable* variable = variables.Find(leaves_[0].variable);
-  if (variable == nullptr || !variable->plain() || variables.Find(target) != variable) return false;
+  Variable* variable = leaves_[0].variable.FindPlain(variables);
+  if (variable == nullptr || target.FindPlain(variables) != variable) return false;
   for (size_t i = 1; i < leaves_.size(); ++i) {
     // What is read behind it must be what it was before.
-    if (leaves_[i].variable.variable && variables.Find(leaves_[i].variable) == variable) {
+    if (leaves_[i].variable && leaves_[i].variable.FindPlain(variables) == variable) {
       return false;
     }
   }

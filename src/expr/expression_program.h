@@ -41,7 +41,7 @@ class ExpressionProgram {
   // A constant or a variable.
   struct Leaf {
     ScriptValue constant;
-    ScopedName variable;  // no name for a constant
+    KnownName variable;  // no name for a constant
   };
   // A function that is called, and with how many arguments.
   struct CallSite {
@@ -84,7 +84,7 @@ class ExpressionProgram {
   // When the expression is `target $ a $ b ...`, with nothing but constants and other variables
   // behind `target`, and `target` is plain: appends them to its value in place and returns true.
   // Otherwise does nothing.
-  [[nodiscard]] bool TryAppend(ExpressionContext& context, const ScopedName& target) const;
+  [[nodiscard]] bool TryAppend(ExpressionContext& context, const KnownName& target) const;
   // The expression as one step on whole numbers, when it has that form.
   [[nodiscard]] const WholeNumberForm& whole() const { return whole_; }
   // Whether it calls any function.
@@ -93,14 +93,13 @@ class ExpressionProgram {
   [[nodiscard]] bool CallsScript() const;
   // The text when the expression is one constant and nothing else, else null.
   [[nodiscard]] const ScriptValue* constant() const {
-    return steps_.empty() && !leaves_.empty() && !leaves_[0].variable.variable
-               ? &leaves_[0].constant
-               : nullptr;
+    return steps_.empty() && !leaves_.empty() && !leaves_[0].variable ? &leaves_[0].constant
+                                                                      : nullptr;
   }
   // The name when the expression is one variable and nothing else, else null.
   [[nodiscard]] const ScopedName* variable() const {
-    return steps_.empty() && !leaves_.empty() && leaves_[0].variable.variable ? &leaves_[0].variable
-                                                                              : nullptr;
+    return steps_.empty() && !leaves_.empty() && leaves_[0].variable ? &leaves_[0].variable.name()
+                                                                     : nullptr;
   }
 
  private:
