@@ -89,7 +89,7 @@ class CallReader {
     return task_.request.address.Read(Trimmed(call_.Text("ACTION")), reason_);
   }
 
-  // The number of an attribute, `fallback` without one.
+  // The number of an attribute; `value` stays without one.
   [[nodiscard]] bool ReadNumber(std::string_view attribute, int least, int most, int& value) {
     if (!call_.Has(attribute)) return true;
     const String& text = call_.Text(attribute);
