@@ -1,5 +1,5 @@
 // Fuzzing of what reads strangers' bytes on their way in from other machines, with libFuzzer. The
-// first byte of the input chooses the piece that reads the rest. tests/fuzz/net_run builds and runs
+// first byte of the input chooses the piece that reads the rest. tests/fuzz/run builds and runs
 // it.
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // the three files, which are then opened, walked, changed and checked. Anything but a message or a
 // right answer is a finding.
 //
-// tests/fuzz/xbase_run builds and runs it. Its seeds come from Seed below: with the environment
+// tests/fuzz/run builds and runs it. Its seeds come from Seed below: with the environment
 // variable VEXA_FUZZ_SEEDS the program writes them to that directory and ends.
 //
 // The input begins with the lengths of the table and the memo file, two bytes each, little-endian;
