@@ -236,18 +236,4 @@ Module* Host::FindModule(const String& name, String& message) {
   return modules_.back().get();
 }
 
-void Host::OrderPackages(std::string_view names) {
-  std::vector<PackageInfo> ordered;
-  for (PieceReader pieces(names, ","); pieces.Next();) {
-    std::string_view name = Stripped(pieces.piece());
-    auto found = std::find_if(packages_.begin(), packages_.end(), [name](const auto& package) {
-      return EqualsIgnoreCase(package.code, name) || EqualsIgnoreCase(package.name, name);
-    });
-    if (found == packages_.end()) continue;
-    ordered.push_back(std::move(*found));
-    packages_.erase(found);
-  }
-  packages_ = std::move(ordered);
-}
-
 }  // namespace vexa

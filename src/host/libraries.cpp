@@ -38,6 +38,24 @@ void Host::AddCommerceHandler(CommerceMethod method) {
   Register(commerce_, std::move(method), &CommerceMethod::method);
 }
 
+void Host::OrderPackages(std::string_view names) {
+  std::vector<PackageInfo> ordered;
+  for (PieceReader pieces(names, ","); pieces.Next();) {
+    const std::string_view name = Stripped(pieces.piece());
+    const auto with = [&](String PackageInfo::*key) {
+      return std::find_if(packages_.begin(), packages_.end(), [&](const PackageInfo& package) {
+        return EqualsIgnoreCase(package.*key, name);
+      });
+    };
+    auto found = with(&PackageInfo::code);
+    if (found == packages_.end()) found = with(&PackageInfo::name);
+    if (found == packages_.end()) continue;
+    ordered.push_back(std::move(*found));
+    packages_.erase(found);
+  }
+  packages_ = std::move(ordered);
+}
+
 SitePlaces Host::places() const {
   struct stat status;
   const bool known =

@@ -199,8 +199,9 @@ CommerceLibrary& PackageLoader::FindCommerce(const CommerceMethod& method) {
 
 void PackageLoader::LoadCommerce(const CommerceMethod& method, CommerceLibrary& commerce) {
   const String& file = method.library;
-  const String path =
-      file[0] == '/' ? file : String::Concat({host_.config().commercedir, "/", file});
+  const String& directory = host_.config().commercedir;
+  const bool complete = file[0] == '/' || directory.empty();
+  const String path = complete ? file : String::Concat({directory, "/", file});
   commerce.method = method.method;
   commerce.metamethod = method.metamethod.empty() ? method.method : method.metamethod;
   commerce.library.name = method.method;
