@@ -565,6 +565,37 @@ def pop_hostile(site):
         expect("told", lines, ["CAPA"])
 
 
+@suite.case("attachments are whole or not there, whatever fails or is killed")
+def faults(site):
+    mail = message("two files")
+    for name in ("a.bin", "b.bin"):
+        mail.add_attachment(b"x" * 9000, maintype="a", subtype="b", filename=name)
+    directory = site.data / "faults"
+    site.write(PAGE, "")
+    seen = set()
+    for fault in [f"{kind}:{number}" for kind in ("kill", "tear", "fail", "failon") for number in range(1, 9)]:
+        shutil.rmtree(directory, ignore_errors=True)
+        directory.mkdir()
+        retr = {"LIST": block(b"1 9\r\n"), "RETR": block(mail.as_bytes())}
+        with scripted({**POP_OK, **retr}, b"+OK\r\n") as (host, lines):
+            site.write(PAGE, "<VEXA VxPOP_ERROR='nodisplay'>" + pop(host, "<VxPOPDELETE>", directory="faults"))
+            page = subprocess.run(
+                [site.program], capture_output=True, timeout=60, stdin=subprocess.DEVNULL, cwd=site.directory,
+                env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": f"/{PAGE}", "VEXA_FAULT": fault,
+                     "LD_PRELOAD": str(suite.build / "libfault_calls.so")}).stdout.decode()
+        files = sorted(path.name for path in directory.iterdir())
+        named = [name for name in files if not re.fullmatch(r"[ab]\.bin\.\d+", name)]
+        expect(f"sizes after {fault}", [(directory / name).stat().st_size for name in named], [9000] * len(named))
+        done = "||" in page
+        told = f"{fault}: {page} {files} {lines}"
+        expect(f"deleted after {told}", "QUIT" in lines, done)
+        if done or "fail:" in fault:
+            expect(f"files after {told}", files, ["a.bin", "b.bin"] if done else [])
+        expect(f"temporary files after {told}", len(files) - len(named) < 2, True)
+        seen.add((done, len(named)))
+    expect("what was seen", {(True, 2), (False, 0), (False, 1)} <= seen, True)
+
+
 @suite.case("the contact form of the example site becomes a mail with its file")
 def contact(site):
     page = (ROOT / "examples/site/contact.vx").read_text()

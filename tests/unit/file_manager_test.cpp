@@ -319,6 +319,18 @@ TEST_F(FileManagerTest, DirectoriesModesAndTimes) {
   EXPECT_EQ(std::filesystem::read_symlink(Path("link").c_str()), "target");
 }
 
+TEST_F(FileManagerTest, NewFilesTakeNobodysPlace) {
+  EXPECT_EQ(files.WriteNew(Path("new"), "content"), 0);
+  EXPECT_EQ(Content("new"), "content");
+  EXPECT_EQ(files.Mode(Path("new")) & 07777, 0600);
+  ASSERT_EQ(files.MakeSymbolicLink("target", Path("link")), 0);
+  EXPECT_EQ(files.WriteNew(Path("new"), "other"), 1);
+  EXPECT_EQ(files.WriteNew(Path("link"), "other"), 1);
+  EXPECT_EQ(files.WriteNew(Path("none/new"), "other"), -1);
+  EXPECT_EQ(Content("new"), "content");
+  EXPECT_FALSE(files.Exists(Path("target")));
+}
+
 TEST_F(FileManagerTest, OpenModesAndRefusedOperations) {
   EXPECT_EQ(Open("a", OpenRead), nullptr);
   EXPECT_EQ(files.error(), strerror(ENOENT));
