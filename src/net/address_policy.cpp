@@ -9,6 +9,7 @@
 #include <cstring>
 #include <span>
 
+#include "core/late_function.h"
 #include "core/number.h"
 #include "core/text.h"
 #include "net/network_errors.h"
@@ -47,6 +48,11 @@ constexpr Embedding kEmbeddings[] = {
     {{{0, 0x64, 0xFF, 0x9B}, 96}, 12},
     {{{0x20, 0x02}, 16}, 2},
 };
+
+// As inet_pton.
+int ReadAddress(int family, const char* text, void* address) {
+  return LateFunction<"inet_pton", decltype(::inet_pton)>()(family, text, address);
+}
 
 bool IsIn(const std::array<uint8_t, 16>& address, const Network& network) {
   int bits = network.bits;
@@ -109,7 +115,7 @@ std::optional<ServerName> ReadServerName(std::string_view text) {
     server.host = text.substr(1, end - 1);
     server.numeric = true;
     in6_addr address;
-    if (server.host.contains('\0') || inet_pton(AF_INET6, server.host.c_str(), &address) != 1) {
+    if (server.host.contains('\0') || ReadAddress(AF_INET6, server.host.c_str(), &address) != 1) {
       return {};
     }
     rest = text.substr(end + 1);
@@ -129,7 +135,8 @@ std::optional<ServerName> ReadServerName(std::string_view text) {
 
 String NumericAddress::Text() const {
   char text[INET6_ADDRSTRLEN];
-  inet_ntop(length == 4 ? AF_INET : AF_INET6, bytes.data(), text, sizeof text);
+  LateFunction<"inet_ntop", decltype(::inet_ntop)>()(length == 4 ? AF_INET : AF_INET6, bytes.data(),
+                                                     text, sizeof text);
   return text;
 }
 
@@ -137,8 +144,8 @@ std::optional<NumericAddress> ReadNumericAddress(std::string_view text) {
   const String address(text);
   std::array<uint8_t, 16> bytes;
   if (address.contains('\0')) return {};
-  if (inet_pton(AF_INET, address.c_str(), bytes.data()) == 1) return FromBytes(bytes.data(), 4);
-  if (inet_pton(AF_INET6, address.c_str(), bytes.data()) == 1) return FromBytes(bytes.data(), 16);
+  if (ReadAddress(AF_INET, address.c_str(), bytes.data()) == 1) return FromBytes(bytes.data(), 4);
+  if (ReadAddress(AF_INET6, address.c_str(), bytes.data()) == 1) return FromBytes(bytes.data(), 16);
   return {};
 }
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "core/late_function.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -41,9 +42,11 @@ size_t UnitSize(std::string_view charset) {
 class Converter {
  public:
   explicit Converter(std::string_view charset)
-      : unit_(UnitSize(charset)), handle_(iconv_open("UTF-8", String(charset).c_str())) {}
+      : unit_(UnitSize(charset)),
+        handle_(LateFunction<"iconv_open", decltype(::iconv_open)>()("UTF-8",
+                                                                     String(charset).c_str())) {}
   ~Converter() {
-    if (usable()) iconv_close(handle_);
+    if (usable()) LateFunction<"iconv_close", decltype(::iconv_close)>()(handle_);
   }
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
@@ -71,7 +74,8 @@ class Converter {
     char piece[4096];
     char* end = piece;
     size_t room = sizeof piece;
-    const size_t result = iconv(handle_, in, left, &end, &room);
+    const size_t result =
+        LateFunction<"iconv", decltype(::iconv)>()(handle_, in, left, &end, &room);
     const int reason = errno;
     out.Append({piece, sizeof piece - room});
     errno = reason;

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <utility>
 
+#include "core/late_function.h"
 #include "core/number.h"
 #include "net/network_errors.h"
 
@@ -21,13 +22,18 @@ namespace vexa {
 
 namespace {
 
+// As pthread_sigmask.
+void SetSignalMask(int how, const sigset_t* mask, sigset_t* former) {
+  LateFunction<"pthread_sigmask", decltype(::pthread_sigmask)>()(how, mask, former);
+}
+
 // While one exists, no signal is delivered and a broken connection raises none.
 class QuietSignals {
  public:
   QuietSignals() {
     sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &mask_);
+    LateFunction<"sigfillset", decltype(::sigfillset)>()(&all);
+    SetSignalMask(SIG_SETMASK, &all, &mask_);
     outside_ = mask_;
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
@@ -35,13 +41,13 @@ class QuietSignals {
   }
   ~QuietSignals() {
     sigaction(SIGPIPE, &broken_pipe_, nullptr);
-    pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
+    SetSignalMask(SIG_SETMASK, &mask_, nullptr);
   }
   // Takes the signals that came meanwhile. REQUIRES: one exists.
   static void LetIn() {
     sigset_t all;
-    pthread_sigmask(SIG_SETMASK, &outside_, &all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    SetSignalMask(SIG_SETMASK, &outside_, &all);
+    SetSignalMask(SIG_SETMASK, &all, nullptr);
   }
   QuietSignals(const QuietSignals&) = delete;
   QuietSignals& operator=(const QuietSignals&) = delete;
@@ -84,7 +90,8 @@ Transfer::~Transfer() {
 }
 
 void Transfer::HangUp(int how) {
-  for (const curl_socket_t socket : sockets_) ::shutdown(socket, how);
+  for (const curl_socket_t socket : sockets_)
+    LateFunction<"shutdown", decltype(::shutdown)>()(socket, how);
 }
 
 void Transfer::LeaveMulti() {
@@ -365,8 +372,8 @@ curl_socket_t Transfer::OpenSocket(void* self, curlsocktype, curl_sockaddr* addr
     }
   }
   transfer.reached_ = true;
-  const curl_socket_t opened =
-      ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  const curl_socket_t opened = LateFunction<"socket", decltype(::socket)>()(
+      address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
   if (opened != CURL_SOCKET_BAD) transfer.sockets_.push_back(opened);
   return opened;
 }
