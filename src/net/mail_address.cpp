@@ -59,16 +59,6 @@ bool IsQuotedString(std::string_view text) {
   return true;
 }
 
-String Quoted(std::string_view text) {
-  String quoted("\"");
-  for (char c : text) {
-    if (c == '"' || c == '\\') quoted.Accumulate('\\');
-    quoted.Accumulate(c);
-  }
-  quoted.cat('"');
-  return quoted;
-}
-
 bool IsDomain(std::string_view text) {
   if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
     return std::all_of(text.begin() + 1, text.end() - 1,
@@ -88,7 +78,7 @@ bool ReadAddress(std::string_view text, String& address) {
   if (!IsDomain(domain)) return false;
   // What would mean something else to those who read the header stands in quotes.
   const bool plain = IsDotAtom(local) || IsQuotedString(local);
-  address = plain ? String(text) : String::Concat({Quoted(local), "@", domain});
+  address = plain ? String(text) : String::Concat({QuotedString(local), "@", domain});
   return address.size() <= kLongestAddress;
 }
 
@@ -113,6 +103,16 @@ bool ReadOne(std::string_view text, MailAddress& address) {
 }
 
 }  // namespace
+
+String QuotedString(std::string_view text) {
+  String quoted("\"");
+  for (char c : text) {
+    if (c == '"' || c == '\\') quoted.Accumulate('\\');
+    quoted.Accumulate(c);
+  }
+  quoted.cat('"');
+  return quoted;
+}
 
 std::string_view MailAddress::domain() const {
   return address.view().substr(address.view().rfind('@') + 1);

@@ -26,6 +26,9 @@ struct MailAddress {
 [[nodiscard]] bool ReadMailAddresses(std::string_view list, std::vector<MailAddress>& addresses,
                                      String& wrong);
 
+// `text` as a quoted string of mails.
+[[nodiscard]] String QuotedString(std::string_view text);
+
 // Whether mail to both goes to one receiver: domains have no letter case.
 [[nodiscard]] bool SameReceiver(const MailAddress& a, const MailAddress& b);
 

@@ -58,13 +58,15 @@ class LineFolder {
     first_ = false;
   }
   void End() { out_.Append("\r\n"); }
-  // Bytes that the next word may have on this line. Never too few for an encoded word: then it is
-  // what there is room for on a line of its own.
-  [[nodiscard]] size_t Room(std::string_view blanks) {
-    const size_t taken = column_ + blanks.size() + kFrameOfQ.size() + kFrameEnd.size();
-    if (taken + kLeastRoom <= kLongestLine) return kLongestLine - taken;
-    first_ = false;
-    return kLongestLine - blanks.size() - kFrameOfQ.size() - kFrameEnd.size();
+  // Begins a line, also behind the name, when there is no room for an encoded word on this one.
+  // Returns the bytes that the next encoded word may hold.
+  [[nodiscard]] size_t MakeRoom(std::string_view blanks) {
+    const size_t frame = blanks.size() + kFrameOfQ.size() + kFrameEnd.size();
+    if (column_ + frame + kLeastRoom > kLongestLine) {
+      out_.Append("\r\n");
+      column_ = 0;
+    }
+    return kLongestLine - column_ - frame;
   }
 
  private:
@@ -100,7 +102,7 @@ void AddEncoded(LineFolder& folder, std::string_view first, std::string_view tex
     return as_q ? SizeAsQ(text.substr(0, length)) : Base64Size(length);
   };
   for (std::string_view blanks = first; !text.empty(); blanks = " ") {
-    const size_t room = folder.Room(blanks);
+    const size_t room = folder.MakeRoom(blanks);
     size_t length = 0;
     for (size_t next = 0; next <= text.size() && size(next) <= room;) {
       length = next;
@@ -172,16 +174,6 @@ bool IsPhrase(std::string_view text) {
   });
 }
 
-String Quoted(std::string_view text) {
-  String quoted("\"");
-  for (char c : text) {
-    if (c == '"' || c == '\\') quoted.Accumulate('\\');
-    quoted.Accumulate(c);
-  }
-  quoted.cat('"');
-  return quoted;
-}
-
 void AddAddress(LineFolder& folder, const MailAddress& address, std::string_view separator) {
   const String shown = WithoutControls(address.name);
   const std::string_view name = Stripped(shown);
@@ -192,7 +184,7 @@ void AddAddress(LineFolder& folder, const MailAddress& address, std::string_view
   if (name.size() > kLongestQuotedName || NeedsEncoding(name)) {
     AddEncoded(folder, " ", name);
   } else {
-    folder.Add(" ", IsPhrase(name) ? String(name) : Quoted(name));
+    folder.Add(" ", IsPhrase(name) ? String(name) : QuotedString(name));
   }
   folder.Add(" ", String::Concat({"<", address.address, ">", separator}));
 }
@@ -243,7 +235,7 @@ void AppendParameterHeader(String& out, std::string_view name, std::string_view 
   folder.Add(" ", String::Concat({value, ";"}));
   if (text.size() <= kLongestParameter && IsPlain(text) &&
       text.find("=?") == std::string_view::npos) {
-    folder.Add(" ", String::Concat({parameter, "=", Quoted(text)}));
+    folder.Add(" ", String::Concat({parameter, "=", QuotedString(text)}));
   } else {
     AddExtended(folder, parameter, text);
   }
