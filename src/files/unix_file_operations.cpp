@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/late_function.h"
 #include "core/number.h"
 #include "files/descriptor.h"
 #include "files/file_paths.h"
@@ -149,9 +150,9 @@ int UNIXFileManager::WriteNew(const String& path, std::string_view data) {
   if (result == 0) result = Checked(WriteFully(descriptor, data.data(), data.size()) < 0 ? -1 : 0);
   if (result == 0) {
     const String source = String::Concat({"/proc/self/fd/", PrintInteger(descriptor)});
-    result = unnamed
-                 ? ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW)
-                 : ::renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE);
+    result = unnamed ? ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW)
+                     : LateFunction<"renameat2", decltype(::renameat2)>()(
+                           AT_FDCWD, name.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE);
     const bool taken = result != 0 && errno == EEXIST;
     result = taken ? 1 : Checked(result);
   }
