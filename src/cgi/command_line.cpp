@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cgi/cgi_vexa.h"
+#include "core/late_function.h"
 #include "engine/script_check.h"
 #include "packages/package_check.h"
 #include "tags/tag_table.h"
@@ -78,8 +79,9 @@ int CheckPackageFiles(Output& out, Arguments paths) {
     return EXIT_FAILURE;
   }
   const uid_t user = getuid();
-  const gid_t group = getgid();
-  if (setresgid(group, group, group) != 0 || setresuid(user, user, user) != 0) {
+  const gid_t group = LateFunction<"getgid", decltype(::getgid)>()();
+  if (LateFunction<"setresgid", decltype(::setresgid)>()(group, group, group) != 0 ||
+      LateFunction<"setresuid", decltype(::setresuid)>()(user, user, user) != 0) {
     out.Write("vexa --check-package: the rights of the program cannot be given up\n");
     return EXIT_FAILURE;
   }

@@ -15,6 +15,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "core/late_function.h"
 #include "core/output.h"
 
 namespace vexa {
@@ -64,7 +65,7 @@ class CrashReport {
       report.Tell(signal, library, function);
     }
     // The handler is gone already (SA_RESETHAND).
-    raise(signal);
+    syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), signal);
   }
 
   static void LookAtTheClock() {
@@ -72,7 +73,7 @@ class CrashReport {
     CrashReport report;
     report.SendPage();
     report.Send(STDOUT_FILENO, "Application timed out\r\n");
-    _exit(1);
+    syscall(SYS_exit_group, 1);
   }
 
  private:
@@ -129,11 +130,16 @@ void OnExit() {
   if (running != nullptr) std::abort();
 }
 
+// SIGRTMIN, which is a call.
+int TickSignal() {
+  return LateFunction<"__libc_current_sigrtmin", decltype(::__libc_current_sigrtmin)>()();
+}
+
 void InstallHandlers() {
   stack_t stack{};
   stack.ss_sp = handler_stack;
   stack.ss_size = sizeof handler_stack;
-  sigaltstack(&stack, nullptr);
+  LateFunction<"sigaltstack", decltype(::sigaltstack)>()(&stack, nullptr);
   struct sigaction action {};
   sigemptyset(&action.sa_mask);
   action.sa_handler = OnCrash;
@@ -141,7 +147,7 @@ void InstallHandlers() {
   for (const int signal : kCrashes) sigaction(signal, &action, nullptr);
   action.sa_handler = OnTick;
   action.sa_flags = SA_ONSTACK | SA_RESTART;
-  sigaction(SIGRTMIN, &action, nullptr);
+  sigaction(TickSignal(), &action, nullptr);
   std::atexit(OnExit);
 }
 
@@ -149,12 +155,13 @@ void InstallHandlers() {
 void StartTimer() {
   sigevent event{};
   event.sigev_notify = SIGEV_THREAD_ID;
-  event.sigev_signo = SIGRTMIN;
+  event.sigev_signo = TickSignal();
   event._sigev_un._tid = own_thread;
   timer_t timer;
-  if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0) return;
+  const auto create = LateFunction<"timer_create", decltype(::timer_create)>();
+  if (create(CLOCK_MONOTONIC, &event, &timer) != 0) return;
   const itimerspec second{{1, 0}, {1, 0}};
-  timer_settime(timer, 0, &second, nullptr);
+  LateFunction<"timer_settime", decltype(::timer_settime)>()(timer, 0, &second, nullptr);
 }
 
 }  // namespace
