@@ -230,16 +230,16 @@ def scripted(replies, answer=b"250 OK\r\n", tls=None):
             ended.wait()
         if chosen in (CLOSE, HANG):
             raise ConnectionError
-        while chosen[0] == ENDLESS:
+        while chosen and chosen[0] == ENDLESS:
             connection.sendall(chosen[1])
-        if chosen[0] == LATE:
+        if chosen and chosen[0] == LATE:
             connection.sendall(chosen[1])
             time.sleep(5)  # Reads only when the page has given up.
             chosen = b""
         connection.sendall(chosen)
 
-    def converse(connection):
-        reply(connection, "")
+    def converse(connection, verb=""):
+        reply(connection, verb)
         stream, in_text = connection.makefile("rb"), False
         for line in stream:
             lines.append(line.decode("latin-1").rstrip("\r\n"))
@@ -249,14 +249,8 @@ def scripted(replies, answer=b"250 OK\r\n", tls=None):
             reply(connection, verb)
             in_text = verb == "DATA" and b"354" in str(replies.get(verb, "")).encode()
             if verb == "STARTTLS" and tls:
-                connection = tls.wrap_socket(connection, server_side=True)
                 stream.close()
-                return converse_again(connection)
-
-    def converse_again(connection):
-        replies[""] = b""
-        replies.update(replies.pop("after", {}))
-        converse(connection)
+                return converse(tls.wrap_socket(connection, server_side=True), "NOTHING")
 
     def serve():
         while not ended.is_set():
@@ -275,6 +269,19 @@ def scripted(replies, answer=b"250 OK\r\n", tls=None):
         ended.set()
         listener.shutdown(socket.SHUT_RDWR)
         listener.close()
+
+
+@suite.case("what a server offered before the encryption does not count behind it")
+def offers(site):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(site.certificates / "server.crt", site.certificates / "server.key")
+    replies = {"": b"220 mx\r\n", "STARTTLS": b"220 go\r\n", "NOTHING": b"",
+               "EHLO": [b"250-STARTTLS\r\n250 AUTH PLAIN\r\n", b"250 mx\r\n"]}
+    with scripted(replies, tls=context) as (host, lines):
+        site.write(PAGE, tag(host, 'USER="u" PASSWORD="geheim"') + "|<VxEVAL EXPR=VxSMTP_Error>")
+        expect_in("page", site.page(), f"0|Error sending mail through '{host}': The server offers no login")
+        expect("what the server heard", [line.split(" ")[0] for line in lines[:3]], ["EHLO", "STARTTLS", "EHLO"])
+        expect("nothing more", set(lines[3:]) <= {"QUIT"}, True)
 
 
 LOST = "The connection was lost"
