@@ -14,7 +14,7 @@ import threading
 import time
 import zlib
 
-from harness import ProgramSite, Suite, WebServer, expect, expect_in, page_of
+from harness import ProgramSite, Suite, WebServer, expect, expect_in, make_certificates, page_of
 
 suite = Suite("calls")
 
@@ -135,22 +135,6 @@ def _():
             expect_in("page", output + b"timed out" * (number == signal.SIGKILL), b"timed out")
             expect("files", [path.name for path in site.data.iterdir()], ["kept"])
             expect("the file", (site.data / "kept").read_text(), "old")
-
-
-def make_certificates(directory):
-    """Authorities `ca` and `other`, and servers' certificates: good, and wrong in one way each."""
-    def openssl(*arguments):
-        subprocess.run(["openssl", *arguments], cwd=directory, check=True, capture_output=True)
-    for name in ("ca", "other", "self"):
-        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
-                f"{name}.key", "-out", f"{name}.pem", "-subj", f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1")
-    for name, authority, subject, days in (("good", "ca", "127.0.0.1", "1"), ("unknown", "other", "127.0.0.1", "1"),
-                                           ("name", "ca", "127.0.0.2", "1"), ("expired", "ca", "127.0.0.1", "-1")):
-        (directory / "ext").write_text(f"subjectAltName=IP:{subject}")
-        openssl("req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
-                f"{name}.key", "-out", f"{name}.csr", "-subj", "/CN=server")
-        openssl("x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem", "-CAkey", f"{authority}.key", "-days",
-                days, "-extfile", "ext", "-out", f"{name}.pem", "-CAcreateserial")
 
 
 @suite.case("a certificate that cannot be trusted is refused before anything is sent")

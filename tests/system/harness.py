@@ -133,31 +133,24 @@ class ProgramSite:
 
 
 def make_certificates(directory):
-    """A directory with an authority `ca.crt`, and certificates with their keys (NAME.crt, NAME.key):
-    `server` of 127.0.0.1 and localhost by that authority, `other` of another name, `expired`, and
-    `self`, which nobody signed but itself."""
-    made = pathlib.Path(directory) / "certificates"
-    made.mkdir()
-
+    """Authorities `ca` and `other`, and servers' certificates: good, and wrong in one way each."""
     def openssl(*arguments):
-        subprocess.run(["openssl", *map(str, arguments)], check=True, capture_output=True, cwd=made)
-
-    new_key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
-    openssl("req", "-x509", *new_key, "-keyout", "ca.key", "-out", "ca.crt", "-subj", "/CN=Test CA", "-days", 2)
-    for name, names, days in (("server", "IP:127.0.0.1,DNS:localhost", 2), ("other", "DNS:example.org", 2),
-                              ("expired", "IP:127.0.0.1", -1), ("self", "IP:127.0.0.1", 2)):
-        (made / "names").write_text(f"subjectAltName={names}")
-        openssl("req", "-new", *new_key, "-keyout", f"{name}.key", "-out", "request", "-subj", f"/CN={name}")
-        signer = ["-signkey", "self.key"] if name == "self" else ["-CA", "ca.crt", "-CAkey", "ca.key",
-                                                                  "-CAcreateserial"]
-        openssl("x509", "-req", "-in", "request", *signer, "-out", f"{name}.crt", "-days", days,
-                "-extfile", "names")
-    return made
+        subprocess.run(["openssl", *arguments], cwd=directory, check=True, capture_output=True)
+    for name in ("ca", "other", "self"):
+        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
+                f"{name}.key", "-out", f"{name}.pem", "-subj", f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1")
+    for name, authority, subject, days in (("good", "ca", "127.0.0.1", "1"), ("unknown", "other", "127.0.0.1", "1"),
+                                           ("name", "ca", "127.0.0.2", "1"), ("expired", "ca", "127.0.0.1", "-1")):
+        (directory / "ext").write_text(f"subjectAltName=IP:{subject},DNS:localhost")
+        openssl("req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
+                f"{name}.key", "-out", f"{name}.csr", "-subj", "/CN=server")
+        openssl("x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem", "-CAkey", f"{authority}.key", "-days",
+                days, "-extfile", "ext", "-out", f"{name}.pem", "-CAcreateserial")
 
 
 def page_of(process):
     """What a process that ends by itself wrote behind the headers."""
-    output, errors = process.communicate(timeout=60)
+    output, errors = process.communicate(timeout=300)
     expect("standard error", errors, b"")
     expect("exit status", process.returncode, 1)
     head, separator, page = output.partition(b"\r\n\r\n")

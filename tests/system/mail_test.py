@@ -11,7 +11,6 @@ import email.policy
 import grp
 import logging
 import os
-import pathlib
 import pwd
 import re
 import shutil
@@ -19,7 +18,6 @@ import socket
 import ssl
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 import warnings
@@ -62,7 +60,7 @@ def mail_server(certificate=None, tls="", login=""):
     context = None
     if tls:
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(f"{certificate}.crt", f"{certificate}.key")
+        context.load_cert_chain(f"{certificate}.pem", f"{certificate}.key")
 
     def check(server, session, envelope, mechanism, data):
         return AuthResult(success=f"{data.login.decode()}:{data.password.decode()}" == login, handled=False)
@@ -186,15 +184,15 @@ def encrypted_sending(site):
     warnings.simplefilter("ignore")
     logging.disable()
     for certificate, tls, attributes, reason, encrypted in (
-            ("server", "tls", f'TLS="TLS" {user}', "", True), ("server", "starttls", user, "", True),
-            ("server", "starttls", 'USER="u@x" PASSWORD="wrong"', refused, None),
-            ("server", "starttls", 'TLS="none"', "", False), ("self", "starttls", "", "", True),
-            *((bad, tls, f'TLS="{tls}" {user}', distrust, None) for bad in ("self", "other", "expired")
+            ("good", "tls", f'TLS="TLS" {user}', "", True), ("good", "starttls", user, "", True),
+            ("good", "starttls", 'USER="u@x" PASSWORD="wrong"', refused, None),
+            ("good", "starttls", 'TLS="none"', "", False), ("self", "starttls", "", "", True),
+            *((bad, tls, f'TLS="{tls}" {user}', distrust, None) for bad in ("self", "name", "expired", "unknown")
               for tls in ("tls", "starttls")),
-            ("server", "", user, "The server does not offer encryption", None),
-            ("server", "", f'TLS="none" {user}', "", False)):
+            ("good", "", user, "The server does not offer encryption", None),
+            ("good", "", f'TLS="none" {user}', "", False)):
         login = "" if not user and "USER" in attributes else 'u@x:p"w' if "USER" in attributes else ""
-        with mail_server(site.certificates / certificate, tls, login) as (inbox, host):
+        with mail_server(site.directory / certificate, tls, login) as (inbox, host):
             site.write(PAGE, tag(host, attributes) + "|<VxEVAL EXPR=VxSMTP_Error>")
             sent, _, error = site.page().rpartition("\r\n")[2].partition("|")
             case = f"{certificate} {tls} {attributes}"
@@ -274,7 +272,7 @@ def scripted(replies, answer=b"250 OK\r\n", tls=None):
 @suite.case("what a server offered before the encryption does not count behind it")
 def offers(site):
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(site.certificates / "server.crt", site.certificates / "server.key")
+    context.load_cert_chain(site.directory / "good.pem", site.directory / "good.key")
     replies = {"": b"220 mx\r\n", "STARTTLS": b"220 go\r\n", "NOTHING": b"",
                "EHLO": [b"250-STARTTLS\r\n250 AUTH PLAIN\r\n", b"250 mx\r\n"]}
     with scripted(replies, tls=context) as (host, lines):
@@ -364,8 +362,8 @@ log_path = {self.home}/log
 protocols = pop3
 listen = 127.0.0.1
 ssl = yes
-ssl_cert = <{site.certificates}/server.crt
-ssl_key = <{site.certificates}/server.key
+ssl_cert = <{site.directory}/good.pem
+ssl_key = <{site.directory}/good.key
 disable_plaintext_auth = no
 default_internal_user = {user}
 default_internal_group = {group}
@@ -626,8 +624,8 @@ def contact(site):
 @contextlib.contextmanager
 def fixture(build):
     with ProgramSite(build, "loglevel=4\nlogfile={DIR}/data/log\nmailtimeout=3\nvalidextensions=.vx\n"
-                     "cafile={DIR}/certificates/ca.crt") as site:
-        site.certificates = make_certificates(site.directory)
+                     "cafile={DIR}/ca.pem") as site:
+        make_certificates(site.directory)
         yield site
 
 
