@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/name_table.h"
 #include "core/number.h"
 #include "core/text.h"
 
@@ -77,6 +78,7 @@ constexpr SettingName kSettingNames[] = {
     {"durable", &Settings::durable},
     {"lockhostname", &Settings::lockhostname},
 };
+constexpr NameTable kSettings(kSettingNames, [](const SettingName& row) { return row.key; });
 
 // An optional minus sign, then nothing but digits. The empty value is one and reads as 0.
 bool IsInteger(std::string_view value) {
@@ -98,10 +100,9 @@ int BooleanValue(std::string_view value) {
 }  // namespace
 
 int Config::SetConfigValue(std::string_view key, const String& value) {
-  const SettingName* setting =
-      std::find_if(std::begin(kSettingNames), std::end(kSettingNames),
-                   [key](const SettingName& name) { return EqualsIgnoreCase(name.key, key); });
-  if (setting == std::end(kSettingNames)) return 0;
+  const int row = kSettings.Find(kSettingNames, key);
+  if (row < 0) return 0;
+  const SettingName* setting = &kSettingNames[row];
   switch (setting->type) {
     case SettingType::Text:
       settings_.*setting->text = value;
