@@ -50,7 +50,7 @@ Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
   size_t slot = SlotOf(name);
   for (; slots_[slot] != nullptr; slot = (slot + 1) & mask_) {
     if (slots_[slot]->symbol() != name) continue;
-    if (in_force_) scope_arrangement.Add();
+    if (in_force_ > 0) scope_arrangement.Add();
     delete std::exchange(slots_[slot], variable.release());
     return slots_[slot];
   }
@@ -59,7 +59,7 @@ Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
     for (slot = SlotOf(name); slots_[slot] != nullptr;) slot = (slot + 1) & mask_;
   }
   ++count_;
-  if (name.AddKinds(kinds_) || in_force_) scope_arrangement.Add();
+  if (name.AddKinds(kinds_) || in_force_ > 0) scope_arrangement.Add();
   return slots_[slot] = variable.release();
 }
 
@@ -121,13 +121,13 @@ void VariableTree::SetKind(ScopeKinds kind) {
 Variables::Variables(FieldSource& fields) : fields_(fields) {
   scope_arrangement.Add();
   globals_.SetKind(kGlobalKind);
-  globals_.SetInForce(true);
+  globals_.BeginForce();
   PushSystemVars(&system_);
 }
 
 void Variables::AddSystemScope(VariableTree* scope) {
   scope->SetKind(kSystemKind);
-  scope->SetInForce(true);
+  scope->BeginForce();
   // Below what is pushed: nobody may believe what was noted before, also after those are popped.
   scope_arrangement.Add();
   const auto place = systems_.begin() + 1 + static_cast<ptrdiff_t>(added_systems_);
@@ -136,7 +136,7 @@ void Variables::AddSystemScope(VariableTree* scope) {
 }
 
 void Variables::RemoveSystemScope(VariableTree* scope) {
-  scope->SetInForce(false);
+  scope->EndForce();
   scope_arrangement.Add();
   added_systems_ -=
       std::erase_if(systems_, [scope](const PushedScope& pushed) { return pushed.tree == scope; });

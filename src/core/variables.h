@@ -133,8 +133,12 @@ class VariableTree {
 
   // Says that the scope is one of that kind from now on.
   void SetKind(ScopeKinds kind);
-  // Whether names are looked up in it.
-  void SetInForce(bool in_force) { in_force_ = in_force; }
+  // Names are looked up in it from now on, and no longer, once for each time that it was pushed.
+  void BeginForce() { ++in_force_; }
+  void EndForce() {
+    assert(in_force_ > 0);
+    --in_force_;
+  }
 
  private:
   static constexpr size_t kFewSlots = 8;
@@ -150,7 +154,7 @@ class VariableTree {
   uint32_t count_ = 0;
   uint8_t shift_ = 29;  // 32 less the bits of mask_
   ScopeKinds kinds_ = 0;
-  bool in_force_ = false;
+  uint32_t in_force_ = 0;  // how often it is pushed
 };
 
 // Variables in a fixed order, for callers that want a whole scope at once.
@@ -249,12 +253,12 @@ class Variables {
 
   static void Push(ScopeStack& scopes, VariableTree* tree, ScopeKinds kind) {
     tree->SetKind(kind);
-    tree->SetInForce(true);
+    tree->BeginForce();
     scopes.push_back({tree, scope_arrangement.Push()});
   }
   static void Pop(ScopeStack& scopes) {
     assert(!scopes.empty());
-    scopes.back().tree->SetInForce(false);
+    scopes.back().tree->EndForce();
     scope_arrangement.Pop(scopes.back().mark);
     scopes.pop_back();
   }

@@ -1,6 +1,7 @@
 // Following what is remembered of a script instead of reading it.
 //
-//   FindNextTag ─▶ a site is known here ─▶ FollowText, FollowTag ─▶ the site behind it
+//   FindNextTag ─▶ sites that only count ─▶ TakeSteps ─▶ the site behind the last
+//              └▶ a site is known here ─▶ FollowText, FollowTag ─▶ the site behind it
 //              └▶ read before, not learnt ─▶ SiteLearner ─▶ a site
 //              └▶ never read before ─▶ the scanner
 //
@@ -50,7 +51,7 @@ class InUse {
 }  // namespace
 
 Progress ScriptParser::FindNextTag() {
-  TakeSteps();
+  if (next_ != nullptr && next_->steps) TakeSteps();
   Site* site = next_ != nullptr ? next_ : FindSite();
   if (SourcePlace* link = std::exchange(link_, nullptr);
       link != nullptr && site != nullptr && site->begin == *link) {
@@ -89,9 +90,10 @@ Progress ScriptParser::ReadAnew(const SourcePlace& place) {
 
 // --- Steps -----------------------------------------------------------------------------------
 
-// Takes as many steps on whole numbers as follow one another: assignments, and the closing tags of
-// loops. None of them can fail or ask where the script stands, so it is noted only behind the last.
-// The clock is asked before every 64th, which is carried out like any other tag.
+// Takes as many steps as follow one another: assignments of whole numbers, the closing tags of
+// loops that compare them, and what appends to a text in place. None of them can fail or ask where
+// the script stands, so it is noted only behind the last. The clock is asked before every 64th of
+// those on numbers, which is carried out like any other tag, and before each that appends.
 void ScriptParser::TakeSteps() {
   SourcePlace* place = nullptr;
   while (next_ != nullptr && next_->steps) {
@@ -114,11 +116,17 @@ SourcePlace* ScriptParser::TakeStep(Site& site) {
   CheckSite(site);
   TagReading& reading = *site.sole;
   if (reading.assigned == nullptr) return states_.back()->TryRepeat(*site.row);
+  const ExpressionProgram& program = reading.assigned->expression.program();
+  if (reading.may_append) {
+    const bool done = IsClear(reading.error_variable) && !host_.timedout() &&
+                      reading.target->name().variable != reading.error_variable.name().variable &&
+                      program.TryAppend(*this, *reading.target);
+    return done ? &reading.end : nullptr;
+  }
   int64_t value = 0;
-  if (!reading.assigned->expression.program().whole().Compute(variables_, value)) return nullptr;
+  if (!program.whole().Compute(variables_, value)) return nullptr;
   Variable* target = reading.target->FindPlain(variables_);
-  const Variable* error = reading.error_variable.FindPlain(variables_);
-  if (target == nullptr || error == nullptr || !error->plain_value().IsEmpty()) return nullptr;
+  if (target == nullptr || !IsClear(reading.error_variable)) return nullptr;
   target->plain_value().SetInteger(value);
   return &reading.end;
 }

@@ -118,7 +118,7 @@ struct Site {
   const TagRow* row = nullptr;
   std::vector<std::unique_ptr<TagReading>> readings;
   TagReading* sole = nullptr;  // the first, when it has no references
-  bool steps = false;          // whether it may be a step on whole numbers: the sole one only then
+  bool steps = false;          // whether it may be a step, which only the sole one can be
 
   std::vector<NotedSkip> skips;  // that were asked for here
 

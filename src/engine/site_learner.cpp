@@ -53,10 +53,12 @@ bool Returns(const TagRow& row, const TagReading& reading) {
          EqualsIgnoreCase(reading.values[0].name, "VALUE");
 }
 
-// Whether it assigns what may be a whole number, or closes a block and does nothing else.
+// Whether it assigns what may be a whole number, may append, or closes a block and does nothing
+// else.
 bool IsStep(const TagRow& row, const TagReading& reading) {
   if (const SiteValue* assigned = reading.assigned) {
-    return !assigned->expression.empty() && assigned->expression.program().whole().known();
+    return reading.may_append ||
+           (!assigned->expression.empty() && assigned->expression.program().whole().known());
   }
   return row.block != kNoTag && row.handler == nullptr && reading.values.empty() &&
          !reading.returns;

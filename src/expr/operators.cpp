@@ -313,8 +313,11 @@ const OperatorInfo* FindOperator(std::string_view word) {
 void AppendPiece(String& text, std::string_view piece) {
   // A text that grows again and again would be copied each time; short texts stay exact in size.
   constexpr size_t kLong = 256;
-  const bool own = piece.data() >= text.data() && piece.data() <= text.data() + text.size();
-  if (text.size() >= kLong && !own) text.Reserve(text.size() + piece.size());
+  const size_t length = text.size() + piece.size();
+  if (length >= static_cast<size_t>(text.capacity()) && text.size() >= kLong) {
+    const bool own = piece.data() >= text.data() && piece.data() <= text.data() + text.size();
+    if (!own) text.Reserve(length);
+  }
   text.cat(piece);
 }
 

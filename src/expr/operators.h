@@ -98,6 +98,11 @@ inline constexpr size_t kLongestOperator = 6;
 // Computes the commonest operators on two whole numbers below ScriptValue::kWholeLimit, to the
 // number whose text Operate would give. False, and `value` is unspecified, for anything else.
 [[nodiscard]] inline bool OperateOnWhole(OperatorCode code, int64_t a, int64_t b, int64_t& value) {
+  // What nearly every loop does.
+  if (code == OperatorCode::LessThan) {
+    value = a < b;
+    return true;
+  }
   switch (code) {
     case OperatorCode::Add:
       value = a + b;
@@ -124,9 +129,6 @@ inline constexpr size_t kLongestOperator = 6;
       break;
     case OperatorCode::LessOrEqual:
       value = a <= b;
-      break;
-    case OperatorCode::LessThan:
-      value = a < b;
       break;
     case OperatorCode::GreaterThan:
       value = a > b;

@@ -30,8 +30,9 @@ class WholeNumberForm {
 
   [[nodiscard]] bool known() const { return known_; }
   // Sets `value` to what the expression comes to now. False when that is not beyond doubt a whole
-  // number; `value` is then unspecified.
-  [[nodiscard]] bool Compute(Variables& variables, int64_t& value) const {
+  // number; `value` is then unspecified. Built into its few callers: calling it would cost a third
+  // of what it does.
+  [[nodiscard, gnu::always_inline]] bool Compute(Variables& variables, int64_t& value) const {
     int64_t left;
     int64_t right;
     return known_ && Read(left_, variables, left) && Read(right_, variables, right) &&
