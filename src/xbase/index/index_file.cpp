@@ -306,7 +306,7 @@ int ZDXIndexFile::ReadSharedPage(uint32_t number, ZDXIndexPage& page) {
     String reason;
     const int result = page.ReadPage(*file_, nullptr, number, header_.shape, reason);
     if (result <= 0) return PageResult(result, reason);
-    kept_.Keep(page);
+    kept_.Keep(number, page.bytes().data(), header_.shape);
   }
   page.epoch = epoch;
   return 1;
@@ -322,11 +322,8 @@ void ZDXIndexFile::ReadAhead(uint32_t number) {
   const uint32_t first = number - number % count;
   const auto bytes = std::make_unique_for_overwrite<char[]>(size_t{count} * size);
   const int got = file_->ReadAt(int64_t{first} * size, bytes.get(), static_cast<int>(count * size));
-  String ignored;
   for (uint32_t i = first == 0 ? 1 : 0; (int64_t{i} + 1) * size <= got; ++i) {
-    if (scratch_.Take(bytes.get() + size_t{i} * size, first + i, header_.shape, ignored) > 0) {
-      kept_.Keep(scratch_);
-    }
+    kept_.Keep(first + i, bytes.get() + size_t{i} * size, header_.shape);
   }
 }
 

@@ -42,20 +42,10 @@ int ZDXIndexPage::ReadPage(File& file, GatheredWrites* gathered, uint32_t number
   const bool read = gathered != nullptr
                         ? gathered->Read(file, offset(), bytes_.data(), shape.pagesize, reason)
                         : ReadExactly(file, offset(), bytes_.data(), shape.pagesize, reason);
-  return read ? Accept(reason) : 0;
-}
-
-int ZDXIndexPage::Take(const char* bytes, uint32_t number, const ZDXIndexShape& shape,
-                       String& reason) {
-  Become(number, shape);
-  std::memcpy(bytes_.data(), bytes, shape.pagesize);
-  return Accept(reason);
-}
-
-int ZDXIndexPage::Accept(String& reason) {
-  std::fill(bytes_.begin() + shape_.pagesize, bytes_.end(), '\0');
+  if (!read) return 0;
+  std::fill(bytes_.begin() + shape.pagesize, bytes_.end(), '\0');
   const uint32_t count = Get32(bytes_.data());
-  if (count > shape_.EntriesThatFit()) {
+  if (count > shape.EntriesThatFit()) {
     reason = kTooManyEntries;
     return -1;
   }
@@ -65,15 +55,27 @@ int ZDXIndexPage::Accept(String& reason) {
 
 // Packed, an entry is its first bytes, the length of its key in two bytes, and the key; in front
 // stands the number of entries, behind them the last child page.
-void ZDXIndexPage::Pack(std::string& to) const {
-  to.append(bytes_.data(), 4);
-  for (uint32_t i = 0; i < numentries_; ++i) {
-    const std::string_view text = key(i);
-    char length[2];
-    Put16(length, static_cast<uint16_t>(text.size()));
-    to.append(Entry(i), kEntryPrefix).append(length, sizeof length).append(text);
+bool ZDXIndexPage::Pack(const char* bytes, const ZDXIndexShape& shape, std::string& to) {
+  const uint32_t count = Get32(bytes);
+  const bool fits = 8 + uint64_t{count} * shape.keyrecordsize <= shape.pagesize;
+  if (!fits || Get32(bytes + 4) == 0) return false;
+  const size_t before = to.size();
+  to.resize(before + 8 + size_t{count} * (shape.keyrecordsize + 2));
+  char* at = to.data() + before;
+  std::memcpy(at, bytes, 4);
+  at += 4;
+  const char* entry = bytes + 4;
+  for (uint32_t i = 0; i < count; ++i, entry += shape.keyrecordsize) {
+    const size_t length = ::strnlen(entry + kEntryPrefix, shape.keysize());
+    std::memcpy(at, entry, kEntryPrefix);
+    Put16(at + kEntryPrefix, static_cast<uint16_t>(length));
+    at += kEntryPrefix + 2;
+    std::memcpy(at, entry + kEntryPrefix, length);
+    at += length;
   }
-  to.append(Entry(numentries_), 4);
+  std::memcpy(at, entry, 4);
+  to.resize(static_cast<size_t>(at + 4 - to.data()));
+  return true;
 }
 
 void ZDXIndexPage::Unpack(uint32_t number, const ZDXIndexShape& shape, const char* from) {

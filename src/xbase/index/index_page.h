@@ -47,11 +47,10 @@ class ZDXIndexPage {
                              const ZDXIndexShape& shape, String& reason);
   // 1, or 0 with the cause in `reason`.
   [[nodiscard]] int WritePage(File& file, String& reason) const;
-  // The same from bytes of a page in memory.
-  [[nodiscard]] int Take(const char* bytes, uint32_t number, const ZDXIndexShape& shape,
-                         String& reason);
-  // Appends children, record numbers and keys to `to`, and makes a page of those at `from`.
-  void Pack(std::string& to) const;
+  // Appends children, record numbers and keys of a page's bytes to `to`. False when it is a leaf,
+  // or damaged.
+  [[nodiscard]] static bool Pack(const char* bytes, const ZDXIndexShape& shape, std::string& to);
+  // Makes it the page of what Pack appended.
   void Unpack(uint32_t number, const ZDXIndexShape& shape, const char* from);
   // What the file holds of it, and where.
   [[nodiscard]] std::string_view bytes() const { return {bytes_.data(), shape_.pagesize}; }
@@ -88,8 +87,6 @@ class ZDXIndexPage {
   uint32_t epoch = 0;
 
  private:
-  // Checks the bytes of a page that was read.
-  [[nodiscard]] int Accept(String& reason);
   // Makes it page `number`, with room for its bytes.
   void Become(uint32_t number, const ZDXIndexShape& shape);
   [[nodiscard]] char* Entry(uint32_t i) {

@@ -34,14 +34,13 @@ bool KeptPages::Find(uint32_t number, const ZDXIndexShape& shape, ZDXIndexPage& 
   return true;
 }
 
-void KeptPages::Keep(const ZDXIndexPage& page) {
-  if (page.childpage(0) == 0 || places_.count(page.number()) != 0) return;
+void KeptPages::Keep(uint32_t number, const char* bytes, const ZDXIndexShape& shape) {
   if (packed_.size() > kMostBytes) {
     packed_.clear();
     places_.clear();
   }
-  places_[page.number()] = static_cast<uint32_t>(packed_.size());
-  page.Pack(packed_);
+  const auto place = static_cast<uint32_t>(packed_.size());
+  if (ZDXIndexPage::Pack(bytes, shape, packed_)) places_[number] = place;
 }
 
 }  // namespace vexa

@@ -31,13 +31,13 @@ class KeptPages {
   // Puts the kept page `number` into `page`; false when it is not here.
   [[nodiscard]] bool Find(uint32_t number, const ZDXIndexShape& shape, ZDXIndexPage& page) const;
   // Keeps a page that was just read, unless it is a leaf: those are many, and seldom met again.
-  void Keep(const ZDXIndexPage& page);
+  void Keep(uint32_t number, const char* bytes, const ZDXIndexShape& shape);
   // Whether so many pages were wanted and not here that more should be read at once.
   [[nodiscard]] bool ShouldReadAhead() { return ++missed_ > kMissesAlone; }
 
  private:
-  // A page that shows one record goes down a tree once or twice.
-  static constexpr int kMissesAlone = 16;
+  // Reading more at once pays for who searches often.
+  static constexpr int kMissesAlone = 256;
 
   FileStamp stamp_;
   bool proves_ = false;  // stamp_ was old when the pages were read
