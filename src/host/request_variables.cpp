@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "core/number.h"
+#include "core/outside.h"
 #include "core/time_parts.h"
 #include "engine/module.h"
 #include "host/dynamic_variables.h"
@@ -129,6 +130,7 @@ int Host::ReadContent(char* buffer, int count) {
       int64_t seconds = std::max<int64_t>(deadline_ - std::time(nullptr), 0) + 1;
       wait_ms = static_cast<int>(std::min<int64_t>(seconds, INT_MAX / 1000)) * 1000;
     }
+    LookOutside();
     int length = request_.ReadBody(buffer, count, wait_ms);
     if (length != Request::kNothingYet) return length;
   }

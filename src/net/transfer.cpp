@@ -16,6 +16,7 @@
 
 #include "core/late_function.h"
 #include "core/number.h"
+#include "core/outside.h"
 #include "net/network_errors.h"
 
 namespace vexa {
@@ -260,6 +261,7 @@ bool Transfer::WaitForSocket(short events) {
 }
 
 bool Transfer::CheckTime() {
+  LookOutside();
   if (host_.timedout()) {
     interrupted_ = true;
     return Fail("The request has timed out");

@@ -17,6 +17,7 @@
 
 #include "core/late_function.h"
 #include "core/output.h"
+#include "core/outside.h"
 
 namespace vexa {
 
@@ -185,6 +186,7 @@ LibraryRuns::LibraryRuns(const GuardedLibrary& library, const char* function)
   last_library = &library;
   last_function = function;
   running = this;
+  LookOutside();  // What it does nobody knows.
 }
 
 LibraryRuns::~LibraryRuns() { running = outer_; }

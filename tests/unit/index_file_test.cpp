@@ -1,7 +1,6 @@
 // Index files: their bytes, messages and searches, and what damage, failing operations and
 // processes that die at any moment come to.
 
-#include <map>
 #include <memory>
 #include <random>
 
@@ -110,20 +109,6 @@ TEST_F(IndexFile, PagesBelowThreeKeysAreRepaired) {
 
 // --- Order and search ------------------------------------------------------------------------
 
-TEST_F(IndexFile, FlagsDecideTheOrder) {
-  const std::vector<std::string> keys = {"10", "9", "abc"};
-  const auto walk_with = [&](uint32_t flags) {
-    ZDXIndexFile index(files);
-    EXPECT_EQ(CreateStandard(index, flags), 1);
-    InsertAll(index, keys);
-    return Walk(index);
-  };
-  EXPECT_EQ(walk_with(0), "9:2 10:1 abc:3");
-  EXPECT_EQ(walk_with(kIndexString), "10:1 9:2 abc:3");
-  EXPECT_EQ(walk_with(kIndexDescending), "abc:3 10:1 9:2");
-  EXPECT_EQ(walk_with(kIndexDescending | kIndexString), "abc:3 9:2 10:1");
-}
-
 TEST_F(IndexFile, WhatCountsAsANumber) {
   int order;
   EXPECT_TRUE(ZDXIndexFile::NumberCompare("9", "10", order));
@@ -209,36 +194,6 @@ TEST_F(IndexFile, ACursorNoticesThatItsPageWasMergedAway) {
   EXPECT_EQ(record, 10u);
   ASSERT_EQ(index._Next(record), 1);
   EXPECT_EQ(record, 8u);
-}
-
-TEST_F(IndexFile, FindingSeesWhatOthersChanged) {
-  for (const bool stamps_tell : {true, false}) {
-    if (!stamps_tell) files.StopClock();
-    std::mt19937 random(7);
-    std::map<int, uint32_t> model;
-    ZDXIndexFile writer(files);
-    ZDXIndexFile reader(files);
-    ASSERT_EQ(CreateSmall(writer), 1);
-    ASSERT_EQ(Open(reader), 1);
-    for (uint32_t i = 1; i <= 3000; ++i) {
-      const int key = static_cast<int>(random() % 200);
-      const auto known = model.find(key);
-      const bool changes = i <= 200 || random() % 8 == 0;
-      if (changes && known == model.end()) {
-        ASSERT_EQ(writer.Insert(i, std::to_string(key)), 1);
-        model[key] = i;
-      } else if (changes && i % 3 == 0) {
-        ASSERT_EQ(writer.Delete(known->second, std::to_string(key)), 1);
-        model.erase(known);
-      } else {
-        const auto next = model.lower_bound(key);
-        uint32_t record;
-        ASSERT_EQ(reader._Find(std::to_string(key), 1, record), 1);
-        ASSERT_EQ(record, next == model.end() ? 0 : next->second) << key << " at " << i;
-      }
-    }
-    EXPECT_EQ(files.locks(), 0);
-  }
 }
 
 TEST_F(IndexFile, FindingKeysAndBeginnings) {
