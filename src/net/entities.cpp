@@ -6,7 +6,6 @@
 #include <array>
 #include <cstddef>
 #include <iterator>
-#include <ranges>
 
 #include "core/text.h"
 
@@ -73,16 +72,32 @@ static_assert(kStarts[kCount] == kNames.size());
 constexpr std::string_view NameAt(size_t i) {
   return kNames.substr(kStarts[i], static_cast<size_t>(kStarts[i + 1] - kStarts[i] - 1));
 }
-constexpr auto kOrder = std::views::iota(size_t{0}, kCount);
-static_assert(std::ranges::is_sorted(kOrder, {}, NameAt));
+// The first that is not before `name`; kCount when there is none.
+constexpr size_t FindPlace(std::string_view name) {
+  size_t low = 0;
+  for (size_t high = kCount; low < high;) {
+    const size_t middle = low + (high - low) / 2;
+    if (NameAt(middle) < name) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  return low;
+}
+static_assert([] {
+  for (size_t i = 0; i < kCount; ++i) {
+    if (FindPlace(NameAt(i)) != i) return false;
+  }
+  return true;
+}());
 
 constexpr size_t kLongestEntity = 12;  // bytes between "&" and ";"; leading zeros count
 
 // What a name stands for; 0 when it stands for nothing.
 uint32_t NamedCode(std::string_view name, Markup markup) {
   if (name == "apos") return '\'';
-  const auto found = std::ranges::lower_bound(kOrder, name, {}, NameAt);
-  const auto i = static_cast<size_t>(found - kOrder.begin());
+  const size_t i = FindPlace(name);
   if (i == kCount || NameAt(i) != name) return 0;
   const bool known = markup == Markup::Html || kCodes[i] < 0x80;
   return known ? kCodes[i] : 0;
