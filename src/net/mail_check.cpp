@@ -10,7 +10,11 @@ namespace {
 
 constexpr size_t kMostHeaderLines = 1000;
 constexpr size_t kMostHeaderBytes = 256 * 1024;
+constexpr size_t kMostLinesInAll = 100'000;  // of all headers together
 constexpr size_t kMostParts = 10'000;
+// What taking a mail apart costs at most, beside copies of its text; measured.
+constexpr size_t kBytesForPart = 2048;
+constexpr size_t kBytesForLine = 768;
 
 bool IsHeaderLine(std::string_view line) {
   return (!line.empty() && (line[0] == ' ' || line[0] == '\t')) || HeaderNameEnd(line) != 0;
@@ -68,26 +72,32 @@ std::string_view MailHead(std::string_view text) {
   return text;
 }
 
-MailProblem CheckMail(std::string_view text) {
+MailCost MeasureMail(std::string_view text) {
   HeaderMeter header;
+  MailCost cost;
   bool in_header = true;
-  size_t parts = 0;
+  size_t parts = 1;
+  size_t lines = 0;
   for (size_t at = 0; at < text.size();) {
     const size_t start = at;
     const std::string_view line = NextMailLine(text, at);
     const bool begins_part = line.starts_with("--");
     const bool begins_message = in_header && line.empty() && header.holds_message();
     if (begins_part || begins_message) {
-      if (++parts > kMostParts) return MailProblem::TooManyParts;
+      if (parts++ > kMostParts) cost.problem = MailProblem::TooManyParts;
       header = {};
       in_header = true;
     } else if (in_header && IsHeaderLine(line)) {
-      if (!header.Add(line, at - start)) return MailProblem::TooManyHeaderLines;
+      if (!header.Add(line, at - start) || ++lines > kMostLinesInAll) {
+        cost.problem = MailProblem::TooManyHeaderLines;
+      }
     } else {
       in_header = false;
     }
+    if (cost.problem != MailProblem::None) return cost;
   }
-  return MailProblem::None;
+  cost.memory = 4 * text.size() + parts * kBytesForPart + lines * kBytesForLine;
+  return cost;
 }
 
 }  // namespace vexa

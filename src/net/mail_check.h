@@ -17,8 +17,16 @@ enum class MailProblem { None, TooManyHeaderLines, TooManyParts };
 
 // What of `text` is its first header, as far as a header may go: whole lines.
 [[nodiscard]] std::string_view MailHead(std::string_view text);
-// What is wrong with the whole mail.
-[[nodiscard]] MailProblem CheckMail(std::string_view text);
+struct MailCost {
+  MailProblem problem = MailProblem::None;
+  size_t memory = 0;  // bytes that taking it apart may need, when there is no problem
+};
+// What the whole mail costs.
+[[nodiscard]] MailCost MeasureMail(std::string_view text);
+// What is wrong with it.
+[[nodiscard]] inline MailProblem CheckMail(std::string_view text) {
+  return MeasureMail(text).problem;
+}
 
 // The next line of `text` from `at` on, without its end; `at` then is behind that.
 // REQUIRES: `at` is less than the size.

@@ -23,10 +23,11 @@ namespace {
 constexpr int kDeepestPart = 20;
 constexpr int kMostAttachments = 100;
 
-// The library ends the process when memory runs out: what it may need for `bytes` is asked for
-// first, so that a lack of it is found here.
+// The library ends the process when memory runs out: what it may need is asked for first, so that a
+// lack of it is found here.
 void ExpectMemory(size_t bytes) {
-  void* probe = std::malloc(4 * bytes + 65536);
+  constexpr size_t kForItself = 4 * 1024 * 1024;
+  void* probe = std::malloc(bytes + kForItself);
   if (probe == nullptr) throw std::bad_alloc();
   // Written to, so that asking is not optimised away.
   *static_cast<volatile char*>(probe) = 0;
@@ -282,10 +283,11 @@ bool ReadMail(std::string_view raw, MailParts parts, AttachmentSink& sink, Recei
               String& error) {
   const GMimeLibrary* library = LoadGMime(error);
   if (library == nullptr) return false;
-  ExpectMemory(raw.size());
+  const bool all = parts == MailParts::All;
+  ExpectMemory(all ? MeasureMail(raw).memory : MailHead(raw).size() * 4);
   Reader reader(*library, sink, mail);
   reader.ReadHead(MailHead(raw));
-  return parts == MailParts::HeaderOnly || reader.ReadBody(raw);
+  return !all || reader.ReadBody(raw);
 }
 
 }  // namespace vexa

@@ -99,6 +99,7 @@ TEST(CheckMail, LimitsOfHeadersAndParts) {
       {times(10'001, "--x\n"), kParts},
       {message + times(1001, "a: b\n"), kLines},
       {times(10'001, message), kParts},
+      {times(200, "--\n" + times(501, "a:\n")), kLines},
   };
   for (const auto& [text, problem] : kCases) {
     EXPECT_EQ(CheckMail(text), problem) << text.substr(0, 40);
