@@ -76,6 +76,8 @@ class String {
   [[nodiscard]] size_t size() const { return length_; }
   [[nodiscard]] bool empty() const { return length_ == 0; }
   [[nodiscard]] int capacity() const { return static_cast<int>(capacity_); }
+  // The bytes of storage outside the object.
+  [[nodiscard]] size_t storage_bytes() const { return inside() ? 0 : capacity_; }
   [[nodiscard]] std::string_view view() const { return {data(), length_}; }
   operator std::string_view() const { return view(); }
   // The byte at `i`; 0 when `i` is out of range.

@@ -25,7 +25,7 @@ namespace {
 
 constexpr size_t kMostReadings = 8;  // of one tag
 // A value with a longer text is let go once its tag is carried out.
-constexpr size_t kLongValue = 4096;
+constexpr size_t kLongValue = 256;
 
 // The bytes that matter to a scanner, wherever they stand and between tags.
 constexpr ByteSet kHarmful("<\\\r\n\">");
@@ -267,7 +267,7 @@ TagReading* ScriptParser::ReadingOf(Site& site) {
   if (site.readings.size() == kMostReadings || sites_.full()) return nullptr;
   auto reading = SiteLearner(host_, macros_, tags()).LearnReading(site.begin);
   if (reading == nullptr) return nullptr;
-  sites_.CountReading();
+  sites_.CountReading(*reading);
   return site.readings.emplace_back(std::move(reading)).get();
 }
 

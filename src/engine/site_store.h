@@ -24,7 +24,7 @@ class SiteStore {
   }
   Site* Add(std::unique_ptr<Site> site) {
     const int64_t offset = site->begin.position;
-    size_bytes_ += site->bytes.size() + site->pieces.size() * kPieceSize + kSiteSize;
+    size_bytes_ += SizeOf(*site);
     return (sites_[offset] = std::move(site)).get();
   }
 
@@ -43,20 +43,21 @@ class SiteStore {
     return found == skips_.end() ? nullptr : &found->second;
   }
   SiteSkip* AddSkip(int64_t offset, uint16_t key, SiteSkip skip) {
-    size_bytes_ += kSiteSize + skip.references.size() * kPieceSize;
+    size_bytes_ += SizeOf(skip);
     return &skips_.insert_or_assign(KeyOf(offset, key), std::move(skip)).first->second;
   }
   // Notes that a tag reads in a further way.
-  void CountReading() { size_bytes_ += kSiteSize; }
+  void CountReading(const TagReading& reading) { size_bytes_ += SizeOf(reading); }
 
   [[nodiscard]] bool full() const { return size_bytes_ > kMostBytes; }
 
  private:
   static constexpr size_t kMostBytes = 2u << 20;
-  // About what one takes.
-  static constexpr size_t kSiteSize = 600;
-  static constexpr size_t kPieceSize = 100;
 
+  // What one takes with all that it owns, in bytes.
+  [[nodiscard]] static size_t SizeOf(const TagReading& reading);
+  [[nodiscard]] static size_t SizeOf(const Site& site);
+  [[nodiscard]] static size_t SizeOf(const SiteSkip& skip);
   static uint64_t KeyOf(int64_t offset, uint16_t key) {
     return static_cast<uint64_t>(offset) << 16 ^ key;
   }

@@ -136,6 +136,14 @@ bool ExpressionProgram::CallsScript() const {
                      [](const CallSite& call) { return call.builtin == nullptr; });
 }
 
+size_t ExpressionProgram::storage_bytes() const {
+  size_t size = leaves_.capacity() * sizeof(Leaf) + steps_.capacity() * sizeof(Step) +
+                calls_.capacity() * sizeof(CallSite);
+  for (const Leaf& leaf : leaves_) size += leaf.constant.text_size();
+  for (const CallSite& call : calls_) size += call.name.storage_bytes();
+  return size;
+}
+
 // --- Evaluating ------------------------------------------------------------------------------
 
 // The values and waiting functions of one evaluation.

@@ -91,6 +91,8 @@ class ExpressionProgram {
   [[nodiscard]] bool Calls() const { return !calls_.empty(); }
   // Whether it can run a function of the script.
   [[nodiscard]] bool CallsScript() const;
+  // The bytes of storage outside the object.
+  [[nodiscard]] size_t storage_bytes() const;
   // The text when the expression is one constant and nothing else, else null.
   [[nodiscard]] const ScriptValue* constant() const {
     return steps_.empty() && !leaves_.empty() && !leaves_[0].variable ? &leaves_[0].constant
