@@ -4,6 +4,7 @@
 #ifndef VEXA_EXPR_BUILTIN_CALL_H_
 #define VEXA_EXPR_BUILTIN_CALL_H_
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -20,14 +21,23 @@ namespace vexa {
 class BuiltinCall {
  public:
   // Everything is borrowed. REQUIRES: as many arguments as the function has parameters; `result`
-  // is empty and none of the arguments.
-  BuiltinCall(ExpressionContext& context, std::span<ScriptValue> arguments, ScriptValue& result)
-      : context_(context), arguments_(arguments), result_(result) {}
+  // is empty and none of the arguments. `first` is where the first argument is looked at when it
+  // was left in its variable; else null.
+  BuiltinCall(ExpressionContext& context, std::span<ScriptValue> arguments, ScriptValue& result,
+              const ScriptValue* first = nullptr)
+      : context_(context), arguments_(arguments), result_(result), first_(first) {}
 
   [[nodiscard]] Vexa& host() const { return context_.host(); }
   [[nodiscard]] ExpressionContext& context() const { return context_; }
   // The argument itself; a built-in may take its storage.
-  [[nodiscard]] String& Text(size_t i) const { return arguments_[i].MutableText(); }
+  [[nodiscard]] String& Text(size_t i) const {
+    assert(i > 0 || first_ == nullptr);
+    return arguments_[i].MutableText();
+  }
+  // The first argument, for a built-in that only looks at it.
+  [[nodiscard]] const String& LookAtFirst() const {
+    return first_ != nullptr ? first_->text() : arguments_[0].text();
+  }
   // The argument as a number: its longest numeric prefix, 0 when there is none. Integers saturate
   // at 32 and 64 bits.
   [[nodiscard]] double Real(size_t i) const { return arguments_[i].Real(); }
@@ -62,6 +72,7 @@ class BuiltinCall {
   ExpressionContext& context_;
   std::span<ScriptValue> arguments_;
   ScriptValue& result_;
+  const ScriptValue* first_;
 };
 
 // A built-in function's work. False when the script must stop (the error was reported).

@@ -14,19 +14,24 @@
 
 namespace vexa {
 
+// What a built-in does with its first argument. A text that is only looked at need not be copied.
+enum class FirstArgument { Taken, LookedAt };
+
 class BuiltinFunction final : public Callable {
  public:
   // `parameters` is the list of the parameter names separated by ", ". Both texts must live as
   // long as the program.
   constexpr BuiltinFunction(std::string_view name, std::string_view parameters,
-                            BuiltinHandler handler)
+                            BuiltinHandler handler,
+                            FirstArgument first_argument = FirstArgument::Taken)
       : Callable(Kind::BuiltIn),
         name_(name),
         parameters_(parameters),
         parameter_count_(parameters.empty() ? 0
                                             : 1 + static_cast<int>(std::count(
                                                       parameters.begin(), parameters.end(), ','))),
-        handler_(handler) {}
+        handler_(handler),
+        first_argument_(first_argument) {}
   // Written out so that the compiler can build the table.
   constexpr ~BuiltinFunction() override {}
   [[nodiscard]] constexpr std::string_view name() const { return name_; }
@@ -34,12 +39,15 @@ class BuiltinFunction final : public Callable {
   [[nodiscard]] constexpr std::string_view parameters() const { return parameters_; }
   [[nodiscard]] int parameter_count() const override { return parameter_count_; }
   [[nodiscard]] BuiltinHandler handler() const { return handler_; }
+  // LookedAt only where the handler asks for it by LookAtFirst, and runs nothing of the page.
+  [[nodiscard]] FirstArgument first_argument() const { return first_argument_; }
 
  private:
   std::string_view name_;
   std::string_view parameters_;
   int parameter_count_;
   BuiltinHandler handler_;
+  FirstArgument first_argument_;
 };
 
 inline constexpr size_t kBuiltinCount = 92;

@@ -67,7 +67,7 @@ bool BuiltinAsciichar(const BuiltinCall& call) {
 }
 
 bool BuiltinSubstring(const BuiltinCall& call) {
-  const std::string_view text = call.Text(0);
+  const std::string_view text = call.LookAtFirst();
   const auto start = static_cast<size_t>(std::max(call.Integer(1), 1)) - 1;
   const int32_t length = call.Integer(2);
   if (length < 1 || start >= text.size()) return true;
@@ -97,7 +97,7 @@ bool BuiltinTolower(const BuiltinCall& call) {
   return call.Return(std::move(call.Text(0)));
 }
 
-bool BuiltinLen(const BuiltinCall& call) { return call.ReturnInteger(call.Text(0).length()); }
+bool BuiltinLen(const BuiltinCall& call) { return call.ReturnInteger(call.LookAtFirst().length()); }
 
 bool BuiltinPadl(const BuiltinCall& call) {
   if (call.Text(2).empty()) return call.Return(std::move(call.Text(0)));
@@ -115,7 +115,7 @@ bool BuiltinGlosub(const BuiltinCall& call) {
 }
 
 bool BuiltinGettoken(const BuiltinCall& call) {
-  std::string_view rest = call.Text(0);
+  std::string_view rest = call.LookAtFirst();
   const std::string_view separators = call.Text(1);
   int32_t tokens_before = call.Integer(2);
   if (tokens_before < 1) return true;

@@ -107,12 +107,24 @@ bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& 
   const CallSite& call = calls_[0];
   const Callable* function = FindCallee(call, context);
   if (function == nullptr) return false;
+  const bool looks =
+      call.builtin != nullptr && call.builtin->first_argument() == FirstArgument::LookedAt;
+  const ScriptValue* first = nullptr;  // left where it is
   ScriptValue arguments[kFewArguments];
   for (size_t i = 0; i < call.argument_count; ++i) {
     const ScriptValue& value = ValueOf(leaves_[steps_[i + 1].left], variables, arguments[i]);
-    if (&value != &arguments[i]) arguments[i] = value;
+    if (&value == &arguments[i]) continue;
+    if (i == 0 && looks) {
+      first = &value;
+    } else {
+      arguments[i] = value;
+    }
   }
   result.clear();
+  if (first != nullptr) {
+    return call.builtin->handler()(
+        BuiltinCall(context, {arguments, call.argument_count}, result, first));
+  }
   return CallIt(call, *function, context, {arguments, call.argument_count}, result);
 }
 
