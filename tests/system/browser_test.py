@@ -159,7 +159,8 @@ def _(visit):
         visit.go("/")
         visit.follow(name)
         seen += visit.texts("h1")
-    expect("headings", seen[1:], ["Arguments of a link", "A form", "A loop", "Catalogue"])
+    expect("headings", seen[1:],
+           ["Arguments of a link", "A form", "A loop", "A price list", "Write to us", "Catalogue"])
 
 
 @case("the catalogue is searched, sorted and turned over")
