@@ -13,10 +13,11 @@ namespace {
 
 constexpr int kOutputBuffer = 8192;  // until the configuration says otherwise
 
-// Some servers hand out a descriptor that does not block. False when waiting was interrupted.
+// Some servers hand out a descriptor that does not block. A signal may cut the waiting short (the
+// clock of packages ticks each second): the next write tells.
 bool WaitUntilWritable() {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
-  return poll(&output, 1, -1) >= 0;
+  return poll(&output, 1, -1) >= 0 || errno == EINTR;
 }
 
 }  // namespace
