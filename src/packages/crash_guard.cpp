@@ -30,6 +30,7 @@ constexpr size_t kPiece = 4096;       // what a pipe takes without waiting once 
 constexpr int64_t kGraceSeconds = 2;  // that library code may go on after the deadline
 
 Vexa* host = nullptr;
+pid_t own_process = 0;
 pid_t own_thread = 0;
 bool installed = false;
 // The innermost library code on Vexa's thread, null while its own code runs; and the last that ran,
@@ -39,6 +40,9 @@ const GuardedLibrary* volatile last_library = nullptr;
 const char* volatile last_function = nullptr;
 
 alignas(16) char handler_stack[kStackSize];
+
+// A process that a library started has the page in its memory, but it is not its own to send.
+bool IsOurProcess() { return getpid() == own_process; }
 
 int64_t Milliseconds() {
   timespec now;
@@ -54,7 +58,7 @@ class CrashReport {
   // Ends in the death of the process by `signal`, in any case.
   static void Crash(int signal) {
     const bool own = syscall(SYS_gettid) == own_thread;
-    if (own ? running != nullptr : last_library != nullptr) {
+    if (IsOurProcess() && (own ? running != nullptr : last_library != nullptr)) {
       const GuardedLibrary& library = own ? running->library_ : *last_library;
       const char* function = own ? running->function_ : last_function;
       running = nullptr;
@@ -128,7 +132,7 @@ void OnTick(int) {
 
 // A library that calls exit() would end the page in the middle without a word.
 void OnExit() {
-  if (running != nullptr) std::abort();
+  if (running != nullptr && IsOurProcess()) std::abort();
 }
 
 // SIGRTMIN, which is a call.
@@ -171,6 +175,7 @@ void InstallCrashGuard(Vexa& new_host) {
   host = &new_host;
   if (installed) return;
   installed = true;
+  own_process = getpid();
   own_thread = static_cast<pid_t>(syscall(SYS_gettid));
   InstallHandlers();
   StartTimer();

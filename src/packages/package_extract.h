@@ -39,7 +39,7 @@ class PackageExtractor {
   // Checks the archive as Extract does, and gives the text of its licence, empty without one.
   [[nodiscard]] bool ReadLicense(std::string_view directory, String& text);
   // Checks an open archive as far as that can be done without a site, and gives the names of its
-  // members in their order.
+  // members, sorted.
   [[nodiscard]] bool List(int descriptor, std::vector<String>& names);
   // Why it failed, as a part of a page; empty when the page ran out of time.
   [[nodiscard]] const String& reason() const { return reason_; }

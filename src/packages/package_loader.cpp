@@ -19,13 +19,34 @@ namespace vexa {
 
 namespace {
 
-// What dlopen says, without the path that pages must not show.
+// Every path in `text` without its directories.
+String WithoutDirectories(std::string_view text) {
+  String names;
+  while (!text.empty()) {
+    const size_t end = std::min(text.find_first_of(" ()'`"), text.size() - 1) + 1;
+    const std::string_view word = text.substr(0, end);
+    const size_t slash = word.rfind('/');
+    names.Append(slash == std::string_view::npos ? word : word.substr(slash + 1));
+    text.remove_prefix(end);
+  }
+  return names;
+}
+
+// What dlopen says, without the paths that pages must not show: those of the library and of others
+// that it needs.
 String LinkerMessage(const String& path) {
   const char* text = dlerror();
   String message(text == nullptr ? "" : text);
   message.gsub(path + ": ", "");
   message.gsub(path, "the library");
-  return "the system cannot load it: " + message;
+  return "the system cannot load it: " + WithoutDirectories(message);
+}
+
+// Calls through a pointer that the compiler knows nothing of: what a constructor throws comes out
+// of dlopen, whatever is declared of it, and must not look like ours.
+void* OpenLibrary(const String& path) noexcept {
+  void* (*volatile const open)(const char*, int) = dlopen;
+  return open(path.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
 // Loads the library of `path` after all checks. Null with `reason` set.
@@ -36,7 +57,7 @@ void* LoadLibrary(const String& path, TrustedFile& trusted, const GuardedLibrary
     return nullptr;
   }
   const LibraryRuns constructors(guarded, "its constructors");
-  void* handle = dlopen(trusted.resolved().c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* handle = OpenLibrary(trusted.resolved());
   if (handle == nullptr) reason = LinkerMessage(trusted.resolved());
   return handle;
 }
@@ -74,6 +95,7 @@ const vexa_package* LoadPackageEntry(const String& path, TrustedFile& trusted,
                                      String& reason) {
   void* handle = LoadLibrary(path, trusted, guarded, reason);
   if (handle == nullptr) return nullptr;
+  const LibraryRuns texts(guarded, "its entry");  // They may stand at bad addresses.
   const vexa_package* entry = nullptr;
   if (!FindSymbol(handle, "vexa_package_entry", entry) || entry->abi == 0 ||
       entry->size < sizeof(vexa_package) || entry->code == nullptr || entry->init == nullptr) {
@@ -81,7 +103,7 @@ const vexa_package* LoadPackageEntry(const String& path, TrustedFile& trusted,
   } else if (entry->abi > kInterfaceVersion) {
     reason = TooNew(entry->abi);
   } else if (!code.empty() && !EqualsIgnoreCase(entry->code, code)) {
-    reason = String::Concat({"it is the package '", EntityEncoded(entry->code), "'"});
+    reason = String::Concat({"it is the package '", entry->code, "'"});
   } else {
     return entry;
   }
