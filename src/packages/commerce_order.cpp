@@ -15,6 +15,18 @@ vexa_text TextOf(const String& text) { return {text.c_str(), text.size()}; }
 CommerceOrder::~CommerceOrder() {
   if (!begun_) return;
   LibraryCall call(commerce_.library, LibraryCall::Kind::Commerce, &host_, &script_);
+  CleanUp(call);
+}
+
+bool CommerceOrder::End() {
+  if (!begun_) return true;
+  LibraryCall call(commerce_.library, LibraryCall::Kind::Commerce, &host_, &script_);
+  CleanUp(call);
+  return !call.page_stops();
+}
+
+void CommerceOrder::CleanUp(LibraryCall& call) {
+  begun_ = false;
   call.Run("vexa_commerce_cleanup", [&] { commerce_.cleanup(call.context(), state_); });
 }
 
@@ -44,6 +56,8 @@ CommerceOrder::Step CommerceOrder::Fail(LibraryCall& call) {
   const char* reason =
       call.Run("vexa_commerce_error", [&] { return commerce_.error(call.context(), state_); });
   if (call.page_stops()) return Step::Stops;
+  // A text at a bad address is the library's own crash.
+  const LibraryRuns copied(commerce_.library.guarded, "vexa_commerce_error");
   error_ = reason == nullptr ? String("no reason given") : EntityEncoded(reason);
   return Step::Failed;
 }

@@ -1,5 +1,5 @@
 // CommerceOrder: one VxCOMMERCE block as its library sees it. For every init that was called,
-// cleanup is called once, when the order is destroyed, however the block was left.
+// cleanup is called once, when the order ends or is destroyed, however the block was left.
 
 #ifndef VEXA_PACKAGES_COMMERCE_ORDER_H_
 #define VEXA_PACKAGES_COMMERCE_ORDER_H_
@@ -43,12 +43,15 @@ class CommerceOrder {
   [[nodiscard]] Step Begin(const Wanted& wanted);
   // Asks whether there is a further pass.
   [[nodiscard]] Step Next();
+  // Calls cleanup, once. False when the page must stop, as after Step::Stops.
+  [[nodiscard]] bool End();
   // Why it failed, as a part of a page.
   [[nodiscard]] const String& error() const { return error_; }
 
  private:
   // Asks the library why it failed.
   Step Fail(LibraryCall& call);
+  void CleanUp(LibraryCall& call);
 
   CommerceLibrary& commerce_;
   Vexa& host_;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include "core/encoding.h"
 #include "core/text.h"
 #include "engine/block_state.h"
 #include "engine/script_parser.h"
@@ -40,8 +41,7 @@ class CommerceState final : public BlockState {
   StateResult Begin(const CommerceOrder::Wanted& wanted) { return Result(order_->Begin(wanted)); }
 
   [[nodiscard]] StateResult ExitState() override {
-    order_.reset();
-    return BlockState::ExitState();
+    return EndOrder() ? BlockState::ExitState() : StateResult::Failed;
   }
 
  protected:
@@ -54,6 +54,12 @@ class CommerceState final : public BlockState {
   }
 
  private:
+  // False when the library's cleanup stopped the page.
+  bool EndOrder() {
+    const std::unique_ptr<CommerceOrder> order = std::move(order_);
+    return order == nullptr || order->End();
+  }
+
   StateResult Result(Step step) {
     switch (step) {
       case Step::More:
@@ -65,9 +71,9 @@ class CommerceState final : public BlockState {
       case Step::Failed:
         break;
     }
-    const String message =
-        String::Concat({"Error in commerce method '", order_->method(), "': ", order_->error()});
-    order_.reset();
+    const String message = String::Concat(
+        {"Error in commerce method '", EntityEncoded(order_->method()), "': ", order_->error()});
+    if (!EndOrder()) return StateResult::Failed;
     const StateResult result = parser().RuntimeError(opener(), message);
     return result == StateResult::Failed ? result : StateResult::Finished;
   }

@@ -114,7 +114,7 @@ def _():
             wanted = f"p.vx: Line 1: Expression Error: Unable to load package 'probe': {reason}"
             expect(reason, site.shows(ev("echo(1)"))[0].strip(), wanted)
 
-    unusable("it is the package 'Other'", "-DCODE=\"Other\"")
+    unusable("it is the package '&lt;x&gt;'", "-DCODE=\"<x>\"")
     unusable("it needs interface version 2, this program offers 1", "-DABI=2")
     unusable("it is not a package", "-DABI=0")
     unusable("its initialisation failed", "-DINIT=1")
@@ -161,10 +161,15 @@ def _():
         expect("a thread", site.shows("b " + ev("thread('x')")),
                ("b Fatal Error: Package 'probe' has crashed\r\n", -signal.SIGSEGV))
         expect("endless", site.shows("b " + ev("crash('l')")), ("b Application timed out\r\n", 1))
-    with Site(macros=("-DCONSTRUCTOR",)) as site:
-        expect("constructor", site.shows("b " + ev("echo(1)")),
-               ("b Fatal Error: Package 'probe' has crashed\r\n", -signal.SIGSEGV))
-    with Site() as site:
+    for macro in ("-DCONSTRUCTOR", "-DCODE=(const char*)16"):
+        with Site(macros=(macro,)) as site:
+            expect(macro, site.shows("b " + ev("echo(1)")),
+                   ("b Fatal Error: Package 'probe' has crashed\r\n", -signal.SIGSEGV))
+    with Site(config='<COMMERCE-LIB METHOD="x" LIBRARY="probe.so">') as site:
+        site.check({"a" + ev("crash('f')") + "b": "ab",
+                    "<VxCOMMERCE></VxCOMMERCE>never": "p.vx: Line 1: Expression Error: Unexpected end of expression"})
+        expect("a bad text", site.shows("b <VxCOMMERCE ACTION='fail'></VxCOMMERCE>"),
+               ("b Fatal Error: Commerce method 'x' has crashed\r\n", -signal.SIGSEGV))
         site.write("p.vx", "b " + ev("crash('s')"))
         process = site.start("p.vx")
         process.stdout.close()

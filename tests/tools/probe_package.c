@@ -5,6 +5,8 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vexa/package.h>
 
 #ifndef CODE
@@ -144,6 +146,10 @@ FUNCTION(crash) {
     case 't':
       ((vexa_interface*)(uintptr_t)c->calls)->write = 0;
       break;
+    case 'f':
+      if (fork() == 0) exit(3);
+      wait(0);
+      break;
     case 'l':
       for (;;) {
         volatile int i = 0;
@@ -193,6 +199,20 @@ static void cleanup(vexa_context* c) {
   if (vexa_write(c, value) == VEXA_ERROR && vexa_allocate(c, 1) == 0)
     vexa_log(c, vexa_string("no page"));
 }
+
+VEXA_COMMERCE
+int vexa_commerce_init(vexa_context* c, const vexa_commerce* request, void** state) {
+  return (void)c, (void)state, request->action.length == 0 ? VEXA_OK : VEXA_ERROR;
+}
+int vexa_commerce_loop(vexa_context* c, void* state) { return (void)c, (void)state, VEXA_OK; }
+void vexa_commerce_cleanup(vexa_context* c, void* state) {
+  vexa_text value;
+  (void)state, vexa_evaluate(c, vexa_string("1 +"), &value);
+}
+const char* vexa_commerce_error(vexa_context* c, void* state) {
+  return (void)c, (void)state, (const char*)16;
+}
+
 #ifdef CONSTRUCTOR
 __attribute__((constructor)) static void begin(void) { raise(SIGSEGV); }
 #endif
