@@ -24,7 +24,7 @@ StateResult BlockState::SkipBlock() {
   return SkipTo(ends) != nullptr ? StateResult::Handled : StateResult::Failed;
 }
 
-const TagRow* BlockState::SkipTo(std::span<const WantedTag> wanted) {
+const TagRow* BlockState::SkipTo(const WantedTags& wanted) {
   return parser().SkipTo(wanted, *this);
 }
 

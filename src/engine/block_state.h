@@ -39,7 +39,7 @@ class BlockState : public ScriptState {
 
   [[nodiscard]] const TagRow& opener() const { return opener_; }
   // Skips to a tag of `wanted`, whose row is returned. Null after an error.
-  [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted);
+  [[nodiscard]] const TagRow* SkipTo(const WantedTags& wanted);
   // Nothing of the block is left to be read.
   void SetFinished() { finished_ = true; }
   [[nodiscard]] bool finished() const { return finished_; }

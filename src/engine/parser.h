@@ -42,6 +42,25 @@ struct WantedTag {
   int closing_id;  // not 0: opens a nested level; negative: counts on the outermost level only
 };
 
+// What a skip looks for, with a number for the set: 16 bits suffice for the few sets that can be
+// wanted at one place. Constant data where the tags are. Borrows them.
+struct WantedTags {
+  template <size_t kCount>
+  constexpr WantedTags(const WantedTag (&wanted)[kCount]) : tags(wanted), key(KeyOf(wanted)) {}
+
+  std::span<const WantedTag> tags;
+  uint16_t key;
+
+ private:
+  static constexpr uint16_t KeyOf(std::span<const WantedTag> wanted) {
+    uint64_t key = 0;
+    for (const WantedTag& tag : wanted) {
+      key = key * 193 + static_cast<uint64_t>(tag.id * 3 + (tag.closing_id > 0) + 1);
+    }
+    return static_cast<uint16_t>(key);
+  }
+};
+
 class Parser {
  public:
   // Both are borrowed.

@@ -154,7 +154,7 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] bool TryCondition(const DeferredExpression& condition, const KnownName& receiver);
   // Skips to the tag that closes a block; a file that ends first is the error that names the
   // closing tag of `block`. The row of the tag found, or null on failure.
-  [[nodiscard]] const TagRow* SkipTo(std::span<const WantedTag> wanted, const ScriptState& block);
+  [[nodiscard]] const TagRow* SkipTo(const WantedTags& wanted, const ScriptState& block);
 
   // --- Functions ---
   [[nodiscard]] bool FindFunction(Symbol symbol, const Callable*& function) override;
@@ -233,7 +233,7 @@ class ScriptParser final : public TagReader {
   Progress EvaluateAndProcess(const Site& site, TagReading& reading, Tag& tag);
   Progress RunHandler(Tag& tag);
   [[nodiscard]] bool EvaluateRead(const DeferredExpression& deferred, ScriptValue& value);
-  SiteSkip* KnownSkip(std::span<const WantedTag> wanted);
+  SiteSkip* KnownSkip(const WantedTags& wanted);
   void CheckSite(const Site& site);
 
   const KnownName& ErrorVariable(const TagRow& row) {

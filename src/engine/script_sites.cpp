@@ -463,10 +463,10 @@ bool ScriptParser::EvaluateAt(DeferredExpression& deferred, ScriptValue& value) 
 // --- Skips -----------------------------------------------------------------------------------
 
 // The skip from where the script stands; null when it must be read.
-SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
+SiteSkip* ScriptParser::KnownSkip(const WantedTags& wanted) {
   if (source().inmacro() || !UseShortcuts()) return nullptr;
   const SourcePlace place = macros_.Place();
-  const uint16_t key = SiteStore::KeyOf(wanted);
+  const uint16_t key = wanted.key;
   SiteSkip* skip = next_ != nullptr ? next_->FindSkip(key) : nullptr;
   if (skip == nullptr) {
     skip = sites_.FindSkip(place.position, key);
@@ -475,7 +475,7 @@ SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
   if (skip == nullptr) {
     if (place.position >= furthest_ || sites_.full()) return nullptr;
     skip = sites_.AddSkip(place.position, key,
-                          SiteLearner(host_, macros_, tags()).LearnSkip(place, wanted));
+                          SiteLearner(host_, macros_, tags()).LearnSkip(place, wanted.tags));
     source().Return(place);
   }
   if (!skip->learnt || skip->macros_on != macros_.expands()) return nullptr;
@@ -486,7 +486,7 @@ SiteSkip* ScriptParser::KnownSkip(std::span<const WantedTag> wanted) {
   return skip;
 }
 
-const TagRow* ScriptParser::SkipTo(std::span<const WantedTag> wanted, const ScriptState& block) {
+const TagRow* ScriptParser::SkipTo(const WantedTags& wanted, const ScriptState& block) {
   if (SiteSkip* skip = KnownSkip(wanted)) {
     for (SiteValue& written : skip->landing.values) {
       ScriptValue value;
@@ -498,7 +498,7 @@ const TagRow* ScriptParser::SkipTo(std::span<const WantedTag> wanted, const Scri
   }
   next_ = nullptr;
   std::unique_ptr<Tag> found;
-  if (FindTag(found, wanted) == Scanned::EndOfFile) ReportOpenBlock(block);
+  if (FindTag(found, wanted.tags) == Scanned::EndOfFile) ReportOpenBlock(block);
   return found == nullptr ? nullptr : &found->row();
 }
 

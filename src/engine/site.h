@@ -93,7 +93,7 @@ struct SiteReference {
 
 struct SiteSkip;
 
-// A skip from where a site begins, by the number of its wanted tags (SiteStore::KeyOf).
+// A skip from where a site begins, by the number of its wanted tags (WantedTags::key).
 struct NotedSkip {
   uint16_t key;
   SiteSkip* skip;

@@ -7,10 +7,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <unordered_map>
 
-#include "engine/parser.h"
 #include "engine/site.h"
 
 namespace vexa {
@@ -28,15 +26,6 @@ class SiteStore {
     return (sites_[offset] = std::move(site)).get();
   }
 
-  // A number for a set of wanted tags: 16 bits suffice for the few sets that can be wanted at one
-  // place.
-  [[nodiscard]] static uint16_t KeyOf(std::span<const WantedTag> wanted) {
-    uint64_t key = 0;
-    for (const WantedTag& tag : wanted) {
-      key = key * 193 + static_cast<uint64_t>(tag.id * 3 + (tag.closing_id > 0) + 1);
-    }
-    return static_cast<uint16_t>(key);
-  }
   // The skip from that offset to the tags with that number, or null.
   [[nodiscard]] SiteSkip* FindSkip(int64_t offset, uint16_t key) {
     auto found = skips_.find(KeyOf(offset, key));

@@ -102,6 +102,7 @@ void ExpressionProgram::Finish() {
 }
 
 // A call whose arguments are leaves: they go straight to where the function takes them from.
+template <size_t kMost>
 bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& variables,
                                          ScriptValue& result) const {
   const CallSite& call = calls_[0];
@@ -110,7 +111,7 @@ bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& 
   const bool looks =
       call.builtin != nullptr && call.builtin->first_argument() == FirstArgument::LookedAt;
   const ScriptValue* first = nullptr;  // left where it is
-  ScriptValue arguments[kFewArguments];
+  ScriptValue arguments[kMost];
   for (size_t i = 0; i < call.argument_count; ++i) {
     const ScriptValue& value = ValueOf(leaves_[steps_[i + 1].left], variables, arguments[i]);
     if (&value == &arguments[i]) continue;
@@ -251,7 +252,11 @@ bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result
     result.SetInteger(whole);
     return true;
   }
-  if (only_call_) return EvaluateOnlyCall(context, variables, result);
+  if (only_call_) {
+    return calls_[0].argument_count <= 1
+               ? EvaluateOnlyCall<1>(context, variables, result)
+               : EvaluateOnlyCall<kFewArguments>(context, variables, result);
+  }
   Stack stack(*this, variables, result);
   if (!Run(context, stack)) return false;
   stack.Finish();

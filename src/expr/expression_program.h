@@ -111,6 +111,8 @@ class ExpressionProgram {
   void FindWholeForm();
   bool Run(ExpressionContext& context, Stack& stack) const;
   bool OperateOn(const Step& step, ExpressionContext& context, Stack& stack) const;
+  // Of at most that many arguments: those that are never used cost time too.
+  template <size_t kMost>
   bool EvaluateOnlyCall(ExpressionContext& context, Variables& variables,
                         ScriptValue& result) const;
   static const Callable* FindCallee(const CallSite& call, ExpressionContext& context);

@@ -27,11 +27,12 @@ class IFState final : public BlockState {
   [[nodiscard]] StateResult Continue(const ScriptValue& value) {
     static constexpr WantedTag kBranchEnds[] = {
         {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}, {kTagVxELSE, -1}};
+    static constexpr WantedTags kWanted = kBranchEnds;
     if (value.IsTrue()) return StateResult::Handled;
     if (opener().id == kTagIF) {
       return SkipBlock() == StateResult::Failed ? StateResult::Failed : OnClose();
     }
-    const TagRow* found = SkipTo(kBranchEnds);
+    const TagRow* found = SkipTo(kWanted);
     if (found == nullptr) return StateResult::Failed;
     return found->id == kTagVxELSE ? StateResult::Handled : OnClose();
   }
@@ -40,7 +41,8 @@ class IFState final : public BlockState {
   [[nodiscard]] StateResult ExitState() override {
     static constexpr WantedTag kEnds[] = {
         {kTagIF, kTagIFClose}, {kTagIFClose, 0}, {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}};
-    return finished() || SkipTo(kEnds) != nullptr ? StateResult::Handled : StateResult::Failed;
+    static constexpr WantedTags kWanted = kEnds;
+    return finished() || SkipTo(kWanted) != nullptr ? StateResult::Handled : StateResult::Failed;
   }
 };
 
