@@ -113,11 +113,11 @@ bool PackageExtractor::ReadLicense(std::string_view directory, String& text) {
 
 bool PackageExtractor::Extract(std::string_view directory) {
   TrustedFile archive(host_->places().trusted_owner);
-  if (!Open(directory, archive) || !ReadThrough(archive.descriptor(), Pass::Check)) return false;
-  if (!ReadThrough(archive.descriptor(), Pass::Write)) {
-    RemoveAll();
+  if (!Open(directory, archive) || !ReadThrough(archive.descriptor(), Pass::Check) ||
+      !ReadThrough(archive.descriptor(), Pass::Write)) {
     return false;
   }
+  made_.clear();
   host_->logfile().Write(LogLevel::Files, "PACKAGEEXTRACTED",
                          String::Concat({"code=", package_.code, " directory=", directory_,
                                          " files=", PrintInteger(files_)}));
@@ -240,9 +240,10 @@ bool PackageExtractor::MakeDirectories(ArchiveMember::Place place, std::string_v
     String path;
     if (!Resolve(place, below_root.substr(0, end), path)) return false;
     const mode_t mode = place == ArchiveMember::Place::Pages ? 0755 : 0700;
-    if (::mkdir(path.c_str(), mode) == 0) {
-      made_.push_back(path + "/");
-    } else if (errno != EEXIST || !host_->filemanager().IsDirectory(path)) {
+    made_.push_back(path + "/");
+    if (::mkdir(path.c_str(), mode) == 0) continue;
+    made_.pop_back();
+    if (errno != EEXIST || !host_->filemanager().IsDirectory(path)) {
       return FailBySystem();
     }
   }
@@ -273,10 +274,13 @@ bool PackageExtractor::TakeData(ArchiveReader& reader, int64_t size, int descrip
 bool PackageExtractor::WriteFile(ArchiveReader& reader, const ArchiveMember& member,
                                  const String& path, int64_t size) {
   const mode_t mode = member.place == ArchiveMember::Place::Pages ? 0644 : 0600;
+  made_.push_back(path);
   const int descriptor =
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
-  if (descriptor < 0) return FailBySystem();
-  made_.push_back(path);
+  if (descriptor < 0) {
+    made_.pop_back();
+    return FailBySystem();
+  }
   ++files_;
   bool written = TakeData(reader, size, descriptor, nullptr);
   if (::close(descriptor) != 0 && written) written = FailBySystem();
@@ -285,8 +289,8 @@ bool PackageExtractor::WriteFile(ArchiveReader& reader, const ArchiveMember& mem
 
 // What this call made, and nothing else: a directory into which others have put something stays.
 void PackageExtractor::RemoveAll() {
-  FileManager& files = host_->filemanager();
   for (; !made_.empty(); made_.pop_back()) {
+    FileManager& files = host_->filemanager();
     String& path = made_.back();
     if (path.view().ends_with('/')) {
       path.Truncate(path.size() - 1);

@@ -32,9 +32,13 @@ class PackageExtractor {
  public:
   // Both are borrowed. Without a `host` archives can only be listed.
   PackageExtractor(Vexa* host, const PackageInfo& package) : host_(host), package_(package) {}
+  // Removes what an extraction made that did not come to its end, also for want of memory.
+  ~PackageExtractor() { RemoveAll(); }
+  PackageExtractor(const PackageExtractor&) = delete;
+  PackageExtractor& operator=(const PackageExtractor&) = delete;
 
   // Unpacks below `directory`, which is taken from the root of the site. False with reason() set;
-  // nothing of what was made is left then.
+  // nothing of what was made is left when this object goes.
   [[nodiscard]] bool Extract(std::string_view directory);
   // Checks the archive as Extract does, and gives the text of its licence, empty without one.
   [[nodiscard]] bool ReadLicense(std::string_view directory, String& text);
@@ -73,7 +77,8 @@ class PackageExtractor {
   std::vector<std::pair<uint32_t, uint32_t>> members_;  // where each stands there, and its length
   int64_t total_ = 0;                                   // bytes of the contents
   int files_ = 0;
-  std::vector<String> made_;  // paths, directories with a "/" at the end
+  // Paths of what was made, or is about to be; directories with a "/" at the end.
+  std::vector<String> made_;
   String reason_;
 };
 
