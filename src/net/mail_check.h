@@ -3,7 +3,9 @@
 // ones can be made of hundreds of thousands of parts.
 //
 // A header is a row of lines that are `name:` or indented. Headers stand at the start, behind a
-// line that begins with `--`, and behind the header of a message that is inside another.
+// line that begins with `--`, and behind the header of a message that is inside another, as all
+// parts of a digest are. Lists of addresses are read by recursion and kept whole: a limit on the
+// colons and commas of a header bounds that.
 
 #ifndef VEXA_NET_MAIL_CHECK_H_
 #define VEXA_NET_MAIL_CHECK_H_

@@ -98,6 +98,10 @@ TEST(CheckMail, LimitsOfHeadersAndParts) {
       {times(10'000, "--x\n"), kNone},
       {times(10'001, "--x\n"), kParts},
       {message + times(1001, "a: b\n"), kLines},
+      {"Content-Type:\n message (x) /rfc822\n\n" + times(1001, "a: b\n"), kLines},
+      {"Content-Type: multipart/digest\n\n--x\n\n" + times(1001, "a: b\n"), kLines},
+      {"To: " + times(5000, "a:") + "\n", kNone},
+      {"To: " + times(2500, "a:") + "\n " + times(2501, "a,") + "\n", kLines},
       {times(10'001, message), kParts},
       {times(200, "--\n" + times(501, "a:\n")), kLines},
   };
