@@ -350,6 +350,7 @@ String Transfer::ReasonFor(CURLcode code) const {
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_UNSUPPORTED_PROTOCOL:
     case CURLE_BAD_CONTENT_ENCODING:
+    case CURLE_WRITE_ERROR:    // Bytes behind the end of a packed body: ours have a problem().
     case CURLE_OUT_OF_MEMORY:  // A line longer than the library takes.
       return kNotUnderstood;
     default:

@@ -117,7 +117,7 @@ bool NetworkVariables::ReadName(const TagCall& call, std::string_view fallback, 
   }
   name_ = name;
   if (IsVariableName(name)) return true;
-  reason = NotValidFor(written, "NAME");
+  reason = HasLineBreak(written) ? NoLineBreaks("NAME") : NotValidFor(written, "NAME");
   return false;
 }
 

@@ -52,6 +52,8 @@ HOSTILE = {
     "body-without-end": (lambda: itertools.chain([OK + b"\r\n"], itertools.repeat(b"x" * 9999)), LARGE),
     "bomb": (bomb, LARGE),
     "gzip": (lambda: [OK + b"Content-Encoding: gzip\r\n\r\n" + gzip.compress(b"packed")], "[packed]"),
+    "gzip-and-more": (lambda: [OK + b"Content-Encoding: gzip\r\n\r\n" + gzip.compress(b"packed") + b"more"],
+                      "The server's answer cannot be understood"),
     "half": (lambda: [OK + b"Content-Length: 9\r\n\r\nab"], "The connection was lost"),
 }
 
