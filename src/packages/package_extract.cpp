@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <memory>
 
 #include "core/encoding.h"
@@ -41,6 +42,14 @@ String ShownMember(std::string_view name) {
     *byte = IsControl(name.front()) ? '?' : name.front();
   }
   return EntityEncoded(shown);
+}
+
+// What stands for a name among 10,000 that are remembered. Who makes two names with one digest has
+// his own archive refused.
+std::pair<uint64_t, uint64_t> Digest(std::string_view name) {
+  uint64_t second = 0xCBF29CE484222325;
+  for (const char c : name) second = (second ^ static_cast<unsigned char>(c)) * 0x100000001B3;
+  return {std::hash<std::string_view>()(name), second};
 }
 
 // The name without what stands for nothing.
@@ -125,15 +134,11 @@ bool PackageExtractor::Extract(std::string_view directory) {
 }
 
 bool PackageExtractor::List(int descriptor, std::vector<String>& names) {
-  if (!ReadThrough(descriptor, Pass::Check)) return false;
-  for (const auto& [start, length] : members_) {
-    names.emplace_back(std::string_view(names_).substr(start, length));
-  }
-  return true;
+  listed_ = &names;
+  return ReadThrough(descriptor, Pass::Check);
 }
 
 bool PackageExtractor::ReadThrough(int descriptor, Pass pass) {
-  names_.clear();
   members_.clear();
   total_ = 0;
   files_ = 0;
@@ -181,16 +186,11 @@ bool PackageExtractor::Count(std::string_view name, int64_t size) {
   }
   total_ += size;
   if (total_ > kLargestContents) return Fail("its contents are larger than 256 MB");
-  // Sorted, so that 10,000 names are looked through quickly.
-  const auto text = [this](const std::pair<uint32_t, uint32_t>& member) {
-    return std::string_view(names_).substr(member.first, member.second);
-  };
-  const auto at = std::lower_bound(
-      members_.begin(), members_.end(), name,
-      [&](const auto& member, std::string_view wanted) { return text(member) < wanted; });
-  if (at != members_.end() && text(*at) == name) return FailMember(name, "appears twice");
-  members_.insert(at, {static_cast<uint32_t>(names_.size()), static_cast<uint32_t>(name.size())});
-  names_.append(name);
+  const NameDigest digest = Digest(name);
+  const auto at = std::lower_bound(members_.begin(), members_.end(), digest);
+  if (at != members_.end() && *at == digest) return FailMember(name, "appears twice");
+  members_.insert(at, digest);
+  if (listed_ != nullptr) listed_->emplace_back(name);
   return true;
 }
 
@@ -240,9 +240,9 @@ bool PackageExtractor::MakeDirectories(ArchiveMember::Place place, std::string_v
     String path;
     if (!Resolve(place, below_root.substr(0, end), path)) return false;
     const mode_t mode = place == ArchiveMember::Place::Pages ? 0755 : 0700;
-    made_.push_back(path + "/");
+    NoteMade(path + "/");
     if (::mkdir(path.c_str(), mode) == 0) continue;
-    made_.pop_back();
+    ForgetMade();
     if (errno != EEXIST || !host_->filemanager().IsDirectory(path)) {
       return FailBySystem();
     }
@@ -274,11 +274,11 @@ bool PackageExtractor::TakeData(ArchiveReader& reader, int64_t size, int descrip
 bool PackageExtractor::WriteFile(ArchiveReader& reader, const ArchiveMember& member,
                                  const String& path, int64_t size) {
   const mode_t mode = member.place == ArchiveMember::Place::Pages ? 0644 : 0600;
-  made_.push_back(path);
+  NoteMade(path);
   const int descriptor =
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
   if (descriptor < 0) {
-    made_.pop_back();
+    ForgetMade();
     return FailBySystem();
   }
   ++files_;
@@ -287,14 +287,33 @@ bool PackageExtractor::WriteFile(ArchiveReader& reader, const ArchiveMember& mem
   return written;
 }
 
+void PackageExtractor::NoteMade(String path) {
+  const std::string_view inside = path.view().substr(0, path.size() - 1);
+  const size_t parent = inside.rfind('/') + 1;
+  if (!made_.empty() && made_.back().path.view() == inside.substr(0, parent)) {
+    made_.back().path = std::move(path);
+    ++made_.back().levels;
+  } else {
+    made_.push_back({std::move(path), 1});
+  }
+}
+
+void PackageExtractor::ForgetMade() {
+  Made& last = made_.back();
+  if (--last.levels == 0) {
+    made_.pop_back();
+  } else {
+    last.path.Truncate(last.path.view().rfind('/', last.path.size() - 2) + 1);
+  }
+}
+
 // What this call made, and nothing else: a directory into which others have put something stays.
 void PackageExtractor::RemoveAll() {
-  for (; !made_.empty(); made_.pop_back()) {
+  for (; !made_.empty(); ForgetMade()) {
     FileManager& files = host_->filemanager();
-    String& path = made_.back();
-    if (path.view().ends_with('/')) {
-      path.Truncate(path.size() - 1);
-      (void)files.RemoveDirectory(path);
+    const std::string_view path = made_.back().path;
+    if (path.ends_with('/')) {
+      (void)files.RemoveDirectory(path.substr(0, path.size() - 1));
     } else {
       (void)files.Delete(path);
     }

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -49,6 +48,13 @@ class PackageExtractor {
   [[nodiscard]] const String& reason() const { return reason_; }
 
  private:
+  // What was made, or is about to be: the last component of a path, and as many above it as levels
+  // are beyond one. Directories have a "/" at the end.
+  struct Made {
+    String path;
+    int levels;
+  };
+  using NameDigest = std::pair<uint64_t, uint64_t>;
   enum class Pass { Check, Write };
 
   [[nodiscard]] bool Fail(std::string_view reason);
@@ -67,18 +73,20 @@ class PackageExtractor {
   [[nodiscard]] bool TakeData(ArchiveReader& reader, int64_t size, int descriptor, String* license);
   [[nodiscard]] bool WriteFile(ArchiveReader& reader, const ArchiveMember& member,
                                const String& path, int64_t size);
+  // Before something is made, and when that failed.
+  void NoteMade(String path);
+  void ForgetMade();
   void RemoveAll();
 
   Vexa* host_;
   const PackageInfo& package_;
   String directory_;  // without "/" at its ends
   String license_;
-  std::string names_;                                   // of the members so far, one behind another
-  std::vector<std::pair<uint32_t, uint32_t>> members_;  // where each stands there, and its length
-  int64_t total_ = 0;                                   // bytes of the contents
+  std::vector<NameDigest> members_;        // of the members so far, sorted
+  std::vector<String>* listed_ = nullptr;  // borrowed: where their names go
+  int64_t total_ = 0;                      // bytes of the contents
   int files_ = 0;
-  // Paths of what was made, or is about to be; directories with a "/" at the end.
-  std::vector<String> made_;
+  std::vector<Made> made_;
   String reason_;
 };
 
