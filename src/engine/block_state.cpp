@@ -28,6 +28,15 @@ const TagRow* BlockState::SkipTo(const WantedTags& wanted) {
   return parser().SkipTo(wanted, *this);
 }
 
+LoopState::LoopState(const TagCall& call) : BlockState(call), body_(parser().CurrentPlace()) {}
+
+StateResult LoopState::OnClose() {
+  const StateResult result = Continue();
+  if (result == StateResult::Handled) parser().GoBackTo(body_);
+  if (result == StateResult::Finished) SetFinished();
+  return result;
+}
+
 String BlockState::closing_tag() const {
   const TagRow* closer = parser().tags().WithNumber(opener_.closing_id);
   return String::Concat({"&lt;", closer->name, "&gt;"});

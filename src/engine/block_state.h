@@ -49,6 +49,27 @@ class BlockState : public ScriptState {
   bool finished_ = false;
 };
 
+// A block whose body runs once for each pass.
+//
+//   opened, Continue -> body -> closing tag -> Continue: Handled -> back to the body
+//                                                        Finished -> the block is left
+class LoopState : public BlockState {
+ public:
+  explicit LoopState(const TagCall& call);
+
+  // Goes to the next pass. Handled: the body is to run; Finished: there is no further one; Failed
+  // after an error was reported.
+  [[nodiscard]] virtual StateResult Continue() = 0;
+
+ protected:
+  [[nodiscard]] StateResult OnClose() override;
+  // Just behind the opening tag.
+  [[nodiscard]] SourcePlace& body() { return body_; }
+
+ private:
+  SourcePlace body_;
+};
+
 }  // namespace vexa
 
 #endif  // VEXA_ENGINE_BLOCK_STATE_H_

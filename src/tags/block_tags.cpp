@@ -46,18 +46,17 @@ class IFState final : public BlockState {
   }
 };
 
-class WHILEState final : public BlockState {
+class WHILEState final : public LoopState {
  public:
   explicit WHILEState(const TagCall& call)
-      : BlockState(call),
+      : LoopState(call),
         condition_(call.tag().deferred(),
-                   IsLegacy() ? ValueForm::Body : ValueForm::ExpressionAttribute),
-        body_(parser().CurrentPlace()) {
+                   IsLegacy() ? ValueForm::Body : ValueForm::ExpressionAttribute) {
     if (!IsLegacy()) condition_name_ = Variables::Scope(call.Only().name);
   }
 
-  // Evaluates the condition. Handled: true; Finished: false; Failed.
-  [[nodiscard]] StateResult EvaluateExpression() {
+  // Evaluates the condition.
+  [[nodiscard]] StateResult Continue() override {
     ScriptValue value;
     if (!parser().EvaluateAt(condition_, value)) return StateResult::Failed;
     const bool holds = value.IsTrue();
@@ -70,22 +69,13 @@ class WHILEState final : public BlockState {
 
   [[nodiscard]] SourcePlace* TryRepeat(const TagRow& closing) override {
     const bool mine = closing.id == opener().closing_id;
-    return mine && parser().TryCondition(condition_, condition_name_) ? &body_ : nullptr;
-  }
-
- protected:
-  [[nodiscard]] StateResult OnClose() override {
-    const StateResult result = EvaluateExpression();
-    if (result == StateResult::Handled) parser().GoBackTo(body_);
-    if (result == StateResult::Finished) SetFinished();
-    return result;
+    return mine && parser().TryCondition(condition_, condition_name_) ? &body() : nullptr;
   }
 
  private:
   [[nodiscard]] bool IsLegacy() const { return opener().id == kTagWHILE; }
 
   DeferredExpression condition_;
-  SourcePlace body_;          // just behind the opening tag
   KnownName condition_name_;  // the variable that receives the condition's value
 };
 
@@ -104,7 +94,7 @@ StateResult ProcessVxIF(TagCall& call) {
 
 StateResult ProcessVxWHILE(TagCall& call) {
   auto state = std::make_unique<WHILEState>(call);
-  const StateResult result = state->EvaluateExpression();
+  const StateResult result = state->Continue();
   if (result == StateResult::Handled) return call.Enter(std::move(state));
   return result == StateResult::Finished ? state->ExitState() : result;
 }

@@ -209,13 +209,12 @@ class CallReader {
 
 // --- The block -------------------------------------------------------------------------------
 
-class CallState final : public BlockState {
+class CallState final : public LoopState {
  public:
   explicit CallState(const TagCall& call)
-      : BlockState(call),
+      : LoopState(call),
         variables_(call.script(), call.row()),
-        http_(call.host().networkmanager().Begin<HttpCall>(call.host())),
-        body_(parser().CurrentPlace()) {}
+        http_(call.host().networkmanager().Begin<HttpCall>(call.host())) {}
   ~CallState() override { parser().host().networkmanager().End(http_); }
 
   // Makes the call and finds the first pass. Finished: there is none; Reported: the call failed.
@@ -242,7 +241,7 @@ class CallState final : public BlockState {
   }
 
   // Moves to the next pass. Handled: there is one; Finished: there is none; Failed.
-  StateResult Continue() {
+  [[nodiscard]] StateResult Continue() override {
     switch (task_.walk) {
       case Walk::Tags:
         return NextTag();
@@ -253,14 +252,6 @@ class CallState final : public BlockState {
         break;
     }
     return !std::exchange(done_, true) && !text_.empty() ? SetPass(text_) : StateResult::Finished;
-  }
-
- protected:
-  [[nodiscard]] StateResult OnClose() override {
-    const StateResult result = Continue();
-    if (result == StateResult::Handled) parser().GoBackTo(body_);
-    if (result == StateResult::Finished) SetFinished();
-    return result;
   }
 
  private:
@@ -297,8 +288,7 @@ class CallState final : public BlockState {
   CallTask task_;
   NetworkVariables variables_;
   HttpCall& http_;
-  SourcePlace body_;  // just behind the opening tag
-  String action_;     // as the page wrote it
+  String action_;  // as the page wrote it
 
   // The walk: what is walked, and how far it came.
   String converted_;

@@ -32,10 +32,10 @@ CommerceOrder::Wanted ReadTag(const TagCall& call) {
   return wanted;
 }
 
-class CommerceState final : public BlockState {
+class CommerceState final : public LoopState {
  public:
   CommerceState(const TagCall& call, std::unique_ptr<CommerceOrder> order)
-      : BlockState(call), order_(std::move(order)), body_(parser().CurrentPlace()) {}
+      : LoopState(call), order_(std::move(order)) {}
 
   // Handled: the body is to run; Finished: the block is over; Failed.
   StateResult Begin(const CommerceOrder::Wanted& wanted) { return Result(order_->Begin(wanted)); }
@@ -44,13 +44,8 @@ class CommerceState final : public BlockState {
     return EndOrder() ? BlockState::ExitState() : StateResult::Failed;
   }
 
- protected:
-  [[nodiscard]] StateResult OnClose() override {
-    if (!parser().CheckTimeout()) return StateResult::Failed;
-    const StateResult result = Result(order_->Next());
-    if (result == StateResult::Handled) parser().GoBackTo(body_);
-    if (result == StateResult::Finished) SetFinished();
-    return result;
+  [[nodiscard]] StateResult Continue() override {
+    return parser().CheckTimeout() ? Result(order_->Next()) : StateResult::Failed;
   }
 
  private:
@@ -79,7 +74,6 @@ class CommerceState final : public BlockState {
   }
 
   std::unique_ptr<CommerceOrder> order_;
-  SourcePlace body_;  // just behind the opening tag
 };
 
 }  // namespace

@@ -62,13 +62,10 @@ String ImportError(const FlatFile& flat, std::string_view reason) {
   return String::Concat({"Error importing ", ShownName(flat.file), ": ", reason});
 }
 
-class ImportState final : public BlockState {
+class ImportState final : public LoopState {
  public:
   explicit ImportState(const TagCall& call)
-      : BlockState(call),
-        flat_(ReadTag(call.tag())),
-        values_(flat_.names.size()),
-        body_(parser().CurrentPlace()) {
+      : LoopState(call), flat_(ReadTag(call.tag())), values_(flat_.names.size()) {
     // A FILTER whose text is to be read from the script has no value; one written without "=" is
     // its own name, which is true.
     const NameValuePair* filter = call.Find("FILTER");
@@ -90,7 +87,7 @@ class ImportState final : public BlockState {
 
   // Moves to the next record that passes the filter. Handled: there is one; Finished: there is
   // none, or the file cannot be read further and the page goes on; Failed.
-  StateResult Continue() {
+  [[nodiscard]] StateResult Continue() override {
     for (;;) {
       if (!parser().CheckTimeout()) return StateResult::Failed;
       switch (reader_->ReadRecord(values_)) {
@@ -105,14 +102,6 @@ class ImportState final : public BlockState {
       const StateResult passed = PassesFilter();
       if (passed != StateResult::Finished) return passed;
     }
-  }
-
- protected:
-  [[nodiscard]] StateResult OnClose() override {
-    const StateResult result = Continue();
-    if (result == StateResult::Handled) parser().GoBackTo(body_);
-    if (result == StateResult::Finished) SetFinished();
-    return result;
   }
 
  private:
@@ -144,7 +133,6 @@ class ImportState final : public BlockState {
   FlatFile flat_;
   std::unique_ptr<FlatFileReader> reader_;
   std::vector<String> values_;  // of the current record, one for each name
-  SourcePlace body_;            // just behind the opening tag
   std::optional<DeferredExpression> filter_;
 };
 

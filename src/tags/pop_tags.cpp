@@ -75,14 +75,13 @@ bool CheckDirectory(Vexa& host, const String& directory, String& reason) {
   return true;
 }
 
-class MailboxState final : public BlockState {
+class MailboxState final : public LoopState {
  public:
   explicit MailboxState(const TagCall& call)
-      : BlockState(call),
+      : LoopState(call),
         variables_(call.script(), call.row()),
         host_(call.Text("MAILHOST")),
         directory_(call.Text("DIRECTORY")),
-        body_(parser().CurrentPlace()),
         mailbox_(parser().host().networkmanager().Begin<PopDialogue>(parser().host())) {}
   ~MailboxState() override { parser().host().networkmanager().End(mailbox_); }
 
@@ -90,15 +89,9 @@ class MailboxState final : public BlockState {
   [[nodiscard]] StateResult Open(const TagCall& call);
   // Goes to the next message. Handled: there is one. Finished: there is none, or an error was
   // reported and the page goes on. Failed.
-  [[nodiscard]] StateResult Continue();
+  [[nodiscard]] StateResult Continue() override;
 
  protected:
-  [[nodiscard]] StateResult OnClose() override {
-    const StateResult result = Continue();
-    if (result == StateResult::Handled) parser().GoBackTo(body_);
-    if (result == StateResult::Finished) SetFinished();
-    return result;
-  }
   [[nodiscard]] StateResult OnOwnTag(Tag& tag) override {
     if (tag.id() == kTagVxPOPSTOP) return Close();
     mailbox_.messages()[next_ - 1].marked = true;
@@ -119,7 +112,6 @@ class MailboxState final : public BlockState {
   NetworkVariables variables_;
   String host_;  // as the page wrote it
   String directory_;
-  SourcePlace body_;  // just behind the opening tag
   PopDialogue& mailbox_;
   size_t next_ = 0;  // the message that the next pass is about; the one before it is at hand
 };
