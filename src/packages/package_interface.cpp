@@ -221,24 +221,23 @@ struct LibraryInterface {
     });
   }
 
-  static int Write(vexa_context* context, vexa_text text) {
+  template <typename Prepare>
+  static int WritePrepared(vexa_context* context, vexa_text text, Prepare prepare) {
     return Serve(context, [&](LibraryCall& call) {
       if (!HasPage(call)) return int{VEXA_ERROR};
       const String copied = Copied(text);
       const OwnCodeRuns own;
-      call.script_->WriteValue(copied);
+      call.script_->WriteValue(prepare(copied));
       return int{VEXA_OK};
     });
   }
 
+  static int Write(vexa_context* context, vexa_text text) {
+    return WritePrepared(context, text, [](const String& copied) { return copied.view(); });
+  }
+
   static int WriteEncoded(vexa_context* context, vexa_text text) {
-    return Serve(context, [&](LibraryCall& call) {
-      if (!HasPage(call)) return int{VEXA_ERROR};
-      const String copied = Copied(text);
-      const OwnCodeRuns own;
-      call.script_->WriteValue(EntityEncoded(copied));
-      return int{VEXA_OK};
-    });
+    return WritePrepared(context, text, [](const String& copied) { return EntityEncoded(copied); });
   }
 
   static int ResolvePath(vexa_context* context, int root, vexa_text name, vexa_text* path) {

@@ -7,8 +7,10 @@
 
 #include "tags/tag_table.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
 
 #include "core/string.h"
 #include "core/text.h"
@@ -81,22 +83,16 @@ constexpr AttributeRow kCall[] = {{"ACTION", kRequired},
                                   {"TAGS"},
                                   {"SAVE"},
                                   {"NAME"}};
-constexpr AttributeRow kLegacyCall[] = {{"ACTION", kNeeded},
-                                        {"METHOD", kNeeded},
-                                        {"FIELDS"},
-                                        {"FILES"},
-                                        {"CONTENT"},
-                                        {"CONTENTTYPE"},
-                                        {"HEADERS"},
-                                        {"USER"},
-                                        {"PASSWORD"},
-                                        {"TIMEOUT"},
-                                        {"REDIRECTS"},
-                                        {"WALK"},
-                                        {"TAGS"},
-                                        {"SAVE"},
-                                        {"NAME"},
-                                        {"STOP"}};
+// Those of the newer tag and STOP; what is missing is noticed only when the call is made.
+constexpr auto kLegacyCall = [] {
+  std::array<AttributeRow, std::size(kCall) + 1> rows{};
+  std::copy(std::begin(kCall), std::end(kCall), rows.begin());
+  for (AttributeRow& row : rows) {
+    if (row.presence == kRequired) row.presence = kNeeded;
+  }
+  rows.back() = {"STOP"};
+  return rows;
+}();
 constexpr AttributeRow kFunction[] = {
     {"NAME", kRequired}, {"PARAMETERS"}, {"STANDARDOUTPUTLEVEL"}, {"ERROROUTPUTLEVEL"}};
 constexpr AttributeRow kReturn[] = {{"VALUE"}};
