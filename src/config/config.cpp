@@ -97,26 +97,29 @@ int BooleanValue(std::string_view value) {
   return -1;
 }
 
+bool IsValue(SettingType type, std::string_view value) {
+  return type == SettingType::Text ||
+         (type == SettingType::Integer ? IsInteger(value) : BooleanValue(value) >= 0);
+}
+
 }  // namespace
+
+int Config::CheckConfigValue(std::string_view key, const String& value) const {
+  const int row = kSettings.Find(kSettingNames, key);
+  return row < 0 || IsValue(kSettingNames[row].type, value) ? 0 : 1;
+}
 
 int Config::SetConfigValue(std::string_view key, const String& value) {
   const int row = kSettings.Find(kSettingNames, key);
   if (row < 0) return 0;
-  const SettingName* setting = &kSettingNames[row];
-  switch (setting->type) {
-    case SettingType::Text:
-      settings_.*setting->text = value;
-      return 0;
-    case SettingType::Integer:
-      if (!IsInteger(value)) return 1;
-      settings_.*setting->number = ReadInteger(value);
-      return 0;
-    case SettingType::Boolean:
-      break;
+  const SettingName& setting = kSettingNames[row];
+  if (!IsValue(setting.type, value)) return 1;
+  if (setting.type == SettingType::Text) {
+    settings_.*setting.text = value;
+  } else {
+    settings_.*setting.number =
+        setting.type == SettingType::Integer ? ReadInteger(value) : BooleanValue(value);
   }
-  int flag = BooleanValue(value);
-  if (flag < 0) return 1;
-  settings_.*setting->number = flag;
   return 0;
 }
 

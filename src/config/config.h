@@ -24,6 +24,9 @@ class Config {
   // unknown, 1 when the value does not suit the key's type; the setting is then unchanged.
   [[nodiscard]] virtual int SetConfigValue(std::string_view key, const String& value);
 
+  // What SetConfigValue would return, with nothing set.
+  [[nodiscard]] virtual int CheckConfigValue(std::string_view key, const String& value) const;
+
   // Whether scripts with that extension (without its point) may run.
   [[nodiscard]] bool IsValidExtension(std::string_view extension) const;
 

@@ -1,21 +1,13 @@
-// UNIXConfigParser: lines, settings and tags of the configuration file.
-//
-//   Parse ─▶ GetNextLine   the next text, without comments and escapes ─▶ ProcessText: one setting
-//         └▶ a "<"         the scanner of scripts reads what stands there ─▶ ProcessKnownTag
-//
-// The scanner gives tags, comments and skipped constructs as it does for scripts; here are only the
-// rows of the tags that mean something in this file, and what they do. Errors carry the line on
-// which the setting or tag began, not the one where the fault was noticed.
+// UNIXConfigParser: what settings, tags and sections of the configuration file mean.
 
 #include "config/config_parser.h"
 
 #include <cassert>
-#include <iterator>
 #include <utility>
 
 #include "config/config_receiver.h"
 #include "config/unix_config.h"
-#include "core/buffer.h"
+#include "config/virtual_host.h"
 #include "core/error.h"
 #include "core/text.h"
 
@@ -23,10 +15,12 @@ namespace vexa {
 
 namespace {
 
+enum TagNumber : int { kVirtualHost, kVirtualHostEnd, kContentType, kCommerceLib, kPackage };
+
 constexpr TagRow kTags[] = {
-    {.name = "VIRTUALHOST", .id = 0},  {.name = "/VIRTUALHOST", .id = 1},
-    {.name = "CONTENT-TYPE", .id = 2}, {.name = "COMMERCE-LIB", .id = 3},
-    {.name = "PACKAGE", .id = 4},
+    {.name = "VIRTUALHOST", .id = kVirtualHost},  {.name = "/VIRTUALHOST", .id = kVirtualHostEnd},
+    {.name = "CONTENT-TYPE", .id = kContentType}, {.name = "COMMERCE-LIB", .id = kCommerceLib},
+    {.name = "PACKAGE", .id = kPackage},
 };
 
 const TagRow* FindTagRow(std::string_view name) {
@@ -38,173 +32,139 @@ const TagRow* FindTagRow(std::string_view name) {
 
 constexpr TagSet kConfigTags = {kTags, FindTagRow};
 
-}  // namespace
-
-constexpr UNIXConfigParser::Handler UNIXConfigParser::kHandlers[] = {
-    &UNIXConfigParser::ProcessVirtualHost, &UNIXConfigParser::ProcessVirtualHost,
-    &UNIXConfigParser::ProcessContentType, &UNIXConfigParser::ProcessCommerceLib,
-    &UNIXConfigParser::ProcessPackage,
+// The attributes of PACKAGE that must be there, in the order in which they are asked for.
+constexpr std::pair<std::string_view, String PackageInfo::*> kPackageAttributes[] = {
+    {"CODE", &PackageInfo::code},
+    {"NAME", &PackageInfo::name},
+    {"DESCRIPTION", &PackageInfo::description},
+    {"VERSION", &PackageInfo::version},
+    {"PATH", &PackageInfo::path},
 };
 
+}  // namespace
+
 UNIXConfigParser::UNIXConfigParser(ConfigReceiver& receiver, UNIXConfig& config, Buffer& source)
-    : Parser(source, kConfigTags), receiver_(receiver), config_(config) {
-  static_assert(std::size(kHandlers) == std::size(kTags));
-}
+    : SettingsReader(source, kConfigTags), receiver_(receiver), config_(config) {}
 
-bool UNIXConfigParser::Parse() {
-  String text;
-  for (;;) {
-    text.clear();
-    LineEnd end = GetNextLine(text);
-    if (ProcessText(Stripped(text)) == Progress::Failed) return false;
-    if (end == LineEnd::File) return true;
-    if (end == LineEnd::Line) continue;
-    bool known = false;
-    line_ = line();
-    if (ProcessConstruct(known) == Progress::Failed) return false;
+bool UNIXConfigParser::Read() {
+  if (!Parse()) return false;
+  for (const Setting& setting : section_settings_) {
+    const int refused = config_.SetConfigValue(setting.key, setting.value);
+    assert(refused == 0);
+    (void)refused;
   }
+  for (const Tag& tag : section_tags_) CarryOut(tag);
+  return true;
 }
 
-void UNIXConfigParser::ReportSyntaxError(std::string_view text) {
-  receiver_.Error(ConfigurationSyntaxError(config_.settings(), line_, text));
+void UNIXConfigParser::ShowError(int line, std::string_view text) {
+  receiver_.Error(ConfigurationSyntaxError(config_.settings(), line, text));
 }
 
-// --- Lines -----------------------------------------------------------------------------------
+// --- Settings --------------------------------------------------------------------------------
 
-// Collects the next text that is not empty, up to the end of its line, a tag, or the end of the
-// file. The "<" of a tag stays unread.
-UNIXConfigParser::LineEnd UNIXConfigParser::GetNextLine(String& text) {
-  for (;;) {
-    if (text.empty()) line_ = source().line();
-    int c = source().GetNextChar();
-    switch (c) {
-      case -1:
-        return LineEnd::File;
-      case '<':
-        source().UnGetChar();
-        return LineEnd::Tag;
-      case '#':
-        EatComment();
-        break;
-      case '\\':
-        CatEscaped(text);
-        break;
-      case '\r':
-      case '\n':
-        if (!text.empty()) return LineEnd::Line;
-        break;
-      default:
-        if (!text.empty() || !IsWhitespace(static_cast<char>(c)))
-          text.Accumulate(static_cast<char>(c));
-    }
-  }
-}
-
-// Drops a comment; the line end behind it still ends the text before it.
-void UNIXConfigParser::EatComment() {
-  int c = source().GetNextChar();
-  while (c != -1 && c != '\r' && c != '\n') c = source().GetNextChar();
-  if (c != -1) source().UnGetChar();
-}
-
-// What a backslash and the character after it stand for.
-void UNIXConfigParser::CatEscaped(String& text) {
-  int c = source().GetNextChar();
-  if (c != '#' && c != '<' && c != '\\' && c != '\r' && c != '\n') text.Accumulate('\\');
-  if (c == -1) return;
-  text.Accumulate(static_cast<char>(c));
-  if (c != '\r') return;
-  // CR and LF together are one line end.
-  c = source().GetNextChar();
-  if (c == '\n') {
-    text.Accumulate('\n');
-  } else if (c != -1) {
-    source().UnGetChar();
-  }
-}
-
-Progress UNIXConfigParser::ProcessText(std::string_view text) {
-  if (text.empty()) return Progress::More;
-  size_t equals = text.find('=');
-  if (equals == text.npos) {
-    ReportSyntaxError("Missing =");
+// The sections go by one variable, whose name must be known before the first of them.
+Progress UNIXConfigParser::ProcessSetting(std::string_view key, std::string_view value) {
+  const String text(value);
+  if (sections_begun_ && EqualsIgnoreCase(key, "virtualhostvariable")) {
+    ReportSyntaxError(in_section()
+                          ? "'virtualhostvariable' cannot be set in a &lt;VIRTUALHOST&gt; section"
+                          : "'virtualhostvariable' must stand before the first "
+                            "&lt;VIRTUALHOST&gt; section");
     return Progress::Failed;
   }
-  String key(Stripped(text.substr(0, equals)));
-  String value(Stripped(text.substr(equals + 1)));
-  if (config_.SetConfigValue(key, value) == 0) return Progress::More;
-  ReportSyntaxError(String::Concat({"'", value, "' is not a valid value for ", key}));
-  return Progress::Failed;
+  const int refused =
+      in_section() ? config_.CheckConfigValue(key, text) : config_.SetConfigValue(key, text);
+  if (refused != 0) {
+    ReportSyntaxError(String::Concat({"'", value, "' is not a valid value for ", key}));
+    return Progress::Failed;
+  }
+  if (in_section()) section_settings_.push_back({String(key), text});
+  return Progress::More;
+}
+
+// --- Sections --------------------------------------------------------------------------------
+
+SettingsReader::Section UNIXConfigParser::OpenSection(const Tag& tag) {
+  const String* names = Required(tag, "NAME");
+  if (names == nullptr) return Section::Failed;
+  if (!sections_begun_) {
+    sections_begun_ = true;
+    host_ = HostOfRequest(receiver_.SystemVariable(config_.settings().virtualhostvariable));
+  }
+  std::string_view fitting;
+  if (!FindName(*names, fitting)) return Section::Failed;
+  if (chosen_ || fitting.empty()) return Section::Skip;
+  chosen_ = true;
+  config_.SetVirtualHost(IsHostPattern(fitting) ? host_ : String(fitting));
+  return Section::Read;
+}
+
+bool UNIXConfigParser::FindName(std::string_view names, std::string_view& fitting) {
+  bool named = false;
+  for (PieceReader pieces(names, ","); pieces.Next();) {
+    const std::string_view name = Stripped(pieces.piece());
+    if (name.empty()) continue;
+    named = true;
+    if (!IsHostName(name)) return RefuseName(name);
+    if (fitting.empty() && HostFits(host_, name)) fitting = name;
+  }
+  return named || RefuseName(names);
+}
+
+bool UNIXConfigParser::RefuseName(std::string_view name) {
+  ReportSyntaxError(String::Concat({"'", name, "' is not a valid host name"}));
+  return false;
 }
 
 // --- Tags ------------------------------------------------------------------------------------
 
-AttributeEnd UNIXConfigParser::GetValue(Tag& tag, const String& name, ScriptValue& value) {
-  AttributeEnd end = Parser::GetValue(tag, name, value);
-  // Its last character goes whatever it is.
-  String& text = value.MutableText();
-  if (text[0] == '"') text = text.length() < 2 ? String() : text.at(1, text.length() - 1);
-  return end;
-}
-
-Progress UNIXConfigParser::ProcessKnownTag(Tag& tag) {
-  assert(&tag.row() == &kTags[tag.id()]);
-  bool done = (this->*kHandlers[tag.id()])(tag);
-  return done ? Progress::More : Progress::Failed;
-}
-
-// --- What the tags do ------------------------------------------------------------------------
-
-const String* UNIXConfigParser::Required(const Tag& tag, std::string_view attribute) {
-  if (const NameValuePair* pair = tag.Find(attribute)) return &pair->value.text();
-  ReportSyntaxError(String::Concat(
-      {"&lt;", tag.name(), "&gt; requires the ", attribute, " attribute to be specified"}));
-  return nullptr;
-}
-
-bool UNIXConfigParser::ProcessContentType(const Tag& tag) {
-  const String* type = Required(tag, "MIMETYPE");
-  if (type == nullptr) return false;
-  if (tag.Has("DEFAULT")) {
-    config_.SetDefaultMimeType(*type);
-  } else if (Required(tag, "EXTS") == nullptr) {
-    return false;
+Progress UNIXConfigParser::ProcessTag(const Tag& tag) {
+  if (!IsWhole(tag)) return Progress::Failed;
+  if (in_section()) {
+    section_tags_.push_back(tag);
+  } else {
+    CarryOut(tag);
   }
-  if (tag.Has("EXTS")) config_.AddContentType(tag.Value("EXTS"), *type);
-  return true;
+  return Progress::More;
 }
 
-bool UNIXConfigParser::ProcessCommerceLib(const Tag& tag) {
-  const String* method = Required(tag, "METHOD");
-  const String* library = method == nullptr ? nullptr : Required(tag, "LIBRARY");
-  if (library == nullptr) return false;
-  receiver_.AddCommerceHandler({*method, *library, tag.Value("METAMETHOD")});
-  return true;
+bool UNIXConfigParser::IsWhole(const Tag& tag) {
+  switch (tag.id()) {
+    case kContentType:
+      return Required(tag, "MIMETYPE") != nullptr &&
+             (tag.Has("DEFAULT") || Required(tag, "EXTS") != nullptr);
+    case kCommerceLib:
+      return Required(tag, "METHOD") != nullptr && Required(tag, "LIBRARY") != nullptr;
+    default:
+      assert(tag.id() == kPackage);
+      for (const auto& [attribute, field] : kPackageAttributes) {
+        if (Required(tag, attribute) == nullptr) return false;
+      }
+      return true;
+  }
 }
 
-bool UNIXConfigParser::ProcessPackage(const Tag& tag) {
-  static constexpr std::pair<std::string_view, String PackageInfo::*> kAttributes[] = {
-      {"CODE", &PackageInfo::code},
-      {"NAME", &PackageInfo::name},
-      {"DESCRIPTION", &PackageInfo::description},
-      {"VERSION", &PackageInfo::version},
-      {"PATH", &PackageInfo::path},
-  };
+void UNIXConfigParser::CarryOut(const Tag& tag) {
+  switch (tag.id()) {
+    case kContentType:
+      if (tag.Has("DEFAULT")) config_.SetDefaultMimeType(tag.Value("MIMETYPE"));
+      if (tag.Has("EXTS")) config_.AddContentType(tag.Value("EXTS"), tag.Value("MIMETYPE"));
+      return;
+    case kCommerceLib:
+      receiver_.AddCommerceHandler(
+          {tag.Value("METHOD"), tag.Value("LIBRARY"), tag.Value("METAMETHOD")});
+      return;
+    default:
+      RegisterPackage(tag);
+  }
+}
+
+void UNIXConfigParser::RegisterPackage(const Tag& tag) {
   PackageInfo package;
-  for (const auto& [attribute, field] : kAttributes) {
-    const String* value = Required(tag, attribute);
-    if (value == nullptr) return false;
-    package.*field = *value;
-  }
+  for (const auto& [attribute, field] : kPackageAttributes) package.*field = tag.Value(attribute);
   package.defaultpath = tag.Value("DEFAULTPATH");
   receiver_.AddPackage(std::move(package));
-  return true;
-}
-
-// Settings of one virtual host must not silently become those of all: such sections are refused.
-bool UNIXConfigParser::ProcessVirtualHost(const Tag& tag) {
-  ReportSyntaxError(String::Concat({"&lt;", tag.name(), "&gt; is not supported by this build"}));
-  return false;
 }
 
 }  // namespace vexa

@@ -1,23 +1,23 @@
-// UNIXConfigParser: reads the configuration file, one setting a line, with a few tags among them.
+// UNIXConfigParser: the reader of the configuration file.
 //
-//   # a comment, to the end of the line
 //   vexaroot = /srv/site
 //   <CONTENT-TYPE EXTS="txt, text" MIMETYPE="text/plain">
+//   <VIRTUALHOST NAME="www.example.org, example.org">
+//     vexaroot = /srv/example
+//   </VIRTUALHOST>
 //
-// A backslash before "#", "<", a line end or a backslash is dropped and keeps that character as
-// part of the text; any other backslash stays. Tags are read by the scanner of scripts, but their
-// values are plain words or quoted texts. HTML comments, "<## ... ##>" and comment blocks are
-// skipped, and so are tags that mean nothing here.
-//
-// Errors carry the line on which the setting or the tag begins. The first one ends the reading.
+// Of all VIRTUALHOST sections the first with a name that fits the host of the request counts; the
+// others are passed over. What it holds is checked where it stands and takes effect when the file
+// has been read, so that it replaces what is set outside of sections, before and behind it.
 
 #ifndef VEXA_CONFIG_CONFIG_PARSER_H_
 #define VEXA_CONFIG_CONFIG_PARSER_H_
 
 #include <string_view>
+#include <vector>
 
+#include "config/settings_reader.h"
 #include "core/string.h"
-#include "engine/parser.h"
 #include "engine/tag.h"
 
 namespace vexa {
@@ -25,46 +25,46 @@ namespace vexa {
 class ConfigReceiver;
 class UNIXConfig;
 
-class UNIXConfigParser final : public Parser {
+class UNIXConfigParser final : public SettingsReader {
  public:
   // Everything is borrowed; `source` is open and stands at its start.
   UNIXConfigParser(ConfigReceiver& receiver, UNIXConfig& config, Buffer& source);
 
   // Reads the whole file into the configuration. False after the error was shown.
-  [[nodiscard]] bool Parse();
+  [[nodiscard]] bool Read();
 
  protected:
-  // One setting. An unknown key is accepted in silence, so that one file can serve several
-  // versions.
-  [[nodiscard]] Progress ProcessText(std::string_view text) override;
-  [[nodiscard]] Progress ProcessKnownTag(Tag& tag) override;
-  [[nodiscard]] Progress ProcessUnknownTag(std::string_view) override { return Progress::More; }
-  [[nodiscard]] Progress ProcessNewLine(std::string_view) override { return Progress::More; }
-  // Shows a syntax error at the line where the piece being read began.
-  void ReportSyntaxError(std::string_view text) override;
-  // A quoted value comes without its quotes.
-  [[nodiscard]] AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value) override;
+  // An unknown key is accepted in silence, so that one file can serve several versions.
+  [[nodiscard]] Progress ProcessSetting(std::string_view key, std::string_view value) override;
+  [[nodiscard]] Section OpenSection(const Tag& tag) override;
+  [[nodiscard]] Progress ProcessTag(const Tag& tag) override;
+  void ShowError(int line, std::string_view text) override;
 
  private:
-  enum class LineEnd { Line, Tag, File };
+  struct Setting {
+    String key;
+    String value;
+  };
 
-  LineEnd GetNextLine(String& text);
-  void EatComment();
-  void CatEscaped(String& text);
+  // Checks a list of names and finds the first that fits the host of the request, if one does.
+  // False after an error was shown.
+  [[nodiscard]] bool FindName(std::string_view names, std::string_view& fitting);
+  [[nodiscard]] bool RefuseName(std::string_view name);
 
-  // What the tags do. False after an error was shown.
-  using Handler = bool (UNIXConfigParser::*)(const Tag& tag);
-  static const Handler kHandlers[];  // by the numbers of the tags
-  [[nodiscard]] bool ProcessContentType(const Tag& tag);
-  [[nodiscard]] bool ProcessCommerceLib(const Tag& tag);
-  [[nodiscard]] bool ProcessPackage(const Tag& tag);
-  [[nodiscard]] bool ProcessVirtualHost(const Tag& tag);
-  // The value of an attribute, or null after an error was shown.
-  [[nodiscard]] const String* Required(const Tag& tag, std::string_view attribute);
+  // Whether the tag has all that it needs. False after an error was shown.
+  [[nodiscard]] bool IsWhole(const Tag& tag);
+  // What the tags do. REQUIRES: the tag is whole.
+  void CarryOut(const Tag& tag);
+  void RegisterPackage(const Tag& tag);
 
   ConfigReceiver& receiver_;
   UNIXConfig& config_;
-  int line_ = 1;  // where the setting or tag being read began
+  bool sections_begun_ = false;
+  String host_;          // of the request, once sections have begun
+  bool chosen_ = false;  // a section that fits has been found
+  // What it holds, in its order.
+  std::vector<Setting> section_settings_;
+  std::vector<Tag> section_tags_;
 };
 
 }  // namespace vexa

@@ -40,7 +40,7 @@ int UNIXConfig::ReadConfiguration(const String& path) {
     receiver_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
     return 1;
   }
-  if (!UNIXConfigParser(receiver_, *this, file).Parse()) return 1;
+  if (!UNIXConfigParser(receiver_, *this, file).Read()) return 1;
   if (virtualhost_.empty()) {
     virtualhost_ = receiver_.SystemVariable(settings_.virtualhostvariable);
   }
@@ -92,6 +92,10 @@ int UNIXConfig::ReadAuthFile() {
 
 int UNIXConfig::SetConfigValue(std::string_view key, const String& value) {
   return Config::SetConfigValue(key, ProcessMacros(value));
+}
+
+int UNIXConfig::CheckConfigValue(std::string_view key, const String& value) const {
+  return Config::CheckConfigValue(key, ProcessMacros(value));
 }
 
 // "&[NAME]" becomes the value of an environment variable. Every "&" begins a macro, on purpose:

@@ -49,8 +49,9 @@ class UNIXConfig final : public Config {
   // Authorization databases are not supported: always fails.
   [[nodiscard]] int ReadAuthFile();
 
-  // Replaces macros in `value`, then sets as the base does.
+  // Replace macros in `value`, then do as the base does.
   [[nodiscard]] int SetConfigValue(std::string_view key, const String& value) override;
+  [[nodiscard]] int CheckConfigValue(std::string_view key, const String& value) const override;
 
   // Gives every extension of a comma-separated list a content type, in place of any former one.
   void AddContentType(std::string_view extensions, const String& type);
@@ -62,7 +63,10 @@ class UNIXConfig final : public Config {
 
   // The path it was read from.
   [[nodiscard]] const String& path() const { return path_; }
+  // The host that the request is for: the name of the section that fits it, or what the request
+  // says.
   [[nodiscard]] const String& virtualhost() const { return virtualhost_; }
+  void SetVirtualHost(const String& name) { virtualhost_ = name; }
   [[nodiscard]] const String& defaultmimetype() const { return defaultmimetype_; }
   [[nodiscard]] bool serversafemode() const { return mode_ == ServerSafeMode::On; }
 

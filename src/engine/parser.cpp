@@ -13,14 +13,11 @@
 
 #include "engine/parser.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 #include <algorithm>
 #include <cassert>
 #include <vector>
 
+#include "core/find_byte.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -28,24 +25,6 @@ namespace vexa {
 namespace {
 
 // --- The inner loops of every page: the next byte that matters ---------------------------------
-
-// The offset at or behind `from` of the first byte of `text` that is one of `Stops`; the size of
-// `text` when there is none.
-template <char... Stops>
-size_t FindByte(std::string_view text, size_t from = 0) {
-  size_t i = from;
-#ifdef __SSE2__
-  for (; i + 16 <= text.size(); i += 16) {
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + i));
-    __m128i hits = _mm_setzero_si128();
-    ((hits = _mm_or_si128(hits, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(Stops)))), ...);
-    auto found = static_cast<unsigned>(_mm_movemask_epi8(hits));
-    if (found != 0) return i + static_cast<size_t>(__builtin_ctz(found));
-  }
-#endif
-  while (i < text.size() && !((text[i] == Stops) || ...)) ++i;
-  return i;
-}
 
 // The offset of the first byte of `text` that ends a text run or escapes the next byte; its size
 // when there is none.

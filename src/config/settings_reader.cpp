@@ -1,0 +1,213 @@
+// SettingsReader: lines, settings, tags and sections.
+//
+//   Parse ─▶ GetNextLine   the next text, without comments and escapes ─▶ ProcessText: one setting
+//         └▶ a "<"         the scanner of scripts reads what stands there ─▶ ProcessKnownTag
+//                                an opening tag that nobody wants ─▶ SkipSection
+//
+// Errors carry the line on which the setting or tag began, not the one where the fault was noticed.
+
+#include "config/settings_reader.h"
+
+#include <cassert>
+#include <utility>
+
+#include "core/buffer.h"
+#include "core/find_byte.h"
+#include "core/text.h"
+
+namespace vexa {
+
+namespace {
+
+// The numbers of the section's tags.
+constexpr int kOpening = 0;
+constexpr int kClosing = 1;
+
+}  // namespace
+
+SettingsReader::SettingsReader(Buffer& source, const TagSet& tags) : Parser(source, tags) {
+  assert(tags.rows.size() > kClosing && tags.rows[kOpening].id == kOpening);
+  assert(tags.rows[kClosing].name.substr(1) == tags.rows[kOpening].name);
+}
+
+bool SettingsReader::Parse() {
+  String text;
+  for (;;) {
+    text.clear();
+    const LineEnd end = GetNextLine(text);
+    if (ProcessText(Stripped(text)) == Progress::Failed) return false;
+    if (end == LineEnd::Line) continue;
+    if (end == LineEnd::File) return !in_section() || UnexpectedEnd();
+    bool known = false;
+    line_ = line();
+    const Progress progress = ProcessConstruct(known);
+    if (progress != Progress::More) return progress != Progress::Failed;
+  }
+}
+
+// --- Lines -----------------------------------------------------------------------------------
+
+// Collects the next text that is not empty, up to the end of its line, a tag, or the end of the
+// file. The "<" of a tag stays unread.
+SettingsReader::LineEnd SettingsReader::GetNextLine(String& text) {
+  for (;;) {
+    if (text.empty()) line_ = source().line();
+    int c = source().GetNextChar();
+    switch (c) {
+      case -1:
+        return LineEnd::File;
+      case '<':
+        source().UnGetChar();
+        return LineEnd::Tag;
+      case '#':
+        EatComment();
+        break;
+      case '\\':
+        CatEscaped(text);
+        break;
+      case '\r':
+      case '\n':
+        if (!text.empty()) return LineEnd::Line;
+        break;
+      default:
+        if (!text.empty() || !IsWhitespace(static_cast<char>(c)))
+          text.Accumulate(static_cast<char>(c));
+    }
+  }
+}
+
+// Drops a comment; the line end behind it still ends the text before it.
+void SettingsReader::EatComment() {
+  for (;;) {
+    const std::string_view run = source().Run();
+    const size_t length = FindByte<'\r', '\n'>(run);
+    source().TakeWithinLine(length);
+    if (run.empty() || length < run.size()) return;
+  }
+}
+
+// What a backslash and the character after it stand for.
+void SettingsReader::CatEscaped(String& text) {
+  int c = source().GetNextChar();
+  if (c != '#' && c != '<' && c != '\\' && c != '\r' && c != '\n') text.Accumulate('\\');
+  if (c == -1) return;
+  text.Accumulate(static_cast<char>(c));
+  if (c != '\r') return;
+  // CR and LF together are one line end.
+  c = source().GetNextChar();
+  if (c == '\n') {
+    text.Accumulate('\n');
+  } else if (c != -1) {
+    source().UnGetChar();
+  }
+}
+
+Progress SettingsReader::ProcessText(std::string_view text) {
+  if (text.empty()) return Progress::More;
+  const size_t equals = text.find('=');
+  if (equals == text.npos) {
+    ReportSyntaxError("Missing =");
+    return Progress::Failed;
+  }
+  return ProcessSetting(Stripped(text.substr(0, equals)), Stripped(text.substr(equals + 1)));
+}
+
+// --- Tags ------------------------------------------------------------------------------------
+
+// A tag of the section that may not stand here is told before its attributes are looked at, as it
+// is in a section that is passed over.
+bool SettingsReader::GetNameValuePairs(Tag& tag) {
+  if (tag.id() == kOpening && in_section()) {
+    ReportSyntaxError(
+        String::Concat({"Nested &lt;", tag.name(), "&gt; sections are not supported"}));
+    return false;
+  }
+  if (tag.id() == kClosing && !in_section()) {
+    ReportSyntaxError(String::Concat({"Unexpected &lt;", tag.name(), "&gt;"}));
+    return false;
+  }
+  return Parser::GetNameValuePairs(tag);
+}
+
+AttributeEnd SettingsReader::GetValue(Tag& tag, const String& name, ScriptValue& value) {
+  AttributeEnd end = Parser::GetValue(tag, name, value);
+  // Its last character goes whatever it is.
+  String& text = value.MutableText();
+  if (text[0] == '"') text = text.length() < 2 ? String() : text.at(1, text.length() - 1);
+  return end;
+}
+
+Progress SettingsReader::ProcessKnownTag(Tag& tag) {
+  if (tag.id() == kClosing) {
+    section_line_ = 0;
+    return CloseSection();
+  }
+  if (tag.id() != kOpening) return ProcessTag(tag);
+  const Section section = OpenSection(tag);
+  if (section == Section::Failed) return Progress::Failed;
+  section_line_ = line_;
+  return section == Section::Read || SkipSection() ? Progress::More : Progress::Failed;
+}
+
+Progress SettingsReader::ProcessUnknownTag(std::string_view raw) {
+  const std::string_view tag = Stripped(raw.substr(1, raw.size() - 2));
+  if (tag.starts_with("!--")) return Progress::More;
+  return ProcessForeignTag(tag.substr(0, tag.find_first_of(" \t\r\n")));
+}
+
+const String* SettingsReader::Required(const Tag& tag, std::string_view attribute) {
+  if (const NameValuePair* pair = tag.Find(attribute)) return &pair->value.text();
+  ReportSyntaxError(String::Concat(
+      {"&lt;", tag.name(), "&gt; requires the ", attribute, " attribute to be specified"}));
+  return nullptr;
+}
+
+// --- Sections that nobody wants --------------------------------------------------------------
+
+// Passes over the section up to and including its closing tag.
+bool SettingsReader::SkipSection() {
+  for (;;) {
+    const std::string_view run = source().Run();
+    if (run.empty()) return UnexpectedEnd();
+    const size_t length = FindByte<'<', '#', '\\'>(run);
+    source().Take(length);
+    if (length == run.size()) continue;
+    line_ = line();
+    const int c = source().GetNextChar();
+    if (c == '#') EatComment();
+    if (c == '\\') (void)source().GetNextChar();
+    if (c != '<') continue;
+    if (const TagRow* row = ReadSectionTagName()) {
+      Tag tag(*row);
+      if (!GetNameValuePairs(tag)) return false;
+      section_line_ = 0;
+      return true;
+    }
+  }
+}
+
+// Reads what follows a "<". The row of the section's tag whose name that is, with white space or
+// ">" behind it, which stays unread; null, and nothing but letters and a "/" read, when it is none.
+const TagRow* SettingsReader::ReadSectionTagName() {
+  int c = source().GetNextChar();
+  const TagRow& row = tags().rows[c == '/' ? kClosing : kOpening];
+  for (const char expected : row.name) {
+    if (c < 0) return nullptr;
+    if (ToUpper(static_cast<char>(c)) != expected) {
+      source().UnGetChar();
+      return nullptr;
+    }
+    c = source().GetNextChar();
+  }
+  if (c < 0) return nullptr;
+  source().UnGetChar();
+  return c == '>' || IsWhitespace(static_cast<char>(c)) ? &row : nullptr;
+}
+
+bool SettingsReader::UnexpectedEnd() {
+  ShowError(section_line_, String::Concat({"Unexpected end of file looking for &lt;",
+                                           tags().rows[kClosing].name, "&gt;"}));
+  return false;
+}
+
+}  // namespace vexa
