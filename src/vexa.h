@@ -17,6 +17,7 @@
 #include "core/output.h"
 #include "core/settings.h"
 #include "core/string.h"
+#include "core/symbol.h"
 
 namespace vexa {
 
@@ -65,6 +66,12 @@ struct SitePlaces {
   uid_t trusted_owner;
 };
 
+// A field of a form, as it was sent.
+struct SentField {
+  Symbol name;
+  String value;
+};
+
 // The interpreter host: one object for each request, which owns everything the request creates.
 class Vexa {
  public:
@@ -99,6 +106,14 @@ class Vexa {
   // Shows an error: begins the response when that has not happened, writes the message, flushes.
   virtual void Error(const vexa::Error& error) = 0;
   virtual void Error(const String& text) = 0;
+
+  // --- The request, as it was sent ---
+  // The fields of that name in query and body, letter case ignored, in the order they came,
+  // whatever became of the variables. Valid until the host is asked again.
+  [[nodiscard]] virtual std::span<const SentField> sentfields(std::string_view name) = 0;
+  // The body of a request that is no form, as far as it arrives in time; read when it is first
+  // asked for. Empty for a form.
+  [[nodiscard]] virtual const String& body() = 0;
 
   // --- Variables, and how the page's macros and languages read them ---
   [[nodiscard]] virtual Variables& vars() = 0;

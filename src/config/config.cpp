@@ -77,6 +77,9 @@ constexpr SettingName kSettingNames[] = {
     {"lockexpiration", &Settings::lockexpiration},
     {"durable", &Settings::durable},
     {"lockhostname", &Settings::lockhostname},
+    {"maxbody", &Settings::maxbody},
+    {"sessiontime", &Settings::sessiontime},
+    {"sitekey", &Settings::sitekey},
 };
 constexpr NameTable kSettings(kSettingNames, [](const SettingName& row) { return row.key; });
 

@@ -91,7 +91,7 @@ bool Host::PrepareRequest(String& script, String& name) {
   return AddEnvironmentVariables() != 0 && LoadConfiguration() != 0 && CheckConfiguration() != 0 &&
          GetScriptInformation(script, name) != 0 && ProcessConfiguration(script, name) != 0 &&
          AddSystemVariables() != 0 && AddQueryArguments() != 0 && AddQueryVariables() != 0 &&
-         AddAPIVariables() != 0;
+         AddAPIVariables() != 0 && CheckBodyLength() != 0;
 }
 
 bool Host::BeginResponse() {

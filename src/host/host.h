@@ -37,6 +37,7 @@
 #include "request/answer.h"
 #include "request/form.h"
 #include "request/request.h"
+#include "request/sent_fields.h"
 #include "vexa.h"
 
 namespace vexa {
@@ -113,6 +114,11 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   void Error(const vexa::Error& error) override;
   void Error(const String& text) override;
   [[nodiscard]] Variables& vars() override { return vars_; }
+  [[nodiscard]] SentFields& sentfields() override { return sent_fields_; }
+  [[nodiscard]] std::span<const SentField> sentfields(std::string_view name) override {
+    return sent_fields_.Find(name);
+  }
+  [[nodiscard]] const String& body() override;
   [[nodiscard]] MacroEncoding defaultmacroencoding() const override { return macro_encoding_; }
   void SetDefaultMacroEncoding(MacroEncoding encoding) override { macro_encoding_ = encoding; }
   [[nodiscard]] const String& language() const override { return language_; }
@@ -171,12 +177,15 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] int AddQueryArguments();
   [[nodiscard]] int AddQueryVariables();
   [[nodiscard]] int AddAPIVariables();
+  [[nodiscard]] int CheckBodyLength();
   [[nodiscard]] int StartHeaders(int status);
   [[nodiscard]] int OutputCookie();
   [[nodiscard]] int EndHeaders();
   [[nodiscard]] Module* OpenFirstModule(const String& script, const String& name);
   [[nodiscard]] int AddContentVariables();
   [[nodiscard]] int ResetGlobalTimeout();
+  // What the request says of the length of its body, in bytes.
+  [[nodiscard]] int64_t AnnouncedLength() const;
   // Groups of them. False when one failed.
   [[nodiscard]] bool PrepareRequest(String& script, String& name);
   [[nodiscard]] bool BeginResponse();
@@ -226,6 +235,9 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   std::unique_ptr<CGINetworkManager> network_;  // null until it is asked for
   OpenDatabases databases_;
   Variables vars_;
+  SentFields sent_fields_;
+  String body_;  // of a request that is no form
+  bool body_is_read_ = false;
   std::vector<std::unique_ptr<Module>> modules_;
   Module* current_module_ = nullptr;
   std::vector<CommerceMethod> commerce_;

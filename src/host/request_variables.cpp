@@ -46,13 +46,39 @@ int Host::AddSystemVariables() {
   return 1;
 }
 
+int64_t Host::AnnouncedLength() const { return ReadInteger64(RequestHeader("Content-Length")); }
+
+// Before a byte of the body is read.
+int Host::CheckBodyLength() {
+  if (config().maxbody <= 0 || AnnouncedLength() <= config().maxbody) return 1;
+  Error(vexa::Error(413, 0, "The request is too large"));
+  return 0;
+}
+
 // Reads the body of the request into form variables, when it is of a kind that has fields.
 int Host::AddContentVariables() {
-  int64_t length = ReadInteger64(RequestHeader("Content-Length"));
+  int64_t length = AnnouncedLength();
   if (length <= 0) return 1;
   FormInput input{*this, modules_.front()->scriptparser(), config().contentbuffersize};
   std::unique_ptr<ContentParser> parser = NewContentParser(input, RequestHeader("Content-Type"));
+  body_is_read_ = parser != nullptr;
   return parser == nullptr || parser->Parse(length) == 0;
+}
+
+const String& Host::body() {
+  if (body_is_read_) return body_;
+  body_is_read_ = true;
+  int64_t length = AnnouncedLength();
+  if (length <= 0) return body_;
+  const auto piece = std::min<int64_t>(std::max(config().contentbuffersize, 1), length);
+  auto buffer = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(piece));
+  while (length > 0) {
+    const int count = ReadContent(buffer.get(), static_cast<int>(std::min(piece, length)));
+    if (count < 1) break;
+    body_.Append({buffer.get(), static_cast<size_t>(count)});
+    length -= count;
+  }
+  return body_;
 }
 
 // The positional arguments: arg1 names the script, the others are the caller's.
@@ -77,7 +103,9 @@ int Host::AddQueryArguments() {
 
 int Host::AddQueryVariables() {
   String query = SystemVariable("QUERY_STRING");
-  AddQueryFields(vars(), request_.path_info().empty() ? query.after("+") : query);
+  if (request_.path_info().empty()) query = query.after("+");
+  AddQueryFields(vars(), query);
+  sent_fields_.KeepQuery(std::move(query));
   return 1;
 }
 

@@ -8,15 +8,11 @@
 #include "core/encoding.h"
 #include "core/text.h"
 #include "request/multipart.h"
+#include "request/sent_fields.h"
 
 namespace vexa {
 
-namespace {
-
-// The white space around a name and a value: browsers send none, people who write links do.
-enum class FieldSpace { Kept, Stripped };
-
-void AddFormField(Variables& vars, std::string_view pair, FieldSpace space) {
+FormPair DecodePair(std::string_view pair, FieldSpace space) {
   size_t equals = pair.find('=');
   std::string_view written_name = pair.substr(0, equals);
   std::string_view written_value = equals == pair.npos ? pair : pair.substr(equals + 1);
@@ -24,19 +20,18 @@ void AddFormField(Variables& vars, std::string_view pair, FieldSpace space) {
     written_name = Stripped(written_name);
     written_value = Stripped(written_value);
   }
-  String name(written_name), value(written_value);
-  DecodeAttribute(name);
-  DecodeAttribute(value);
-  vars.AddFormVariable(name, value);
+  FormPair field{written_name, written_value};
+  DecodeAttribute(field.name);
+  DecodeAttribute(field.value);
+  return field;
 }
-
-}  // namespace
 
 void AddQueryFields(Variables& vars, std::string_view query) {
   String text(query);
   text.gsub("\\", "");
   for (PieceReader pieces(text, "&"); pieces.Next();) {
-    AddFormField(vars, pieces.piece(), FieldSpace::Stripped);
+    const FormPair field = DecodePair(pieces.piece(), FieldSpace::Stripped);
+    vars.AddFormVariable(field.name, field.value);
   }
 }
 
@@ -76,6 +71,7 @@ int URLEncodedParser::Parse(int64_t length) {
 }
 
 void URLEncodedParser::Take(std::string_view bytes) {
+  receiver().sentfields().KeepEncoded(bytes);
   for (;;) {
     size_t end = bytes.find('&');
     std::string_view piece = bytes.substr(0, end);
@@ -87,7 +83,8 @@ void URLEncodedParser::Take(std::string_view bytes) {
 }
 
 void URLEncodedParser::AddPending() {
-  AddFormField(receiver().vars(), pending_, FieldSpace::Kept);
+  const FormPair field = DecodePair(pending_, FieldSpace::Kept);
+  receiver().vars().AddFormVariable(field.name, field.value);
   pending_.clear();
 }
 

@@ -20,12 +20,15 @@
 namespace vexa {
 
 class ScriptParser;
+class SentFields;
 
 // Whom a form is read for: where its bytes come from and where its fields and files go.
 class FormReceiver : public ContentSource {
  public:
   // Fields become form variables of these.
   [[nodiscard]] virtual Variables& vars() = 0;
+  // Fields are kept here as they came, too.
+  [[nodiscard]] virtual SentFields& sentfields() = 0;
   // Uploads become files of this manager, at data paths; as of the host (vexa.h).
   [[nodiscard]] virtual FileManager& filemanager() = 0;
   [[nodiscard]] virtual int ResolvePath(const String& name, String& resolved, PathType type,
@@ -81,6 +84,18 @@ class URLEncodedParser final : public ContentParser {
 // type are not read.
 [[nodiscard]] std::unique_ptr<ContentParser> NewContentParser(const FormInput& input,
                                                               std::string_view content_type);
+
+// A field as it was sent, decoded.
+struct FormPair {
+  String name;
+  String value;
+};
+
+// The white space around a name and a value: browsers send none, people who write links do.
+enum class FieldSpace { Kept, Stripped };
+
+// Takes a pair apart at its first "=" and decodes both sides; a pair without one is its own value.
+[[nodiscard]] FormPair DecodePair(std::string_view pair, FieldSpace space);
 
 // Adds every "name=value" pair of a query string as a form variable, after dropping all backslashes
 // in it. A pair is split at its first "=", white space around both parts is dropped, both are

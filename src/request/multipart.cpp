@@ -3,6 +3,7 @@
 #include "request/multipart.h"
 
 #include "core/error.h"
+#include "request/sent_fields.h"
 
 namespace vexa {
 
@@ -101,8 +102,9 @@ BodyReader::DataEnd MultipartFormDataParser::ReadPart(BodyReader& body, const Pa
 BodyReader::DataEnd MultipartFormDataParser::ReadField(BodyReader& body, const PartHeader& part) {
   FieldSink sink;
   BodyReader::DataEnd end = body.ReadData(sink);
-  if (end != BodyReader::DataEnd::BodyEnd)
-    receiver().vars().AddFormVariable(part.name, sink.value());
+  if (end == BodyReader::DataEnd::BodyEnd) return end;
+  receiver().vars().AddFormVariable(part.name, sink.value());
+  receiver().sentfields().Keep(part.name, sink.value());
   return end;
 }
 
