@@ -7,9 +7,11 @@ A case fails when it raises; `expect` raises with both values in the message.
 
 import argparse
 import contextlib
+import crypt
 import os
 import pathlib
 import pwd
+import re
 import shutil
 import signal
 import socket
@@ -165,6 +167,7 @@ class WebServer(ProgramSite):
     NAME = "lighttpd"
     PROGRAM = ["lighttpd", "-D", "-f"]  # Its configuration file comes behind the options.
     CONFIG_OPTIONS = []  # of scripts/web-server-config
+    PASSWORD = False  # whether the lines that ask for one are used: user "anna", password "secret"
     USER = None  # who the server is to be where it would be root
     SETTINGS = ""
 
@@ -179,6 +182,9 @@ class WebServer(ProgramSite):
         config = subprocess.run(
             [ROOT / "scripts/web-server-config", *self.CONFIG_OPTIONS, self.program, self.site,
              self.directory, str(self.port)], check=True, capture_output=True).stdout
+        if self.PASSWORD:
+            config = re.sub(rb"(?m)^( *)#(?=\S|  )", rb"\1", config)
+            (self.directory / "passwords").write_text("anna:" + crypt.crypt("secret", "$1$salt$") + "\n")
         (self.directory / "server.conf").write_bytes(config)
         user = {}
         self.log = open(self.directory / "server.log", "w+b")

@@ -82,11 +82,19 @@ def _(server):
 @suite.case("a request for what is not there ends in a clean page")
 def _(server):
     server.write("index.vx", "x\n")
-    expect_in("missing script", server.curl("/missing.vx")[2], "Unable to open missing.vx")
-    expect("missing file", server.curl("/missing.txt")[0], 404)
-    outside = server.curl("/cgi-bin/vexa/..%2f..%2fvexa.conf", "--path-as-is")[2]
-    if "vexaroot" in outside:
-        raise Failure("the configuration was delivered")
+    server.write("notfound.vx", "[&[documenturl]]")
+    server.write("shop/index.vx", "shop &[documenturl]")
+    for path in ("/missing.vx", "/missing.txt", "/missing/", "/shop/missing.vx", "/shop/x/../missing.vx"):
+        expect(path, server.curl(path)[2], f"[{server.url('/notfound.vx')}?]")
+    expect_in("/shop/", server.page("/shop/"), f"shop {server.url('/shop/')}")
+    status, headers, _ = server.curl("/shop")
+    expect("/shop", (status, [line.lower() for line in headers if line.endswith("/shop/")] != []), (301, True))
+    for path in ("/cgi-bin/vexa/..%2f..%2fvexa.conf", "/cgi-bin/vexa/index.vx", "/cgi-bin/vexa", "/..%5cvexa.conf",
+                 "/sub\\index.vx", "/.hidden", "/index.vx/index.vx", "/index.vx/", "/index.vx/index.vx/index.vx"):
+        server.write(".hidden", "vexaroot")
+        status, _, body = server.curl(path, "--path-as-is")
+        if (status < 300 and "notfound" not in body) or "vexaroot" in body:
+            raise Failure(f"{path} was answered with {status}: {body}")
     for path in ("/index.vx", "/index%2evx", "/sub/..%2findex.vx"):
         server.write("index.vx", "<VxASSIGN NAME=\"a\" VALUE=\"b\">x")
         body = server.curl(path)[2]
