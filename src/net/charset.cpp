@@ -102,29 +102,6 @@ bool IsUtf8Name(std::string_view charset) {
   return EqualsIgnoreCase(charset, "utf-8") || EqualsIgnoreCase(charset, "utf8");
 }
 
-bool IsUtf8(std::string_view text) {
-  for (size_t i = 0; i < text.size();) {
-    const auto byte = [text](size_t at) { return static_cast<unsigned char>(text[at]); };
-    const unsigned first = byte(i);
-    if (first < 0x80) {
-      ++i;
-      continue;
-    }
-    const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (first < 0xC2 || first > 0xF4 || length > text.size() - i) return false;
-    uint32_t code = first & (0x7FU >> length);
-    for (size_t k = 1; k < length; ++k) {
-      if ((byte(i + k) & 0xC0U) != 0x80U) return false;
-      code = code << 6 | (byte(i + k) & 0x3FU);
-    }
-    constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    if (code < kSmallest[length] || code > 0x10FFFF || surrogate) return false;
-    i += length;
-  }
-  return true;
-}
-
 ByteOrderMark FindByteOrderMark(std::string_view text) {
   // The longer one first: it begins with the shorter.
   static constexpr ByteOrderMark kMarks[] = {

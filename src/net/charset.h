@@ -16,8 +16,6 @@ namespace vexa {
 
 // Whether the name is one of UTF-8, for which there is nothing to convert.
 [[nodiscard]] bool IsUtf8Name(std::string_view charset);
-// Whether the bytes are well-formed UTF-8.
-[[nodiscard]] bool IsUtf8(std::string_view text);
 
 // The byte order mark that a text begins with. Without one both are empty.
 struct ByteOrderMark {

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "core/base64.h"
 #include "core/number.h"
 #include "core/text.h"
+#include "core/utf8.h"
 #include "net/mail_header.h"
 #include "net/mail_text.h"
 

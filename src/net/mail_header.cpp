@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <vector>
 
+#include "core/base64.h"
 #include "core/number.h"
 #include "core/text.h"
+#include "core/utf8.h"
 #include "net/mail_text.h"
 
 namespace vexa {

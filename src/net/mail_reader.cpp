@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/text.h"
+#include "core/utf8.h"
 #include "net/charset.h"
 #include "net/gmime_library.h"
 #include "net/html_text.h"

@@ -14,6 +14,7 @@
 #include "core/file.h"
 #include "core/number.h"
 #include "core/text.h"
+#include "core/utf8.h"
 #include "net/html_text.h"
 #include "net/mail_text.h"
 #include "net/network_errors.h"

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/base64.h"
 #include "core/number.h"
 #include "core/string.h"
 #include "core/text.h"

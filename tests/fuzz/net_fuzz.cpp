@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/utf8.h"
 #include "net/attachment_saver.h"
 #include "net/call_address.h"
 #include "net/charset.h"

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "core/utf8.h"
 #include "net/charset.h"
 #include "net/tag_walker.h"
 
