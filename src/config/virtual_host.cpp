@@ -10,7 +10,8 @@ namespace vexa {
 
 namespace {
 
-bool IsNameByte(char c) { return IsAlpha(c) || IsDigit(c) || c == '-' || c == '_'; }
+// What the parts of a name are made of.
+constexpr ByteSet kNameBytes("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_");
 
 // `host` without ":" and digits at its end, when what precedes them is a whole host: an address in
 // brackets, or a name. An address without brackets has no port.
@@ -41,9 +42,9 @@ bool IsHostName(std::string_view name) {
   }
   bool empty_part = true;
   for (const char c : name) {
-    if (c == '.' && empty_part) return false;
-    empty_part = c == '.';
-    if (c != '.' && !IsNameByte(c) && !(c == ':' && address)) return false;
+    const bool point = c == '.';
+    if (point ? empty_part : !kNameBytes.Has(c) && !(c == ':' && address)) return false;
+    empty_part = point;
   }
   return !empty_part;
 }

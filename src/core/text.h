@@ -41,9 +41,10 @@ class ByteSet {
   constexpr explicit ByteSet(std::string_view bytes) {
     for (char c : bytes) holds_[static_cast<unsigned char>(c)] = true;
   }
+  [[nodiscard]] constexpr bool Has(char c) const { return holds_[static_cast<unsigned char>(c)]; }
   [[nodiscard]] constexpr bool AnyIn(std::string_view text) const {
     for (char c : text) {
-      if (holds_[static_cast<unsigned char>(c)]) return true;
+      if (Has(c)) return true;
     }
     return false;
   }

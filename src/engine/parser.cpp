@@ -383,13 +383,21 @@ AttributeEnd Parser::GetNextNameValuePair(Tag& tag) {
 AttributeEnd Parser::GetValue(Tag& tag, const String&, ScriptValue& value) {
   String& text = value.MutableText();
   int c = source_.GetNextChar();
-  bool quoted = false;
-  do {
-    if (c < 0) return UnexpectedEnd(tag);
-    if (c == '"') quoted = !quoted;
-    text.Accumulate(static_cast<char>(c));
-    c = source_.GetNextChar();
-  } while (quoted || (c != '>' && c != '/' && !(c >= 0 && IsWhitespace(static_cast<char>(c)))));
+  if (c < 0) return UnexpectedEnd(tag);
+  text.Accumulate(static_cast<char>(c));
+  for (bool quoted = c == '"';;) {
+    const std::string_view run = source_.Run();
+    if (run.empty()) return UnexpectedEnd(tag);
+    const size_t length =
+        quoted ? FindByte<'"'>(run) : FindByte<'"', '>', '/', ' ', '\t', '\r', '\n'>(run);
+    const bool quote = length < run.size() && run[length] == '"';
+    const size_t taken = length + (quote ? 1 : 0);
+    text.Append(run.substr(0, taken));
+    source_.Take(taken);
+    if (quote) quoted = !quoted;
+    if (!quote && length < run.size()) break;
+  }
+  c = source_.GetNextChar();
   if (c == '>') return AttributeEnd::TagEnd;
   if (c != '/') return AttributeEnd::More;
   // Behind "/>" the attributes go on, on purpose: it does not close a tag.
