@@ -44,7 +44,7 @@ constexpr std::pair<std::string_view, String PackageInfo::*> kPackageAttributes[
 }  // namespace
 
 UNIXConfigParser::UNIXConfigParser(ConfigReceiver& receiver, UNIXConfig& config, Buffer& source)
-    : SettingsReader(source, kConfigTags), receiver_(receiver), config_(config) {}
+    : SettingsReader(source, kConfigTags, "NAME"), receiver_(receiver), config_(config) {}
 
 bool UNIXConfigParser::Read() {
   if (!Parse()) return false;
@@ -85,15 +85,13 @@ Progress UNIXConfigParser::ProcessSetting(std::string_view key, std::string_view
 
 // --- Sections --------------------------------------------------------------------------------
 
-SettingsReader::Section UNIXConfigParser::OpenSection(const Tag& tag) {
-  const String* names = Required(tag, "NAME");
-  if (names == nullptr) return Section::Failed;
+SettingsReader::Section UNIXConfigParser::OpenSection(std::string_view names) {
   if (!sections_begun_) {
     sections_begun_ = true;
     host_ = HostOfRequest(receiver_.SystemVariable(config_.settings().virtualhostvariable));
   }
   std::string_view fitting;
-  if (!FindName(*names, fitting)) return Section::Failed;
+  if (!FindName(names, fitting)) return Section::Failed;
   if (chosen_ || fitting.empty()) return Section::Skip;
   chosen_ = true;
   config_.SetVirtualHost(IsHostPattern(fitting) ? host_ : String(fitting));

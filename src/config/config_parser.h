@@ -36,7 +36,7 @@ class UNIXConfigParser final : public SettingsReader {
  protected:
   // An unknown key is accepted in silence, so that one file can serve several versions.
   [[nodiscard]] Progress ProcessSetting(std::string_view key, std::string_view value) override;
-  [[nodiscard]] Section OpenSection(const Tag& tag) override;
+  [[nodiscard]] Section OpenSection(std::string_view names) override;
   [[nodiscard]] Progress ProcessTag(const Tag& tag) override;
   void ShowError(int line, std::string_view text) override;
 

@@ -13,6 +13,7 @@
 
 #include "core/buffer.h"
 #include "core/find_byte.h"
+#include "core/number.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -25,7 +26,8 @@ constexpr int kClosing = 1;
 
 }  // namespace
 
-SettingsReader::SettingsReader(Buffer& source, const TagSet& tags) : Parser(source, tags) {
+SettingsReader::SettingsReader(Buffer& source, const TagSet& tags, std::string_view list)
+    : Parser(source, tags), list_(list) {
   assert(tags.rows.size() > kClosing && tags.rows[kOpening].id == kOpening);
   assert(tags.rows[kClosing].name.substr(1) == tags.rows[kOpening].name);
 }
@@ -35,13 +37,25 @@ bool SettingsReader::Parse() {
   for (;;) {
     text.clear();
     const LineEnd end = GetNextLine(text);
-    if (ProcessText(Stripped(text)) == Progress::Failed) return false;
+    if (ProcessText(Stripped(text)) == Progress::Failed && !checking()) return false;
     if (end == LineEnd::Line) continue;
     if (end == LineEnd::File) return !in_section() || UnexpectedEnd();
-    bool known = false;
-    line_ = line();
-    const Progress progress = ProcessConstruct(known);
-    if (progress != Progress::More) return progress != Progress::Failed;
+    line_ = source().line();
+    const Progress progress = ProcessTagOrComment();
+    if (progress == Progress::More) continue;
+    if (!checking()) return progress != Progress::Failed;
+    // Whatever is left of a tag that is wrong must not be taken for settings.
+    if (progress == Progress::Failed) EatComment();
+  }
+}
+
+void SettingsReader::ReportSyntaxError(std::string_view text) { Report(line_, text); }
+
+void SettingsReader::Report(int line, std::string_view text) {
+  if (checking()) {
+    findings_->push_back({line, Finding::Kind::Error, String(text)});
+  } else {
+    ShowError(line, text);
   }
 }
 
@@ -138,15 +152,14 @@ AttributeEnd SettingsReader::GetValue(Tag& tag, const String& name, ScriptValue&
 }
 
 Progress SettingsReader::ProcessKnownTag(Tag& tag) {
-  if (tag.id() == kClosing) {
-    section_line_ = 0;
-    return CloseSection();
+  if (tag.id() == kOpening) {
+    const String* list = Required(tag, list_);
+    return list == nullptr ? Progress::Failed : BeginSection(*list);
   }
-  if (tag.id() != kOpening) return ProcessTag(tag);
-  const Section section = OpenSection(tag);
-  if (section == Section::Failed) return Progress::Failed;
-  section_line_ = line_;
-  return section == Section::Read || SkipSection() ? Progress::More : Progress::Failed;
+  if (tag.id() != kClosing) return ProcessTag(tag);
+  if (checking()) CompareEnds();
+  section_line_ = 0;
+  return CloseSection();
 }
 
 Progress SettingsReader::ProcessUnknownTag(std::string_view raw) {
@@ -162,6 +175,43 @@ const String* SettingsReader::Required(const Tag& tag, std::string_view attribut
   return nullptr;
 }
 
+// --- Sections -------------------------------------------------------------------------------
+
+// The scanner's reading of what begins with the "<" that comes next. Most tags of a large file open
+// sections that nobody wants, and are written in the same way: those are read at once.
+Progress SettingsReader::ProcessTagOrComment() {
+  std::string_view list;
+  if (!in_section() && TakePlainOpening(list)) return BeginSection(list);
+  bool known = false;
+  return ProcessConstruct(known);
+}
+
+// Takes a tag <SECTION LIST="..."> that lies in the source in one piece. False, and nothing taken,
+// when what comes next is anything else.
+bool SettingsReader::TakePlainOpening(std::string_view& list) {
+  const std::string_view run = source().Run();
+  size_t at = 0;
+  for (const std::string_view part : {std::string_view("<"), tags().rows[kOpening].name,
+                                      std::string_view(" "), list_, std::string_view("=\"")}) {
+    if (!EqualsIgnoreCase(run.substr(at, part.size()), part)) return false;
+    at += part.size();
+  }
+  const size_t end = FindByte<'"'>(run, at);
+  if (run.substr(end, 2) != "\">") return false;
+  list = run.substr(at, end - at);
+  source().Take(end + 2);
+  return true;
+}
+
+Progress SettingsReader::BeginSection(std::string_view list) {
+  const Section section = OpenSection(list);
+  if (section == Section::Failed && !checking()) return Progress::Failed;
+  section_line_ = line_;
+  if (checking()) FindSkippedEnd();
+  const bool skip = section == Section::Skip && !checking();
+  return !skip || SkipSection() ? Progress::More : Progress::Failed;
+}
+
 // --- Sections that nobody wants --------------------------------------------------------------
 
 // Passes over the section up to and including its closing tag.
@@ -172,7 +222,7 @@ bool SettingsReader::SkipSection() {
     const size_t length = FindByte<'<', '#', '\\'>(run);
     source().Take(length);
     if (length == run.size()) continue;
-    line_ = line();
+    line_ = source().line();
     const int c = source().GetNextChar();
     if (c == '#') EatComment();
     if (c == '\\') (void)source().GetNextChar();
@@ -205,9 +255,34 @@ const TagRow* SettingsReader::ReadSectionTagName() {
 }
 
 bool SettingsReader::UnexpectedEnd() {
-  ShowError(section_line_, String::Concat({"Unexpected end of file looking for &lt;",
-                                           tags().rows[kClosing].name, "&gt;"}));
+  Report(section_line_, String::Concat({"Unexpected end of file looking for &lt;",
+                                        tags().rows[kClosing].name, "&gt;"}));
   return false;
+}
+
+// --- Checks ----------------------------------------------------------------------------------
+
+void SettingsReader::Warn(int line, std::string_view text) {
+  if (checking()) findings_->push_back({line, Finding::Kind::Warning, String(text)});
+}
+
+// What is wrong when the section is passed over is wrong for every reader whom it does not concern,
+// and told like all else; then the section is read.
+void SettingsReader::FindSkippedEnd() {
+  const SourcePlace start = source().Place();
+  const int line = line_;
+  skips_ = SkipSection();
+  if (skips_) skipped_end_ = source().Place();
+  section_line_ = line_ = line;
+  (void)source().Return(start);
+}
+
+void SettingsReader::CompareEnds() {
+  const SourcePlace end = source().Place();
+  if (!skips_ || end == skipped_end_) return;
+  Warn(section_line_, String::Concat({"passed over unread, the section ends in line ",
+                                      PrintInteger(skipped_end_.line), "; read, it ends in line ",
+                                      PrintInteger(end.line)}));
 }
 
 }  // namespace vexa
