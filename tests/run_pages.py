@@ -1,28 +1,36 @@
 #!/usr/bin/env python3
 """Runs the cases of page files against the program: a page and a request in, a response out.
 
-    tests/run_pages.py PROGRAM [--quiet] [--filter TEXT] [--env NAME=VALUE]... FILE.page...
+    tests/run_pages.py PROGRAM [--quiet] [--filter TEXT] [--env NAME=VALUE]... [--fastcgi SEED]
+                       FILE.page...
 
 Every case gets a fresh directory with a configuration file, the directories site/, data/ and tmp/,
 and a link named `vexa` to the program, which finds its configuration beside that name. A case is a
 sequence of requests; what one leaves in the directory the next one finds. A request that does not
 say what it expects is a mistake in the case: it could not fail. docs/testing.md describes the
-format. Texts are read as Latin-1, so that every byte is one character and stays what it is.
+format. With --fastcgi PROGRAM is a worker, whose one child serves all cases, but those with arguments,
+twice, in an order that SEED gives, in one directory: what it keeps of a file must not survive another
+file of that name. Texts are read as Latin-1, so that every byte is one character and stays what it is.
 
 The last line is "N passed, N failed"; the exit status is 0 only when nothing failed, and something
 ran or a filter was given."""
 
 import argparse
 import concurrent.futures
+import contextlib
 import os
 import pathlib
+import random
 import re
+import shutil
 import signal
 import socketserver
 import subprocess
 import sys
 import tempfile
 import threading
+
+import fastcgi
 
 LIMIT_SECONDS = 60
 SCRIPT_RAN = "1"  # The program's exit status after a script ran.
@@ -199,8 +207,8 @@ class Request:
     """One request, put together and then checked by its sections. `faults` says what is wrong; it
     is empty when everything was as expected."""
 
-    def __init__(self, directory, config):
-        self.directory, self.config = directory, config
+    def __init__(self, directory, config, worker=None):
+        self.directory, self.config, self.worker = directory, config, worker
         self.environment, self.arguments, self.body = dict(ENVIRONMENT), [], b""
         self.status, self.script, self.faults = SCRIPT_RAN, "", []
 
@@ -271,6 +279,9 @@ class Request:
 
     def run(self, first, environment):
         """Runs the program; what it wrote to standard output."""
+        if self.worker:
+            output, errors, status = self.worker.ask(environment, self.body, LIMIT_SECONDS)
+            return self.judged(first, output, errors + self.worker.errors(), status)
         process = subprocess.Popen(
             [self.directory / "vexa", *self.arguments], cwd=self.directory, env=environment,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -281,8 +292,11 @@ class Request:
             os.killpg(process.pid, signal.SIGKILL)  # And the processes that it started.
             output, errors = process.communicate()
             self.fault(first, f"ran for more than {LIMIT_SECONDS} seconds")
-        if str(process.returncode) != self.status:
-            self.fault(first, f"exit status {process.returncode} instead of {self.status}")
+        return self.judged(first, output, errors, process.returncode)
+
+    def judged(self, first, output, errors, status):
+        if str(status) != self.status:
+            self.fault(first, f"exit status {status} instead of {self.status}")
         if errors:
             self.fault(first, "wrote to standard error", shown("", [errors.decode("latin-1")]))
         return output.decode("latin-1")
@@ -360,19 +374,32 @@ class Answers(socketserver.StreamRequestHandler):
         self.wfile.write((pathlib.Path(directory) / "answers" / name).read_bytes())
 
 
-def run_case(sections, program, extra):
-    """What went wrong, in lines; empty when the case passed."""
+def new_directory():
     # As realpath: the program refuses script directories that lie behind links.
-    with tempfile.TemporaryDirectory(
-            prefix="vexa-page-", dir=os.path.realpath(tempfile.gettempdir())) as name:
+    return tempfile.TemporaryDirectory(
+        prefix="vexa-page-", dir=os.path.realpath(tempfile.gettempdir()))
+
+
+def clear(directory):
+    for entry in os.scandir(directory):
+        if entry.is_dir(follow_symlinks=False):
+            shutil.rmtree(entry)
+        else:
+            os.unlink(entry)
+
+
+def run_case(sections, program, extra, worker=None, place=None):
+    """What went wrong, in lines; empty when the case passed."""
+    with contextlib.nullcontext(place) if place else new_directory() as name:
         directory = pathlib.Path(name)
+        clear(directory)
         for name in ("site", "data", "tmp"):
             (directory / name).mkdir()
         (directory / "vexa").symlink_to(program)
         config = CONFIG
         try:
             for request_sections in requests(sections):
-                request = Request(directory, config)
+                request = Request(directory, config, worker)
                 request.make(request_sections, extra)
                 if request.faults:
                     return request.faults
@@ -388,6 +415,7 @@ def main():
     parser.add_argument("--quiet", action="store_true")
     parser.add_argument("--filter", default="")
     parser.add_argument("--env", action="append", default=[], metavar="NAME=VALUE")
+    parser.add_argument("--fastcgi", metavar="SEED")
     parser.add_argument("files", nargs="+")
     options = parser.parse_args()
     # How the sanitizers report is the business of whoever runs the tests.
@@ -402,9 +430,21 @@ def main():
         except (Mistake, OSError) as mistake:
             print(f"FAIL {mistake}")
             failed += 1
-    Answers.start()
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        reports = pool.map(lambda case: run_case(case[1], options.program.resolve(), extra), cases)
+    with contextlib.ExitStack() as held:
+        pool = held.enter_context(concurrent.futures.ThreadPoolExecutor(os.cpu_count()))
+        program, runner = options.program.resolve(), pool.map
+        worker = place = None
+        if options.fastcgi is not None:
+            fastcgi.leave_root()
+            place, runner = held.enter_context(new_directory()), map
+            (pathlib.Path(place) / "vexa.conf").touch()
+            worker = held.enter_context(fastcgi.Worker(
+                program, place, "--children", "1", "--requests", "1000000", "--config",
+                f"{place}/vexa.conf", environment=dict(os.environ, **extra)))
+            cases = [case for case in cases if not any(part.kind == "args" for part in case[1])] * 2
+            random.Random(options.fastcgi).shuffle(cases)
+        Answers.start()
+        reports = runner(lambda case: run_case(case[1], program, extra, worker, place), cases)
         for (name, _), faults in zip(cases, reports):
             passed += not faults
             failed += bool(faults)

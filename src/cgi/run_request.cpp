@@ -5,7 +5,6 @@
 #include <new>
 #include <stdexcept>
 
-#include "core/error.h"
 #include "host/host.h"
 
 namespace vexa {
@@ -16,9 +15,9 @@ int RunRequest(Host& host) {
   try {
     return host.Go();
   } catch (const std::bad_alloc&) {
-    host.Error(FatalError("Out of memory"));
+    host.EndOutOfMemory();
   } catch (const std::length_error&) {
-    host.Error(FatalError("Out of memory"));
+    host.EndOutOfMemory();
   }
   return host.script_started() ? 1 : 0;
 }

@@ -41,8 +41,12 @@ Host::Host(Process& process, const TagSet& tags, Request& request, ResponseOutpu
 Host::~Host() {
   // Scripts and databases hold files open, which must be closed before their manager goes.
   ReleaseScripts();
-  if (libraries_ != nullptr) libraries_->CleanUp();
-  output().Flush();
+  if (libraries_ != nullptr) {
+    libraries_->CleanUp();
+    // What it left behind nobody knows.
+    if (libraries_->ran_code()) process_.Spend();
+  }
+  answer_.output().Finish();
   LogEnd();
   process_.RemoveSearchPath();
 }
@@ -85,6 +89,11 @@ int Host::Go() {
   // What became of the script is on the page; it does not change the exit status.
   (void)module->scriptparser().Parse();
   return 1;
+}
+
+void Host::EndOutOfMemory() {
+  process_.Spend();
+  Error(FatalError("Out of memory"));
 }
 
 bool Host::PrepareRequest(String& script, String& name) {

@@ -54,6 +54,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   // a phase failed. The process exits with that status, on purpose the reverse of the usual:
   // servers and monitors are set up for it.
   [[nodiscard]] int Go();
+  // What becomes of the page, and of the process, when memory has run out.
+  void EndOutOfMemory();
   // Whether Go has come to running the script.
   [[nodiscard]] bool script_started() const { return script_started_; }
 

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
 namespace vexa {
 
@@ -56,15 +57,25 @@ Process::Process(int argc, char** argv) {
   }
 }
 
+Process::Process(String program, String configuration)
+    : program_(std::move(program)),
+      basename_(program_.view().substr(program_.view().rfind('/') + 1)),
+      configuration_(std::move(configuration)),
+      has_file_rights_(false) {}
+
 Process::~Process() { RemoveSearchPath(); }
 
 bool Process::RunningSetUIDRoot() const {
   struct stat status;
-  return stat(program_.c_str(), &status) == 0 && (status.st_mode & S_ISUID) != 0 &&
-         status.st_uid == 0;
+  return has_file_rights_ && stat(program_.c_str(), &status) == 0 &&
+         (status.st_mode & S_ISUID) != 0 && status.st_uid == 0;
 }
 
 int Process::GetConfigurationFile(String& path) const {
+  if (!configuration_.empty()) {
+    path = configuration_;
+    return 1;
+  }
   path = program_ + ".conf";
   if (FileExists(path)) return 1;
   char directory[PATH_MAX];
@@ -97,6 +108,10 @@ bool Process::interrupted() const { return to_end != 0 || reader_gone != 0; }
 void Process::ApplyResourceLimits(const Settings& settings) {
   if (limited_) return;
   limited_ = true;
+  if (settings.nice != 0 || settings.maxcpu != 0 || settings.maxdata != 0 ||
+      settings.maxstack != 0) {
+    Spend();
+  }
   if (settings.nice != 0) (void)!nice(settings.nice);
   SetHardLimit(RLIMIT_CPU, settings.maxcpu);
   SetHardLimit(RLIMIT_DATA, settings.maxdata);

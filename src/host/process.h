@@ -27,6 +27,10 @@ class Process {
  public:
   // `argv` is what main was given and stays valid.
   Process(int argc, char** argv);
+  // For a process that serves many requests, never with rights of its file. `program` is the path
+  // of the CGI program in whose place it stands, `configuration` that of its configuration; empty:
+  // the one that the CGI program would find.
+  Process(String program, String configuration);
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -37,8 +41,9 @@ class Process {
   [[nodiscard]] std::span<char* const> arguments() const { return arguments_; }
   // Whether the program runs as root by its set-user-ID bit.
   [[nodiscard]] bool RunningSetUIDRoot() const;
-  // Where the configuration lies: the first of three places that has the file. Always 1. The last
-  // one is not looked at: a file missing there too is noticed when it is read.
+  // Where the configuration lies: where the process was told, else the first of three places that
+  // has the file. Always 1. The last one is not looked at: a file missing there too is noticed when
+  // it is read.
   int GetConfigurationFile(String& path) const;
 
   // From here on the signals that would end the process end the page that it serves.
@@ -47,6 +52,10 @@ class Process {
   void BeginRequest();
   // Whether the process is to end, or the reader of this request has gone.
   [[nodiscard]] bool interrupted() const;
+
+  // A request left something that the process cannot take back, so that it should serve no other.
+  void Spend() { spent_ = true; }
+  [[nodiscard]] bool spent() const { return spent_; }
 
   // Sets priority and hard limits, unless an earlier request has done so. Values are passed as they
   // stand: seconds of processor time, bytes of data and stack. What the system refuses is left.
@@ -60,9 +69,12 @@ class Process {
  private:
   String program_;
   String basename_;
+  String configuration_;         // its path, when the process was told
+  bool has_file_rights_ = true;  // whether the set-user-ID bit of the program may count
   std::span<char* const> arguments_;
   std::unique_ptr<char[]> search_path_;  // "PATH=...", part of the environment while set
   bool limited_ = false;
+  bool spent_ = false;
 };
 
 }  // namespace vexa

@@ -143,6 +143,11 @@ bool PackageLoader::FindFunction(std::string_view name, ExpressionContext& scrip
   return true;
 }
 
+void PackageLoader::GuardCode() {
+  ran_code_ = true;
+  InstallCrashGuard(host_);
+}
+
 bool PackageLoader::Load(const PackageInfo& info, Package& package, ExpressionContext& script) {
   const String path = PackageFile(info.path, ".so");
   const auto exists = [](const String& file) { return ::access(file.c_str(), F_OK) == 0; };
@@ -156,7 +161,7 @@ bool PackageLoader::Load(const PackageInfo& info, Package& package, ExpressionCo
   const SitePlaces places = host_.places();
   TrustedFile trusted(places.trusted_owner);
   RefuseSiteDirectories(places, trusted);
-  InstallCrashGuard(host_);
+  GuardCode();
   package.entry =
       LoadPackageEntry(path, trusted, package.library.guarded, info.code, package.reason);
   if (package.entry == nullptr) {
@@ -232,7 +237,7 @@ void PackageLoader::LoadCommerce(const CommerceMethod& method, CommerceLibrary& 
   const SitePlaces places = host_.places();
   TrustedFile trusted(places.trusted_owner);
   RefuseSiteDirectories(places, trusted);
-  InstallCrashGuard(host_);
+  GuardCode();
   void* handle = LoadLibrary(path, trusted, commerce.library.guarded, commerce.reason);
   if (handle == nullptr) {
     commerce.reason = EntityEncoded(commerce.reason);

@@ -67,6 +67,8 @@ class PackageLoader {
   // The library of a method, loaded when needed; its `reason` tells whether it can be used. Lives
   // as long as this object.
   [[nodiscard]] CommerceLibrary& FindCommerce(const CommerceMethod& method);
+  // Whether code of a library may have run.
+  [[nodiscard]] bool ran_code() const { return ran_code_; }
   // Calls the cleanups, the last loaded first. Variables must still be there.
   void CleanUp();
 
@@ -86,7 +88,11 @@ class PackageLoader {
   [[nodiscard]] bool Initialise(Package& package, ExpressionContext& script);
   void LoadCommerce(const CommerceMethod& method, CommerceLibrary& commerce);
 
+  // From here on code of a library may run.
+  void GuardCode();
+
   Vexa& host_;
+  bool ran_code_ = false;
   std::vector<std::unique_ptr<Package>> packages_;  // those that were asked for
   std::vector<Package*> loaded_;                    // whose init succeeded, in that order
   std::vector<std::unique_ptr<CommerceLibrary>> commerce_;

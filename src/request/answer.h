@@ -23,6 +23,8 @@ class ResponseOutput : public Output {
   [[nodiscard]] int64_t written_bytes() const { return written_bytes_; }
   // Whether a write failed, so that nobody reads on.
   [[nodiscard]] bool broken() const { return broken_; }
+  // Flushes what is the last of the response.
+  virtual void Finish() { Flush(); }
 
  protected:
   int64_t written_bytes_ = 0;

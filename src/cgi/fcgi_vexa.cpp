@@ -1,0 +1,75 @@
+// The records of FastCGI as the ends of a request.
+
+#include "cgi/fcgi_vexa.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+namespace vexa {
+
+namespace {
+
+constexpr int kOutputBuffer = 8192;  // until the configuration says otherwise
+// A shorter write is one that somebody waits for; longer ones push each other on.
+constexpr int kPushing = 4096;
+
+constexpr int kNoByteYet = EOF - 1;
+
+}  // namespace
+
+// The stream of the library holds bytes that nobody can see, and waits for ever where it holds
+// none. So reads of the connection give up at once here, and the waiting is done with poll.
+int FCGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
+  if (!reads_at_once_) {
+    const timeval moment{0, 1};
+    setsockopt(records_.ipcFd, SOL_SOCKET, SO_RCVTIMEO, &moment, sizeof moment);
+    reads_at_once_ = true;
+  }
+  int first = ReadByte();
+  if (first == kNoByteYet) {
+    pollfd input{records_.ipcFd, POLLIN, 0};
+    if (poll(&input, 1, wait_ms) <= 0) return kNothingYet;
+    first = ReadByte();
+  }
+  if (first == kNoByteYet) return kNothingYet;
+  if (first == EOF) return FCGX_GetError(records_.in) == 0 ? kBodyEnd : kBodyFailed;
+  buffer[0] = static_cast<char>(first);
+  const auto held = static_cast<int>(records_.in->stop - records_.in->rdNext);
+  return 1 + FCGX_GetStr(buffer + 1, std::min(held, count - 1), records_.in);
+}
+
+// The next byte, EOF, or kNoByteYet.
+int FCGIRequest::ReadByte() {
+  FCGX_Stream* const body = records_.in;
+  const int byte = FCGX_GetChar(body);
+  const int error = FCGX_GetError(body);
+  if (byte != EOF || (error != EAGAIN && error != EINTR)) return byte;
+  FCGX_ClearError(body);
+  body->isClosed = 0;  // Which the library leaves to its callers.
+  return kNoByteYet;
+}
+
+// After an error the rest of the page is given up without a word, as by CGI.
+int FCGIOutput::DoWrite(const char* text, int length) {
+  if (broken_) return -1;
+  broken_ = FCGX_PutStr(text, length, records_.out) != length ||
+            (!finishing_ && length < kPushing && FCGX_FFlush(records_.out) != 0);
+  if (broken_) return -1;
+  written_bytes_ += length;
+  return length;
+}
+
+void FCGIOutput::Finish() {
+  finishing_ = true;
+  Flush();
+}
+
+FCGIEnds::FCGIEnds(FCGX_Request& records)
+    : fcgi_request(records), fcgi_output(records, kOutputBuffer) {}
+
+}  // namespace vexa

@@ -1,0 +1,136 @@
+// A request begins when its parameters have been read, and ends with the record that says so:
+//
+//   accept -> parameters -> RequestEnvironment -> Host, from its first phase to its destructor
+//        ^                                          |
+//        +---- not spent, and fewer than enough ----+----> the process ends; another takes its
+//        place
+//
+// What a request leaves in a process is listed in process.h and remembered.h.
+
+#include "cgi/fcgi_worker.h"
+
+#include <fastcgi.h>
+#include <fcgiapp.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+#include <vector>
+
+#include "cgi/fcgi_vexa.h"
+#include "cgi/run_request.h"
+#include "core/text.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr char kUnset[] = "\n";  // no zone's name
+
+volatile std::sig_atomic_t ending = 0;
+int listening_socket = -1;
+int no_socket = -1;
+
+// What stands in the place of the socket makes accept fail, also when it is called only after this:
+// a signal that comes right before the call is not lost.
+void EndAfterThis(int) {
+  const int error = errno;
+  ending = 1;
+  dup2(no_socket, listening_socket);
+  errno = error;
+}
+
+// Calls go on after these signals, so that the page that runs does not notice.
+bool TakeOverEndSignals(int listening) {
+  listening_socket = listening;
+  no_socket = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (no_socket < 0) return false;
+  struct sigaction action = {};
+  action.sa_handler = EndAfterThis;
+  action.sa_flags = SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaction(signal, &action, nullptr);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  return true;
+}
+
+// The environment of the process while a request runs: that of the request, as by CGI. A time zone
+// that the worker was started with holds for requests that name none.
+class RequestEnvironment {
+ public:
+  explicit RequestEnvironment(char** request) : own_(environ) {
+    for (char** entry = request; *entry != nullptr; ++entry) entries_.push_back(*entry);
+    if (FindZone(request) == nullptr) {
+      if (char* zone = FindZone(own_)) entries_.push_back(zone);
+    }
+    entries_.push_back(nullptr);
+    environ = entries_.data();
+    NoticeZone();
+  }
+  ~RequestEnvironment() { environ = own_; }
+  RequestEnvironment(const RequestEnvironment&) = delete;
+  RequestEnvironment& operator=(const RequestEnvironment&) = delete;
+
+ private:
+  static char* FindZone(char** entries) {
+    char* found = nullptr;
+    for (; *entries != nullptr; ++entries) {
+      if (std::strncmp(*entries, "TZ=", 3) == 0) found = *entries;
+    }
+    return found;
+  }
+
+  // The library looks at the zone when it is first asked for; a request after that may have
+  // another.
+  static void NoticeZone() {
+    static String known = kUnset;
+    const char* zone = std::getenv("TZ");
+    const std::string_view now = zone == nullptr ? kUnset : zone;
+    if (known.view() == now) return;
+    known = now;
+    tzset();
+  }
+
+  char** own_;
+  std::vector<char*> entries_;
+};
+
+// Runs a request to its end. The exit status of the CGI program is that of the request.
+void Serve(Process& process, FCGX_Request& records) {
+  int status = 0;
+  if (records.role == FCGI_RESPONDER) {
+    const RequestEnvironment environment(records.envp);
+    FCGIVexa host(process, records);
+    status = RunRequest(host);
+  }
+  FCGX_SetExitStatus(status, records.out);
+}
+
+}  // namespace
+
+int ServeRequests(const WorkerSettings& settings, int listening) {
+  FCGX_Request records;
+  if (FCGX_Init() != 0 || FCGX_InitRequest(&records, listening, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
+    return EXIT_FAILURE;
+  }
+  Process process(settings.program, settings.configuration);
+  process.TakeOverSignals();
+  if (!TakeOverEndSignals(listening)) return EXIT_FAILURE;
+  for (int served = 0; served < settings.requests && ending == 0 && !process.spent(); ++served) {
+    if (FCGX_Accept_r(&records) != 0) return ending != 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    // A connection that waits for its next request would keep this child from all others.
+    records.keepConnection = 0;
+    Serve(process, records);
+    FCGX_Finish_r(&records);
+  }
+  return EXIT_SUCCESS;
+}
+
+}  // namespace vexa
