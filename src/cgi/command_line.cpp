@@ -2,15 +2,12 @@
 
 #include "cgi/command_line.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <span>
 #include <string_view>
 #include <vector>
 
 #include "cgi/cgi_vexa.h"
-#include "core/late_function.h"
 #include "engine/script_check.h"
 #include "packages/package_check.h"
 #include "tags/tag_table.h"
@@ -71,18 +68,10 @@ int CheckTableFiles(Output& out, Arguments paths) {
   return CheckTable(host.filemanager(), String(paths[0]), indexes, out);
 }
 
-// 0 when everything is good, else 1. A set-user-ID program must not load anybody's library as
-// another user than who asks.
+// 0 when everything is good, else 1.
 int CheckPackageFiles(Output& out, Arguments paths) {
   if (paths.size() != 1) {
     out.Write("vexa --check-package: one path, please\n");
-    return EXIT_FAILURE;
-  }
-  const uid_t user = getuid();
-  const gid_t group = LateFunction<"getgid", decltype(::getgid)>()();
-  if (LateFunction<"setresgid", decltype(::setresgid)>()(group, group, group) != 0 ||
-      LateFunction<"setresuid", decltype(::setresuid)>()(user, user, user) != 0) {
-    out.Write("vexa --check-package: the rights of the program cannot be given up\n");
     return EXIT_FAILURE;
   }
   return CheckPackage(paths[0], out) ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -118,6 +107,11 @@ bool IsCommandLine(int argc, char** argv) {
 
 int RunCommandLine(int argc, char** argv) {
   StandardOutput out(kPrintBuffer);
+  // A set-user-ID program must not read for somebody what that user may not read.
+  if (!GiveUpRaisedRights()) {
+    out.Write("vexa: the rights of the program cannot be given up\n");
+    return EXIT_FAILURE;
+  }
   Arguments arguments(argv + 2, argv + argc);
   return FindOption(argv[1])->handler(out, arguments);
 }

@@ -2,12 +2,14 @@
 
 #include "config/config_parser.h"
 
+#include <algorithm>
 #include <cassert>
 #include <utility>
 
 #include "config/config_receiver.h"
 #include "config/unix_config.h"
 #include "config/virtual_host.h"
+#include "core/encoding.h"
 #include "core/error.h"
 #include "core/text.h"
 
@@ -71,6 +73,15 @@ Progress UNIXConfigParser::ProcessSetting(std::string_view key, std::string_view
                           ? "'virtualhostvariable' cannot be set in a &lt;VIRTUALHOST&gt; section"
                           : "'virtualhostvariable' must stand before the first "
                             "&lt;VIRTUALHOST&gt; section");
+    return Progress::Failed;
+  }
+  const size_t macro = value.find('&');
+  if (config_.serversafemode() && macro != value.npos) {
+    // The environment is that of whoever started the program.
+    std::string_view name = value.substr(std::min(macro + 2, value.size()));
+    name = Stripped(name.substr(0, name.find(']')));
+    ReportSyntaxError(
+        String::Concat({"'&amp;[", EntityEncoded(name), "]' is not known in safe mode"}));
     return Progress::Failed;
   }
   const int refused =

@@ -8,6 +8,7 @@
 #include "core/buffer.h"
 #include "core/error.h"
 #include "core/text.h"
+#include "files/trusted_file.h"
 
 namespace vexa {
 
@@ -66,10 +67,14 @@ class SiteVarsParser {
 }  // namespace
 
 int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings, const String& path,
-                     MissingFile missing) {
+                     SiteVarsRule rule) {
   Buffer file(receiver.filemanager(), kSiteVariablesBuffer);
-  if (!file.Open(path, path)) {
-    if (missing == MissingFile::IsEmpty) return 0;
+  TrustedFile trusted(0);
+  const bool opened = rule == SiteVarsRule::OfRoot
+                          ? trusted.Check(path) && trusted.OpenIn(file, path)
+                          : file.Open(path, path);
+  if (!opened) {
+    if (rule == SiteVarsRule::MayBeMissing) return 0;
     receiver.Error(ConfigurationError(settings, "Error opening sitevars file"));
     return 1;
   }

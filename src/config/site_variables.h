@@ -11,12 +11,16 @@ namespace vexa {
 class ConfigReceiver;
 struct Settings;
 
-enum class MissingFile { IsEmpty, IsError };
+enum class SiteVarsRule {
+  MayBeMissing,
+  MustExist,
+  OfRoot,  // it must exist, and only root may have put it there
+};
 
 // Defines every variable of the file at `path`. Returns 0, or 1 after the error was shown, which
 // names the administrator of `settings`.
 [[nodiscard]] int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings,
-                                   const String& path, MissingFile missing);
+                                   const String& path, SiteVarsRule rule);
 
 }  // namespace vexa
 

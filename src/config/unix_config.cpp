@@ -11,8 +11,10 @@
 #include "config/config_receiver.h"
 #include "config/site_variables.h"
 #include "core/buffer.h"
+#include "core/encoding.h"
 #include "core/error.h"
 #include "core/text.h"
+#include "files/trusted_file.h"
 
 namespace vexa {
 
@@ -36,15 +38,30 @@ UNIXConfig::UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode)
 int UNIXConfig::ReadConfiguration(const String& path) {
   path_ = path;
   Buffer file(receiver_.filemanager(), kConfigurationBuffer);
-  if (!file.Open(path, path)) {
-    receiver_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
-    return 1;
-  }
+  if (!OpenConfiguration(file, path)) return 1;
   if (!UNIXConfigParser(receiver_, *this, file).Read()) return 1;
   if (virtualhost_.empty()) {
     virtualhost_ = receiver_.SystemVariable(settings_.virtualhostvariable);
   }
   return 0;
+}
+
+// In server safe mode the file decides what root does, and its place follows from a name that
+// others gave the program: nobody but root may have had a hand in either.
+bool UNIXConfig::OpenConfiguration(Buffer& file, const String& path) {
+  if (serversafemode()) {
+    TrustedFile trusted(0);
+    if (trusted.CheckAsWritten(path) && trusted.OpenIn(file, path)) return true;
+    if (!trusted.unreachable()) {
+      receiver_.Error(
+          FatalError("The configuration file is not trusted: " + EntityEncoded(trusted.reason())));
+      return false;
+    }
+  } else if (file.Open(path, path)) {
+    return true;
+  }
+  receiver_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
+  return false;
 }
 
 int UNIXConfig::ValidateConfiguration() {
@@ -72,7 +89,8 @@ String UNIXConfig::Absolute(std::string_view path) const {
 
 int UNIXConfig::ReadSiteVars() {
   if (settings_.sitevars.empty()) return 0;
-  return ReadSiteVarsFile(receiver_, settings_, settings_.sitevars, MissingFile::IsError);
+  const SiteVarsRule rule = serversafemode() ? SiteVarsRule::OfRoot : SiteVarsRule::MustExist;
+  return ReadSiteVarsFile(receiver_, settings_, settings_.sitevars, rule);
 }
 
 int UNIXConfig::ReadUserSiteVars() {
@@ -82,7 +100,7 @@ int UNIXConfig::ReadUserSiteVars() {
     receiver_.Error(ConfigurationError(settings_, message));
     return 1;
   }
-  return ReadSiteVarsFile(receiver_, settings_, path, MissingFile::IsEmpty);
+  return ReadSiteVarsFile(receiver_, settings_, path, SiteVarsRule::MayBeMissing);
 }
 
 int UNIXConfig::ReadAuthFile() {

@@ -16,6 +16,7 @@
 
 namespace vexa {
 
+class Buffer;
 class ConfigReceiver;
 
 // The content type of the scripts with one extension.
@@ -71,6 +72,7 @@ class UNIXConfig final : public Config {
   [[nodiscard]] bool serversafemode() const { return mode_ == ServerSafeMode::On; }
 
  private:
+  [[nodiscard]] bool OpenConfiguration(Buffer& file, const String& path);
   [[nodiscard]] String ProcessMacros(std::string_view value) const;
   [[nodiscard]] String Absolute(std::string_view path) const;
 

@@ -28,6 +28,10 @@ bool Buffer::Open(const String& filename, const String& errorname) {
 
 const String& Buffer::error() const { return file_ == nullptr ? files_.error() : file_->error(); }
 
+bool Buffer::Status(struct stat& status) const {
+  return file_ != nullptr && file_->Status(status) == 0;
+}
+
 void Buffer::Close() {
   file_.reset();
   base_ = 0;

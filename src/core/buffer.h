@@ -11,6 +11,8 @@
 #ifndef VEXA_CORE_BUFFER_H_
 #define VEXA_CORE_BUFFER_H_
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <memory>
 #include <string_view>
@@ -37,6 +39,8 @@ class Buffer {
   // Why the last Open failed. Valid until the next operation on files.
   [[nodiscard]] const String& error() const;
   void Close();
+  // What the system knows of the open file. False when it cannot tell, or none is open.
+  [[nodiscard]] bool Status(struct stat& status) const;
 
   // The next byte (0 to 255), or -1 at the end of the file (also after a read error).
   int GetNextChar() {

@@ -4,6 +4,7 @@
 #ifndef VEXA_CORE_FILE_H_
 #define VEXA_CORE_FILE_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -76,6 +77,9 @@ class File {
     FileStamp ignored;
     return StillNamed(NameCheck::ByPath, ignored);
   }
+  // What the system knows of this very file, whatever its path names meanwhile. 0, or a negative
+  // value.
+  [[nodiscard]] virtual int Status(struct stat& status) = 0;
   [[nodiscard]] virtual const String& error() const = 0;
 };
 

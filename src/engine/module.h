@@ -23,6 +23,8 @@ class Module {
 
   [[nodiscard]] ScriptParser& scriptparser() { return parser_; }
   [[nodiscard]] const String& filepath() const { return filepath_; }
+  // What the system knows of the file that was opened. False when it cannot tell.
+  [[nodiscard]] bool Status(struct stat& status) const { return source_.Status(status); }
   // The directory of the file, without a trailing "/".
   [[nodiscard]] const String& directory() const { return directory_; }
 

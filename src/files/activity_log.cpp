@@ -11,8 +11,10 @@
 #include <ctime>
 #include <memory>
 
+#include "core/late_function.h"
 #include "core/number.h"
 #include "files/descriptor.h"
+#include "files/trusted_file.h"
 
 namespace vexa {
 
@@ -57,6 +59,30 @@ String Timestamp() {
   return String::Concat({stamp.substr(0, length - 2), ":", stamp.substr(length - 2)});
 }
 
+// A pipe without a reader is refused rather than waited for, and a full one loses lines.
+int OpenLog(const String& path, int more) {
+  const int flags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | more;
+  return RetryInterrupted([&] { return ::open(path.c_str(), flags, kPermissions); });
+}
+
+// Makes the log at `path` in a directory that only root may change. True when there is something
+// now, whoever made it.
+bool MakeTrustedLog(const String& path) {
+  const size_t slash = path.view().rfind('/');
+  if (slash == std::string_view::npos) return false;
+  TrustedFile directory(0);
+  if (!directory.CheckDirectory(String(path.view().substr(0, slash + 1)))) return false;
+  const String place = String::Concat({directory.resolved(), "/", path.view().substr(slash + 1)});
+  const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  const int made = RetryInterrupted([&] { return ::open(place.c_str(), flags, 0600); });
+  if (made < 0) return errno == EEXIST;
+  // The group that whoever started the program is in must not read it, not even for a moment.
+  const bool given = LateFunction<"fchown", decltype(::fchown)>()(made, 0, 0) == 0 &&
+                     ::fchmod(made, kPermissions) == 0;
+  CloseQuietly(made);
+  return given;
+}
+
 }  // namespace
 
 UNIXLogFile::~UNIXLogFile() {
@@ -68,12 +94,26 @@ bool UNIXLogFile::Open(const String& path, int level) {
     errno = EINVAL;
     return false;
   }
-  // A pipe without a reader is refused rather than waited for, and a full one loses lines.
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-  const int opened = RetryInterrupted([&] { return ::open(path.c_str(), kFlags, kPermissions); });
-  if (opened < 0) return false;
+  return Take(OpenLog(path, O_CREAT), level);
+}
+
+bool UNIXLogFile::OpenTrusted(const String& path, int level) {
+  TrustedFile trusted(0);
+  bool good = trusted.Check(path);
+  if (!good && trusted.unreachable()) good = MakeTrustedLog(path) && trusted.Check(path);
+  const int opened = good ? OpenLog(trusted.resolved(), O_NOFOLLOW) : -1;
+  struct stat status;
+  if (opened >= 0 && (::fstat(opened, &status) != 0 || !trusted.IsChecked(status))) {
+    CloseQuietly(opened);
+    return false;
+  }
+  return Take(opened, level);
+}
+
+bool UNIXLogFile::Take(int descriptor, int level) {
+  if (descriptor < 0) return false;
   if (descriptor_ >= 0) CloseQuietly(descriptor_);
-  descriptor_ = opened;
+  descriptor_ = descriptor;
   level_ = level;
   return true;
 }

@@ -46,6 +46,9 @@ class UNIXLogFile final : public ActivityLog {
   // Opens the log at `path`, creating it when missing, for events of up to `level`. False, with the
   // reason in errno, when that fails.
   [[nodiscard]] bool Open(const String& path, int level);
+  // The same, of a log that nobody but root could have put there; one to be made belongs to root
+  // and its group, whoever started the program.
+  [[nodiscard]] bool OpenTrusted(const String& path, int level);
   [[nodiscard]] bool IsOpen() const { return descriptor_ >= 0; }
   void SetSubject(const LogSubject& subject);
 
@@ -56,6 +59,8 @@ class UNIXLogFile final : public ActivityLog {
   void Write(LogLevel level, std::string_view event, std::string_view detail) override;
 
  private:
+  [[nodiscard]] bool Take(int descriptor, int level);
+
   int descriptor_ = -1;
   int level_ = 0;
   // Escaped, as they stand in a line.

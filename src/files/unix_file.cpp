@@ -173,6 +173,12 @@ int UNIXFile::StillNamed(NameCheck check, FileStamp& stamp) {
   return errno == ENOENT || errno == ENOTDIR ? 0 : Fail();
 }
 
+int UNIXFile::Status(struct stat& status) {
+  int fd;
+  if (!Activate(fd)) return -1;
+  return ::fstat(fd, &status) != 0 ? Fail() : 0;
+}
+
 bool UNIXFile::Activate(int& fd) {
   LookOutside();
   if (!open_) {

@@ -116,6 +116,7 @@ Module* Host::OpenFirstModule(const String& script, const String& name) {
     Error(FatalError(message));
     return nullptr;
   }
+  if (mode_ == RunMode::SetUIDRootMode && !CheckOpenedScript(*module, name)) return nullptr;
   modules_.push_back(std::move(module));
   current_module_ = modules_.front().get();
   return current_module_;
@@ -124,13 +125,21 @@ Module* Host::OpenFirstModule(const String& script, const String& name) {
 // --- Configuration ---------------------------------------------------------------------------
 
 int Host::LoadConfiguration() {
+  if (process_.StartedUnderFalseName()) {
+    Error(FatalError("Vexa is set-user-ID root and must be started by its own name"));
+    return 0;
+  }
+  if (process_.RunningSetUIDRoot()) mode_ = RunMode::SetUIDRootMode;
+  bool safe = mode_ == RunMode::SetUIDRootMode;
+  if (safe && !process_.LeaveCallersSurroundings()) {
+    Error(FatalError("Unable to work in '/': " + lasterror()));
+    return 0;
+  }
   String path;
   if (process_.GetConfigurationFile(path) == 0) {
     Error(FatalError("Unable to locate configuration file"));
     return 0;
   }
-  if (process_.RunningSetUIDRoot()) mode_ = RunMode::SetUIDRootMode;
-  bool safe = mode_ == RunMode::SetUIDRootMode;
   ConfigReceiver& receiver = *this;
   config_ = std::make_unique<UNIXConfig>(receiver, safe ? ServerSafeMode::On : ServerSafeMode::Off);
   if (config_->ReadConfiguration(path) != 0) return 0;

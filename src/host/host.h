@@ -28,9 +28,11 @@
 #include "config/unix_config.h"
 #include "core/environment.h"
 #include "core/string.h"
+#include "core/user_database.h"
 #include "core/variables.h"
 #include "engine/tag_row.h"
 #include "files/activity_log.h"
+#include "files/descriptor.h"
 #include "files/unix_file_manager.h"
 #include "host/open_databases.h"
 #include "host/process.h"
@@ -160,14 +162,6 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
     SetUIDRootMode = 2,  // scripts of any user; the program takes on the owner's identity
   };
 
-  // Who owns the script. Name and home are known only after LookUpOwner.
-  struct Owner {
-    uid_t uid = static_cast<uid_t>(-1);
-    gid_t gid = static_cast<gid_t>(-1);
-    String name;
-    String home;
-  };
-
   // The phases, in the order they run.
   [[nodiscard]] int AddEnvironmentVariables();
   [[nodiscard]] int LoadConfiguration();
@@ -199,6 +193,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] bool CheckScriptDirectory();
   [[nodiscard]] bool CheckScriptPath(String& script, const String& name);
   [[nodiscard]] bool CheckScriptFile(const String& script, const String& name);
+  [[nodiscard]] bool LookAtScript(const String& script, const String& name, struct stat& status);
   // What is wrong with a directory as the end of a sentence, empty when nothing is. The directory
   // is then replaced by its path without "." and "..". The bits say which links it may pass.
   [[nodiscard]] std::string_view DirectoryProblem(String& directory, int links, int other_owners);
@@ -210,7 +205,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] bool ChooseDataDirectory(const String& name);
   [[nodiscard]] bool ChooseUserDataDirectory(const String& name);
   [[nodiscard]] bool CheckDataDirectory();
-  [[nodiscard]] int SwitchToUserMode(uid_t uid);
+  [[nodiscard]] int SwitchToUserMode();
+  [[nodiscard]] bool CheckOpenedScript(const Module& module, const String& name);
   [[nodiscard]] static String UserNameFromUID(uid_t uid);
   // Lists the packages whose codes or names stand in `names` (comma-separated), in that order, and
   // no others.
@@ -248,7 +244,10 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   std::unique_ptr<PackageLoader> libraries_;  // once one was asked for
   String data_directory_;
   String script_directory_;
-  Owner owner_;
+  UserEntry owner_;        // of the script; name, home and group are known after LookUpOwner
+  int owner_unknown_ = 0;  // why the system could not be asked for them, as errno; 0: it could
+  // The script's file, where the program takes on its owner's identity.
+  FileIdentity script_identity_;
   RunMode mode_ = RunMode::StandardMode;
   MacroEncoding macro_encoding_ = MacroEncoding::None;
   String language_;

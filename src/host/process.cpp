@@ -3,10 +3,14 @@
 #include "host/process.h"
 
 #include <fcntl.h>
+#include <grp.h>
+#include <sys/auxv.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -14,6 +18,9 @@
 #include <ctime>
 #include <string_view>
 #include <utility>
+
+#include "core/late_function.h"
+#include "files/trusted_file.h"
 
 namespace vexa {
 
@@ -33,6 +40,34 @@ void SetHardLimit(decltype(RLIMIT_CPU) resource, int value) {
   (void)setrlimit(resource, &limit);
 }
 
+constexpr char kRunningProgram[] = "/proc/self/exe";
+constexpr uid_t kNoID = static_cast<uid_t>(-1);  // neither a user nor a group
+constexpr gid_t kGroupOfNobody = 65534;          // where the system has no user "nobody"
+
+// Whether somebody who is not root runs the program as root. The system has said so at the start
+// to whom it concerns, so that other programs need not ask.
+bool HasRaisedRights() { return getauxval(AT_SECURE) != 0 && geteuid() == 0 && getuid() != 0; }
+
+// Takes on user and group for good, and looks whether that is so. "Unchanged" is how the system
+// reads kNoID, which must not pass for an identity.
+bool TakeOnIDs(uid_t user, gid_t group) {
+  errno = EPERM;
+  if (user == kNoID || group == kNoID ||
+      LateFunction<"setresgid", decltype(::setresgid)>()(group, group, group) != 0 ||
+      LateFunction<"setresuid", decltype(::setresuid)>()(user, user, user) != 0) {
+    return false;
+  }
+  uid_t users[3];
+  gid_t groups[3];
+  if (LateFunction<"getresuid", decltype(::getresuid)>()(&users[0], &users[1], &users[2]) != 0 ||
+      LateFunction<"getresgid", decltype(::getresgid)>()(&groups[0], &groups[1], &groups[2]) != 0) {
+    return false;
+  }
+  errno = EPERM;
+  return std::ranges::all_of(users, [=](uid_t id) { return id == user; }) &&
+         std::ranges::all_of(groups, [=](gid_t id) { return id == group; });
+}
+
 bool FileExists(const String& path) {
   struct stat status;
   return stat(path.c_str(), &status) == 0;
@@ -47,6 +82,10 @@ bool FillStandardDescriptors() {
     if (open("/dev/null", O_RDWR) != fd) return false;
   }
   return true;
+}
+
+bool GiveUpRaisedRights() {
+  return TakeOnIDs(getuid(), LateFunction<"getgid", decltype(::getgid)>()());
 }
 
 Process::Process(int argc, char** argv) {
@@ -67,8 +106,21 @@ Process::~Process() { RemoveSearchPath(); }
 
 bool Process::RunningSetUIDRoot() const {
   struct stat status;
-  return has_file_rights_ && stat(program_.c_str(), &status) == 0 &&
-         (status.st_mode & S_ISUID) != 0 && status.st_uid == 0;
+  return HasRaisedRights() || (has_file_rights_ && stat(program_.c_str(), &status) == 0 &&
+                               (status.st_mode & S_ISUID) != 0 && status.st_uid == 0);
+}
+
+bool Process::StartedUnderFalseName() const {
+  if (!HasRaisedRights()) return false;
+  struct stat named, running;
+  return program_[0] != '/' || stat(program_.c_str(), &named) != 0 ||
+         stat(kRunningProgram, &running) != 0 || named.st_dev != running.st_dev ||
+         named.st_ino != running.st_ino;
+}
+
+bool Process::LeaveCallersSurroundings() const {
+  (void)LateFunction<"umask", decltype(::umask)>()(022);
+  return LateFunction<"chdir", decltype(::chdir)>()("/") == 0;
 }
 
 int Process::GetConfigurationFile(String& path) const {
@@ -78,6 +130,8 @@ int Process::GetConfigurationFile(String& path) const {
   }
   path = program_ + ".conf";
   if (FileExists(path)) return 1;
+  // Below, the name alone counts, which anybody may have given the program by a link.
+  if (HasRaisedRights() && !TrustedFile(0).CheckAsWritten(program_)) return 0;
   char directory[PATH_MAX];
   if (getcwd(directory, sizeof directory) != nullptr) {
     std::string_view here = directory;
@@ -118,7 +172,22 @@ void Process::ApplyResourceLimits(const Settings& settings) {
   SetHardLimit(RLIMIT_STACK, settings.maxstack);
 }
 
-bool Process::TakeOnIdentity(uid_t uid) { return seteuid(uid) == 0; }
+// The groups first, while the process may still change them; then nothing that could bring the
+// former identity back is left.
+bool Process::TakeOnIdentity(const UserEntry& user) {
+  gid_t group = user.gid;
+  if (group != kNoID) {
+    if (LateFunction<"initgroups", decltype(::initgroups)>()(user.name.c_str(), group) != 0) {
+      return false;
+    }
+  } else {
+    UserEntry nobody{.uid = kNoID, .gid = kGroupOfNobody, .name = {}, .home = {}};
+    if (FindUser(String("nobody"), nobody) == LookUp::Failed) return false;
+    group = nobody.gid;
+    if (LateFunction<"setgroups", decltype(::setgroups)>()(0, nullptr) != 0) return false;
+  }
+  return TakeOnIDs(user.uid, group);
+}
 
 void Process::InstallSearchPath(const String& path) {
   RemoveSearchPath();

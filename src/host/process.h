@@ -15,6 +15,7 @@
 
 #include "core/settings.h"
 #include "core/string.h"
+#include "core/user_database.h"
 
 namespace vexa {
 
@@ -22,6 +23,10 @@ namespace vexa {
 // them so; the next file opened would get their number, and what is printed would end up in it.
 // False when that fails.
 [[nodiscard]] bool FillStandardDescriptors();
+
+// Gives up for good what a set-user-ID or set-group-ID bit gave the process: what it does from here
+// on it does as who started it. False, with the reason in errno, when the system refuses.
+[[nodiscard]] bool GiveUpRaisedRights();
 
 class Process {
  public:
@@ -41,9 +46,16 @@ class Process {
   [[nodiscard]] std::span<char* const> arguments() const { return arguments_; }
   // Whether the program runs as root by its set-user-ID bit.
   [[nodiscard]] bool RunningSetUIDRoot() const;
+  // Whether somebody else than root started it so, by another name than the path of its file: the
+  // name says where the configuration lies, which must not be that user's choice.
+  [[nodiscard]] bool StartedUnderFalseName() const;
+  // Leaves the working directory and the umask of who started the program for "/" and 022. False,
+  // with the reason in errno, when the system refuses.
+  [[nodiscard]] bool LeaveCallersSurroundings() const;
   // Where the configuration lies: where the process was told, else the first of three places that
-  // has the file. Always 1. The last one is not looked at: a file missing there too is noticed when
-  // it is read.
+  // has the file. The last one is not looked at: a file missing there too is noticed when it is
+  // read. 1; 0 when whoever started the program as root chose a name for it that only the places
+  // behind the first would know.
   int GetConfigurationFile(String& path) const;
 
   // From here on the signals that would end the process end the page that it serves.
@@ -60,8 +72,10 @@ class Process {
   // Sets priority and hard limits, unless an earlier request has done so. Values are passed as they
   // stand: seconds of processor time, bytes of data and stack. What the system refuses is left.
   void ApplyResourceLimits(const Settings& settings);
-  // Takes on the identity of a user. False, with the reason in errno, when the system refuses.
-  [[nodiscard]] bool TakeOnIdentity(uid_t uid);
+  // Takes on the identity of a user for good, with the groups that the system lists for the user;
+  // for one who has no name there, the group of nobody alone. False, with the reason in errno, when
+  // the system refuses; what of it was done is then not told.
+  [[nodiscard]] bool TakeOnIdentity(const UserEntry& user);
   // Makes `path` the environment variable PATH, and takes it out again, leaving PATH empty.
   void InstallSearchPath(const String& path);
   void RemoveSearchPath();

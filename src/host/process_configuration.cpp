@@ -1,11 +1,16 @@
 // Host: which data belongs to the script, and as whom it runs.
 
-#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "core/encoding.h"
 #include "core/error.h"
 #include "core/number.h"
+#include "core/user_database.h"
+#include "engine/module.h"
+#include "files/descriptor.h"
 #include "host/host.h"
 
 namespace vexa {
@@ -16,7 +21,7 @@ int Host::ProcessConfiguration(const String& script, const String& name) {
       config_->ReadSiteVars() != 0) {
     return 0;
   }
-  if (mode_ == RunMode::SetUIDRootMode && SwitchToUserMode(owner_.uid) == 0) return 0;
+  if (mode_ == RunMode::SetUIDRootMode && SwitchToUserMode() == 0) return 0;
   if (config_->ReadUserSiteVars() != 0) return 0;
   if (log_.IsOpen()) {
     log_.SetSubject({owner_.name, owner_.uid, owner_.gid, script, data_directory_});
@@ -29,18 +34,20 @@ int Host::ProcessConfiguration(const String& script, const String& name) {
 // The owner's entry among the users. Looked for only where it matters, in the user modes and for
 // the log: asking for it costs more than the rest of the start of a request.
 void Host::LookUpOwner() {
-  if (const passwd* user = getpwuid(owner_.uid)) {
-    owner_ = {user->pw_uid, user->pw_gid, user->pw_name, user->pw_dir};
-  } else {
-    owner_.gid = static_cast<gid_t>(-1);
-    owner_.name = "#" + PrintInteger(owner_.uid);
-    owner_.home = "/";
-  }
+  const LookUp outcome = FindUser(owner_.uid, owner_);
+  if (outcome == LookUp::Found) return;
+  owner_unknown_ = outcome == LookUp::Failed ? errno : 0;
+  owner_.gid = static_cast<gid_t>(-1);
+  owner_.name = "#" + PrintInteger(owner_.uid);
+  owner_.home = "/";
 }
 
 bool Host::OpenLog() {
   if (config().loglevel == 0 || config().logfile.empty()) return true;
-  if (!log_.Open(config().logfile, config().loglevel)) {
+  const bool opened = mode_ == RunMode::SetUIDRootMode
+                          ? log_.OpenTrusted(config().logfile, config().loglevel)
+                          : log_.Open(config().logfile, config().loglevel);
+  if (!opened) {
     Error(ConfigurationError(config(), "Unable to open log file"));
     return false;
   }
@@ -94,10 +101,26 @@ bool Host::CheckDataDirectory() {
   return true;
 }
 
-int Host::SwitchToUserMode(uid_t uid) {
-  if (process_.TakeOnIdentity(uid)) return 1;
+int Host::SwitchToUserMode() {
+  errno = owner_unknown_;
+  if (owner_unknown_ == 0 && process_.TakeOnIdentity(owner_)) return 1;
   Error(FatalError(String::Concat({"Unable to act as ", owner_.name, ": ", lasterror()})));
   return 0;
+}
+
+// The identity is that of the file whose owner was asked, so no other file may run under it; and
+// what its owner does not answer for must not run as the owner.
+bool Host::CheckOpenedScript(const Module& module, const String& name) {
+  struct stat status;
+  if (!module.Status(status) || !(IdentityOf(status) == script_identity_) ||
+      status.st_uid != owner_.uid) {
+    Error(
+        FatalError(String::Concat({"'", EntityEncoded(name), "' is not owned by ", owner_.name})));
+    return false;
+  }
+  if ((status.st_mode & (S_IWGRP | S_IWOTH)) == 0) return true;
+  Error(FatalError(String::Concat({"'", EntityEncoded(name), "' may be changed by other users"})));
+  return false;
 }
 
 }  // namespace vexa

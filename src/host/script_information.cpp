@@ -1,11 +1,12 @@
 // Host: which script the request names, and whether it may run. Every name that is shown came
 // from the request, so its markup characters are shown as entities.
 
-#include <pwd.h>
 #include <sys/stat.h>
 
 #include "core/encoding.h"
 #include "core/error.h"
+#include "core/user_database.h"
+#include "files/path_descent.h"
 #include "host/host.h"
 
 namespace vexa {
@@ -86,10 +87,10 @@ void Host::LocateScript(const String& requested, String& script) {
 // "~user/rest". Of an unknown user nothing is known; the check of the directory then fails.
 void Host::LocateUserScript(const String& requested, String& script) {
   owner_.name = requested.before("/").from(1);
-  const passwd* user = getpwnam(owner_.name.c_str());
+  UserEntry user;
   script = requested;
-  if (user == nullptr) return;
-  script_directory_ = String::Concat({user->pw_dir, "/", config().userdir, "/"});
+  if (FindUser(owner_.name, user) != LookUp::Found) return;
+  script_directory_ = String::Concat({user.home, "/", config().userdir, "/"});
   script = script_directory_ + requested.after("/");
 }
 
@@ -128,7 +129,8 @@ bool Host::CheckScriptPath(String& script, const String& name) {
 bool Host::CheckScriptFile(const String& script, const String& name) {
   struct stat status;
   // What is no plain file cannot be read back and forth, as scripts are.
-  if (stat(script.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (!LookAtScript(script, name, status)) return false;
+  if (!S_ISREG(status.st_mode)) {
     Error(ScriptNotFoundError("Unable to open " + EntityEncoded(name)));
     return false;
   }
@@ -140,6 +142,23 @@ bool Host::CheckScriptFile(const String& script, const String& name) {
   answer_.SetContentType(config_->GetContentType(extension));
   owner_.uid = status.st_uid;
   return true;
+}
+
+// What is at the path, which has been checked for links. Where its owner decides whom the program
+// becomes, it is looked at by a way that nobody can exchange behind that check.
+bool Host::LookAtScript(const String& script, const String& name, struct stat& status) {
+  status = {};
+  if (mode_ != RunMode::SetUIDRootMode) {
+    (void)stat(script.c_str(), &status);
+    return true;
+  }
+  const int options = config().securityoptions;
+  const FollowResult result =
+      DescendPath(script, options & kScriptLinks, options & kScriptLinksToOthers, status);
+  script_identity_ = IdentityOf(status);
+  if (result == kPathGood || result == kLinkToNothing) return true;
+  Error(FatalError(Quoted(name) + LinkProblem(result)));
+  return false;
 }
 
 // A file that is not there yet lies where its directory really is.

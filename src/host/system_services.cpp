@@ -1,7 +1,6 @@
 // Host: what it asks of the system on behalf of scripts.
 
 #include <crypt.h>
-#include <pwd.h>
 #include <sys/random.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <ctime>
 
 #include "core/number.h"
+#include "core/user_database.h"
 #include "engine/module.h"
 #include "files/sandbox.h"
 #include "host/host.h"
@@ -62,8 +62,8 @@ String Host::MakeSessionID() {
 }
 
 String Host::UserNameFromUID(uid_t uid) {
-  const passwd* user = getpwuid(uid & 0xFFFF);
-  return user == nullptr ? "user #" + PrintInteger(uid) : String(user->pw_name);
+  UserEntry user;
+  return FindUser(uid & 0xFFFF, user) == LookUp::Found ? user.name : "user #" + PrintInteger(uid);
 }
 
 int Host::ResolvePath(const String& name, String& resolved, PathType type, String& message) {

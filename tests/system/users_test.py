@@ -1,0 +1,257 @@
+#!/usr/bin/env python3
+"""Many users on one machine: a set-user-ID program that a local user tries to turn into root or into
+another user, and what the authorization file grants. The users exist in a mount namespace of these
+tests alone, which only root can make; elsewhere all cases are skipped."""
+
+import ctypes
+import os
+import pathlib
+import re
+import resource
+import subprocess
+import sys
+import tempfile
+import threading
+
+from harness import ROOT, Failure, ProgramSite, Skip, Suite, expect, expect_in
+
+suite = Suite("users")
+ANNA, VIC, EVE, NAMELESS = 5001, 5002, 5003, 5007
+TRIES = int(os.environ.get("VEXA_TEST_TRIES", "1000"))
+CAN_MAKE_USERS = "VEXA_TEST_USERS" in os.environ
+LIBC = ctypes.CDLL(None, use_errno=True)
+SELF = '<VxEVAL EXPR="self()">'
+
+
+def make_users(homes):
+    """Puts files of these tests in the place of the machine's, for this process and its children."""
+    names = {ANNA: "anna", VIC: "vic", EVE: "eve"}
+    files = {
+        "passwd": "root:x:0:0::/root:\nnobody:x:65534:65533::/:\n" + "".join(
+            f"{name}:x:{uid}:{uid}::{homes}/{name}:\n" for uid, name in names.items()),
+        "group": "root:x:0:\nnogroup:x:65533:\nstudents:x:6000:anna,vic\nhelpers:x:6001:anna\n" + "".join(
+            f"{name}:x:{uid}:\n" for uid, name in names.items()),
+        "nsswitch.conf": "passwd: files\ngroup: files\n"}
+    for name, text in files.items():
+        (homes / name).write_text(text)
+        subprocess.run(["mount", "--bind", homes / name, f"/etc/{name}"], check=True)
+
+
+class Site(ProgramSite):
+    """A site whose program is set-user-ID root, with a script of Anna's, and packages."""
+
+    def __init__(self, config="authuserdir={DIR}/data", page=SELF, owner=ANNA, mode=0o4755):
+        super().__init__(suite.build)
+        self.lib = self.directory / "lib"
+        self.lib.mkdir()
+        if not (HOMES / "probe.so").exists():
+            subprocess.run(["cc", "-std=gnu11", "-fPIC", "-shared", f"-I{ROOT}/include", "-o", HOMES / "probe.so",
+                            ROOT / "tests/tools/probe_package.c", "-lpthread"], check=True)
+        self.write("../lib/probe.so", (HOMES / "probe.so").read_bytes())
+        for path in (self.directory, self.lib, self.site):
+            path.chmod(0o755)
+        self.configure(config)
+        self.program.chmod(mode)
+        self.own("site/index.vx", page, owner)
+        os.chown(self.data, owner, owner)
+
+    def configure(self, config):
+        self.write("../vexa.conf", f"vexaroot={self.site}\nserveradmin=a@b\nusecookies=no\n"
+                   "packages=probe\n<PACKAGE CODE=probe NAME=probe DESCRIPTION=d VERSION=1 "
+                   f'PATH="{self.lib}/probe">\n' + config.replace("{DIR}", str(self.directory)) + "\n")
+
+    def own(self, name, text, owner, mode=0o644):
+        """Makes a file of that user's; directories that are missing are the user's too."""
+        path = self.directory / name
+        if not path.parent.exists():
+            path.parent.mkdir()
+            os.chown(path.parent, owner, owner)
+        path.write_text(text)
+        os.chown(path, owner, owner)
+        path.chmod(mode)
+        return path
+
+    def run(self, page="/index.vx", user=EVE, environment=None, name=None, arguments=(), **options):
+        """The exit status and the page of a request that a user starts, under the `name` given."""
+        request = {} if arguments else {"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": page, "TZ": "UTC"}
+        done = subprocess.run(
+            [self.program if name is None else name, *arguments], executable=self.program, capture_output=True,
+            timeout=60, **{"user": user, "group": user, "extra_groups": [user], "cwd": "/", "stdin": subprocess.DEVNULL,
+               "env": {**request, **(environment or {})}, **options})
+        page = done.stdout.partition(b"\r\n\r\n")[2] or done.stdout
+        return done.returncode, page.decode("latin-1")
+
+    def identity(self, **options):
+        """Ids, groups, umask and directory of the process that runs a page."""
+        status, page = self.run(**options)
+        found = dict(re.findall(r"^(\w+):\t(.*?) *$", page, re.M))
+        if status != 1 or "Uid" not in found:
+            raise Failure(f"no identity in {page!r}")
+        return [found[key] for key in ("Uid", "Gid", "Groups", "Umask", "Directory")]
+
+    def expect_error(self, message, **options):
+        status, page = self.run(**options)
+        expect_in("page", page, message)
+        expect("status", status, 0)
+
+
+def case(name):
+    def register(function):
+        @suite.case(name)
+        def _():
+            if not CAN_MAKE_USERS:
+                raise Skip("only root can make users, in a mount namespace")
+            function()
+    return register
+
+
+ANNAS = ["\t".join([str(ANNA)] * 4)] * 2 + ["5001 6000 6001", "0022", "/"]
+UNTRUSTED = "it or a directory above it belongs to an untrusted user"
+CHANGEABLE = "it or a directory above it may be changed by other users"
+
+
+@case("a page runs as its owner for good, whatever the surroundings it was started in")
+def _():
+    with Site() as site:
+        for what, surroundings in {
+                "a server's": {"user": 33}, "another user's": {"cwd": HOMES, "umask": 0},
+                "root's": {"user": 0, "cwd": HOMES}, "root's groups": {"extra_groups": [0, 4]},
+                "an environment": {"environment": {"LD_PRELOAD": "/x", "HOME": "/x", "PATH": "/x", "TZ": "/x"}},
+                "no descriptors": {"preexec_fn": lambda: [os.close(fd) for fd in (0, 2)]},
+                "no processes": {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_NPROC, (0, 0))},
+                "no file sizes": {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0))}}.items():
+            expect(what, site.identity(**surroundings), ANNAS)
+        for descriptors in range(3, 12):
+            def few():
+                resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
+            page = site.run(preexec_fn=few)[1]
+            expect(f"{descriptors} descriptors", "Uid:\t" in page and "Uid:\t5001\t" not in page, False)
+        site.own("site/index.vx", SELF + "\n<VxEVAL EXPR=\"fmkdir('made')\">", NAMELESS)
+        os.chown(site.data, NAMELESS, NAMELESS)
+        expect("nameless", site.identity(), ["\t".join(["5007"] * 4), "\t".join(["65533"] * 4), "", "0022", "/"])
+        made = (site.data / "made").stat()
+        expect("its files", (made.st_uid, made.st_gid, made.st_mode & 0o22), (NAMELESS, 65533, 0))
+        site.own("site/index.vx", SELF, 0)
+        site.expect_error("root is not authorized to use Vexa Script<BR>")
+
+
+@case("a false name or a configuration that others may change is refused before anything is read")
+def _():
+    with Site() as site:
+        false = "Fatal Error: Vexa is set-user-ID root and must be started by its own name"
+        untrusted = "Fatal Error: The configuration file is not trusted: "
+        evil = site.own("eve/vexa.conf", "vexaroot=/etc\nauthuserdir=/etc\n", EVE).parent
+        site.own("eve/page.vx", "evil", EVE)
+        for name in ("vexa", "./vexa", "", "/bin/true", "/nowhere", f"{evil}/page.vx", "../vexa"):
+            site.expect_error(false, name=name, cwd=evil)
+        (evil / "vexa").symlink_to(site.program)
+        site.expect_error(untrusted + UNTRUSTED, name=f"{evil}/vexa")
+        (evil / "other").symlink_to(site.program)
+        site.expect_error("Fatal Error: Unable to locate configuration file", name=f"{evil}/other")
+        os.symlink(site.directory, evil / "site")
+        site.expect_error(untrusted + UNTRUSTED, name=f"{evil}/site/vexa")
+        (evil / "other.conf").symlink_to(site.directory / "vexa.conf")
+        site.expect_error(untrusted + UNTRUSTED, name=f"{evil}/other")
+        expect("root's link", os.symlink("vexa.conf", site.directory / "two.conf") or
+               os.symlink("vexa", site.directory / "two") or site.identity(name=f"{site.directory}/two"), ANNAS)
+        for path, reason in ((site.directory / "vexa.conf", CHANGEABLE), (site.directory, CHANGEABLE)):
+            mode = path.stat().st_mode
+            path.chmod(mode | 0o20)
+            site.expect_error(untrusted + reason)
+            path.chmod(mode)
+            os.chown(path, ANNA, 0)
+            site.expect_error(untrusted + UNTRUSTED)
+            os.chown(path, 0, 0)
+        site.configure("authuserdir={DIR}/data\n<VIRTUALHOST NAME=\"*\">\nvexaroot = a&[ HOME ]</VIRTUALHOST>")
+        site.expect_error("Line 8: '&amp;[HOME]' is not known in safe mode<BR>")
+        site.write("../vexa.conf", "")
+        site.expect_error("vexaroot is not defined<BR>")
+        os.remove(site.directory / "vexa.conf")
+        site.expect_error("Configuration Error: Cannot open configuration file<BR>", name=site.program)
+
+
+@case("the options for people act as who asks")
+def _():
+    with Site() as site:
+        secret = site.own("secret.vx", "<VxIF secret>", 0, 0o600)
+        for option, path in (("--check", secret), ("--check-table", secret), ("--check-package", site.lib / "probe")):
+            (site.lib / "probe.so").chmod(0o600)
+            status, text = site.run(arguments=(option, str(path)))
+            expect(option, (status, "secret>" in text, "ermission denied" in text), (1, False, True))
+        expect("root's", "Unexpected end" in site.run(arguments=("--check", secret), user=0)[1], True)
+
+
+@case("logs, variables and libraries come only from places that root alone may write to")
+def _():
+    with Site("authuserdir={DIR}/data\nloglevel=2\nlogfile={DIR}/logs/log\nsitevars={DIR}/vars/all", "&[x]") as site:
+        (site.directory / "logs").mkdir()
+        site.own("vars/all", "x=1", 0)
+        expect("page", site.run(), (1, "1"))
+        log = site.directory / "logs/log"
+        made = log.stat()
+        expect("the log", (made.st_uid, made.st_gid, made.st_mode & 0o777), (0, 0, 0o640))
+        expect_in("the log", log.read_text(), f"uid=5001 gid=5001 data={site.data}")
+        for name, message in (("logs", "Unable to open log file"), ("logs/log", "Unable to open log file"),
+                              ("vars", "Error opening sitevars file"), ("vars/all", "Error opening sitevars file")):
+            path = site.directory / name
+            for mode, owner in ((0o20, 0), (0o2, 0), (0, ANNA)):
+                former = path.stat().st_mode
+                os.chown(path, owner, owner)
+                path.chmod(former | mode)
+                site.expect_error(message)
+                os.chown(path, 0, 0)
+                path.chmod(former)
+        os.remove(log)
+        (site.directory / "logs").chmod(0o775)
+        site.expect_error("Unable to open log file")
+        expect("no log", log.exists(), False)
+        (site.directory / "logs").chmod(0o755)
+        os.symlink(site.data / "log", log)
+        site.expect_error("Unable to open log file")
+        site.configure("authuserdir={DIR}/data")
+        site.own("site/index.vx", SELF, ANNA)
+        os.chown(site.lib, ANNA, 0)
+        expect_in("the library", site.run()[1], f"Unable to load package 'probe': {UNTRUSTED}")
+
+
+@case("a script runs only as the owner that was asked for, and only if nobody else wrote it")
+def _():
+    with Site() as site:
+        for mode in (0o664, 0o646):
+            site.own("site/index.vx", "x", ANNA, mode)
+            site.expect_error("Fatal Error: 'index.vx' may be changed by other users\r\n")
+        secret = site.own("private/notes.vx", "secret", VIC, 0o600)
+        secret.parent.chmod(0o700)
+        eves = site.own("site/eve/notes.vx", "mine", EVE).parent
+        os.symlink(secret.parent, site.site / "link")
+        os.chown(site.site / "link", EVE, EVE, follow_symlinks=False)
+        for options in (0, 1):
+            site.configure(f"authuserdir={{DIR}}/data\nsecurityoptions={options}")
+            # A user exchanges a directory for a link to another user's, and back, all the time.
+            ended = threading.Event()
+
+            def exchange():
+                while not ended.is_set():
+                    LIBC.renameat2(-100, bytes(eves), -100, bytes(site.site / "link"), 2)
+            exchanger = threading.Thread(target=exchange)
+            exchanger.start()
+            try:
+                pages = [site.run("/eve/notes.vx") for _ in range(TRIES // 2)]
+            finally:
+                ended.set()
+                exchanger.join()
+            expect("seen", sorted({page for _, page in pages if "secret" in page}), [])
+            expect("both were met", ((1, "mine") in pages, any(status == 0 for status, _ in pages)), (True, True))
+
+
+HOMES = pathlib.Path(os.environ.get("VEXA_TEST_USERS", "/"))
+
+if __name__ == "__main__":
+    if not CAN_MAKE_USERS and os.geteuid() == 0 and subprocess.run(["unshare", "-m", "true"]).returncode == 0:
+        with tempfile.TemporaryDirectory(prefix="vexa-users-") as homes:
+            os.chmod(homes, 0o755)
+            sys.exit(subprocess.run(["unshare", "-m", sys.executable, *sys.argv],
+                                    env={**os.environ, "VEXA_TEST_USERS": homes}).returncode)
+    if CAN_MAKE_USERS:
+        make_users(HOMES)
+    sys.exit(suite.main())
