@@ -47,6 +47,49 @@ class ActivityLog {
   virtual void Write(LogLevel level, std::string_view event, std::string_view detail) = 0;
 };
 
+// What stands in front of the page's text, or takes its place: status, headers, cookies, a
+// redirect, a file. It is held until the first byte of the page leaves the output's buffer, an
+// error is shown, or the page ends. What would change it later is refused.
+//
+// Operations that return a text give what is wrong as an expression error says it (HTML), with
+// nothing changed then; the empty text when all is well.
+class AnswerHead {
+ public:
+  // Whether it was sent: nothing of it can be changed any more.
+  [[nodiscard]] virtual bool begun() const = 0;
+  // `code` is a number from 200 to 599. The last status that was set counts.
+  [[nodiscard]] virtual String SetStatus(std::string_view code) = 0;
+  // Sets a header, in place of a former one; adds one for Set-Cookie and Link. An empty value takes
+  // it back.
+  [[nodiscard]] virtual String SetHeader(std::string_view name, std::string_view value) = 0;
+  // Whether the page has set that header, letter case ignored.
+  [[nodiscard]] virtual bool HasHeader(std::string_view name) const = 0;
+  // Sends the browser to a place of this site, or to any web address.
+  [[nodiscard]] virtual String Redirect(std::string_view address) = 0;
+  [[nodiscard]] virtual String RedirectAway(std::string_view address) = 0;
+  // Makes the data file `path` the answer. An empty `type` stands for that of its extension; with a
+  // `name` it is offered for saving.
+  [[nodiscard]] virtual String SendFile(const String& path, std::string_view type,
+                                        std::string_view name) = 0;
+  // Sends a validator made from `version`. `unchanged` tells whether the browser has that version;
+  // the answer is then that alone.
+  [[nodiscard]] virtual String SetVersion(std::string_view version, bool& unchanged) = 0;
+  // Sets a cookie, in place of one of the same name, path and domain. `options` as a page writes
+  // them.
+  [[nodiscard]] virtual String SetCookie(std::string_view name, std::string_view value,
+                                         std::string_view options) = 0;
+  // The value of a cookie that the browser sent, decoded; empty when there is none.
+  [[nodiscard]] virtual String Cookie(std::string_view name) const = 0;
+  // An error stops the page: while the head is held, its status, redirect and file are taken back.
+  virtual void PageStops() = 0;
+  // For who must send what is held when nothing else works any more: takes status, redirect and
+  // file back, calls `send` with the pieces in order, and uses no heap.
+  virtual void SendHeld(void (*send)(void* sender, std::string_view piece), void* sender) = 0;
+
+ protected:
+  ~AnswerHead() = default;
+};
+
 // A package registered by the configuration file.
 struct PackageInfo {
   String code, name, description, version, path, defaultpath;
@@ -103,6 +146,7 @@ class Vexa {
 
   // --- The page: where it goes, and what is told on it ---
   [[nodiscard]] virtual Output& output() = 0;
+  [[nodiscard]] virtual AnswerHead& answer() = 0;
   // Shows an error: begins the response when that has not happened, writes the message, flushes.
   virtual void Error(const vexa::Error& error) = 0;
   virtual void Error(const String& text) = 0;
@@ -127,6 +171,8 @@ class Vexa {
   // --- The time limit ---
   // True when the request was interrupted or its deadline has passed.
   [[nodiscard]] virtual bool timedout() = 0;
+  // Begins the time limit anew. Always 1.
+  virtual int ResetGlobalTimeout() = 0;
   // Seconds to the deadline, -1 when there is none.
   [[nodiscard]] virtual int64_t timeremaining() = 0;
 

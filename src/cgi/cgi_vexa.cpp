@@ -35,9 +35,16 @@ int CGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
 
 StandardOutput::~StandardOutput() { Flush(); }
 
+// Also true when waiting fails: the next write tells why.
+bool StandardOutput::AwaitReader(int wait_ms) {
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  const int ready = poll(&output, 1, wait_ms);
+  return ready > 0 || (ready < 0 && errno != EINTR);
+}
+
 // One write, as long as the system takes all of it. After an error the rest of the page is given up
 // without a word: there is nobody left to tell, and a page with a hole in it must not follow.
-int StandardOutput::DoWrite(const char* text, int length) {
+int StandardOutput::Send(const char* text, int length) {
   int written = 0;
   while (written < length && !broken_) {
     ssize_t count = write(STDOUT_FILENO, text + written, static_cast<size_t>(length - written));

@@ -24,9 +24,10 @@ class StandardOutput final : public ResponseOutput {
   // `size` is the buffer's size in bytes.
   explicit StandardOutput(int size) : ResponseOutput(size) {}
   ~StandardOutput() override;
+  [[nodiscard]] bool AwaitReader(int wait_ms) override;
 
  protected:
-  int DoWrite(const char* text, int length) override;
+  int Send(const char* text, int length) override;
 };
 
 // The ends of the request, which outlive the host.

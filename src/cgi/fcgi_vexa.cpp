@@ -55,13 +55,20 @@ int FCGIRequest::ReadByte() {
 }
 
 // After an error the rest of the page is given up without a word, as by CGI.
-int FCGIOutput::DoWrite(const char* text, int length) {
+int FCGIOutput::Send(const char* text, int length) {
   if (broken_) return -1;
   broken_ = FCGX_PutStr(text, length, records_.out) != length ||
             (!finishing_ && length < kPushing && FCGX_FFlush(records_.out) != 0);
   if (broken_) return -1;
   written_bytes_ += length;
   return length;
+}
+
+// Also true when waiting fails: the next write tells why.
+bool FCGIOutput::AwaitReader(int wait_ms) {
+  pollfd output{records_.ipcFd, POLLOUT, 0};
+  const int ready = poll(&output, 1, wait_ms);
+  return ready > 0 || (ready < 0 && errno != EINTR);
 }
 
 void FCGIOutput::Finish() {

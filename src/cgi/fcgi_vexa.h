@@ -38,9 +38,10 @@ class FCGIOutput final : public ResponseOutput {
 
   // What is written last leaves together with the record that ends the request.
   void Finish() override;
+  [[nodiscard]] bool AwaitReader(int wait_ms) override;
 
  protected:
-  int DoWrite(const char* text, int length) override;
+  int Send(const char* text, int length) override;
 
  private:
   FCGX_Request& records_;

@@ -56,6 +56,7 @@ constexpr SettingName kSettingNames[] = {
     {"cafile", &Settings::cafile},
     {"serveradmin", &Settings::serveradmin},
     {"usecookies", &Settings::usecookies, SettingType::Boolean},
+    {"sendstatus", &Settings::sendstatus, SettingType::Boolean},
     {"nice", &Settings::nice},
     {"maxcpu", &Settings::maxcpu},
     {"maxdata", &Settings::maxdata},

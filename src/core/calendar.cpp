@@ -4,6 +4,9 @@
 
 #include <limits>
 
+#include "core/number.h"
+#include "core/text.h"
+
 namespace vexa {
 
 namespace {
@@ -26,6 +29,18 @@ constexpr int64_t DaysToMarchMonth(int64_t month) {
 }
 static_assert(DaysToMarchMonth(1970 * 12 - 2) == kDaysFromMarchOfYear0);
 static_assert(DaysToMarchMonth(2000 * 12) == kDaysFromMarchOfYear0 + 11017);
+
+constexpr std::string_view kDayNames = "SunMonTueWedThuFriSat";
+constexpr std::string_view kMonthNames = "JanFebMarAprMayJunJulAugSepOctNovDec";
+
+std::string_view ShortName(std::string_view names, int number) {
+  return names.substr(static_cast<size_t>(number) * 3, 3);
+}
+
+// The two digits at `text`, -1 when they are none.
+int TwoDigits(std::string_view text) {
+  return IsDigit(text[0]) && IsDigit(text[1]) ? (text[0] - '0') * 10 + (text[1] - '0') : -1;
+}
 
 }  // namespace
 
@@ -60,6 +75,48 @@ std::tm CalendarTime(int64_t seconds) {
       static_cast<int>(day + 4 - FloorDivide(day + 4, 7) * 7);  // 1970 began on Thursday
   fields.tm_yday = static_cast<int>(day - DaysToMonth(year * 12));
   return fields;
+}
+
+String HTTPDate(int64_t seconds, char separator) {
+  const std::tm fields = CalendarTime(seconds);
+  const auto put = [](char* to, int number) {
+    to[0] = static_cast<char>('0' + number / 10);
+    to[1] = static_cast<char>('0' + number % 10);
+  };
+  char day[] = {'0', '0', separator};
+  put(day, fields.tm_mday);
+  char time[] = " 00:00:00 GMT";
+  put(time + 1, fields.tm_hour);
+  put(time + 4, fields.tm_min);
+  put(time + 7, fields.tm_sec);
+  return String::Concat({ShortName(kDayNames, fields.tm_wday),
+                         ", ",
+                         {day, 3},
+                         ShortName(kMonthNames, fields.tm_mon),
+                         {&separator, 1},
+                         PrintInteger(fields.tm_year + kFirstTmYear),
+                         time});
+}
+
+int64_t ReadHTTPDate(std::string_view text) {
+  constexpr std::string_view kPattern = "Sun, 06 Nov 1994 08:49:37 GMT";
+  if (text.size() != kPattern.size()) return -1;
+  const size_t month = kMonthNames.find(text.substr(8, 3));
+  const int day = TwoDigits(text.substr(5));
+  const int century = TwoDigits(text.substr(12));
+  const int year = TwoDigits(text.substr(14));
+  const int hour = TwoDigits(text.substr(17));
+  const int minute = TwoDigits(text.substr(20));
+  const int second = TwoDigits(text.substr(23));
+  if (month == kMonthNames.npos || day < 1 || century < 0 || year < 0 || hour < 0 || minute < 0 ||
+      second < 0) {
+    return -1;
+  }
+  const int64_t days =
+      DaysToMonth((century * 100 + year) * 12 + static_cast<int64_t>(month / 3)) + day - 1;
+  const int64_t seconds = days * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+  // What is written otherwise, or names no real day, differs here.
+  return seconds >= 0 && HTTPDate(seconds) == text ? seconds : -1;
 }
 
 }  // namespace vexa

@@ -45,18 +45,21 @@ std::string_view EntityOf(char c) {
 
 }  // namespace
 
-void EncodeAttribute(String& text) {
+void AppendPercentCode(String& text, char byte) {
   static constexpr char kHex[] = "0123456789ABCDEF";
+  const auto value = static_cast<unsigned char>(byte);
+  const char code[] = {'%', kHex[value >> 4], kHex[value & 15]};
+  text.Append(std::string_view(code, sizeof code));
+}
+
+void EncodeAttribute(String& text) {
   String result;
   result.Reserve(text.size());
   for (char c : text.view()) {
-    auto byte = static_cast<unsigned char>(c);
     if (c == ' ') {
       result.cat('+');
-    } else if (kEscaped[byte]) {
-      const char code[] = {'%', kHex[byte >> 4], kHex[byte & 15]};
-      result.Reserve(result.size() + sizeof code);
-      result.cat(std::string_view(code, sizeof code));
+    } else if (kEscaped[static_cast<unsigned char>(c)]) {
+      AppendPercentCode(result, c);
     } else {
       result.cat(c);
     }
@@ -131,6 +134,45 @@ void DecodeEntities(String& text) {
     i = end;
   }
   text = std::move(result);
+}
+
+String ShownInMessage(std::string_view text) {
+  constexpr size_t kMostShown = 200;
+  String clean;
+  for (size_t i = 0; i < text.size() && clean.size() < kMostShown; ++i) {
+    if (!IsControl(text[i])) clean.Accumulate(text[i]);
+  }
+  return EntityEncoded(clean);
+}
+
+String URLPart(std::string_view text) {
+  String result;
+  result.Reserve(text.size());
+  for (char c : text) {
+    if (IsAlpha(c) || IsDigit(c) || c == '-' || c == '_' || c == '.' || c == '~') {
+      result.Accumulate(c);
+    } else {
+      AppendPercentCode(result, c);
+    }
+  }
+  return result;
+}
+
+String DecodedURLPart(std::string_view text) {
+  constexpr auto is_hex = [](char c) {
+    return IsDigit(c) || (ToUpper(c) >= 'A' && ToUpper(c) <= 'F');
+  };
+  String result;
+  result.Reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && text.size() - i > 2 && is_hex(text[i + 1]) && is_hex(text[i + 2])) {
+      result.cat(static_cast<char>(DigitValue(text[i + 1]) * 16 + DigitValue(text[i + 2])));
+      i += 2;
+    } else {
+      result.cat(text[i]);
+    }
+  }
+  return result;
 }
 
 }  // namespace vexa

@@ -26,6 +26,16 @@ void EncodeEntities(String& text);
 void DecodeEntities(String& text);
 // `text` with its markup characters as entities, for error messages that quote a request.
 [[nodiscard]] String EntityEncoded(std::string_view text);
+// What a message shows of a text from anywhere: without control characters, its first 200 bytes, as
+// entities.
+[[nodiscard]] String ShownInMessage(std::string_view text);
+// `text` as one part of a URL: every byte but letters, digits, `-`, `_`, `.` and `~` becomes "%"
+// and two upper-case hexadecimal digits.
+[[nodiscard]] String URLPart(std::string_view text);
+// The reverse: "%" and two hexadecimal digits become their byte, all else is copied.
+[[nodiscard]] String DecodedURLPart(std::string_view text);
+// Appends a byte as "%" and two upper-case hexadecimal digits.
+void AppendPercentCode(String& text, char byte);
 
 }  // namespace vexa
 

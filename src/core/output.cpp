@@ -10,9 +10,15 @@ namespace {
 int Usable(int size) { return size < 1 ? 1 : size; }
 }  // namespace
 
-Output::Output(int size)
-    : size_(Usable(size)),
-      buffer_(std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size_))) {}
+Output::Output(int size, int room) : room_(room) { Allocate(Usable(size)); }
+
+// When there is no memory for it, the former buffer still serves.
+void Output::Allocate(int size) {
+  const size_t bytes = static_cast<size_t>(room_) + static_cast<size_t>(size);
+  storage_ = std::make_unique_for_overwrite<char[]>(bytes);
+  buffer_ = storage_.get() + room_;
+  size_ = size;
+}
 
 int Output::Write(const char* text, int length) {
   std::string_view bytes =
@@ -25,13 +31,13 @@ int Output::Write(const char* text, int length) {
 void Output::WriteThrough(std::string_view text) {
   if (text.size() <= static_cast<size_t>(size_)) {
     Flush();
-    std::memcpy(buffer_.get(), text.data(), text.size());
+    std::memcpy(buffer_, text.data(), text.size());
     used_ = static_cast<int>(text.size());
     return;
   }
   while (!text.empty()) {
     size_t part = std::min(text.size(), static_cast<size_t>(size_ - used_));
-    std::memcpy(buffer_.get() + used_, text.data(), part);
+    std::memcpy(buffer_ + used_, text.data(), part);
     used_ += static_cast<int>(part);
     text.remove_prefix(part);
     if (used_ == size_) Flush();
@@ -41,15 +47,13 @@ void Output::WriteThrough(std::string_view text) {
 int Output::Flush() {
   int held = used_;
   used_ = 0;  // First, so that an error shown while writing cannot write the same bytes again.
-  return DoWrite(buffer_.get(), held);
+  return DoWrite(buffer_, held);
 }
 
 void Output::Resize(int size) {
   if (Usable(size) == size_) return;
   Flush();
-  // The new buffer first: when there is no memory for it, the old one still serves the error page.
-  buffer_ = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(Usable(size)));
-  size_ = Usable(size);
+  Allocate(Usable(size));
 }
 
 StringOutput::StringOutput(int size) : Output(size) {}

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string_view>
 
 #include "core/string.h"
@@ -14,8 +15,9 @@ namespace vexa {
 
 class Output {
  public:
-  // `size` is the buffer's size in bytes; less than 1 counts as 1.
-  explicit Output(int size);
+  // `size` is the buffer's size in bytes; less than 1 counts as 1. In front of the buffer there are
+  // `room` bytes more, for derived classes.
+  explicit Output(int size, int room = 0);
   virtual ~Output() = default;
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
@@ -25,7 +27,7 @@ class Output {
   int Write(const char* text, int length = -1);
   void Write(std::string_view text) {
     if (text.size() <= static_cast<size_t>(size_ - used_)) {
-      std::memcpy(buffer_.get() + used_, text.data(), text.size());
+      std::memcpy(buffer_ + used_, text.data(), text.size());
       used_ += static_cast<int>(text.size());
     } else {
       WriteThrough(text);
@@ -37,23 +39,27 @@ class Output {
   void Resize(int size);
   // What is held, for who must send it when nothing else works any more. Valid until the next
   // operation.
-  [[nodiscard]] std::string_view held() const {
-    return {buffer_.get(), static_cast<size_t>(used_)};
-  }
+  [[nodiscard]] std::string_view held() const { return {buffer_, static_cast<size_t>(used_)}; }
   // Whether the last thing written was white space. Kept by the script executor; 0 at first.
   int& inwhitespace() { return inwhitespace_; }
 
  protected:
   // Takes `length` bytes. Returns their number, or a negative value on failure.
   virtual int DoWrite(const char* text, int length) = 0;
+  // The bytes in front of the buffer: what is put at their end stands directly before the text that
+  // DoWrite is given.
+  [[nodiscard]] std::span<char> room() { return {storage_.get(), static_cast<size_t>(room_)}; }
 
  private:
   void WriteThrough(std::string_view text);
+  void Allocate(int size);
 
-  int size_;
+  int size_ = 0;
   int used_ = 0;
   int inwhitespace_ = 0;
-  std::unique_ptr<char[]> buffer_;
+  int room_;
+  char* buffer_ = nullptr;  // in storage_
+  std::unique_ptr<char[]> storage_;
 };
 
 // Collects everything in a String.

@@ -46,6 +46,7 @@ struct Settings {
   String cafile;               // the authorities that certificates are checked against
   String serveradmin = "webmaster@localhost";
   int usecookies = 1;
+  int sendstatus = 0;  // 1: answers of errors have a status
   int nice = 0;
   int maxcpu = 0;
   int maxdata = 0;

@@ -14,6 +14,7 @@ constexpr unsigned kCategoryMask = 0xFF000000;
 
 int ErrorHandler::Error(unsigned code, const vexa::Error& error) {
   ErrorSettings settings = Settings(code);
+  if (settings.fatal) host_.answer().PageStops();
   if (!message_.empty()) host_.Error(message_);
   bool shown =
       (code & kAlwaysShown) != 0 || (settings.display && (code & level_ & kCategoryMask) != 0);

@@ -1,4 +1,4 @@
-// The rows stand in the order of the manual.
+// The first table of built-ins, in the order of the manual, and the way to the further ones.
 
 #include "expr/builtin_table.h"
 
@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "core/name_table.h"
+#include "core/text.h"
 #include "expr/builtins.h"
 
 namespace vexa {
@@ -28,7 +29,7 @@ constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
     {"mktime_t", "year, month, dayofmonth, hours, minutes, seconds, time_zone", BuiltinMktime},
     {"asciivalue", "char", BuiltinAsciivalue},
     {"asciichar", "ascii", BuiltinAsciichar},
-    {"substring", "string, start, length", BuiltinSubstring, FirstArgument::LookedAt},
+    {"substring", "string, start, length", BuiltinSubstring, kLooksAtFirst},
     {"isalpha", "string", BuiltinIsalpha},
     {"isupper", "string", BuiltinIsupper},
     {"islower", "string", BuiltinIslower},
@@ -45,11 +46,11 @@ constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
     {"ltrim", "string", BuiltinLtrim},
     {"toupper", "string", BuiltinToupper},
     {"tolower", "string", BuiltinTolower},
-    {"len", "string", BuiltinLen, FirstArgument::LookedAt},
+    {"len", "string", BuiltinLen, kLooksAtFirst},
     {"padl", "string, length, pad", BuiltinPadl},
     {"padr", "string, length, pad", BuiltinPadr},
     {"glosub", "string, search, replace", BuiltinGlosub},
-    {"gettoken", "string, separators, position", BuiltinGettoken, FirstArgument::LookedAt},
+    {"gettoken", "string, separators, position", BuiltinGettoken, kLooksAtFirst},
     {"abs", "number", BuiltinPlainReal<::fabs>},
     {"acos", "number", BuiltinReal<"acos">},
     {"asin", "number", BuiltinReal<"asin">},
@@ -72,28 +73,28 @@ constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
     {"power", "number, mantissa", BuiltinReal2<"pow">},
     {"rnd", "number, num_places", BuiltinRnd},
     {"random", "maximum", BuiltinRandom},
-    {"fexists", "path", BuiltinFexists},
-    {"sexists", "path", BuiltinSexists},
-    {"fmkdir", "path", BuiltinFmkdir},
-    {"smkdir", "path", BuiltinSmkdir},
-    {"fdelete", "path", BuiltinFdelete},
-    {"sdelete", "path", BuiltinSdelete},
-    {"fcopy", "source, dest", BuiltinFcopy},
-    {"scopy", "source, dest", BuiltinScopy},
-    {"fscopy", "source, dest", BuiltinFscopy},
-    {"sfcopy", "source, dest", BuiltinSfcopy},
-    {"frename", "source, dest", BuiltinFrename},
-    {"srename", "source, dest", BuiltinSrename},
-    {"fsrename", "source, dest", BuiltinFsrename},
-    {"sfrename", "source, dest", BuiltinSfrename},
-    {"fchmod", "path, mode", BuiltinFchmod},
-    {"schmod", "path, mode", BuiltinSchmod},
-    {"fsize", "path", BuiltinFsize},
-    {"ssize", "path", BuiltinSsize},
-    {"fmode", "path", BuiltinFmode},
-    {"smode", "path", BuiltinSmode},
-    {"fsymlink", "source, dest", BuiltinFsymlink},
-    {"ssymlink", "source, dest", BuiltinSsymlink},
+    {"fexists", "path", BuiltinFexists, kNotInKeys},
+    {"sexists", "path", BuiltinSexists, kNotInKeys},
+    {"fmkdir", "path", BuiltinFmkdir, kNotInKeys},
+    {"smkdir", "path", BuiltinSmkdir, kNotInKeys},
+    {"fdelete", "path", BuiltinFdelete, kNotInKeys},
+    {"sdelete", "path", BuiltinSdelete, kNotInKeys},
+    {"fcopy", "source, dest", BuiltinFcopy, kNotInKeys},
+    {"scopy", "source, dest", BuiltinScopy, kNotInKeys},
+    {"fscopy", "source, dest", BuiltinFscopy, kNotInKeys},
+    {"sfcopy", "source, dest", BuiltinSfcopy, kNotInKeys},
+    {"frename", "source, dest", BuiltinFrename, kNotInKeys},
+    {"srename", "source, dest", BuiltinSrename, kNotInKeys},
+    {"fsrename", "source, dest", BuiltinFsrename, kNotInKeys},
+    {"sfrename", "source, dest", BuiltinSfrename, kNotInKeys},
+    {"fchmod", "path, mode", BuiltinFchmod, kNotInKeys},
+    {"schmod", "path, mode", BuiltinSchmod, kNotInKeys},
+    {"fsize", "path", BuiltinFsize, kNotInKeys},
+    {"ssize", "path", BuiltinSsize, kNotInKeys},
+    {"fmode", "path", BuiltinFmode, kNotInKeys},
+    {"smode", "path", BuiltinSmode, kNotInKeys},
+    {"fsymlink", "source, dest", BuiltinFsymlink, kNotInKeys},
+    {"ssymlink", "source, dest", BuiltinSsymlink, kNotInKeys},
     {"encodeattribute", "attribute", BuiltinEncodeattribute},
     {"decodeattribute", "attribute", BuiltinDecodeattribute},
     {"encodeentities", "string", BuiltinEncodeentities},
@@ -105,9 +106,9 @@ constexpr std::array<BuiltinFunction, kBuiltinCount> kBuiltins = {{
     {"vexa_package_description", "code", BuiltinPackageDescription},
     {"vexa_package_version", "code", BuiltinPackageVersion},
     {"vexa_package_defaultpath", "code", BuiltinPackageDefaultpath},
-    {"vexa_package_extract", "code, directory, license", BuiltinPackageExtract},
-    {"vexa_setlanguage", "language", BuiltinSetlanguage},
-    {"vexa_setdefaultlanguage", "language", BuiltinSetdefaultlanguage},
+    {"vexa_package_extract", "code, directory, license", BuiltinPackageExtract, kNotInKeys},
+    {"vexa_setlanguage", "language", BuiltinSetlanguage, kNotInKeys},
+    {"vexa_setdefaultlanguage", "language", BuiltinSetdefaultlanguage, kNotInKeys},
 }};
 
 constexpr NameTable kBuiltinNames(kBuiltins, [](const BuiltinFunction& row) { return row.name(); });
@@ -115,11 +116,28 @@ constexpr NameTable kBuiltinNames(kBuiltins, [](const BuiltinFunction& row) { re
 // A row left out would be an element without a name.
 static_assert(!kBuiltins.back().name().empty());
 
+// What every name of the further tables begins with.
+constexpr std::string_view kLatePrefix = "vexa_";
+
+const BuiltinFunction* FindRow(std::span<const LateBuiltin> rows, std::string_view name) {
+  for (const LateBuiltin& row : rows) {
+    if (EqualsIgnoreCase(row.name(), name)) return &row;
+  }
+  return nullptr;
+}
+
+// Asked once for each call that is read, not for each that is carried out.
+const BuiltinFunction* FindLateBuiltin(std::string_view name) {
+  return FindRow(AnswerBuiltins(), name);
+}
+
 }  // namespace
 
 const BuiltinFunction* FindBuiltin(std::string_view name) {
   const int row = kBuiltinNames.Find(kBuiltins, name);
-  return row < 0 ? nullptr : &kBuiltins[static_cast<size_t>(row)];
+  if (row >= 0) return &kBuiltins[static_cast<size_t>(row)];
+  const bool late = EqualsIgnoreCase(name.substr(0, kLatePrefix.size()), kLatePrefix);
+  return late ? FindLateBuiltin(name) : nullptr;
 }
 
 std::span<const BuiltinFunction, kBuiltinCount> Builtins() { return kBuiltins; }

@@ -1,11 +1,25 @@
-// The table of the built-in functions: constant data, one row each, in the order of the manual.
-// Nothing is done with it when the program starts.
+// The tables of the built-in functions, one row each. The first is constant data in the order of
+// the manual: nothing is done with it when the program starts. The further ones, whose names all
+// begin with `vexa_`, are made when such a name is first looked up: constant rows hold addresses,
+// which would have to be adjusted at every start, also for pages that call none of them.
+//
+// A further table stands in the file of its functions:
+//
+//   std::span<const LateBuiltin> AnswerBuiltins() {
+//     static const LateBuiltin rows[] = {
+//         {"vexa_status", "code", Status, kNotInKeys},
+//     };
+//     return rows;
+//   }
+//
+// It is declared in builtins.h and asked by FindLateBuiltin in builtin_table.cpp.
 
 #ifndef VEXA_EXPR_BUILTIN_TABLE_H_
 #define VEXA_EXPR_BUILTIN_TABLE_H_
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -14,16 +28,22 @@
 
 namespace vexa {
 
-// What a built-in does with its first argument. A text that is only looked at need not be copied.
-enum class FirstArgument { Taken, LookedAt };
+// What is known of a built-in besides its name, parameters and work.
+enum BuiltinFlag : uint8_t {
+  // The handler asks for its first argument by LookAtFirst alone, and runs nothing of the page: the
+  // text need not be copied.
+  kLooksAtFirst = 1,
+  // The key of an index may not call it: it reads or changes files, chooses a language, or belongs
+  // to one request. Such a key would be another one on the next page.
+  kNotInKeys = 2,
+};
 
-class BuiltinFunction final : public Callable {
+class BuiltinFunction : public Callable {
  public:
   // `parameters` is the list of the parameter names separated by ", ". Both texts must live as
-  // long as the program.
+  // long as the program. `flags` are BuiltinFlag bits.
   constexpr BuiltinFunction(std::string_view name, std::string_view parameters,
-                            BuiltinHandler handler,
-                            FirstArgument first_argument = FirstArgument::Taken)
+                            BuiltinHandler handler, uint8_t flags = 0)
       : Callable(Kind::BuiltIn),
         name_(name),
         parameters_(parameters),
@@ -31,7 +51,7 @@ class BuiltinFunction final : public Callable {
                                             : 1 + static_cast<int>(std::count(
                                                       parameters.begin(), parameters.end(), ','))),
         handler_(handler),
-        first_argument_(first_argument) {}
+        flags_(flags) {}
   // Written out so that the compiler can build the table.
   constexpr ~BuiltinFunction() override {}
   [[nodiscard]] constexpr std::string_view name() const { return name_; }
@@ -39,22 +59,30 @@ class BuiltinFunction final : public Callable {
   [[nodiscard]] constexpr std::string_view parameters() const { return parameters_; }
   [[nodiscard]] int parameter_count() const override { return parameter_count_; }
   [[nodiscard]] BuiltinHandler handler() const { return handler_; }
-  // LookedAt only where the handler asks for it by LookAtFirst, and runs nothing of the page.
-  [[nodiscard]] FirstArgument first_argument() const { return first_argument_; }
+  [[nodiscard]] bool Has(BuiltinFlag flag) const { return (flags_ & flag) != 0; }
 
  private:
   std::string_view name_;
   std::string_view parameters_;
   int parameter_count_;
   BuiltinHandler handler_;
-  FirstArgument first_argument_;
+  uint8_t flags_;
+};
+
+// A row of a further table.
+class LateBuiltin final : public BuiltinFunction {
+ public:
+  // Not constexpr, on purpose: the compiler would make constant data of the rows.
+  LateBuiltin(std::string_view name, std::string_view parameters, BuiltinHandler handler,
+              uint8_t flags = 0)
+      : BuiltinFunction(name, parameters, handler, flags) {}
 };
 
 inline constexpr size_t kBuiltinCount = 92;
 
-// The built-in of that name, letter case ignored, or null.
+// The built-in of that name in all tables, letter case ignored, or null.
 [[nodiscard]] const BuiltinFunction* FindBuiltin(std::string_view name);
-// All of them, in the order of the manual.
+// Those of the first table, in the order of the manual.
 [[nodiscard]] std::span<const BuiltinFunction, kBuiltinCount> Builtins();
 
 }  // namespace vexa

@@ -1,10 +1,13 @@
-// The functions behind the rows of the built-in table, a group for each source file. Texts are
-// bytes; positions and token numbers count from 1.
+// The functions behind the rows of the first built-in table, a group for each source file, and the
+// further tables. Texts are bytes; positions and token numbers count from 1.
 
 #ifndef VEXA_EXPR_BUILTINS_H_
 #define VEXA_EXPR_BUILTINS_H_
 
+#include <span>
+
 #include "expr/builtin_call.h"
+#include "expr/builtin_table.h"
 #include "expr/math_library.h"
 
 namespace vexa {
@@ -121,6 +124,11 @@ bool BuiltinPackageDefaultpath(const BuiltinCall& call);
 bool BuiltinPackageExtract(const BuiltinCall& call);
 bool BuiltinSetlanguage(const BuiltinCall& call);
 bool BuiltinSetdefaultlanguage(const BuiltinCall& call);
+
+// --- The further tables, see builtin_table.h.
+
+// The head of the answer: status, headers, redirects, files, cookies.
+std::span<const LateBuiltin> AnswerBuiltins();
 
 }  // namespace vexa
 

@@ -28,7 +28,6 @@ constexpr bool IsPrintable(char c) { return c >= ' ' && c <= '~'; }
 constexpr bool IsGraphic(char c) { return c > ' ' && c <= '~'; }
 constexpr bool IsPunctuation(char c) { return IsGraphic(c) && !IsAlphanumeric(c); }
 constexpr bool IsAscii(char c) { return static_cast<unsigned char>(c) < 128; }
-constexpr bool IsControl(char c) { return IsAscii(c) && !IsPrintable(c); }
 
 // Whether every character is of the class; an empty text counts as yes.
 bool Every(const BuiltinCall& call, bool (*is_member)(char)) {

@@ -108,8 +108,7 @@ bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& 
   const CallSite& call = calls_[0];
   const Callable* function = FindCallee(call, context);
   if (function == nullptr) return false;
-  const bool looks =
-      call.builtin != nullptr && call.builtin->first_argument() == FirstArgument::LookedAt;
+  const bool looks = call.builtin != nullptr && call.builtin->Has(kLooksAtFirst);
   const ScriptValue* first = nullptr;  // left where it is
   ScriptValue arguments[kMost];
   for (size_t i = 0; i < call.argument_count; ++i) {

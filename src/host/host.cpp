@@ -34,7 +34,7 @@ Host::Host(Process& process, const TagSet& tags, Request& request, ResponseOutpu
     : process_(process),
       tags_(tags),
       request_(request),
-      answer_(output),
+      answer_(output, *this, request.environment()),
       filemanager_(*this),
       vars_(databases_) {}
 
@@ -46,7 +46,7 @@ Host::~Host() {
     // What it left behind nobody knows.
     if (libraries_->ran_code()) process_.Spend();
   }
-  answer_.output().Finish();
+  answer_.Finish();
   LogEnd();
   process_.RemoveSearchPath();
 }
@@ -73,7 +73,7 @@ CGINetworkManager& Host::networkmanager() {
 // --- The run of a request --------------------------------------------------------------------
 
 int Host::Go() {
-  assert(modules_.empty() && !answer_.begun());
+  assert(modules_.empty() && !answer_.started());
   process_.BeginRequest();
   String script, name;
   if (!PrepareRequest(script, name) || !BeginResponse()) return 0;
@@ -200,7 +200,9 @@ int64_t Host::timeremaining() { return deadline_ == 0 ? -1 : deadline_ - std::ti
 
 // --- Errors ----------------------------------------------------------------------------------
 
+// An error that no script could survive ends the request.
 void Host::Error(const vexa::Error& error) {
+  if (error.Level() == 0) answer_.Fail(error.resultcode() == 200 ? 500 : error.resultcode());
   RequireHeaders(error.resultcode());
   WriteError(error.message());
 }
@@ -212,7 +214,7 @@ void Host::Error(const String& text) {
 
 // Every response begins with headers, that of a failed request too.
 void Host::RequireHeaders(int status) {
-  if (!answer_.begun()) (void)StartHeaders(status);
+  if (!answer_.started()) (void)StartHeaders(status);
   if (!answer_.headers_ended()) (void)EndHeaders();
 }
 
@@ -220,7 +222,7 @@ void Host::WriteError(std::string_view text) {
   logfile().Write(LogLevel::Errors, "ERROR", text);
   output().Write(text);
   output().Write("\r\n");
-  output().Flush();
+  if (!answer_.withholds_text()) output().Flush();
 }
 
 String Host::BuildCookie(std::string_view cookies) {

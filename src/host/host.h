@@ -115,6 +115,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
                                 String& message) override;
   [[nodiscard]] bool IsPagePath(const String& path) override;
   [[nodiscard]] Output& output() override { return answer_.output(); }
+  [[nodiscard]] AnswerHead& answer() override { return answer_; }
   void Error(const vexa::Error& error) override;
   void Error(const String& text) override;
   [[nodiscard]] Variables& vars() override { return vars_; }
@@ -131,6 +132,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   void SetDefaultLanguage(const String& language) override { defaultlanguage_ = language; }
   [[nodiscard]] bool timedout() override;
   [[nodiscard]] int64_t timeremaining() override;
+  int ResetGlobalTimeout() override;
   [[nodiscard]] String lasterror() override;
   [[nodiscard]] String currentdate() override;
   [[nodiscard]] String Crypt(const String& key, const String& salt) override;
@@ -179,7 +181,6 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] int EndHeaders();
   [[nodiscard]] Module* OpenFirstModule(const String& script, const String& name);
   [[nodiscard]] int AddContentVariables();
-  [[nodiscard]] int ResetGlobalTimeout();
   // What the request says of the length of its body, in bytes.
   [[nodiscard]] int64_t AnnouncedLength() const;
   // Groups of them. False when one failed.

@@ -130,14 +130,14 @@ int Host::AddAPIVariables() {
 
 // --- Headers ---------------------------------------------------------------------------------
 
-// Without a status the server sends the usual one.
+// The status of a page is its own to set, and that of an error a setting of the site.
 int Host::StartHeaders(int) {
   answer_.StartHeaders();
   return 1;
 }
 
 int Host::OutputCookie() {
-  answer_.AddHeader("Set-Cookie", BuildCookie(SystemVariable("HTTP_COOKIE")));
+  answer_.SetIdentifyingCookie(BuildCookie(SystemVariable("HTTP_COOKIE")));
   return 1;
 }
 

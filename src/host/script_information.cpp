@@ -139,7 +139,7 @@ bool Host::CheckScriptFile(const String& script, const String& name) {
     Error(FatalError(Quoted(name) + " does not have a valid extension"));
     return false;
   }
-  answer_.SetContentType(config_->GetContentType(extension));
+  answer_.SetPageType(config_->GetContentType(extension));
   owner_.uid = status.st_uid;
   return true;
 }

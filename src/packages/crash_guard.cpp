@@ -16,7 +16,6 @@
 #include <string_view>
 
 #include "core/late_function.h"
-#include "core/output.h"
 #include "core/outside.h"
 
 namespace vexa {
@@ -85,7 +84,12 @@ class CrashReport {
   CrashReport() : end_(Milliseconds() + kPatienceMilliseconds) {}
 
   void SendPage() {
-    if (host != nullptr) Send(STDOUT_FILENO, host->output().held());
+    if (host == nullptr) return;
+    host->answer().SendHeld(
+        [](void* report, std::string_view piece) {
+          static_cast<CrashReport*>(report)->Send(STDOUT_FILENO, piece);
+        },
+        this);
   }
 
   void Send(int descriptor, std::string_view text) {

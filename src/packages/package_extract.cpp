@@ -16,6 +16,7 @@
 #include "core/encoding.h"
 #include "core/file.h"
 #include "core/number.h"
+#include "core/text.h"
 #include "files/descriptor.h"
 #include "files/trusted_file.h"
 #include "packages/package_loader.h"
@@ -32,8 +33,6 @@ constexpr int64_t kLargestMember = 64 << 20;
 constexpr int64_t kLargestContents = 256 << 20;
 constexpr size_t kLargestLicense = 1 << 20;
 constexpr size_t kBlock = 16 << 10;
-
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 // A member's name for a page.
 String ShownMember(std::string_view name) {

@@ -37,7 +37,7 @@ class TextOutput final : public ResponseOutput {
   std::string text;  // what was flushed
 
  protected:
-  int DoWrite(const char* bytes, int length) override {
+  int Send(const char* bytes, int length) override {
     text.append(bytes, static_cast<size_t>(length)).append(mark_);
     return length;
   }

@@ -31,9 +31,10 @@ class HostTest : public FileFixture {
     list.push_back(nullptr);
     TextRequest request(list.data(), body);
     TextOutput output;
-    Host served(process_, kVexaTags, request, output);
-    EXPECT_EQ(1, served.Go());
-    served.output().Flush();
+    {
+      Host served(process_, kVexaTags, request, output);
+      EXPECT_EQ(1, served.Go());
+    }
     return output.text;
   }
 

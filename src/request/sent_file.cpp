@@ -1,0 +1,149 @@
+// Opening, judging and sending the file.
+
+#include "request/sent_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <ctime>
+
+#include "core/calendar.h"
+#include "core/encoding.h"
+#include "core/file_access.h"
+#include "core/number.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr size_t kPieceBytes = 65536;  // read at once, and taken within one time limit
+constexpr int64_t kNanoseconds = 1'000'000'000;
+
+// Another content has another time or another length.
+String StampTag(const FileStamp& stamp) {
+  char text[40] = {'"'};
+  char* const end = text + sizeof text;
+  char* next = std::to_chars(text + 1, end, stamp.modified, 16).ptr;
+  *next++ = '-';
+  next = std::to_chars(next, end, stamp.length, 16).ptr;
+  *next++ = '"';
+  return std::string_view(text, static_cast<size_t>(next - text));
+}
+
+String ReadError(const String& path, std::string_view reason) {
+  return String::Concat({"Error reading '", ShownInMessage(path), "': ", reason});
+}
+
+}  // namespace
+
+std::unique_ptr<SentFile> SentFile::Open(Vexa& host, const String& path, String& problem) {
+  String resolved;
+  if (host.ResolvePath(path, resolved, PathType::DataPath, problem) == 0) return nullptr;
+  std::unique_ptr<SentFile> file(new SentFile(host, path));
+  String reason;
+  if (file->Open(resolved, reason)) return file;
+  problem = ReadError(path, reason);
+  return nullptr;
+}
+
+// What its path names now may be another file than a moment ago; time and length must be those of
+// the one that is open.
+bool SentFile::Open(const String& resolved, String& reason) {
+  FileStamp stamp;
+  int named = 0;
+  for (int i = 0; named == 0 && i < kMostReplacements; ++i) {
+    file_ = host_.filemanager().Open(resolved, OpenRead);
+    if (file_ == nullptr) {
+      reason = host_.filemanager().error();
+      return false;
+    }
+    named = file_->StillNamed(NameCheck::ByPath, stamp);
+  }
+  char first;  // A directory can be opened, and no more.
+  if (named <= 0 || file_->ReadAt(0, &first, 1) < 0) {
+    reason = file_->error();
+    return false;
+  }
+  length_ = part_.count = stamp.length;
+  modified_ = stamp.modified / kNanoseconds;
+  tag_ = StampTag(stamp);
+  last_modified_ = HTTPDate(std::min<int64_t>(modified_, std::time(nullptr)));
+  return true;
+}
+
+void SentFile::Choose(const Environment& request) {
+  const std::string_view method = request.Value("REQUEST_METHOD");
+  head_only_ = method == "HEAD";
+  if (method != "GET" && !head_only_) return;
+  const std::string_view known = request.Value("HTTP_IF_NONE_MATCH");
+  const int64_t known_time = ReadHTTPDate(request.Value("HTTP_IF_MODIFIED_SINCE"));
+  if (known.empty() ? known_time >= modified_ : NamesTag(known, tag_)) {
+    status_ = 304;
+    return;
+  }
+  const std::string_view condition = request.Value("HTTP_IF_RANGE");
+  if (!condition.empty() && condition != tag_ && condition != last_modified_) return;
+  ByteSpan wanted;
+  switch (ReadRange(request.Value("HTTP_RANGE"), length_, wanted)) {
+    case RangeKind::Whole:
+      break;
+    case RangeKind::Part:
+      status_ = 206;
+      part_ = wanted;
+      content_range_ =
+          String::Concat({"bytes ", PrintInteger(part_.first), "-",
+                          PrintInteger(part_.first + part_.count - 1), "/", PrintInteger(length_)});
+      break;
+    case RangeKind::Outside:
+      status_ = 416;
+      content_range_ = String::Concat({"bytes */", PrintInteger(length_)});
+      break;
+  }
+}
+
+void SentFile::ChooseWhole() {
+  status_ = 0;
+  part_ = {0, length_};
+  content_range_.clear();
+}
+
+void SentFile::Send(ResponseOutput& output) {
+  char piece[kPieceBytes];
+  int64_t offset = part_.first;
+  const int64_t end = offset + part_.count;
+  while (offset < end) {
+    host_.ResetGlobalTimeout();
+    const auto wanted = static_cast<int>(std::min<int64_t>(end - offset, kPieceBytes));
+    const int got = file_->ReadAt(offset, piece, wanted);
+    if (got <= 0) {
+      // The length was promised: nothing can be said any more but in the log.
+      const String reason = got < 0 ? file_->error() : String(kUnexpectedEnd);
+      host_.logfile().Write(LogLevel::Errors, "ERROR", ReadError(path_, reason));
+      return;
+    }
+    if (!SendPiece(output, {piece, static_cast<size_t>(got)})) return;
+    offset += got;
+  }
+}
+
+bool SentFile::SendPiece(ResponseOutput& output, std::string_view piece) {
+  while (!piece.empty()) {
+    if (!AwaitReader(output)) return false;
+    const std::string_view part = piece.substr(0, ResponseOutput::kPiece);
+    output.SendNow(part);
+    piece.remove_prefix(part.size());
+  }
+  return !output.broken();
+}
+
+bool SentFile::AwaitReader(ResponseOutput& output) {
+  for (;;) {
+    if (host_.timedout()) return false;
+    const int64_t seconds = host_.timeremaining();
+    const int64_t wait = seconds < 0 ? -1 : (seconds + 1) * 1000;
+    if (output.AwaitReader(static_cast<int>(std::min<int64_t>(wait, INT_MAX)))) return true;
+  }
+}
+
+}  // namespace vexa
