@@ -1,0 +1,51 @@
+// What HTTP says of a file that is sent as it is: which version of it a client may keep, and which
+// part of it a request asks for.
+
+#ifndef VEXA_REQUEST_FILE_CONDITIONS_H_
+#define VEXA_REQUEST_FILE_CONDITIONS_H_
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string_view>
+
+#include "core/string.h"
+
+namespace vexa {
+
+// The values of the headers ETag and Last-Modified.
+struct FileVersion {
+  String entity_tag;
+  String last_modified;
+};
+
+// The headers of a request, empty where one was not sent.
+struct FileConditions {
+  std::string_view range;
+  std::string_view if_range;
+  std::string_view if_none_match;
+  std::string_view if_modified_since;
+};
+
+// What the answer is: 200 with all bytes, 206 with a part, 304 or 416 without any.
+struct FilePart {
+  int status = 200;
+  int64_t first = 0;   // offset of the first byte
+  int64_t length = 0;  // in bytes
+};
+
+// A time as HTTP writes it: "Sun, 06 Nov 1994 08:49:37 GMT".
+[[nodiscard]] String PrintHTTPDate(time_t time);
+[[nodiscard]] FileVersion VersionOf(const struct stat& status);
+// Whether `if_none_match`, a list of tags between commas or "*", names `entity_tag`; marks of weak
+// tags do not count.
+[[nodiscard]] bool NamesEntityTag(std::string_view if_none_match, std::string_view entity_tag);
+// What a GET or HEAD of a file of `size` bytes gets. A range that is malformed, or names several
+// parts, is ignored; a date says that the file is unchanged only when it is the very one we sent.
+[[nodiscard]] FilePart ChooseFilePart(const FileConditions& conditions, const FileVersion& version,
+                                      int64_t size);
+
+}  // namespace vexa
+
+#endif  // VEXA_REQUEST_FILE_CONDITIONS_H_
