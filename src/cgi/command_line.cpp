@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cgi/cgi_vexa.h"
+#include "config/config_check.h"
 #include "engine/script_check.h"
 #include "packages/package_check.h"
 #include "tags/tag_table.h"
@@ -23,6 +24,7 @@ constexpr std::string_view kHelp =
     "  vexa --version                       print the version\n"
     "  vexa --help                          print this text\n"
     "  vexa --check FILE...                 read scripts and print their syntax errors\n"
+    "  vexa --check-config [FILE]           read a configuration for all its hosts\n"
     "  vexa --check-table FILE [INDEX...]   check a table, its memo file and its indexes\n"
     "  vexa --check-package PATH            load a package's library and read its archive\n";
 
@@ -30,21 +32,20 @@ constexpr int kPrintBuffer = 4096;
 
 using Arguments = std::span<char* const>;
 
-int PrintVersion(Output& out, Arguments) {
+int PrintVersion(Output& out, Arguments, Process&) {
   out.Write("vexa ");
   out.Write(kVersion);
   out.Write("\n");
   return EXIT_SUCCESS;
 }
 
-int PrintHelp(Output& out, Arguments) {
+int PrintHelp(Output& out, Arguments, Process&) {
   out.Write(kHelp);
   return EXIT_SUCCESS;
 }
 
 // 0 when every script is free of syntax errors, else 1.
-int CheckScripts(Output& out, Arguments paths) {
-  Process process(0, nullptr);
+int CheckScripts(Output& out, Arguments paths, Process& process) {
   process.TakeOverSignals();
   CGIVexa host(process);
   bool clean = !paths.empty();
@@ -55,13 +56,34 @@ int CheckScripts(Output& out, Arguments paths) {
   return clean ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+// 0 when the file, or that of this program, is free of errors, else 1.
+int CheckConfigurationOf(Output& out, Arguments paths, Process& process) {
+  if (paths.size() > 1) {
+    out.Write("vexa --check-config: one file, please\n");
+    return EXIT_FAILURE;
+  }
+  String path;
+  if (!paths.empty()) {
+    path = paths[0];
+  } else if (process.GetConfigurationFile(path) == 0) {
+    out.Write("vexa --check-config: no file found\n");
+    return EXIT_FAILURE;
+  }
+  process.TakeOverSignals();
+  CGIVexa host(process);
+  const ServerSafeMode mode =
+      process.RunningSetUIDRoot() ? ServerSafeMode::On : ServerSafeMode::Off;
+  return CheckConfigurationFile(host.filemanager(), host.environment(), mode, path, out)
+             ? EXIT_SUCCESS
+             : EXIT_FAILURE;
+}
+
 // 0 when everything is good, else 1.
-int CheckTableFiles(Output& out, Arguments paths) {
+int CheckTableFiles(Output& out, Arguments paths, Process& process) {
   if (paths.empty()) {
     out.Write("vexa --check-table: no file given\n");
     return EXIT_FAILURE;
   }
-  Process process(0, nullptr);
   process.TakeOverSignals();
   CGIVexa host(process);
   std::vector<String> indexes(paths.begin() + 1, paths.end());
@@ -69,7 +91,7 @@ int CheckTableFiles(Output& out, Arguments paths) {
 }
 
 // 0 when everything is good, else 1.
-int CheckPackageFiles(Output& out, Arguments paths) {
+int CheckPackageFiles(Output& out, Arguments paths, Process&) {
   if (paths.size() != 1) {
     out.Write("vexa --check-package: one path, please\n");
     return EXIT_FAILURE;
@@ -80,15 +102,13 @@ int CheckPackageFiles(Output& out, Arguments paths) {
 struct Option {
   std::string_view name;
   // `arguments` are those behind the option. Returns the exit status.
-  int (*handler)(Output& out, Arguments arguments);
+  int (*handler)(Output& out, Arguments arguments, Process& process);
 };
 
 constexpr Option kOptions[] = {
-    {"--version", PrintVersion},
-    {"--help", PrintHelp},
-    {"--check", CheckScripts},
-    {"--check-table", CheckTableFiles},
-    {"--check-package", CheckPackageFiles},
+    {"--version", PrintVersion},        {"--help", PrintHelp},
+    {"--check", CheckScripts},          {"--check-config", CheckConfigurationOf},
+    {"--check-table", CheckTableFiles}, {"--check-package", CheckPackageFiles},
 };
 
 const Option* FindOption(std::string_view name) {
@@ -112,8 +132,9 @@ int RunCommandLine(int argc, char** argv) {
     out.Write("vexa: the rights of the program cannot be given up\n");
     return EXIT_FAILURE;
   }
+  Process process(argc, argv);
   Arguments arguments(argv + 2, argv + argc);
-  return FindOption(argv[1])->handler(out, arguments);
+  return FindOption(argv[1])->handler(out, arguments, process);
 }
 
 }  // namespace vexa

@@ -1,4 +1,5 @@
-// What people run the program for themselves: --version, --help, checking scripts and tables.
+// What people run the program for themselves: --version, --help, checking scripts, the
+// configuration and tables.
 
 #ifndef VEXA_CGI_COMMAND_LINE_H_
 #define VEXA_CGI_COMMAND_LINE_H_

@@ -3,6 +3,7 @@
 #include "config/config.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "core/name_table.h"
 #include "core/number.h"
@@ -125,6 +126,16 @@ int Config::SetConfigValue(std::string_view key, const String& value) {
         setting.type == SettingType::Integer ? ReadInteger(value) : BooleanValue(value);
   }
   return 0;
+}
+
+std::string_view Config::KeyOfSetting(size_t number) {
+  return number < std::size(kSettingNames) ? kSettingNames[number].key : std::string_view();
+}
+
+String Config::ValueOfSetting(size_t number) const {
+  const SettingName& setting = kSettingNames[number];
+  return setting.text != nullptr ? settings_.*setting.text
+                                 : PrintInteger(settings_.*setting.number);
 }
 
 bool Config::IsValidExtension(std::string_view extension) const {

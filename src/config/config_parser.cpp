@@ -50,7 +50,7 @@ UNIXConfigParser::UNIXConfigParser(ConfigReceiver& receiver, UNIXConfig& config,
 
 bool UNIXConfigParser::Read() {
   if (!Parse()) return false;
-  for (const Setting& setting : section_settings_) {
+  for (const ConfigSetting& setting : section_settings_) {
     const int refused = config_.SetConfigValue(setting.key, setting.value);
     assert(refused == 0);
     (void)refused;

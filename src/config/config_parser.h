@@ -14,6 +14,7 @@
 #define VEXA_CONFIG_CONFIG_PARSER_H_
 
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "config/settings_reader.h"
@@ -25,7 +26,13 @@ namespace vexa {
 class ConfigReceiver;
 class UNIXConfig;
 
-class UNIXConfigParser final : public SettingsReader {
+// A line of a section.
+struct ConfigSetting {
+  String key;
+  String value;  // as it was written
+};
+
+class UNIXConfigParser : public SettingsReader {
  public:
   // Everything is borrowed; `source` is open and stands at its start.
   UNIXConfigParser(ConfigReceiver& receiver, UNIXConfig& config, Buffer& source);
@@ -40,12 +47,12 @@ class UNIXConfigParser final : public SettingsReader {
   [[nodiscard]] Progress ProcessTag(const Tag& tag) override;
   void ShowError(int line, std::string_view text) override;
 
- private:
-  struct Setting {
-    String key;
-    String value;
-  };
+  // What the sections read so far set.
+  [[nodiscard]] std::vector<ConfigSetting> TakeSectionSettings() {
+    return std::exchange(section_settings_, {});
+  }
 
+ private:
   // Checks a list of names and finds the first that fits the host of the request, if one does.
   // False after an error was shown.
   [[nodiscard]] bool FindName(std::string_view names, std::string_view& fitting);
@@ -63,7 +70,7 @@ class UNIXConfigParser final : public SettingsReader {
   String host_;          // of the request, once sections have begun
   bool chosen_ = false;  // a section that fits has been found
   // What it holds, in its order.
-  std::vector<Setting> section_settings_;
+  std::vector<ConfigSetting> section_settings_;
   std::vector<Tag> section_tags_;
 };
 

@@ -154,7 +154,7 @@ AttributeEnd SettingsReader::GetValue(Tag& tag, const String& name, ScriptValue&
 Progress SettingsReader::ProcessKnownTag(Tag& tag) {
   if (tag.id() == kOpening) {
     const String* list = Required(tag, list_);
-    return list == nullptr ? Progress::Failed : BeginSection(*list);
+    return BeginSection(list == nullptr ? Section::Failed : OpenSection(*list));
   }
   if (tag.id() != kClosing) return ProcessTag(tag);
   if (checking()) CompareEnds();
@@ -181,7 +181,7 @@ const String* SettingsReader::Required(const Tag& tag, std::string_view attribut
 // sections that nobody wants, and are written in the same way: those are read at once.
 Progress SettingsReader::ProcessTagOrComment() {
   std::string_view list;
-  if (!in_section() && TakePlainOpening(list)) return BeginSection(list);
+  if (!in_section() && TakePlainOpening(list)) return BeginSection(OpenSection(list));
   bool known = false;
   return ProcessConstruct(known);
 }
@@ -203,8 +203,7 @@ bool SettingsReader::TakePlainOpening(std::string_view& list) {
   return true;
 }
 
-Progress SettingsReader::BeginSection(std::string_view list) {
-  const Section section = OpenSection(list);
+Progress SettingsReader::BeginSection(Section section) {
   if (section == Section::Failed && !checking()) return Progress::Failed;
   section_line_ = line_;
   if (checking()) FindSkippedEnd();

@@ -99,7 +99,7 @@ class SettingsReader : public Parser {
 
   [[nodiscard]] Progress ProcessTagOrComment();
   [[nodiscard]] bool TakePlainOpening(std::string_view& list);
-  [[nodiscard]] Progress BeginSection(std::string_view list);
+  [[nodiscard]] Progress BeginSection(Section section);
 
   LineEnd GetNextLine(String& text);
   void EatComment();
