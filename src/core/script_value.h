@@ -116,6 +116,8 @@ class ScriptValue {
   [[nodiscard]] bool IsNumber() const {
     return state_ >= State::Both || (state_ == State::Text && Recognise());
   }
+  // Whether one is known to; the text is not looked at.
+  [[nodiscard]] bool IsKnownNumber() const { return state_ >= State::Both; }
   // Whether it is a whole number.
   [[nodiscard]] bool IsWhole() const { return IsNumber() && places_ == 0; }
   // The count of fractions, which is the number itself when it is whole. REQUIRES: IsNumber().

@@ -47,6 +47,7 @@ VariableTree::~VariableTree() {
 Variable* VariableTree::Insert(std::unique_ptr<Variable> variable) {
   const Symbol name = variable->symbol();
   assert(name);
+  pushed_ = {};
   size_t slot = SlotOf(name);
   for (; slots_[slot] != nullptr; slot = (slot + 1) & mask_) {
     if (slots_[slot]->symbol() != name) continue;

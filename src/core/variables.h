@@ -135,6 +135,10 @@ class VariableTree {
   void SetKind(ScopeKinds kind);
   // Names are looked up in it from now on, and no longer, once for each time that it was pushed.
   void BeginForce() { ++in_force_; }
+  [[nodiscard]] ScopeArrangement::Mark Push() {
+    BeginForce();
+    return scope_arrangement.Push(pushed_);
+  }
   void EndForce() {
     assert(in_force_ > 0);
     --in_force_;
@@ -155,6 +159,7 @@ class VariableTree {
   uint8_t shift_ = 29;  // 32 less the bits of mask_
   ScopeKinds kinds_ = 0;
   uint32_t in_force_ = 0;  // how often it is pushed
+  ScopeArrangement::Pushed pushed_;
 };
 
 // Variables in a fixed order, for callers that want a whole scope at once.
@@ -253,8 +258,7 @@ class Variables {
 
   static void Push(ScopeStack& scopes, VariableTree* tree, ScopeKinds kind) {
     tree->SetKind(kind);
-    tree->BeginForce();
-    scopes.push_back({tree, scope_arrangement.Push()});
+    scopes.push_back({tree, tree->Push()});
   }
   static void Pop(ScopeStack& scopes) {
     assert(!scopes.empty());

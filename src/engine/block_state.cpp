@@ -28,6 +28,18 @@ const TagRow* BlockState::SkipTo(const WantedTags& wanted) {
   return parser().SkipTo(wanted, *this);
 }
 
+StateResult BranchState::Choose(const ScriptValue& value) {
+  if (value.IsTrue()) return StateResult::Handled;
+  const TagRow* found = SkipTo(opener().branch->otherwise);
+  if (found == nullptr) return StateResult::Failed;
+  return found->id == opener().closing_id ? OnClose() : StateResult::Handled;
+}
+
+StateResult BranchState::ExitState() {
+  const bool left = finished() || SkipTo(opener().branch->early) != nullptr;
+  return left ? StateResult::Handled : StateResult::Failed;
+}
+
 LoopState::LoopState(const TagCall& call) : BlockState(call), body_(parser().CurrentPlace()) {}
 
 StateResult LoopState::OnClose() {

@@ -49,6 +49,30 @@ class BlockState : public ScriptState {
   bool finished_ = false;
 };
 
+// What the skips of a branching tag look for.
+struct BranchSkips {
+  WantedTags otherwise;  // when its value is false
+  WantedTags early;      // when the branch is left before its end
+};
+
+// A block of one branch, or two, of which one runs.
+//
+//   value true  -> first branch -> closing tag, or the tag that divides them: skip to the closing
+//   tag value false -> skip to what divides them -> second branch -> closing tag
+//               -> skip to the closing tag: there is no block
+class BranchState final : public BlockState {
+ public:
+  // REQUIRES: `opener` branches.
+  BranchState(ScriptParser& script, const TagRow& opener) : BlockState(script, opener) {}
+
+  // Handled: a branch is to run; Finished: none is, and nothing of the block is left; Failed after
+  // an error was reported.
+  [[nodiscard]] StateResult Choose(const ScriptValue& value);
+
+  [[nodiscard]] StateResult ExitState() override;
+  [[nodiscard]] bool IsBranchOf(int opener_id) const override { return opener().id == opener_id; }
+};
+
 // A block whose body runs once for each pass.
 //
 //   opened, Continue -> body -> closing tag -> Continue: Handled -> back to the body

@@ -1,4 +1,4 @@
-// Declaring functions, and the frames of their calls.
+// Declaring functions.
 
 #include "engine/function.h"
 
@@ -11,47 +11,6 @@
 #include "expr/builtin_table.h"
 
 namespace vexa {
-
-namespace {
-
-// More of them wait only after a deep recursion.
-constexpr size_t kMostFrames = 64;
-
-}  // namespace
-
-FunctionFrame::FunctionFrame(const Function& function) : locals_(kLocalKind) {
-  for (size_t i = 0; i < function.parameters().size(); ++i) {
-    const Symbol name = function.symbols()[i];
-    if (locals_.Find(name) == nullptr) {
-      locals_.Insert(
-          std::make_unique<Variable>(name, function.parameters()[i].view(), ScriptValue()));
-    }
-    parameters_.push_back(locals_.Find(name));
-  }
-  count_ = locals_.size();
-}
-
-void FunctionFrame::SetArguments(std::span<ScriptValue> arguments) {
-  for (size_t i = 0; i < parameters_.size(); ++i) {
-    parameters_[i]->plain_value() = std::move(arguments[i]);
-  }
-}
-
-bool FunctionFrame::Empty() {
-  for (Variable* parameter : parameters_) parameter->plain_value().clear();
-  return locals_.size() == count_;
-}
-
-std::unique_ptr<FunctionFrame> Function::TakeFrame() {
-  if (frames_.empty()) return std::make_unique<FunctionFrame>(*this);
-  std::unique_ptr<FunctionFrame> frame = std::move(frames_.back());
-  frames_.pop_back();
-  return frame;
-}
-
-void Function::GiveBackFrame(std::unique_ptr<FunctionFrame> frame) {
-  if (frame->Empty() && frames_.size() < kMostFrames) frames_.push_back(std::move(frame));
-}
 
 void FunctionTable::Add(std::unique_ptr<Function> function) {
   if (2 * (count_ + 1) > functions_.size()) {

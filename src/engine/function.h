@@ -5,44 +5,19 @@
 #define VEXA_ENGINE_FUNCTION_H_
 
 #include <memory>
-#include <span>
 #include <string_view>
 #include <vector>
 
 #include "core/source_place.h"
 #include "core/string.h"
 #include "core/symbol.h"
-#include "core/variables.h"
+#include "engine/function_call.h"
 #include "engine/tag.h"
 #include "expr/expression_context.h"
 
 namespace vexa {
 
 class ScriptParser;
-
-// Output levels that mean "the function has none of its own".
-inline constexpr int kNoOutputLevel = 255;
-inline constexpr unsigned kNoErrorLevel = 0x7F000000;
-
-class Function;
-
-// The local scope of one call: the arguments under the names of the parameters. A later call of the
-// same function uses it again, unless the function made further variables in it.
-class FunctionFrame {
- public:
-  // REQUIRES: `function` outlives it.
-  explicit FunctionFrame(const Function& function);
-  [[nodiscard]] VariableTree& locals() { return locals_; }
-  // Moves the arguments in, one for each parameter.
-  void SetArguments(std::span<ScriptValue> arguments);
-  // Whether it holds nothing but the parameters; their values are let go.
-  [[nodiscard]] bool Empty();
-
- private:
-  VariableTree locals_;
-  std::vector<Variable*> parameters_;  // in their order; a name that stands twice is one variable
-  size_t count_ = 0;                   // of the variables at first
-};
 
 class Function final : public Callable {
  public:
@@ -70,9 +45,8 @@ class Function final : public Callable {
   // Takes the parameter names from a list separated by commas.
   void SetParameters(std::string_view list);
 
-  // A frame for a call, and the way back for one that may be used again.
-  [[nodiscard]] std::unique_ptr<FunctionFrame> TakeFrame();
-  void GiveBackFrame(std::unique_ptr<FunctionFrame> frame);
+  // Its calls that are over.
+  [[nodiscard]] WaitingCalls& waiting_calls() { return waiting_calls_; }
 
   int standardoutputlevel = kNoOutputLevel;
   unsigned erroroutputlevel = kNoErrorLevel;
@@ -84,7 +58,7 @@ class Function final : public Callable {
   SourcePlace body_;
   std::vector<String> parameters_;
   std::vector<Symbol> symbols_;
-  std::vector<std::unique_ptr<FunctionFrame>> frames_;  // that no call uses
+  WaitingCalls waiting_calls_;
 };
 
 // A script's functions by their names. Open addressing, at most half full; nothing is taken out.

@@ -2,22 +2,19 @@
 //
 // A call of one of the script's own functions:
 //   1. goes one deeper, if the site and the machine's stack allow it;
-//   2. makes the arguments the local scope, and pushes a FunctionState, which stands at the body;
-//   3. scans on from there until that state is gone: the return or closing tag went back to the
-//      place of the call;
-//   4. takes the value, unless the script ended meanwhile.
+//   2. pushes a FunctionCall, which makes the arguments the local scope and stands at the body;
+//   3. scans on from there until that state is gone: the return or closing tag noted the value and
+//      went back to the place of the call.
 // A function that is not known yet is looked for further down, with everything on the way noted.
 
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <cassert>
 #include <cstdint>
 #include <utility>
 
 #include "core/number.h"
 #include "core/text.h"
-#include "engine/block_state.h"
 #include "engine/function.h"
 #include "engine/script_parser.h"
 #include "expr/builtin_call.h"
@@ -40,77 +37,16 @@ uintptr_t LowestAddress(uintptr_t top) {
   return usable < top ? top - usable : 1;
 }
 
+uintptr_t lowest_address = 0;  // 0: not asked yet
+
 // A site may allow deeper calls than the stack can carry; the depth error is then raised earlier
 // instead of a crash.
-bool StackIsLow() {
+inline bool StackIsLow() {
   // Not the address of a local: checking tools may keep locals elsewhere.
   const auto now = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-  static uintptr_t lowest = 0;
-  if (lowest == 0) lowest = LowestAddress(now);
-  return now < lowest;
-}
-
-// A call of one of the script's own functions in progress. Built, it stands at the function's body
-// with the arguments as the local scope; left, it stands where the call was made.
-class FunctionState final : public BlockState {
- public:
-  // `locals` holds the arguments under the parameters' names; both are borrowed.
-  FunctionState(ScriptParser& parser, Function& function, VariableTree& locals);
-  ~FunctionState() override;
-
-  [[nodiscard]] StateResult ExitState() override;
-  [[nodiscard]] bool is_function() const override { return true; }
-
- protected:
-  [[nodiscard]] StateResult OnClose() override;
-  [[nodiscard]] StateResult OnOwnTag(Tag& tag) override;
-
- private:
-  SourcePlace return_place_;
-  // What the call gives back when it ends. A function without levels of its own gives back these
-  // "none" values, so that the page then has every output bit set: on purpose, pages rely on it.
-  int saved_output_level_ = kNoOutputLevel;
-  unsigned saved_error_level_ = kNoErrorLevel;
-  bool scope_pushed_ = true;
-};
-
-FunctionState::FunctionState(ScriptParser& parser, Function& function, VariableTree& locals)
-    : BlockState(parser, function.declaration()), return_place_(parser.CurrentPlace()) {
-  parser.GoBackTo(function.body());
-  if (function.standardoutputlevel != kNoOutputLevel) {
-    saved_output_level_ = parser.SetStandardOutputLevel(function.standardoutputlevel);
-  }
-  if (function.erroroutputlevel != kNoErrorLevel) {
-    saved_error_level_ = parser.SetErrorOutputLevel(function.erroroutputlevel);
-  }
-  parser.variables().PushLocalVars(&locals);
-}
-
-FunctionState::~FunctionState() {
-  // Left by an error, without ExitState.
-  if (scope_pushed_) parser().variables().PopLocalVars();
-}
-
-StateResult FunctionState::OnClose() {
-  parser().functionreturnvalue().clear();
-  return StateResult::Finished;
-}
-
-StateResult FunctionState::OnOwnTag(Tag& tag) {
-  parser().functionreturnvalue().clear();
-  if (ScriptValue* value = tag.FindValue("VALUE")) {
-    parser().functionreturnvalue() = std::move(*value);
-  }
-  return StateResult::Finished;
-}
-
-StateResult FunctionState::ExitState() {
-  parser().GoTo(return_place_);
-  parser().SetStandardOutputLevel(saved_output_level_);
-  parser().SetErrorOutputLevel(saved_error_level_);
-  parser().variables().PopLocalVars();
-  scope_pushed_ = false;
-  return StateResult::Handled;
+  if (lowest_address == 0) [[unlikely]]
+    lowest_address = LowestAddress(now);
+  return now < lowest_address;
 }
 
 }  // namespace
@@ -147,6 +83,11 @@ bool ScriptParser::ScanForFunction(std::string_view name) {
 
 bool ScriptParser::CallFunction(const Callable& function, std::span<ScriptValue> arguments,
                                 ScriptValue& result) {
+  if (function.kind() == Callable::Kind::OfScript) [[likely]] {
+    // Its own functions are the script's to change: it notes what it remembers of their bodies.
+    return CallOwnFunction(const_cast<Function&>(static_cast<const Function&>(function)), arguments,
+                           result);
+  }
   if (function.kind() == Callable::Kind::OfPackage) {
     result.clear();
     if (!PushFunctionCall()) return false;
@@ -154,43 +95,41 @@ bool ScriptParser::CallFunction(const Callable& function, std::span<ScriptValue>
     PopFunctionCall();
     return done;
   }
-  if (function.builtin()) {
-    result.clear();
-    const auto& builtin = static_cast<const BuiltinFunction&>(function);
-    return builtin.handler()(BuiltinCall(*this, arguments, result));
-  }
-  // Its own functions are the script's to change: it notes what it remembers of their bodies.
-  return CallOwnFunction(const_cast<Function&>(static_cast<const Function&>(function)), arguments,
-                         result);
+  result.clear();
+  const auto& builtin = static_cast<const BuiltinFunction&>(function);
+  return builtin.handler()(BuiltinCall(*this, arguments, result));
 }
 
 bool ScriptParser::CallOwnFunction(Function& function, std::span<ScriptValue> arguments,
                                    ScriptValue& result) {
-  assert(arguments.size() == function.parameters().size());
   if (!PushFunctionCall()) return false;
-  std::unique_ptr<FunctionFrame> frame = function.TakeFrame();
-  frame->SetArguments(arguments);
   const size_t noted = states_.size();
   TextFilter* filter = SwitchTextFilter(nullptr);
-  AddState(std::make_unique<FunctionState>(*this, function, frame->locals()));
-  function_return_value_.clear();
+  const size_t outer = std::exchange(function_state_, noted);
+  FunctionCall* call = function.waiting_calls().Take();
+  if (call == nullptr) call = new FunctionCall(*this, function);
+  states_.emplace_back(call);
+  call->Begin(arguments, result);
   Progress progress = Progress::More;
   while (progress == Progress::More && states_.size() > noted) progress = FindNextTag();
   PopFunctionCall();
   SwitchTextFilter(filter);
+  function_state_ = outer;
   if (exiting_) return false;
   if (progress == Progress::EndOfFile) ReportOpenBlock(*states_.back());
   DropStates(noted);
-  function.GiveBackFrame(std::move(frame));
-  result = std::move(function_return_value_);
-  function_return_value_.clear();
   return progress == Progress::More;
 }
 
 bool ScriptParser::PushFunctionCall() {
   // The depth stays as it is on failure, on purpose: the script ends with this error.
   ++depth_;
-  if (depth_ <= host_.config().maxfunctiondepth && !StackIsLow()) return true;
+  const bool allowed = depth_ <= host_.config().maxfunctiondepth && !StackIsLow();
+  return allowed || ReportDepth();
+}
+
+// Always false.
+bool ScriptParser::ReportDepth() {
   String limit = PrintInteger(host_.config().maxfunctiondepth);
   (void)errors_.Error(
       kDepthError,

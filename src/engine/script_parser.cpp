@@ -26,6 +26,7 @@ ScriptParser::ScriptParser(Vexa& host, MacroExpander& source, const TagSet& tags
       output_(&host.output()),
       errors_(host, tags) {
   AddState(std::make_unique<ScriptState>(*this));
+  if (UseShortcuts()) NumberScript();
 }
 
 ScriptParser::~ScriptParser() {
@@ -131,13 +132,6 @@ bool ScriptParser::TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value
 
 // --- Pieces ----------------------------------------------------------------------------------
 
-bool ScriptParser::InFunction() const {
-  for (const auto& state : states_) {
-    if (state->is_function()) return true;
-  }
-  return false;
-}
-
 Progress ScriptParser::ProcessKnownTag(Tag& tag) {
   if (!CheckTimeout()) return Progress::Failed;
   const TagRow& row = tag.row();
@@ -181,7 +175,7 @@ void ScriptParser::DropStates(size_t count) {
 Progress ScriptParser::CloseStates(size_t index) {
   assert(index < states_.size());
   while (states_.size() > index) {
-    std::unique_ptr<ScriptState> state = std::move(states_.back());
+    StateOwner state = std::move(states_.back());
     states_.pop_back();
     bool left = state->ExitState() != StateResult::Failed;
     // A state whose own operation called the function that ends the script is still in use.

@@ -124,7 +124,7 @@ class ScriptParser final : public TagReader {
   // long without a tag; the executor itself asks before every piece.
   [[nodiscard]] bool CheckTimeout() { return !host_.timedout() || ReportTimeout(); }
 
-  void AddState(std::unique_ptr<ScriptState> state) { states_.push_back(std::move(state)); }
+  void AddState(std::unique_ptr<ScriptState> state) { states_.emplace_back(state.release()); }
   // From here on `state` is told of every tag of this script and of the scripts it runs, until it
   // is removed, which must happen before it is destroyed.
   void AddWatcher(ScriptState* state) { watchers_->push_back(state); }
@@ -164,8 +164,7 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] Function* FindOwnFunction(Symbol name) const { return functions_.Find(name); }
   void AddFunction(std::unique_ptr<Function> function) { functions_.Add(std::move(function)); }
   // Whether a call of one of the script's own functions is in progress.
-  [[nodiscard]] bool InFunction() const;
-  [[nodiscard]] ScriptValue& functionreturnvalue() { return function_return_value_; }
+  [[nodiscard]] bool InFunction() const { return function_state_ != 0; }
   // Goes one call deeper; false, after an error, when that is deeper than the site allows.
   [[nodiscard]] bool PushFunctionCall();
   void PopFunctionCall() { --depth_; }
@@ -212,8 +211,6 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] ErrorPlace CurrentErrorPlace() const;
   // --- Sites (script_sites.cpp) ---
   [[nodiscard]] Progress FindNextTag();
-  void TakeSteps();
-  SourcePlace* TakeStep(Site& site);
   Site* FindSite();
   Progress FollowText(Site& site);
   const TextPiece* DeliverText(const Site& site, Progress& progress);
@@ -227,14 +224,27 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] bool Hold(std::span<const ReferenceValue> references);
   [[nodiscard]] bool EvaluateSiteValue(SiteValue& written, ScriptValue& value);
   Progress FollowAssignment(const TagRow& row, TagReading& reading);
-  Progress FollowReturn(const TagRow& row, TagReading& reading, size_t function);
-  [[nodiscard]] size_t ReturnsFrom(const TagRow& row) const;
+  Progress FollowReturn(const TagRow& row, TagReading& reading);
+  // Whether such a tag, which leaves a function, leaves the running one without a closer look.
+  [[nodiscard]] bool ReturnsAtOnce(const TagRow& row) const {
+    const bool closes = row.handler == nullptr;
+    return function_state_ != 0 && (!closes || function_state_ + 1 == states_.size());
+  }
   void GoOnBehind(TagReading& reading);
   Progress EvaluateAndProcess(const Site& site, TagReading& reading, Tag& tag);
   Progress RunHandler(Tag& tag);
   [[nodiscard]] bool EvaluateRead(const DeferredExpression& deferred, ScriptValue& value);
   SiteSkip* KnownSkip(const WantedTags& wanted);
   void CheckSite(const Site& site);
+  // --- Steps (script_steps.cpp) ---
+  void TakeSteps();
+  SourcePlace* TakeStep(Site& site);
+  SourcePlace* TakeAssignment(TagReading& reading);
+  SourcePlace* TakeCopy(TagReading& reading);
+  SourcePlace* TakeAppending(TagReading& reading);
+  SourcePlace* TakeBranch(const TagRow& row, TagReading& reading);
+  SourcePlace* TakeBranchEnd(const TagRow& row, TagReading& reading);
+  SiteSkip* PlainSkip(TagReading& reading, const WantedTags& wanted);
 
   const KnownName& ErrorVariable(const TagRow& row) {
     const auto id = static_cast<size_t>(row.id);
@@ -249,6 +259,7 @@ class ScriptParser final : public TagReader {
     return variable != nullptr && variable->plain_value().IsEmpty();
   }
   bool ReportTimeout();
+  bool ReportDepth();
   bool ReportRuntimeError(const TagRow& row, std::string_view message);
   Progress Offer(Tag& tag);
   Progress OfferText(std::string_view text);
@@ -267,13 +278,13 @@ class ScriptParser final : public TagReader {
   Output* output_;
   TextFilter* filter_ = nullptr;  // of the text outside of functions
   ErrorHandler errors_;
-  ScriptValue function_return_value_;
-  std::vector<std::unique_ptr<ScriptState>> states_;       // the base state is the first
-  std::vector<std::unique_ptr<ScriptState>> left_states_;  // left by the end of the script
+  FunctionTable functions_;         // behind it the states, of which some are calls
+  std::vector<StateOwner> states_;  // the base state is the first
+  size_t function_state_ = 0;       // which of them is the running function's; 0: there is none
+  std::vector<StateOwner> left_states_;  // left by the end of the script
   // Told of every tag; one list for a script and all the scripts it runs.
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
-  FunctionTable functions_;
   std::vector<KnownName> error_variables_;  // by the numbers of the tags; no name: not asked yet
   SiteStore sites_;
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known

@@ -1,6 +1,6 @@
 // Following what is remembered of a script instead of reading it.
 //
-//   FindNextTag ─▶ sites that only count ─▶ TakeSteps ─▶ the site behind the last
+//   FindNextTag ─▶ sites that are steps ─▶ TakeSteps (script_steps.cpp)
 //              └▶ a site is known here ─▶ FollowText, FollowTag ─▶ the site behind it
 //              └▶ read before, not learnt ─▶ SiteLearner ─▶ a site
 //              └▶ never read before ─▶ the scanner
@@ -51,7 +51,7 @@ class InUse {
 }  // namespace
 
 Progress ScriptParser::FindNextTag() {
-  if (next_ != nullptr && next_->steps) TakeSteps();
+  if (next_ != nullptr && next_->step != StepKind::None) TakeSteps();
   Site* site = next_ != nullptr ? next_ : FindSite();
   if (SourcePlace* link = std::exchange(link_, nullptr);
       link != nullptr && site != nullptr && site->begin == *link) {
@@ -86,62 +86,6 @@ Progress ScriptParser::ReadAnew(const SourcePlace& place) {
   source().Return(place);
   next_ = nullptr;
   return Parser::FindNextTag();
-}
-
-// --- Steps -----------------------------------------------------------------------------------
-
-// Takes as many steps as follow one another: assignments of whole numbers, the closing tags of
-// loops that compare them, and what appends to a text in place. None of them can fail or ask where
-// the script stands, so it is noted only behind the last. The clock is asked before every 64th of
-// those on numbers, which is carried out like any other tag, and before each that appends.
-void ScriptParser::TakeSteps() {
-  SourcePlace* place = nullptr;
-  while (next_ != nullptr && next_->steps) {
-    SourcePlace* const behind = TakeStep(*next_);
-    if (behind == nullptr) break;
-    place = behind;
-    next_ = behind->site;
-  }
-  if (place == nullptr) return;
-  macros_.Return(*place);
-  link_ = next_ == nullptr ? place : nullptr;
-}
-
-// The place to go on at; null when more than such a step is to be done, and nothing was done then.
-SourcePlace* ScriptParser::TakeStep(Site& site) {
-  if (site.macros_on != macros_.expands() || !execute_tags_ || filter_ != nullptr ||
-      !watchers_->empty() || ++steps_ % 64 == 0) {
-    return nullptr;
-  }
-  CheckSite(site);
-  TagReading& reading = *site.sole;
-  if (reading.assigned == nullptr) return states_.back()->TryRepeat(*site.row);
-  const ExpressionProgram& program = reading.assigned->expression.program();
-  if (reading.may_append) {
-    const bool done = IsClear(reading.error_variable) && !host_.timedout() &&
-                      reading.target->name().variable != reading.error_variable.name().variable &&
-                      program.TryAppend(*this, *reading.target);
-    return done ? &reading.end : nullptr;
-  }
-  int64_t value = 0;
-  if (!program.whole().Compute(variables_, value)) return nullptr;
-  Variable* target = reading.target->FindPlain(variables_);
-  if (target == nullptr || !IsClear(reading.error_variable)) return nullptr;
-  target->plain_value().SetInteger(value);
-  return &reading.end;
-}
-
-bool ScriptParser::TryCondition(const DeferredExpression& condition, const KnownName& receiver) {
-  int64_t value = 0;
-  if (!condition.fixed_ || condition.macros_on_ != macros_.expands() ||
-      !condition.expression_.program().whole().Compute(variables_, value) || value == 0) {
-    return false;
-  }
-  if (!receiver) return true;
-  Variable* variable = receiver.FindPlain(variables_);
-  if (variable == nullptr) return false;
-  variable->plain_value().SetInteger(value);
-  return true;
 }
 
 // --- Text ------------------------------------------------------------------------------------
@@ -304,31 +248,29 @@ Progress ScriptParser::FollowAssignment(const TagRow& row, TagReading& reading) 
                                                                       : Progress::More;
 }
 
-// A tag that leaves the function whose state has that index: no state above it takes the tag.
-Progress ScriptParser::FollowReturn(const TagRow& row, TagReading& reading, size_t function) {
-  ScriptValue value;
+// A tag that leaves the running function: no state above that one takes the tag.
+Progress ScriptParser::FollowReturn(const TagRow& row, TagReading& reading) {
+  const size_t function = function_state_;
+  auto& call = static_cast<FunctionCall&>(*states_[function]);
+  call.result().clear();
   if (!reading.values.empty()) {
     SiteValue& written = reading.values[0];
     if (written.expression.empty()) {
-      value = written.constant;
-    } else if (!EvaluateSiteValue(written, value)) {
+      call.result() = written.constant;
+    } else if (!EvaluateSiteValue(written, call.result())) {
       return Progress::Failed;
     }
   }
-  GoOnBehind(reading);
   if (!CheckTimeout()) return Progress::Failed;
+  if (function + 1 == states_.size() && watchers_->empty()) {
+    call.Leave();
+    states_.pop_back();
+    return Progress::More;
+  }
+  GoOnBehind(reading);
   for (ScriptState* watcher : *watchers_) watcher->BeforeTag();
   if (function + 1 != states_.size()) ClearErrorVariable(row);
-  function_return_value_ = std::move(value);
   return CloseStates(function);
-}
-
-// The index of the function whose block such a tag closes; -1 when that needs a closer look.
-size_t ScriptParser::ReturnsFrom(const TagRow& row) const {
-  size_t i = states_.size() - 1;
-  if (row.handler == nullptr) return states_[i]->is_function() ? i : SIZE_MAX;
-  while (i < states_.size() && !states_[i]->is_function()) --i;
-  return i;
 }
 
 // Stands behind the tag. Once it is known what is remembered there, the reading knows it too.
@@ -347,10 +289,7 @@ Progress ScriptParser::FollowTag(Site& site) {
   }
   const TagRow& row = *site.row;
   if (reading->assigned != nullptr && execute_tags_) return FollowAssignment(row, *reading);
-  if (reading->returns) {
-    const size_t function = ReturnsFrom(row);
-    if (function != SIZE_MAX) return FollowReturn(row, *reading, function);
-  }
+  if (reading->returns && ReturnsAtOnce(row)) return FollowReturn(row, *reading);
   if (reading->values.empty()) {
     GoOnBehind(*reading);
     return ProcessKnownTag(*reading->tag);

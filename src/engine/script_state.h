@@ -10,6 +10,7 @@
 #define VEXA_ENGINE_SCRIPT_STATE_H_
 
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
 #include "core/source_place.h"
@@ -42,6 +43,8 @@ class ScriptState {
   [[nodiscard]] virtual StateResult ProcessText(std::string_view text, int level);
   // Leaves the block; Failed after an error was reported.
   [[nodiscard]] virtual StateResult ExitState() { return StateResult::Handled; }
+  // Nobody needs the state any more: it is destroyed, or kept for the next block of its kind.
+  virtual void LetGo() { delete this; }
   // The closing tag that this block waits for, as messages show it; empty for the base state.
   [[nodiscard]] virtual String closing_tag() const { return {}; }
   // Whether tags and texts stop here: nothing passes the boundary of a function.
@@ -51,6 +54,11 @@ class ScriptState {
   [[nodiscard]] virtual SourcePlace* TryRepeat(const TagRow& closing) {
     (void)closing;
     return nullptr;
+  }
+  // Whether it runs a branch of such a tag, and a closing tag without attributes just ends it.
+  [[nodiscard]] virtual bool IsBranchOf(int opener_id) const {
+    (void)opener_id;
+    return false;
   }
   // Called before every tag of this script and of those it runs, while this state watches them
   // (ScriptParser::AddWatcher).
@@ -62,6 +70,12 @@ class ScriptState {
  private:
   ScriptParser& parser_;
 };
+
+// Owns a state that is, or was, on the stack.
+struct StateLetGo {
+  void operator()(ScriptState* state) const { state->LetGo(); }
+};
+using StateOwner = std::unique_ptr<ScriptState, StateLetGo>;
 
 }  // namespace vexa
 

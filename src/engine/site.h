@@ -29,6 +29,8 @@
 
 namespace vexa {
 
+struct SiteSkip;
+
 // A reference and the value that a reading was made with.
 struct ReferenceValue {
   MacroReference reference;
@@ -62,6 +64,8 @@ struct TagReading {
   bool direct = false;
   // Whether it leaves a function, with the only value if there is one.
   bool returns = false;
+  // Of a tag that may skip from its end, as a step: where to, when that is known.
+  SiteSkip* skip = nullptr;
   // The tag with its names and constants, for whoever carries it out first.
   std::unique_ptr<Tag> tag;
   bool in_use = false;  // somebody does
@@ -91,7 +95,18 @@ struct SiteReference {
   uint32_t at = 0;  // where in the stretch's bytes its value belongs
 };
 
-struct SiteSkip;
+// What a tag may be done as without anything else that tags are carried out with
+// (script_steps.cpp).
+enum class StepKind : uint8_t {
+  None,
+  Assign,  // of an expression on whole numbers
+  Copy,    // of a constant or another variable
+  Append,  // to the variable's own text
+  Repeat,  // the closing tag of a block that may be a loop
+  Branch,  // what opens a branch, with a condition on whole numbers
+  Divide,  // what ends one branch before the next
+  End,     // what ends the last branch
+};
 
 // A skip from where a site begins, by the number of its wanted tags (WantedTags::key).
 struct NotedSkip {
@@ -117,8 +132,8 @@ struct Site {
   // Of a tag. The first has no references, or all have.
   const TagRow* row = nullptr;
   std::vector<std::unique_ptr<TagReading>> readings;
-  TagReading* sole = nullptr;  // the first, when it has no references
-  bool steps = false;          // whether it may be a step, which only the sole one can be
+  TagReading* sole = nullptr;      // the first, when it has no references
+  StepKind step = StepKind::None;  // only the sole one can be any
 
   std::vector<NotedSkip> skips;  // that were asked for here
 

@@ -53,15 +53,24 @@ bool Returns(const TagRow& row, const TagReading& reading) {
          EqualsIgnoreCase(reading.values[0].name, "VALUE");
 }
 
-// Whether it assigns what may be a whole number, may append, or closes a block and does nothing
-// else.
-bool IsStep(const TagRow& row, const TagReading& reading) {
+StepKind StepOf(const TagSet& tags, const TagRow& row, const TagReading& reading) {
   if (const SiteValue* assigned = reading.assigned) {
-    return reading.may_append ||
-           (!assigned->expression.empty() && assigned->expression.program().whole().known());
+    if (reading.may_append) return StepKind::Append;
+    if (assigned->expression.empty()) return StepKind::Copy;
+    const ExpressionProgram& program = assigned->expression.program();
+    if (program.known_variable() != nullptr) return StepKind::Copy;
+    return program.whole().known() ? StepKind::Assign : StepKind::None;
   }
-  return row.block != kNoTag && row.handler == nullptr && reading.values.empty() &&
-         !reading.returns;
+  if (row.branch != nullptr && reading.direct && reading.values.size() == 1) {
+    const Expression& condition = reading.values[0].expression;
+    const bool whole = !condition.empty() && condition.program().whole().known();
+    return whole ? StepKind::Branch : StepKind::None;
+  }
+  const bool ends = row.block != kNoTag && row.handler == nullptr && reading.values.empty();
+  if (!ends || reading.returns) return StepKind::None;
+  const TagRow* opener = tags.WithNumber(row.block);
+  if (opener == nullptr || opener->branch == nullptr) return StepKind::Repeat;
+  return row.id == opener->closing_id ? StepKind::End : StepKind::Divide;
 }
 
 }  // namespace
@@ -98,7 +107,7 @@ std::unique_ptr<Site> SiteLearner::Learn(const SourcePlace& place) {
       site_->kind = Site::Kind::Tag;
       if (reading->references.empty()) {
         site_->sole = reading.get();
-        site_->steps = IsStep(*site_->row, *reading);
+        site_->step = StepOf(tags(), *site_->row, *reading);
       }
       site_->readings.push_back(std::move(reading));
     }

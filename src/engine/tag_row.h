@@ -15,6 +15,7 @@ namespace vexa {
 
 class Tag;
 class TagCall;
+struct BranchSkips;
 
 // What a state or handler made of a tag or text.
 enum class StateResult : int {
@@ -93,6 +94,8 @@ struct TagRow {
   StopForm stop = StopForm::None;
   uint8_t flags = 0;             // TagFlag bits
   TagHandler handler = nullptr;  // null: left to its block, unexpected when that is not open
+  // Of a tag that opens a block only if its one value is true; else null.
+  const BranchSkips* branch = nullptr;
   // What is wrong with the attributes that are there, as a message; empty when nothing is.
   String (*problem)(const Tag& tag) = nullptr;
 

@@ -53,6 +53,20 @@ class ExpressionContext {
                                           ScriptValue& result) = 0;
   // Writes to where the script writes now; nowhere when it is only read.
   virtual void WriteValue(std::string_view) {}
+
+  // The number of the script: which of its own functions a name means may be noted together with
+  // it. 0: nothing may be noted.
+  [[nodiscard]] uint64_t script_number() const { return script_number_; }
+
+ protected:
+  // Gives the script a number that no other has or had.
+  void NumberScript() {
+    static constinit uint64_t last = 0;
+    script_number_ = ++last;
+  }
+
+ private:
+  uint64_t script_number_ = 0;
 };
 
 }  // namespace vexa

@@ -53,7 +53,7 @@ uint32_t ExpressionProgram::AddVariable(std::string_view name) {
 }
 
 uint32_t ExpressionProgram::AddCall(std::string_view name, uint32_t argument_count) {
-  calls_.push_back({name, Symbol(name), FindBuiltin(name), argument_count});
+  calls_.push_back({name, Symbol(name), FindBuiltin(name), argument_count, nullptr, 0});
   return static_cast<uint32_t>(calls_.size() - 1);
 }
 
@@ -295,13 +295,17 @@ bool ExpressionProgram::OperateOn(const Step& step, ExpressionContext& context,
                                   Stack& stack) const {
   ScriptValue room;
   if (step.left == kStack) {
-    if (step.right != kStack) {
-      const ScriptValue& right =
-          step.right == kNone ? room : ValueOf(leaves_[step.right], stack.variables(), room);
-      return Operate(*step.op, context, stack.Top(), right);
-    }
-    const bool done = Operate(*step.op, context, stack.Top(1), stack.Top());
-    stack.Drop();
+    const bool both = step.right == kStack;
+    ScriptValue& left = stack.Top(both ? 1 : 0);
+    const ScriptValue& right = both ? stack.Top()
+                               : step.right == kNone
+                                   ? room
+                                   : ValueOf(leaves_[step.right], stack.variables(), room);
+    // What was computed is known to be a number; texts are mostly appended to.
+    const bool numbers = step.right != kNone && left.IsKnownNumber() && right.IsNumber();
+    const bool done = (numbers && OperateOnNumbers(step.op->code, left, right, left)) ||
+                      Operate(*step.op, context, left, right);
+    if (both) stack.Drop();
     return done;
   }
   // The left one is copied before the right one is looked at: a computed value lives only so long.
@@ -321,6 +325,7 @@ bool ExpressionProgram::OperateOn(const Step& step, ExpressionContext& context,
 
 // The function; null after an error was reported.
 const Callable* ExpressionProgram::FindCallee(const CallSite& call, ExpressionContext& context) {
+  if (call.noted != nullptr && call.noted_in == context.script_number()) return call.noted;
   const Callable* function = call.builtin;
   if (function == nullptr && !context.FindFunction(call.symbol, function)) return nullptr;
   if (function == nullptr) {
@@ -334,6 +339,11 @@ const Callable* ExpressionProgram::FindCallee(const CallSite& call, ExpressionCo
          expected == 1 ? " parameter, found " : " parameters, found ",
          PrintInteger(call.argument_count).view()}));
     return nullptr;
+  }
+  // No script loses a function; one of a package gives way to a script's own.
+  if (function->kind() == Callable::Kind::OfScript && context.script_number() != 0) {
+    call.noted = function;
+    call.noted_in = context.script_number();
   }
   return function;
 }

@@ -49,6 +49,9 @@ class ExpressionProgram {
     Symbol symbol;
     const BuiltinFunction* builtin;  // null for a function of the script
     uint32_t argument_count;
+    // The function of the script that it meant last, and in which script that was.
+    mutable const Callable* noted = nullptr;
+    mutable uint64_t noted_in = 0;
   };
 
   enum class Action : uint8_t { Push, PushEmpty, Operate, CheckCall, Call };
@@ -99,8 +102,8 @@ class ExpressionProgram {
                                                                       : nullptr;
   }
   // The name when the expression is one variable and nothing else, else null.
-  [[nodiscard]] const ScopedName* variable() const {
-    return steps_.empty() && !leaves_.empty() && leaves_[0].variable ? &leaves_[0].variable.name()
+  [[nodiscard]] const KnownName* known_variable() const {
+    return steps_.empty() && !leaves_.empty() && leaves_[0].variable ? &leaves_[0].variable
                                                                      : nullptr;
   }
 

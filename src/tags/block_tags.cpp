@@ -1,7 +1,6 @@
 // Conditionals and loops. IF and WHILE are the legacy spellings; they close only their own kind.
 //
-//   IF:     condition true  -> branch runs -> its closing tag, or VxELSE, which skips to it
-//           condition false -> skip to VxELSE (branch runs) or to the closing tag (block done)
+//   IF:     as BranchState draws it; VxELSE divides the branches
 //   WHILE:  condition true  -> body runs -> closing tag -> condition again, from the file
 //           condition false, or a stop tag -> skip to the closing tag
 
@@ -18,33 +17,12 @@ namespace vexa {
 
 namespace {
 
-class IFState final : public BlockState {
- public:
-  explicit IFState(const TagCall& call) : BlockState(call) {}
-
-  // Starts the block whose condition is `value`. Handled: a branch runs; Finished: the block is
-  // already complete; Failed.
-  [[nodiscard]] StateResult Continue(const ScriptValue& value) {
-    static constexpr WantedTag kBranchEnds[] = {
-        {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}, {kTagVxELSE, -1}};
-    static constexpr WantedTags kWanted = kBranchEnds;
-    if (value.IsTrue()) return StateResult::Handled;
-    if (opener().id == kTagIF) {
-      return SkipBlock() == StateResult::Failed ? StateResult::Failed : OnClose();
-    }
-    const TagRow* found = SkipTo(kWanted);
-    if (found == nullptr) return StateResult::Failed;
-    return found->id == kTagVxELSE ? StateResult::Handled : OnClose();
-  }
-
-  // A branch that ends early looks for the end of either spelling, on purpose: pages mix them.
-  [[nodiscard]] StateResult ExitState() override {
-    static constexpr WantedTag kEnds[] = {
-        {kTagIF, kTagIFClose}, {kTagIFClose, 0}, {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}};
-    static constexpr WantedTags kWanted = kEnds;
-    return finished() || SkipTo(kWanted) != nullptr ? StateResult::Handled : StateResult::Failed;
-  }
-};
+constexpr WantedTag kOtherwise[] = {
+    {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}, {kTagVxELSE, -1}};
+constexpr WantedTag kLegacyOtherwise[] = {{kTagIF, kTagIFClose}, {kTagIFClose, 0}};
+// A branch that ends early looks for the end of either spelling, on purpose: pages mix them.
+constexpr WantedTag kEnds[] = {
+    {kTagIF, kTagIFClose}, {kTagIFClose, 0}, {kTagVxIF, kTagVxIFClose}, {kTagVxIFClose, 0}};
 
 class WHILEState final : public LoopState {
  public:
@@ -81,13 +59,16 @@ class WHILEState final : public LoopState {
 
 }  // namespace
 
+constinit const BranchSkips kVxIFSkips = {kOtherwise, kEnds};
+constinit const BranchSkips kIFSkips = {kLegacyOtherwise, kEnds};
+
 StateResult ProcessVxIF(TagCall& call) {
   const NameValuePair& condition = call.Only();
   if (!condition.name.empty() && call.AssignOnly() == StateResult::Failed) {
     return StateResult::Failed;
   }
-  auto state = std::make_unique<IFState>(call);
-  const StateResult result = state->Continue(condition.value);
+  auto state = std::make_unique<BranchState>(call.script(), call.row());
+  const StateResult result = state->Choose(condition.value);
   if (result == StateResult::Handled) return call.Enter(std::move(state));
   return result == StateResult::Finished ? StateResult::Handled : result;
 }

@@ -10,6 +10,8 @@ namespace vexa {
 
 // block_tags.cpp
 StateResult ProcessVxIF(TagCall& call);
+extern const BranchSkips kVxIFSkips;
+extern const BranchSkips kIFSkips;
 StateResult ProcessVxWHILE(TagCall& call);
 
 // call_tags.cpp
