@@ -109,6 +109,32 @@ struct SitePlaces {
   uid_t trusted_owner;
 };
 
+// The session of a visitor: an id in a cookie, and values that the site keeps under it from one
+// request to the next.
+//
+// Operations return what is wrong as an expression error says it (HTML), with nothing changed then;
+// the empty text when all is well.
+class VisitorSession {
+ public:
+  virtual ~VisitorSession() = default;
+  // The id; makes a session when the browser brought none.
+  [[nodiscard]] virtual String GetID(String& id) = 0;
+  // Gives the session another id. The former one is that of nobody then.
+  [[nodiscard]] virtual String Renew(String& id) = 0;
+  // Ends it: there is none, and there are no values.
+  [[nodiscard]] virtual String End() = 0;
+  // The value of exactly that name; empty when there is none, or no session.
+  [[nodiscard]] virtual String GetValue(std::string_view name, String& value) = 0;
+  // Sets a value, an empty one removes it; makes a session when there is something to be kept.
+  [[nodiscard]] virtual String SetValue(std::string_view name, std::string_view value) = 0;
+  // A token that shows for twelve hours that a form was made here, for this session and `purpose`.
+  // Empty when there is no session.
+  [[nodiscard]] virtual String MakeToken(std::string_view purpose, String& token) = 0;
+  // Whether `token` is such a one.
+  [[nodiscard]] virtual String CheckToken(std::string_view purpose, std::string_view token,
+                                          bool& good) = 0;
+};
+
 // A field of a form, as it was sent.
 struct SentField {
   Symbol name;
@@ -158,6 +184,10 @@ class Vexa {
   // The body of a request that is no form, as far as it arrives in time; read when it is first
   // asked for. Empty for a form.
   [[nodiscard]] virtual const String& body() = 0;
+
+  // --- The visitor ---
+  // Made when it is first asked for.
+  [[nodiscard]] virtual VisitorSession& session() = 0;
 
   // --- Variables, and how the page's macros and languages read them ---
   [[nodiscard]] virtual Variables& vars() = 0;

@@ -128,7 +128,10 @@ const BuiltinFunction* FindRow(std::span<const LateBuiltin> rows, std::string_vi
 
 // Asked once for each call that is read, not for each that is carried out.
 const BuiltinFunction* FindLateBuiltin(std::string_view name) {
-  return FindRow(AnswerBuiltins(), name);
+  for (const std::span<const LateBuiltin> table : {AnswerBuiltins(), RequestBuiltins()}) {
+    if (const BuiltinFunction* row = FindRow(table, name)) return row;
+  }
+  return nullptr;
 }
 
 }  // namespace

@@ -129,6 +129,8 @@ bool BuiltinSetdefaultlanguage(const BuiltinCall& call);
 
 // The head of the answer: status, headers, redirects, files, cookies.
 std::span<const LateBuiltin> AnswerBuiltins();
+// What the request sent, and its visitor: fields, sessions, tokens, passwords.
+std::span<const LateBuiltin> RequestBuiltins();
 
 }  // namespace vexa
 

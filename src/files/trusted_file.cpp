@@ -101,7 +101,7 @@ bool TrustedFile::CheckOwners(const String& path) {
 }
 
 std::string_view TrustedFile::OwnerProblem(const struct stat& status) const {
-  return status.st_uid == 0 || status.st_uid == owner_
+  return status.st_uid == 0 || status.st_uid == owner_ || status.st_uid == other_owner_
              ? ""
              : "it or a directory above it belongs to an untrusted user";
 }

@@ -23,11 +23,13 @@ class Buffer;
 class TrustedFile {
  public:
   // Trusts root and `owner`.
-  explicit TrustedFile(uid_t owner) : owner_(owner) {}
+  explicit TrustedFile(uid_t owner) : owner_(owner), other_owner_(owner) {}
   TrustedFile(const TrustedFile&) = delete;
   TrustedFile& operator=(const TrustedFile&) = delete;
   ~TrustedFile();
 
+  // Trusts `owner` besides.
+  void AlsoTrust(uid_t owner) { other_owner_ = owner; }
   // Refuses files below `directory`, links resolved. `name` stands in the reason: "script".
   void Refuse(std::string_view directory, std::string_view name);
 
@@ -76,6 +78,7 @@ class TrustedFile {
   [[nodiscard]] std::string_view OwnerProblem(const struct stat& status) const;
 
   uid_t owner_;
+  uid_t other_owner_;
   std::vector<Refused> refused_;
   String resolved_;
   String reason_;

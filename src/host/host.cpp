@@ -27,6 +27,7 @@
 #include "net/network_manager.h"
 #include "packages/package_loader.h"
 #include "request/cookie.h"
+#include "request/session.h"
 
 namespace vexa {
 
@@ -70,6 +71,11 @@ CGINetworkManager& Host::networkmanager() {
   return *network_;
 }
 
+VisitorSession& Host::session() {
+  if (session_ == nullptr) session_ = std::make_unique<Session>(*this);
+  return *session_;
+}
+
 // --- The run of a request --------------------------------------------------------------------
 
 int Host::Go() {
@@ -100,7 +106,7 @@ bool Host::PrepareRequest(String& script, String& name) {
   return AddEnvironmentVariables() != 0 && LoadConfiguration() != 0 && CheckConfiguration() != 0 &&
          GetScriptInformation(script, name) != 0 && ProcessConfiguration(script, name) != 0 &&
          AddSystemVariables() != 0 && AddQueryArguments() != 0 && AddQueryVariables() != 0 &&
-         AddAPIVariables() != 0 && CheckBodyLength() != 0;
+         AddAPIVariables() != 0;
 }
 
 bool Host::BeginResponse() {
@@ -180,6 +186,7 @@ void Host::ReleaseScripts() {
   modules_.clear();
   databases_.Clear();
   network_.reset();
+  session_.reset();
 }
 
 // --- Time ------------------------------------------------------------------------------------

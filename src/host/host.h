@@ -124,6 +124,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
     return sent_fields_.Find(name);
   }
   [[nodiscard]] const String& body() override;
+  [[nodiscard]] VisitorSession& session() override;
   [[nodiscard]] MacroEncoding defaultmacroencoding() const override { return macro_encoding_; }
   void SetDefaultMacroEncoding(MacroEncoding encoding) override { macro_encoding_ = encoding; }
   [[nodiscard]] const String& language() const override { return language_; }
@@ -175,7 +176,6 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] int AddQueryArguments();
   [[nodiscard]] int AddQueryVariables();
   [[nodiscard]] int AddAPIVariables();
-  [[nodiscard]] int CheckBodyLength();
   [[nodiscard]] int StartHeaders(int status);
   [[nodiscard]] int OutputCookie();
   [[nodiscard]] int EndHeaders();
@@ -237,6 +237,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   SentFields sent_fields_;
   String body_;  // of a request that is no form
   bool body_is_read_ = false;
+  std::unique_ptr<VisitorSession> session_;  // null until it is asked for
   std::vector<std::unique_ptr<Module>> modules_;
   Module* current_module_ = nullptr;
   std::vector<CommerceMethod> commerce_;

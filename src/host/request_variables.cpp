@@ -48,17 +48,15 @@ int Host::AddSystemVariables() {
 
 int64_t Host::AnnouncedLength() const { return ReadInteger64(RequestHeader("Content-Length")); }
 
-// Before a byte of the body is read.
-int Host::CheckBodyLength() {
-  if (config().maxbody <= 0 || AnnouncedLength() <= config().maxbody) return 1;
-  Error(vexa::Error(413, 0, "The request is too large"));
-  return 0;
-}
-
 // Reads the body of the request into form variables, when it is of a kind that has fields.
 int Host::AddContentVariables() {
   int64_t length = AnnouncedLength();
   if (length <= 0) return 1;
+  // Before a byte of it is read.
+  if (config().maxbody > 0 && length > config().maxbody) {
+    Error(vexa::Error(413, 0, "The request is too large"));
+    return 0;
+  }
   FormInput input{*this, modules_.front()->scriptparser(), config().contentbuffersize};
   std::unique_ptr<ContentParser> parser = NewContentParser(input, RequestHeader("Content-Type"));
   body_is_read_ = parser != nullptr;
