@@ -179,9 +179,7 @@ class WebServer(ProgramSite):
         with socket.socket() as probe:
             probe.bind(("127.0.0.1", 0))
             self.port = probe.getsockname()[1]
-        config = subprocess.run(
-            [ROOT / "scripts/web-server-config", *self.CONFIG_OPTIONS, self.program, self.site,
-             self.directory, str(self.port)], check=True, capture_output=True).stdout
+        config = self.server_config()
         if self.PASSWORD:
             config = re.sub(rb"(?m)^( *)#(?=\S|  )", rb"\1", config)
             (self.directory / "passwords").write_text("anna:" + crypt.crypt("secret", "$1$salt$") + "\n")
@@ -201,6 +199,11 @@ class WebServer(ProgramSite):
             self.__exit__()
             raise
         return self
+
+    def server_config(self):
+        return subprocess.run(
+            [ROOT / "scripts/web-server-config", *self.CONFIG_OPTIONS, self.program, self.site,
+             self.directory, str(self.port)], check=True, capture_output=True).stdout
 
     def _wait_until_it_answers(self):
         end = time.monotonic() + self.STARTUP_SECONDS
