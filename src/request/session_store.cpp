@@ -82,35 +82,41 @@ bool SessionStore::FindPath(const String& id, String& path, String& reason) cons
   return false;
 }
 
+bool SessionStore::Choose(const String& id, String& reason) {
+  if (id == id_ && !id.empty()) return true;
+  file_.reset();
+  id_.clear();
+  if (!FindPath(id, path_, reason)) return false;
+  id_ = id;
+  return true;
+}
+
 // --- Reading -----------------------------------------------------------------------------------
 
 void SessionStore::KeepAlive(const String& id) {
-  String path;
   String ignored;
   int64_t changed = 0;
   // Within the same second it is not worth a write.
-  if (!FindPath(id, path, ignored) || !LastChange(path, changed)) return;
+  if (!Choose(id, ignored) || !LastChange(path_, changed)) return;
   const bool noted = std::abs(Now() - changed) < kSecond;
-  if (!noted && !IsOver(changed)) (void)host_.filemanager().TouchFile(path);
+  if (!noted && !IsOver(changed)) (void)host_.filemanager().TouchFile(path_);
 }
 
 String SessionStore::Read(const String& id, std::string_view name, String& value) {
   value.clear();
+  String reason;
+  if (!Choose(id, reason)) return CannotRead(reason);
   FileStamp stamp;
-  const bool known = file_ != nullptr && id == id_ &&
-                     file_->StillNamed(NameCheck::ByPath, stamp) > 0 && stamp.length == length_;
+  const bool known = file_ != nullptr && file_->StillNamed(NameCheck::ByPath, stamp) > 0 &&
+                     stamp.length == length_;
   if (!known) {
-    file_.reset();
-    String path;
-    String reason;
-    if (!FindPath(id, path, reason)) return CannotRead(reason);
     FileManager& files = host_.filemanager();
-    std::unique_ptr<File> file = files.Open(path, OpenRead);
-    if (file == nullptr && IsMissing(path)) return {};
+    file_.reset();
+    std::unique_ptr<File> file = files.Open(path_, OpenRead);
+    if (file == nullptr && IsMissing(path_)) return {};
     if (file == nullptr) return CannotRead(files.error());
     if (!ReadValues(*file, values_, reason)) return CannotRead(reason);
     length_ = file->Length();
-    id_ = id;
     file_ = std::move(file);
   } else if (IsOver(stamp.modified)) {
     return {};
@@ -137,10 +143,10 @@ bool SessionStore::ReadValues(File& file, SessionValues& values, String& reason)
 
 // --- Changing ----------------------------------------------------------------------------------
 
-std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, String& path,
-                                         String& reason) {
+std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, String& reason) {
+  if (!Choose(id, reason)) return nullptr;
   file_.reset();
-  if (!FindPath(id, path, reason)) return nullptr;
+  const String& path = path_;
   FileManager& files = host_.filemanager();
   const int mode = OpenRead | OpenWrite | (missing == Missing::Made ? OpenCreate : 0);
   std::unique_ptr<File> file = OpenLocked(host_, path, mode, reason);
@@ -158,9 +164,8 @@ std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, Stri
 
 String SessionStore::Change(const String& id, std::string_view name, std::string_view value) {
   const Missing missing = value.empty() ? Missing::Allowed : Missing::Made;
-  String path;
   String reason;
-  std::unique_ptr<File> file = Lock(id, missing, path, reason);
+  std::unique_ptr<File> file = Lock(id, missing, reason);
   if (file == nullptr) return reason.empty() ? String() : CannotWrite(reason);
   SessionValues values;
   if (!ReadValues(*file, values, reason)) return CannotWrite(reason);
@@ -170,8 +175,8 @@ String SessionStore::Change(const String& id, std::string_view name, std::string
     return kTooLarge;
   }
   FileManager& files = host_.filemanager();
-  if (values.empty()) return files.Delete(path) == 0 ? String() : CannotWrite(files.error());
-  const int written = files.WriteBeside(path, values.Encoded());
+  if (values.empty()) return files.Delete(path_) == 0 ? String() : CannotWrite(files.error());
+  const int written = files.WriteBeside(path_, values.Encoded());
   if (written < 0) return CannotWrite(files.error());
   if (written > 0) return CannotWrite("No file can take its place");
   file.reset();
@@ -180,27 +185,25 @@ String SessionStore::Change(const String& id, std::string_view name, std::string
 }
 
 String SessionStore::Move(const String& from, const String& to) {
-  String path;
   String reason;
-  const std::unique_ptr<File> file = Lock(from, Missing::Allowed, path, reason);
+  const std::unique_ptr<File> file = Lock(from, Missing::Allowed, reason);
   if (file == nullptr) return reason.empty() ? String() : CannotWrite(reason);
   FileManager& files = host_.filemanager();
   FileStamp stamp;
   String new_path;
   if (file->StillNamed(NameCheck::ByPath, stamp) > 0 && IsOver(stamp.modified)) {
-    return files.Delete(path) == 0 ? String() : CannotWrite(files.error());
+    return files.Delete(path_) == 0 ? String() : CannotWrite(files.error());
   }
   if (!FindPath(to, new_path, reason)) return CannotWrite(reason);
-  return files.Rename(path, new_path) == 0 ? String() : CannotWrite(files.error());
+  return files.Rename(path_, new_path) == 0 ? String() : CannotWrite(files.error());
 }
 
 String SessionStore::Remove(const String& id) {
-  String path;
   String reason;
-  const std::unique_ptr<File> file = Lock(id, Missing::Allowed, path, reason);
+  const std::unique_ptr<File> file = Lock(id, Missing::Allowed, reason);
   if (file == nullptr) return reason.empty() ? String() : CannotWrite(reason);
   FileManager& files = host_.filemanager();
-  return files.Delete(path) == 0 ? String() : CannotWrite(files.error());
+  return files.Delete(path_) == 0 ? String() : CannotWrite(files.error());
 }
 
 // --- Old sessions ------------------------------------------------------------------------------

@@ -58,10 +58,11 @@ class SessionStore {
 
   // The file of a session. False with `reason` set when there must be none.
   [[nodiscard]] bool FindPath(const String& id, String& path, String& reason) const;
-  // Opens and locks the file of a session to change it. Null with `reason` set; with an empty
-  // reason when there is no file and none need be made.
-  [[nodiscard]] std::unique_ptr<File> Lock(const String& id, Missing missing, String& path,
-                                           String& reason);
+  // Makes the session of that id the one whose file this request works on. False with `reason` set.
+  [[nodiscard]] bool Choose(const String& id, String& reason);
+  // Opens and locks the file of a session, which is path_ then, to change it. Null with `reason`
+  // set; with an empty reason when there is no file and none need be made.
+  [[nodiscard]] std::unique_ptr<File> Lock(const String& id, Missing missing, String& reason);
   // Reads a file; no values when it is damaged or was not used for too long.
   [[nodiscard]] bool ReadValues(File& file, SessionValues& values, String& reason) const;
   // Whether a session last used then, in nanoseconds since 1970, is over.
@@ -73,9 +74,10 @@ class SessionStore {
   void RemoveIfOver(const String& path);
 
   Vexa& host_;
-  // What was read last. While the file is open no other has its identity, and none is changed in
+  String id_;    // the session asked for last; empty: none yet
+  String path_;  // of its file
+  // What was read of it. While the file is open no other has its identity, and none is changed in
   // place: as long as the path names it, the values are those of the session.
-  String id_;
   std::unique_ptr<File> file_;
   int64_t length_ = 0;
   SessionValues values_;
