@@ -82,9 +82,10 @@ class AnswerHead {
   [[nodiscard]] virtual String Cookie(std::string_view name) const = 0;
   // An error stops the page: while the head is held, its status, redirect and file are taken back.
   virtual void PageStops() = 0;
-  // For who must send what is held when nothing else works any more: takes status, redirect and
-  // file back, calls `send` with the pieces in order, and uses no heap.
-  virtual void SendHeld(void (*send)(void* sender, std::string_view piece), void* sender) = 0;
+  // For who must send what is held when nothing else works any more: as PageStops, calls `send`
+  // with the pieces in order, and uses no heap. False: no text may follow.
+  [[nodiscard]] virtual bool SendHeld(void (*send)(void* sender, std::string_view piece),
+                                      void* sender) = 0;
 
  protected:
   ~AnswerHead() = default;

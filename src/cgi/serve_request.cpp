@@ -235,8 +235,10 @@ MHD_Result AnswerSentence(MHD_Connection* connection, ServeRequest& request) {
 // Kept by browsers only to ask whether it is still the same: somebody is working on it.
 MHD_Result AnswerFile(MHD_Connection* connection, ServeRequest& request) {
   ServeTarget& target = request.target;
-  const FileVersion version = VersionOf(target.status);
   const int64_t size = target.status.st_size;
+  const timespec modified = target.status.st_mtim;
+  const FileVersion version =
+      VersionOf({int64_t{modified.tv_sec} * 1'000'000'000 + modified.tv_nsec, size});
   const FilePart part = ChooseFilePart(
       {HeaderOf(connection, "Range"), HeaderOf(connection, "If-Range"),
        HeaderOf(connection, "If-None-Match"), HeaderOf(connection, "If-Modified-Since")},

@@ -21,8 +21,10 @@ String AtPlace(const ErrorPlace& place, std::string_view kind, std::string_view 
 
 }  // namespace
 
-ConfigurationError::ConfigurationError(const Settings& config, std::string_view text)
-    : Error(500, 0, WithAdministrator(String::Concat({"Configuration Error: ", text}), config)) {}
+ConfigurationError::ConfigurationError(const Settings& config, std::string_view text,
+                                       int resultcode)
+    : Error(resultcode, 0,
+            WithAdministrator(String::Concat({"Configuration Error: ", text}), config)) {}
 
 ConfigurationSyntaxError::ConfigurationSyntaxError(const Settings& config, int line,
                                                    std::string_view text)
@@ -33,8 +35,8 @@ ConfigurationSyntaxError::ConfigurationSyntaxError(const Settings& config, int l
 
 ScriptNotFoundError::ScriptNotFoundError(std::string_view text) : Error(404, 0, String(text)) {}
 
-FatalError::FatalError(std::string_view text)
-    : Error(500, 0, String::Concat({"Fatal Error: ", text})) {}
+FatalError::FatalError(std::string_view text, int resultcode)
+    : Error(resultcode, 0, String::Concat({"Fatal Error: ", text})) {}
 
 TimeoutError::TimeoutError(std::string_view text)
     : Error(200, 0, String::Concat({text, " timed out"})) {}

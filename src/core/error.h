@@ -36,9 +36,12 @@ class Error {
   String message_;
 };
 
+// Result code of what was asked for and may not be had: a page that must not run.
+inline constexpr int kRefused = 403;
+
 class ConfigurationError : public Error {
  public:
-  ConfigurationError(const Settings& config, std::string_view text);
+  ConfigurationError(const Settings& config, std::string_view text, int resultcode = 500);
 };
 
 class ConfigurationSyntaxError : public Error {
@@ -53,7 +56,7 @@ class ScriptNotFoundError : public Error {
 
 class FatalError : public Error {
  public:
-  explicit FatalError(std::string_view text);
+  explicit FatalError(std::string_view text, int resultcode = 500);
 };
 
 class TimeoutError : public Error {

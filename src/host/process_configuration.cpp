@@ -68,8 +68,9 @@ bool Host::ChooseDataDirectory(const String& name) {
 bool Host::ChooseUserDataDirectory(const String& name) {
   const String& directory = config().authuserdir;
   if (mode_ == RunMode::UserMode && geteuid() != owner_.uid) {
-    Error(FatalError(String::Concat(
-        {"'", EntityEncoded(name), "' is not owned by ", UserNameFromUID(geteuid())})));
+    Error(FatalError(String::Concat({"'", EntityEncoded(name), "' is not owned by ",
+                                     UserNameFromUID(geteuid())}),
+                     kRefused));
     return false;
   }
   if (owner_.uid != 0 && !directory.empty()) {
@@ -81,7 +82,7 @@ bool Host::ChooseUserDataDirectory(const String& name) {
   // The two modes word this differently, on purpose: monitors tell them apart by it.
   std::string_view problem = mode_ == RunMode::UserMode ? " is not authorized to use quorbel"
                                                         : " is not authorized to use Vexa Script";
-  Error(ConfigurationError(config(), owner_.name + problem));
+  Error(ConfigurationError(config(), owner_.name + problem, kRefused));
   return false;
 }
 
@@ -114,8 +115,8 @@ bool Host::CheckOpenedScript(const Module& module, const String& name) {
   struct stat status;
   if (!module.Status(status) || !(IdentityOf(status) == script_identity_) ||
       status.st_uid != owner_.uid) {
-    Error(
-        FatalError(String::Concat({"'", EntityEncoded(name), "' is not owned by ", owner_.name})));
+    Error(FatalError(String::Concat({"'", EntityEncoded(name), "' is not owned by ", owner_.name}),
+                     kRefused));
     return false;
   }
   if ((status.st_mode & (S_IWGRP | S_IWOTH)) == 0) return true;

@@ -50,7 +50,7 @@ int Host::GetScriptInformation(String& script, String& name) {
   } else if (requested[0] != '~') {
     LocateScript(requested, script);
   } else if (mode_ == RunMode::StandardMode) {
-    Error(FatalError("~user is not supported in standard mode"));
+    Error(FatalError("~user is not supported in standard mode", kRefused));
     return 0;
   } else {
     LocateUserScript(requested, script);
@@ -108,7 +108,7 @@ bool Host::CheckScriptDirectory() {
   String subject = owner_.name.empty()
                        ? String("The directory configured as vexaroot")
                        : "The configured script directory for " + EntityEncoded(owner_.name);
-  Error(ConfigurationError(config(), subject + problem));
+  Error(ConfigurationError(config(), subject + problem, owner_.name.empty() ? 500 : kRefused));
   return false;
 }
 
@@ -117,12 +117,13 @@ bool Host::CheckScriptPath(String& script, const String& name) {
   int followed =
       filemanager_.FollowPath(script, options & kScriptLinks, options & kScriptLinksToOthers);
   if (followed != 0) {
-    Error(FatalError(Quoted(name) + LinkProblem(followed)));
+    Error(FatalError(Quoted(name) + LinkProblem(followed), kRefused));
     return false;
   }
   // By characters alone, on purpose: sites keep sibling directories with a common beginning.
   if (script.view().starts_with(script_directory_.view())) return true;
-  Error(FatalError(Quoted(name) + " is not contained in the configured script directory"));
+  Error(
+      FatalError(Quoted(name) + " is not contained in the configured script directory", kRefused));
   return false;
 }
 
@@ -136,7 +137,7 @@ bool Host::CheckScriptFile(const String& script, const String& name) {
   }
   std::string_view extension = Extension(script);
   if (!config_->IsValidExtension(extension)) {
-    Error(FatalError(Quoted(name) + " does not have a valid extension"));
+    Error(FatalError(Quoted(name) + " does not have a valid extension", kRefused));
     return false;
   }
   answer_.SetPageType(config_->GetContentType(extension));

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <string_view>
 
 #include "core/late_function.h"
@@ -62,10 +63,7 @@ class CrashReport {
       const char* function = own ? running->function_ : last_function;
       running = nullptr;
       CrashReport report;
-      report.SendPage();
-      report.Send(STDOUT_FILENO, "Fatal Error: ");
-      report.Send(STDOUT_FILENO, library.who);
-      report.Send(STDOUT_FILENO, " has crashed\r\n");
+      report.EndPage({"Fatal Error: ", library.who, " has crashed\r\n"});
       report.Tell(signal, library, function);
     }
     // The handler is gone already (SA_RESETHAND).
@@ -75,21 +73,20 @@ class CrashReport {
   static void LookAtTheClock() {
     if (running == nullptr || host == nullptr || host->timeremaining() > -kGraceSeconds) return;
     CrashReport report;
-    report.SendPage();
-    report.Send(STDOUT_FILENO, "Application timed out\r\n");
+    report.EndPage({"Application timed out\r\n"});
     syscall(SYS_exit_group, 1);
   }
 
  private:
   CrashReport() : end_(Milliseconds() + kPatienceMilliseconds) {}
 
-  void SendPage() {
-    if (host == nullptr) return;
-    host->answer().SendHeld(
-        [](void* report, std::string_view piece) {
-          static_cast<CrashReport*>(report)->Send(STDOUT_FILENO, piece);
-        },
-        this);
+  // What is held, and the message where the answer has a text.
+  void EndPage(std::initializer_list<std::string_view> message) {
+    const auto send = [](void* report, std::string_view piece) {
+      static_cast<CrashReport*>(report)->Send(STDOUT_FILENO, piece);
+    };
+    if (host != nullptr && !host->answer().SendHeld(send, this)) return;
+    for (std::string_view piece : message) Send(STDOUT_FILENO, piece);
   }
 
   void Send(int descriptor, std::string_view text) {

@@ -6,9 +6,11 @@
 #include <cassert>
 #include <utility>
 
+#include "core/digest.h"
 #include "core/number.h"
 #include "core/text.h"
 #include "request/cookie.h"
+#include "request/file_conditions.h"
 #include "request/header_text.h"
 #include "request/sent_file.h"
 
@@ -17,6 +19,21 @@ namespace vexa {
 namespace {
 
 constexpr char kAlreadyBegun[] = "The answer has already begun";
+
+// The entity tag, with its quotes, of a version that a page names: two versions never share one.
+String VersionTag(std::string_view version) {
+  constexpr char kHexDigits[] = "0123456789abcdef";
+  constexpr size_t kBytes = 16;
+  const Digest digest = DigestOf(DigestMethod::Sha256, version);
+  char tag[2 + 2 * kBytes] = {'"'};
+  char* next = tag + 1;
+  for (size_t i = 0; i < kBytes; ++i) {
+    *next++ = kHexDigits[digest.storage[i] >> 4];
+    *next++ = kHexDigits[digest.storage[i] & 15];
+  }
+  *next = '"';
+  return std::string_view(tag, sizeof tag);
+}
 
 // Headers that may stand several times.
 bool IsListed(std::string_view name) {
@@ -99,13 +116,15 @@ int Answer::SendHead(std::string_view text) {
   return static_cast<int>(text.size());
 }
 
-void Answer::SendHeld(void (*send)(void* sender, std::string_view piece), void* sender) {
-  if (stage_ < Stage::Held || (begun() && !has_text())) return;
+bool Answer::SendHeld(void (*send)(void* sender, std::string_view piece), void* sender) {
+  if (begun() && !has_text()) return false;
+  if (stage_ < Stage::Held) return true;
   if (!begun()) {
     Fail(500);
     ForEachPiece([&](std::string_view piece) { send(sender, piece); });
   }
   send(sender, output_.held());
+  return true;
 }
 
 template <typename Put>
@@ -145,12 +164,12 @@ void Answer::ForEachFileHeader(Line line) const {
   add("Content-Disposition", disposition_);
   add("Content-Range", file_->content_range());
   if (!IsBare(status())) line("Content-Length", PrintInteger(file_->size()));
-  add("Last-Modified", file_->last_modified());
-  add("ETag", file_->tag());
+  add("Last-Modified", file_->version().last_modified);
+  add("ETag", file_->version().entity_tag);
 }
 
 int Answer::status() const {
-  const bool of_file = body_ == Body::File && file_->status() != 0;
+  const bool of_file = body_ == Body::File && file_->status() != 200;
   return of_file ? file_->status() : status_;
 }
 
@@ -237,8 +256,8 @@ String Answer::SetVersion(std::string_view version, bool& unchanged) {
   if (begun()) return kAlreadyBegun;
   String tag = VersionTag(version);
   const std::string_view method = request_.Value("REQUEST_METHOD");
-  unchanged =
-      (method == "GET" || method == "HEAD") && NamesTag(request_.Value("HTTP_IF_NONE_MATCH"), tag);
+  unchanged = (method == "GET" || method == "HEAD") &&
+              NamesEntityTag(request_.Value("HTTP_IF_NONE_MATCH"), tag);
   EraseHeaders("ETag");
   headers_.push_back({"ETag", std::move(tag), Origin::SetVersion, {}});
   return unchanged ? SetStatus("304") : String();

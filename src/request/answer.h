@@ -68,7 +68,8 @@ class Answer final : public AnswerHead, private ResponseGate {
                                  std::string_view options) override;
   [[nodiscard]] String Cookie(std::string_view name) const override;
   void PageStops() override { Fail(500); }
-  void SendHeld(void (*send)(void* sender, std::string_view piece), void* sender) override;
+  [[nodiscard]] bool SendHeld(void (*send)(void* sender, std::string_view piece),
+                              void* sender) override;
 
  private:
   enum class Stage { Waiting, InHead, Held, Begun };

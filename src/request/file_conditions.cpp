@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <ctime>
 #include <iterator>
 
 #include "core/calendar.h"
@@ -35,6 +36,7 @@ FilePart PartOfRange(std::string_view range, int64_t size) {
   int64_t last = to.empty() ? INT64_MAX : ReadOffset(to);
   if (last < 0 || (first < 0 && (!from.empty() || to.empty()))) return whole;
   if (first < 0) {
+    if (size == 0 && last > 0) return whole;
     first = last == 0 ? size : std::max<int64_t>(size - last, 0);
     last = INT64_MAX;
   } else if (last < first) {
@@ -51,31 +53,27 @@ bool IsVersion(std::string_view if_range, const FileVersion& version) {
 
 }  // namespace
 
-String PrintHTTPDate(time_t time) {
-  const tm fields = CalendarTime(time);
-  char date[64];
-  return std::string_view(date, strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S GMT", &fields));
-}
-
-FileVersion VersionOf(const struct stat& status) {
+FileVersion VersionOf(const FileStamp& stamp) {
+  constexpr int64_t kNanoseconds = 1'000'000'000;
   char tag[64] = {'"'};
-  char* end = tag + 1;
-  for (const int64_t number :
-       {int64_t{status.st_mtim.tv_sec}, int64_t{status.st_mtim.tv_nsec}, int64_t{status.st_size}}) {
-    end = std::to_chars(end, std::end(tag) - 2, number, 36).ptr;
-    *end++ = '-';
-  }
-  end[-1] = '"';
+  char* end = std::to_chars(tag + 1, std::end(tag), stamp.modified, 36).ptr;
+  *end++ = '-';
+  end = std::to_chars(end, std::end(tag) - 1, stamp.length, 36).ptr;
+  *end++ = '"';
+  const int64_t seconds = stamp.modified / kNanoseconds;
+  // No answer is older than what it says of itself.
   return {std::string_view(tag, static_cast<size_t>(end - tag)),
-          PrintHTTPDate(status.st_mtim.tv_sec)};
+          HTTPDate(std::min<int64_t>(seconds, std::time(nullptr))), seconds};
 }
 
 bool NamesEntityTag(std::string_view if_none_match, std::string_view entity_tag) {
-  if (Stripped(if_none_match) == "*") return true;
+  const std::string_view open_tag = entity_tag.substr(0, entity_tag.size() - 1);
   for (PieceReader pieces(if_none_match, ","); pieces.Next();) {
     std::string_view tag = Stripped(pieces.piece());
+    if (tag == "*") return true;
     if (tag.starts_with("W/")) tag.remove_prefix(2);
     if (tag == entity_tag) return true;
+    if (tag.starts_with(open_tag) && tag.substr(open_tag.size()).starts_with('-')) return true;
   }
   return false;
 }
@@ -84,7 +82,7 @@ FilePart ChooseFilePart(const FileConditions& conditions, const FileVersion& ver
                         int64_t size) {
   // A date counts only where no tag is asked for.
   const bool unchanged = conditions.if_none_match.empty()
-                             ? conditions.if_modified_since == version.last_modified.view()
+                             ? ReadHTTPDate(conditions.if_modified_since) >= version.modified
                              : NamesEntityTag(conditions.if_none_match, version.entity_tag.view());
   if (unchanged) return {304, 0, 0};
   if (!conditions.if_range.empty() && !IsVersion(conditions.if_range, version)) {

@@ -4,12 +4,10 @@
 #ifndef VEXA_REQUEST_FILE_CONDITIONS_H_
 #define VEXA_REQUEST_FILE_CONDITIONS_H_
 
-#include <sys/stat.h>
-
 #include <cstdint>
-#include <ctime>
 #include <string_view>
 
+#include "core/file.h"
 #include "core/string.h"
 
 namespace vexa {
@@ -18,6 +16,7 @@ namespace vexa {
 struct FileVersion {
   String entity_tag;
   String last_modified;
+  int64_t modified = 0;  // seconds since 1970
 };
 
 // The headers of a request, empty where one was not sent.
@@ -35,14 +34,12 @@ struct FilePart {
   int64_t length = 0;  // in bytes
 };
 
-// A time as HTTP writes it: "Sun, 06 Nov 1994 08:49:37 GMT".
-[[nodiscard]] String PrintHTTPDate(time_t time);
-[[nodiscard]] FileVersion VersionOf(const struct stat& status);
+[[nodiscard]] FileVersion VersionOf(const FileStamp& stamp);
 // Whether `if_none_match`, a list of tags between commas or "*", names `entity_tag`; marks of weak
-// tags do not count.
+// tags do not count, nor what servers append that compress an answer ("abc" becomes "abc-gzip").
 [[nodiscard]] bool NamesEntityTag(std::string_view if_none_match, std::string_view entity_tag);
 // What a GET or HEAD of a file of `size` bytes gets. A range that is malformed, or names several
-// parts, is ignored; a date says that the file is unchanged only when it is the very one we sent.
+// parts, is ignored.
 [[nodiscard]] FilePart ChooseFilePart(const FileConditions& conditions, const FileVersion& version,
                                       int64_t size);
 

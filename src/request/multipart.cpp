@@ -39,7 +39,7 @@ MultipartFormDataParser::MultipartFormDataParser(const FormInput& input,
 }
 
 void MultipartFormDataParser::Fail(std::string_view message) {
-  receiver().Error(FatalError(message));
+  receiver().Error(FatalError(message, 400));
 }
 
 int MultipartFormDataParser::Parse(int64_t length) {

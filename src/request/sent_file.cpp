@@ -3,12 +3,8 @@
 #include "request/sent_file.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
 #include <climits>
-#include <ctime>
 
-#include "core/calendar.h"
 #include "core/encoding.h"
 #include "core/file_access.h"
 #include "core/number.h"
@@ -18,18 +14,6 @@ namespace vexa {
 namespace {
 
 constexpr size_t kPieceBytes = 65536;  // read at once, and taken within one time limit
-constexpr int64_t kNanoseconds = 1'000'000'000;
-
-// Another content has another time or another length.
-String StampTag(const FileStamp& stamp) {
-  char text[40] = {'"'};
-  char* const end = text + sizeof text;
-  char* next = std::to_chars(text + 1, end, stamp.modified, 16).ptr;
-  *next++ = '-';
-  next = std::to_chars(next, end, stamp.length, 16).ptr;
-  *next++ = '"';
-  return std::string_view(text, static_cast<size_t>(next - text));
-}
 
 String ReadError(const String& path, std::string_view reason) {
   return String::Concat({"Error reading '", ShownInMessage(path), "': ", reason});
@@ -65,10 +49,8 @@ bool SentFile::Open(const String& resolved, String& reason) {
     reason = file_->error();
     return false;
   }
-  length_ = part_.count = stamp.length;
-  modified_ = stamp.modified / kNanoseconds;
-  tag_ = StampTag(stamp);
-  last_modified_ = HTTPDate(std::min<int64_t>(modified_, std::time(nullptr)));
+  length_ = part_.length = stamp.length;
+  version_ = VersionOf(stamp);
   return true;
 }
 
@@ -76,42 +58,28 @@ void SentFile::Choose(const Environment& request) {
   const std::string_view method = request.Value("REQUEST_METHOD");
   head_only_ = method == "HEAD";
   if (method != "GET" && !head_only_) return;
-  const std::string_view known = request.Value("HTTP_IF_NONE_MATCH");
-  const int64_t known_time = ReadHTTPDate(request.Value("HTTP_IF_MODIFIED_SINCE"));
-  if (known.empty() ? known_time >= modified_ : NamesTag(known, tag_)) {
-    status_ = 304;
-    return;
-  }
-  const std::string_view condition = request.Value("HTTP_IF_RANGE");
-  if (!condition.empty() && condition != tag_ && condition != last_modified_) return;
-  ByteSpan wanted;
-  switch (ReadRange(request.Value("HTTP_RANGE"), length_, wanted)) {
-    case RangeKind::Whole:
-      break;
-    case RangeKind::Part:
-      status_ = 206;
-      part_ = wanted;
-      content_range_ =
-          String::Concat({"bytes ", PrintInteger(part_.first), "-",
-                          PrintInteger(part_.first + part_.count - 1), "/", PrintInteger(length_)});
-      break;
-    case RangeKind::Outside:
-      status_ = 416;
-      content_range_ = String::Concat({"bytes */", PrintInteger(length_)});
-      break;
+  part_ =
+      ChooseFilePart({request.Value("HTTP_RANGE"), request.Value("HTTP_IF_RANGE"),
+                      request.Value("HTTP_IF_NONE_MATCH"), request.Value("HTTP_IF_MODIFIED_SINCE")},
+                     version_, length_);
+  if (part_.status == 206) {
+    content_range_ =
+        String::Concat({"bytes ", PrintInteger(part_.first), "-",
+                        PrintInteger(part_.first + part_.length - 1), "/", PrintInteger(length_)});
+  } else if (part_.status == 416) {
+    content_range_ = String::Concat({"bytes */", PrintInteger(length_)});
   }
 }
 
 void SentFile::ChooseWhole() {
-  status_ = 0;
-  part_ = {0, length_};
+  part_ = {200, 0, length_};
   content_range_.clear();
 }
 
 void SentFile::Send(ResponseOutput& output) {
   char piece[kPieceBytes];
   int64_t offset = part_.first;
-  const int64_t end = offset + part_.count;
+  const int64_t end = offset + part_.length;
   while (offset < end) {
     host_.ResetGlobalTimeout();
     const auto wanted = static_cast<int>(std::min<int64_t>(end - offset, kPieceBytes));

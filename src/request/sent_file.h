@@ -14,8 +14,8 @@
 #include "core/environment.h"
 #include "core/file.h"
 #include "core/string.h"
+#include "request/file_conditions.h"
 #include "request/response_output.h"
-#include "request/validators.h"
 #include "vexa.h"
 
 namespace vexa {
@@ -32,16 +32,15 @@ class SentFile {
   // The whole of it, under a status that the page has set.
   void ChooseWhole();
 
-  // 0 as long as nothing but the usual is to be said.
-  [[nodiscard]] int status() const { return status_; }
+  // 200 as long as nothing else is to be said.
+  [[nodiscard]] int status() const { return part_.status; }
   // Whether Send has something to send.
-  [[nodiscard]] bool has_body() const { return !head_only_ && (status_ == 0 || status_ == 206); }
+  [[nodiscard]] bool has_body() const { return !head_only_ && part_.length > 0; }
   // How many bytes Send has for a reader who wants more than the head.
-  [[nodiscard]] int64_t size() const { return status_ == 416 ? 0 : part_.count; }
+  [[nodiscard]] int64_t size() const { return part_.length; }
   // Texts for the head. The range is empty when it is the whole file.
   [[nodiscard]] const String& content_range() const { return content_range_; }
-  [[nodiscard]] const String& tag() const { return tag_; }
-  [[nodiscard]] const String& last_modified() const { return last_modified_; }
+  [[nodiscard]] const FileVersion& version() const { return version_; }
 
   // Sends what has_body tells of. The time limit begins anew with each piece; a reader who does not
   // take one in time is given up.
@@ -57,12 +56,9 @@ class SentFile {
   String path_;  // as the page wrote it
   std::unique_ptr<File> file_;
   int64_t length_ = 0;
-  int64_t modified_ = 0;  // seconds since 1970
-  ByteSpan part_;
+  FileVersion version_;
+  FilePart part_;
   String content_range_;
-  String tag_;
-  String last_modified_;
-  int status_ = 0;
   bool head_only_ = false;
 };
 
