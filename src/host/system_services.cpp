@@ -47,7 +47,7 @@ String Host::Crypt(const String& key, const String& salt) {
   return salt.view().starts_with("*0") ? "*1" : "*0";
 }
 
-// Time, process and chance: no two requests have the same id, and nobody can guess one.
+// Time, process and chance: no two requests have the same id. It is no secret.
 String Host::MakeSessionID() {
   timeval now;
   gettimeofday(&now, nullptr);

@@ -107,9 +107,7 @@ String Session::SetValue(std::string_view name, std::string_view value) {
   String error = Begin();
   // There is nothing to remove, and no reason to make a session for that.
   if (!error.empty() || (id_.empty() && value.empty())) return error;
-  if (name.size() + value.size() > SessionValues::kMostBytes) {
-    return SessionStore::kTooLarge;
-  }
+  if (name.size() + value.size() > SessionValues::kMostBytes) return SessionStore::kTooLarge;
   String id;
   error = GetID(id);
   return error.empty() ? store_.Change(id, name, value) : error;

@@ -146,20 +146,18 @@ bool SessionStore::ReadValues(File& file, SessionValues& values, String& reason)
 std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, String& reason) {
   if (!Choose(id, reason)) return nullptr;
   file_.reset();
-  const String& path = path_;
-  FileManager& files = host_.filemanager();
   const int mode = OpenRead | OpenWrite | (missing == Missing::Made ? OpenCreate : 0);
-  std::unique_ptr<File> file = OpenLocked(host_, path, mode, reason);
-  if (file != nullptr || !IsMissing(path)) return file;
+  std::unique_ptr<File> file = OpenLocked(host_, path_, mode, reason);
+  if (file != nullptr || !IsMissing(path_)) return file;
   if (missing == Missing::Allowed) {
     reason.clear();
     return nullptr;
   }
-  // The first session of the site. Another request may be making the directory, too.
-  const String directory = path.before(path.length() - static_cast<int>(kNameLength) - 1);
-  if (files.IsDirectory(directory)) return nullptr;
-  (void)files.MakeDirectory(directory);
-  return OpenLocked(host_, path, mode, reason);
+  // The first session of the site. Another request may be making the directory, too: the second try
+  // tells.
+  const String directory = path_.before(path_.length() - static_cast<int>(kNameLength) - 1);
+  (void)host_.filemanager().MakeDirectory(directory);
+  return OpenLocked(host_, path_, mode, reason);
 }
 
 String SessionStore::Change(const String& id, std::string_view name, std::string_view value) {
@@ -171,9 +169,7 @@ String SessionStore::Change(const String& id, std::string_view name, std::string
   if (!ReadValues(*file, values, reason)) return CannotWrite(reason);
   const bool first = values.empty();
   values.Set(name, value);
-  if (values.bytes() > SessionValues::kMostBytes) {
-    return kTooLarge;
-  }
+  if (values.bytes() > SessionValues::kMostBytes) return kTooLarge;
   FileManager& files = host_.filemanager();
   if (values.empty()) return files.Delete(path_) == 0 ? String() : CannotWrite(files.error());
   const int written = files.WriteBeside(path_, values.Encoded());

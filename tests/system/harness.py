@@ -121,13 +121,13 @@ class ProgramSite:
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(text if isinstance(text, bytes) else text.encode())
 
-    def start(self, page="index.vx", query=""):
+    def start(self, page="index.vx", query="", stdin=subprocess.DEVNULL, **environment):
         """The process of a request. How the sanitizers report is the business of who runs the tests."""
         chosen = {name: os.environ[name] for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS") if name in os.environ}
         return subprocess.Popen(
-            [self.program], cwd=self.directory, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": "/" + page,
-                                         "QUERY_STRING": query, "TZ": "UTC", **chosen})
+            [self.program], cwd=self.directory, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": "/" + page, "QUERY_STRING": query, "TZ": "UTC",
+                 **chosen, **environment})
 
     def page(self, page="index.vx", query=""):
         """The page of one request that must run to its end."""

@@ -29,13 +29,8 @@ class Site(ProgramSite):
         self.write("set.vx", SET)
         self.write("get.vx", GET)
 
-    def begin(self, page, query="", session=ID, body=None, **environment):
-        chosen = {name: os.environ[name] for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS") if name in os.environ}
-        return subprocess.Popen(
-            [self.program], cwd=self.directory, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-            stdin=subprocess.DEVNULL if body is None else subprocess.PIPE,
-            env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": "/" + page, "QUERY_STRING": query, "TZ": "UTC",
-                 "HTTP_COOKIE": "vexasession=" + session, **chosen, **environment})
+    def begin(self, page, query="", session=ID, **more):
+        return self.start(page, query, HTTP_COOKIE="vexasession=" + session, **more)
 
     def ask(self, page, query="", session=ID):
         return page_of(self.begin(page, query, session))
@@ -213,8 +208,8 @@ def _():
         expect("page", site.ask("make.vx").strip(), "")
         def post(session=ID, **fields):
             body = urllib.parse.urlencode(fields).encode()
-            process = site.begin("login.vx", session=session, REQUEST_METHOD="POST", CONTENT_LENGTH=str(len(body)),
-                                 CONTENT_TYPE="application/x-www-form-urlencoded", body=body)
+            process = site.begin("login.vx", session=session, stdin=subprocess.PIPE, REQUEST_METHOD="POST",
+                                 CONTENT_LENGTH=str(len(body)), CONTENT_TYPE="application/x-www-form-urlencoded")
             output, errors = process.communicate(body)
             return (output + errors).decode("latin-1")
         token = re.search(r'name="token" value="([^"]+)"', site.ask("login.vx"))[1]
