@@ -2,11 +2,13 @@
 
 #include "config/unix_config.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
 #include <memory>
 
+#include "config/auth_file.h"
 #include "config/config_parser.h"
 #include "config/config_receiver.h"
 #include "config/site_variables.h"
@@ -103,8 +105,27 @@ int UNIXConfig::ReadUserSiteVars() {
   return ReadSiteVarsFile(receiver_, settings_, path, SiteVarsRule::MayBeMissing);
 }
 
-int UNIXConfig::ReadAuthFile() {
-  receiver_.Error(ConfigurationError(settings_, "authfile is not supported by this build"));
+uid_t UNIXConfig::TrustedOwner() const {
+  struct stat status;
+  return !serversafemode() && ::stat(path_.c_str(), &status) == 0 ? status.st_uid : 0;
+}
+
+int UNIXConfig::ReadAuthFile(uid_t uid, gid_t gid, const String& name, const String& home,
+                             String& data_directory) {
+  const String& path = settings_.authfile;
+  TrustedFile trusted(TrustedOwner());
+  Buffer file(receiver_.filemanager(), kConfigurationBuffer);
+  if (path[0] != '/') {
+    receiver_.Error(ConfigurationError(settings_, "authfile must be an absolute path"));
+  } else if (trusted.Check(path) && trusted.OpenIn(file, path)) {
+    const UserEntry owner{uid, gid, name, home};
+    return AuthFileReader(receiver_, *this, file, &owner).Read(data_directory) ? 0 : 1;
+  } else if (trusted.unreachable()) {
+    receiver_.Error(ConfigurationError(settings_, "Cannot open authorization file"));
+  } else {
+    receiver_.Error(ConfigurationError(
+        settings_, "The authorization file is not trusted: " + EntityEncoded(trusted.reason())));
+  }
   return 1;
 }
 

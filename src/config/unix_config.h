@@ -7,6 +7,8 @@
 #ifndef VEXA_CONFIG_UNIX_CONFIG_H_
 #define VEXA_CONFIG_UNIX_CONFIG_H_
 
+#include <sys/types.h>
+
 #include <string_view>
 #include <utility>
 
@@ -47,8 +49,10 @@ class UNIXConfig final : public Config {
   // Defines the variables of the site, and those of the user's data directory.
   [[nodiscard]] int ReadSiteVars();
   [[nodiscard]] int ReadUserSiteVars();
-  // Authorization databases are not supported: always fails.
-  [[nodiscard]] int ReadAuthFile();
+  // Reads the authorization file for the owner of a script: sets, leaves or clears the data
+  // directory and replaces limits of this configuration.
+  [[nodiscard]] int ReadAuthFile(uid_t uid, gid_t gid, const String& name, const String& home,
+                                 String& data_directory);
 
   // Replace macros in `value`, then do as the base does.
   [[nodiscard]] int SetConfigValue(std::string_view key, const String& value) override;
@@ -62,8 +66,9 @@ class UNIXConfig final : public Config {
   // The same without the default: null when it has none.
   [[nodiscard]] const String* FindContentType(std::string_view extension);
 
-  // The path it was read from.
-  [[nodiscard]] const String& path() const { return path_; }
+  // Who may own, besides root, the files that the program obeys: the owner of the configuration
+  // file; in server safe mode nobody.
+  [[nodiscard]] uid_t TrustedOwner() const;
   // The host that the request is for: the name of the section that fits it, or what the request
   // says.
   [[nodiscard]] const String& virtualhost() const { return virtualhost_; }

@@ -14,6 +14,12 @@ String WithAdministrator(std::string_view message, const Settings& config) {
       {message, "<BR>\nPlease contact the server administrator: ", config.serveradmin});
 }
 
+String InFile(std::string_view file, const Settings& config, int line, std::string_view text) {
+  return WithAdministrator(
+      String::Concat({"Syntax error in ", file, ": Line ", PrintInteger(line), ": ", text}),
+      config);
+}
+
 String AtPlace(const ErrorPlace& place, std::string_view kind, std::string_view text) {
   return String::Concat({place.file, ": Line ", PrintInteger(place.line),
                          place.context.empty() ? "" : ": ", place.context, kind, text});
@@ -28,10 +34,11 @@ ConfigurationError::ConfigurationError(const Settings& config, std::string_view 
 
 ConfigurationSyntaxError::ConfigurationSyntaxError(const Settings& config, int line,
                                                    std::string_view text)
-    : Error(500, 0,
-            WithAdministrator(String::Concat({"Syntax error in Configuration File: Line ",
-                                              PrintInteger(line), ": ", text}),
-                              config)) {}
+    : Error(500, 0, InFile("Configuration File", config, line, text)) {}
+
+AuthorizationSyntaxError::AuthorizationSyntaxError(const Settings& config, int line,
+                                                   std::string_view text)
+    : Error(500, 0, InFile("Authorization File", config, line, text)) {}
 
 ScriptNotFoundError::ScriptNotFoundError(std::string_view text) : Error(404, 0, String(text)) {}
 

@@ -49,6 +49,11 @@ class ConfigurationSyntaxError : public Error {
   ConfigurationSyntaxError(const Settings& config, int line, std::string_view text);
 };
 
+class AuthorizationSyntaxError : public Error {
+ public:
+  AuthorizationSyntaxError(const Settings& config, int line, std::string_view text);
+};
+
 class ScriptNotFoundError : public Error {
  public:
   explicit ScriptNotFoundError(std::string_view text);

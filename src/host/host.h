@@ -205,6 +205,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   void LogEnd();
   [[nodiscard]] bool ChooseDataDirectory(const String& name);
   [[nodiscard]] bool ChooseUserDataDirectory(const String& name);
+  [[nodiscard]] bool ReadAuthorization();
   [[nodiscard]] bool CheckDataDirectory();
   [[nodiscard]] int SwitchToUserMode();
   [[nodiscard]] bool CheckOpenedScript(const Module& module, const String& name);

@@ -1,7 +1,5 @@
 // Host: packages and payment methods, as the configuration registers them and pages use them.
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "core/encoding.h"
@@ -57,10 +55,7 @@ void Host::OrderPackages(std::string_view names) {
 }
 
 SitePlaces Host::places() const {
-  struct stat status;
-  const bool known =
-      mode_ != RunMode::SetUIDRootMode && ::stat(config_->path().c_str(), &status) == 0;
-  return {script_directory_, data_directory_, config().tempdir, known ? status.st_uid : 0};
+  return {script_directory_, data_directory_, config().tempdir, config_->TrustedOwner()};
 }
 
 PackageLoader& Host::libraries() {

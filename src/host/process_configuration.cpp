@@ -77,13 +77,25 @@ bool Host::ChooseUserDataDirectory(const String& name) {
     bool in_home = directory[0] != '/' && !owner_.home.empty();
     data_directory_ = in_home ? String::Concat({owner_.home, "/", directory}) : directory;
   }
-  if (!config().authfile.empty() && config_->ReadAuthFile() != 0) return false;
+  if (!config().authfile.empty() && !ReadAuthorization()) return false;
   if (!data_directory_.empty()) return true;
   // The two modes word this differently, on purpose: monitors tell them apart by it.
   std::string_view problem = mode_ == RunMode::UserMode ? " is not authorized to use quorbel"
                                                         : " is not authorized to use Vexa Script";
   Error(ConfigurationError(config(), owner_.name + problem, kRefused));
   return false;
+}
+
+// An owner who could not be looked up might be one who is denied by name.
+bool Host::ReadAuthorization() {
+  if (owner_unknown_ != 0) {
+    errno = owner_unknown_;
+    Error(ConfigurationError(
+        config(), String::Concat({"Cannot look up '", owner_.name, "': ", lasterror()})));
+    return false;
+  }
+  return config_->ReadAuthFile(owner_.uid, owner_.gid, owner_.name, owner_.home, data_directory_) ==
+         0;
 }
 
 bool Host::CheckDataDirectory() {

@@ -244,6 +244,88 @@ def _():
             expect("both were met", ((1, "mine") in pages, any(status == 0 for status, _ in pages)), (True, True))
 
 
+SAYS = '<VxEVAL EXPR="path(0,\'x\')"> &[globaltimeout]'
+
+
+@case("the first section of the authorization file that fits the owner decides")
+def _():
+    with Site("authfile={DIR}/users\nglobaltimeout=7", SAYS, mode=0o755) as site:
+        (HOMES / "anna/own").mkdir(parents=True)
+        os.chown(HOMES / "anna/own", ANNA, ANNA)
+        data, own = site.data, f"{HOMES}/anna/own/x"
+
+        def expect_says(text, page, user=ANNA, **options):
+            (site.directory / "users").write_bytes(text.encode("latin-1"))
+            expect(text[:300], site.run(user=user, **options)[1].split("<BR>")[0].strip(), page)
+
+        def section(names, *lines, end="\n</USER>"):
+            return "\n".join([f'<USER NAMES="{names}">', *lines]) + end
+        here, denied = f"datadir={data}", "Configuration Error: anna is not authorized to use quorbel"
+        others = [section(names, "not looked into, <UNKNOWN>", "access=deny") for names in
+                  ("Anna, ann, annab", "#5000,#5002-9999, #0-5000", "@helper,@vic", "root", "@nogroup")]
+        for names in ("anna", " eve , , anna,", "#5001", "#4999-5001", "#5001-5001", "@anna", "@helpers", "*"):
+            for before in ("", "# <USER \\\r\n<!-- <USER> -->", "\r\n".join(others), "\n".join(others * 50)):
+                expect_says(before + "\n" + section(names, here, "GlobalTimeout = 9") + section("*", "access=deny")
+                            + "wrong", f"{data}/x 9")
+        for lines, page in {
+                ("datadir=own",): f"{own} 7", ("datadir=&[home]/&[ user ]/../own/",): f"{own} 7",
+                ("datadir=/a&b&[uid]",): "Configuration Error: The configured data directory for anna does not exist",
+                (here, "access=DENY"): denied, (here, "access=deny", "ACCESS=Allow"): f"{data}/x 7",
+                (here, "globaltimeout="): f"{data}/x 0", (): denied, ("globaltimeout=3",): denied}.items():
+            expect_says(section("anna", *lines), page)
+        for text in ("", "# nothing", *others, section("#5002-4294967295", here)):
+            expect_says(text, denied)
+        valid, setting = "' is not a valid value for ", "' is not a setting of a user"
+        lines = {"x": "Missing =", "a\\<b=1": f"'a&lt;b{setting}", "path=/": f"'path{setting}", "datadir=":
+                 f"'{valid}datadir", "maxcpu=5s": f"'5s{valid}maxcpu", "Access=\\<no": f"'&lt;no{valid}Access",
+                 "datadir=&[HO\\<ME]": "'&amp;[HO&lt;ME]' is not known in this file", "<b>": "Unknown tag &lt;b&gt;",
+                 '||<USER NAMES="x">': "Nested &lt;USER&gt; sections are not supported"}
+        wrong = {section("anna", here, *line.split("|")): (3 + line.count("|"), text) for line, text in lines.items()}
+        wrong |= {section(item): (1, f"'{item}' is not a valid user") for item in
+                  ("#x", "#9-1", "#4294967296", "#", "#1-", "#-1", "#1-2-3", "@", "@5001", "5001", "an na", "a;b", "a*",
+                   "anna\0", "a\tb", "", " , ")}
+        wrong |= {"\n" + text: (2, message) for text, message in {
+            "maxcpu=1": "Settings must stand in a &lt;USER&gt; section", "</USER>": "Unexpected &lt;/USER&gt;",
+            "<USER>": "&lt;USER&gt; requires the NAMES attribute to be specified", "<US a=1>": "Unknown tag &lt;US&gt;",
+            section("eve", end=""): "Unexpected end of file looking for &lt;/USER&gt;",
+            section("anna", here, end="# </USER>"): "Unexpected end of file looking for &lt;/USER&gt;"}.items()}
+        wrong[section("eve", "\n<USER>") + section("*", here)] = 3, "Nested &lt;USER&gt; sections are not supported"
+        for text, (line, message) in wrong.items():
+            expect_says(text, f"Syntax error in Authorization File: Line {line}: {message}")
+        expect_says("x", "Syntax error in Authorization File: Line 1: Missing =<BR>\nPlease contact the server "
+                    "administrator: a@b".partition("<BR>")[0])
+        for path, page in (("users", "authfile must be an absolute path"), ("/no", "Cannot open authorization file"),
+                           ("{DIR}", "The authorization file is not trusted: it is not a plain file"),
+                           ("{DIR}/pipe", "The authorization file is not trusted: it is not a plain file"),
+                           ("{DIR}/vexa.conf", "The authorization file is not trusted: " + CHANGEABLE)):
+            if path.endswith("pipe"):
+                os.mkfifo(site.directory / "pipe")
+            site.configure(f"authfile={path}")
+            (site.directory / "vexa.conf").chmod(0o666)
+            expect(path, site.run(user=ANNA)[1].split("<BR>")[0], "Configuration Error: " + page)
+
+
+@case("in safe mode the authorization file counts for each owner, and is root's alone")
+def _():
+    with Site("authfile={DIR}/users\nauthuserdir=own", SELF) as site:
+        users = site.own("users", '<USER NAMES="vic">\naccess=deny</USER>\n<USER NAMES="@students,root">\nmaxfiles=40\n'
+                         'sitekey=key\n</USER>', 0)
+        expect("anna", site.identity(), ANNAS)
+        for owner, name in ((VIC, "vic"), (EVE, "eve"), (NAMELESS, "#5007"), (0, "root")):
+            site.own("site/index.vx", SELF, owner)
+            site.expect_error(f"Configuration Error: {name} is not authorized to use Vexa Script<BR>")
+        site.own("site/index.vx", SELF, ANNA)
+        os.chown(users, ANNA, ANNA)
+        site.expect_error("The authorization file is not trusted: " + UNTRUSTED)
+        os.chown(users, 0, 0)
+        for database in ("group", "passwd"):
+            former = (HOMES / "nsswitch.conf").read_text()
+            (HOMES / "nsswitch.conf").write_text(former.replace(f"{database}: files", f"{database}: none"))
+            item = "@students" if database == "group" else "#5001"
+            site.expect_error(f"Configuration Error: Cannot look up '{item}': ")
+            (HOMES / "nsswitch.conf").write_text(former)
+
+
 HOMES = pathlib.Path(os.environ.get("VEXA_TEST_USERS", "/"))
 
 if __name__ == "__main__":
