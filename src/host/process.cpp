@@ -32,6 +32,13 @@ volatile std::sig_atomic_t reader_gone = 0;
 
 void NoteSignal(int signal) { (signal == SIGPIPE ? reader_gone : to_end) = 1; }
 
+void SetSignal(int signal, void (*handler)(int)) {
+  struct sigaction action = {};
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  sigaction(signal, &action, nullptr);
+}
+
 // Lowers the hard limit only. The system refuses one below the soft limit; nothing changes then.
 void SetHardLimit(decltype(RLIMIT_CPU) resource, int value) {
   rlimit limit;
@@ -119,6 +126,8 @@ bool Process::StartedUnderFalseName() const {
 }
 
 bool Process::LeaveCallersSurroundings() const {
+  // A page that is stopped at a terminal would keep its locks.
+  for (int signal : {SIGTSTP, SIGTTIN, SIGTTOU}) SetSignal(signal, SIG_IGN);
   (void)LateFunction<"umask", decltype(::umask)>()(022);
   return LateFunction<"chdir", decltype(::chdir)>()("/") == 0;
 }
@@ -144,15 +153,9 @@ int Process::GetConfigurationFile(String& path) const {
 
 // Calls that wait return when a signal arrives, so that no reader or writer sleeps through it.
 void Process::TakeOverSignals() const {
-  struct sigaction action = {};
-  action.sa_handler = NoteSignal;
-  sigemptyset(&action.sa_mask);
-  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) {
-    sigaction(signal, &action, nullptr);
-  }
-  action.sa_handler = SIG_IGN;
+  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) SetSignal(signal, NoteSignal);
   // A file that grows past the limit of the process is an error of its writer, not the end.
-  for (int signal : {SIGALRM, SIGXFSZ}) sigaction(signal, &action, nullptr);
+  for (int signal : {SIGALRM, SIGXFSZ}) SetSignal(signal, SIG_IGN);
 }
 
 void Process::BeginRequest() { reader_gone = 0; }
