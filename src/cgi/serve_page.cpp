@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -74,14 +73,14 @@ class ServedHost final : private CGIEnds, public Host {
 bool BecomeCGI(const ServeSite& site, int body, int answer) {
   (void)setpgid(0, 0);
   (void)::signal(SIGPIPE, SIG_DFL);
+  (void)::signal(SIGTTOU, SIG_IGN);  // It may write to the terminal whose foreground it has left.
   sigset_t none;
   sigemptyset(&none);
   (void)sigprocmask(SIG_SETMASK, &none, nullptr);
   if (body < 0) body = ::open("/dev/null", O_RDONLY);
   return body >= 0 && (::lseek(body, 0, SEEK_SET) == 0 || errno == ESPIPE) &&
          ::dup2(body, STDIN_FILENO) == STDIN_FILENO &&
-         ::dup2(answer, STDOUT_FILENO) == STDOUT_FILENO && ::close_range(3, UINT_MAX, 0) == 0 &&
-         ::chdir(site.state.c_str()) == 0;
+         ::dup2(answer, STDOUT_FILENO) == STDOUT_FILENO && ::chdir(site.state.c_str()) == 0;
 }
 
 [[noreturn]] void RunPage(const ServeSite& site, const std::vector<std::string>& variables,
@@ -115,7 +114,12 @@ bool PageRun::Start(const ServeSite& site, const std::vector<std::string>& varia
   if (process_ == 0) {
     // No page outlives its server, however that ends.
     (void)::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (::getppid() != server || !BecomeCGI(site, body, answer.get())) ::_exit(EXIT_FAILURE);
+    if (::getppid() != server) ::_exit(EXIT_FAILURE);
+    if (!BecomeCGI(site, body, answer.get())) {
+      TellError(name_, ::strerror(errno));
+      ::_exit(EXIT_FAILURE);
+    }
+    ::closefrom(STDERR_FILENO + 1);
     RunPage(site, variables, name_);
   }
   // The process does the same: who comes first matters to nobody, as long as it is done.
