@@ -4,9 +4,9 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 
+#include "cgi/serve_site.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -15,11 +15,19 @@ namespace {
 
 constexpr size_t kLongestLine = 4000;  // A pipe takes as much without mixing it with others.
 
+bool IsControl(char c) { return (c >= '\0' && c < ' ') || c == '\x7F'; }
+
+// The control characters from U+0080 on are two bytes in UTF-8.
+bool IsControl(char c, char next) {
+  return c == '\xC2' && static_cast<unsigned char>(next) >> 5 == 4;
+}
+
 void WriteLine(int descriptor, std::string_view text) {
   std::string line(text.substr(0, kLongestLine));
-  std::replace_if(
-      line.begin(), line.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7F'; }, '?');
   line.push_back('\n');
+  for (size_t i = 0; i + 1 < line.size(); ++i) {
+    if (IsControl(line[i]) || IsControl(line[i], line[i + 1])) line[i] = '?';
+  }
   (void)!::write(descriptor, line.data(), line.size());
 }
 
@@ -35,6 +43,11 @@ void TellError(std::string_view name, std::string_view message) {
   const size_t number = mark + kMark.size();
   if (mark != text.npos && number < text.size() && IsDigit(text[number])) {
     text.replace(mark, kMark.size(), ":");
+    // Of a page that was asked for by its directory, messages tell the last name alone.
+    const std::string_view file(text.data(), mark);
+    if (file == kDirectoryPage && name.ends_with("/" + std::string(file))) {
+      text.replace(0, mark, name);
+    }
   } else {
     text = std::string(name) + ": " + text;
   }

@@ -137,6 +137,9 @@ def _(serve):
 @suite.case("errors show on page and terminal, requests with status and time")
 def _(serve):
     serve.write("site/sub/e.vx", "\n<VxEVAL EXPR='a' $>\n")
+    serve.write("site/dir/index.vx", "<VxEVAL EXPR=1 +>")
+    serve.ask("/dir/")
+    serve.said("dir/index.vx:1: Expression Error: ")
     expect_in("page", serve.ask("/sub/e.vx")[2], "sub/e.vx: Line 2: Expression Error: ")
     serve.said("sub/e.vx:2: Expression Error: Unexpected end of expression\n")
     if not re.search(r"^200 \d+ ms GET /sub/e\.vx$", serve.said("GET /sub/e.vx"), re.MULTILINE):
