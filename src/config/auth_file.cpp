@@ -3,6 +3,7 @@
 #include "config/auth_file.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -65,15 +66,23 @@ bool ReadID(std::string_view text, uint64_t& id) {
   return !text.empty();
 }
 
+// The bytes that stand in no name of a user or group.
+constexpr std::array<bool, 256> kStrangeBytes = [] {
+  std::array<bool, 256> strange{};
+  std::fill_n(strange.begin(), ' ' + 1, true);
+  for (const char c : std::string_view("*:;/|&<>\"'\x7F")) strange[static_cast<size_t>(c)] = true;
+  return strange;
+}();
+
 // Whether a user or group may have that name. Digits alone are a number that lacks its "#", and
-// bytes that stand in no name separate what was meant to be two.
+// strange bytes separate what was meant to be two.
 bool IsName(std::string_view text) {
-  const auto strange = [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte <= ' ' || byte == 0x7F || std::strchr("*:;/|&<>\"'", c) != nullptr;
-  };
-  return !text.empty() && std::ranges::none_of(text, strange) &&
-         !std::ranges::all_of(text, IsDigit);
+  bool digits = true;
+  for (const char c : text) {
+    if (kStrangeBytes[static_cast<unsigned char>(c)]) return false;
+    digits = digits && IsDigit(c);
+  }
+  return !digits;
 }
 
 }  // namespace
