@@ -122,8 +122,12 @@ void AuthFileReader::CheckAll(std::vector<Finding>& findings) {
   (void)Parse();
 }
 
+// What the scanner complains of stands in its messages as it was written.
 void AuthFileReader::ShowError(int line, std::string_view text) {
-  receiver_.Error(AuthorizationSyntaxError(config_.settings(), line, text));
+  String shown(text);
+  shown.gsub("<", "&lt;");
+  shown.gsub(">", "&gt;");
+  receiver_.Error(AuthorizationSyntaxError(config_.settings(), line, shown));
 }
 
 Progress AuthFileReader::Refuse(std::string_view text) {
