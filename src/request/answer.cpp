@@ -6,6 +6,7 @@
 #include <cassert>
 #include <utility>
 
+#include "core/base64.h"
 #include "core/digest.h"
 #include "core/number.h"
 #include "core/text.h"
@@ -22,17 +23,8 @@ constexpr char kAlreadyBegun[] = "The answer has already begun";
 
 // The entity tag, with its quotes, of a version that a page names: two versions never share one.
 String VersionTag(std::string_view version) {
-  constexpr char kHexDigits[] = "0123456789abcdef";
-  constexpr size_t kBytes = 16;
   const Digest digest = DigestOf(DigestMethod::Sha256, version);
-  char tag[2 + 2 * kBytes] = {'"'};
-  char* next = tag + 1;
-  for (size_t i = 0; i < kBytes; ++i) {
-    *next++ = kHexDigits[digest.storage[i] >> 4];
-    *next++ = kHexDigits[digest.storage[i] & 15];
-  }
-  *next = '"';
-  return std::string_view(tag, sizeof tag);
+  return String::Concat({"\"", HexOf(digest.bytes().substr(0, 16)), "\""});
 }
 
 // Headers that may stand several times.
@@ -204,9 +196,11 @@ bool Answer::HasHeader(std::string_view name) const {
   });
 }
 
+// Cookies have a place of their own, and a session its reasons to set one.
 void Answer::EraseHeaders(std::string_view name) {
-  std::erase_if(headers_,
-                [name](const Header& header) { return EqualsIgnoreCase(header.name, name); });
+  std::erase_if(headers_, [name](const Header& header) {
+    return header.origin != Origin::SetCookie && EqualsIgnoreCase(header.name, name);
+  });
 }
 
 String Answer::Redirect(std::string_view address) {

@@ -377,6 +377,19 @@ def _(site):
         raise Failure(f"{small} KB for a small upload, {large} KB for a large one")
 
 
+@case("a reader who takes nothing of a file is given up when the time is over",
+      "globaltimeout=1\n", "<VxEVAL EXPR=vexa_sendfile('f','','')>")
+def _(site):
+    with open(site.data / "f", "wb") as file:
+        file.truncate(1 << 30)
+    program = site.start()
+    program.stdin.close()
+    expect("exit status", program.wait(timeout=60), 1)
+    expect("piece", len(program.stdout.read()) < 1 << 20, True)
+    program.stdout.close()
+    program.stderr.close()
+
+
 @case("people get the version, the help and the check of scripts", page="<VxEVAL EXPR='1'>")
 def _(site):
     def run(*arguments):

@@ -117,6 +117,50 @@ def _(server):
     expect("pages", bodies, [f"[{n}|{n}|300]" for n in range(200)])
 
 
+@suite.case("a page sends a file whole, in part, or not again, to slow clients too")
+def _(server):
+    content = bytes(range(256)) * 12000
+    text = content.decode("latin-1")
+    (server.data / "f.bin").write_bytes(content)
+    (server.data / "f.bin").chmod(0o644)
+    server.write("f.vx", "lost<VxEVAL EXPR=vexa_sendfile('f.bin','','x.bin')>lost")
+    status, headers, body = server.curl("/f.vx")
+    head = {name.lower(): value for name, value in (line.split(": ", 1) for line in headers)}
+    expect("whole", (status, body == text, head["content-length"]), (200, True, str(len(content))))
+    for options, wanted in (
+            (["--range", "255-257"], (206, "\xff\x00\x01")), (["--range", "-2"], (206, "\xfe\xff")),
+            (["--range", f"{len(content)}-"], (416, "")), (["--head"], (200, "")),
+            (["--header", f"If-None-Match: {head['etag']}"], (304, "")),
+            (["--header", f"If-Modified-Since: {head['last-modified']}"], (304, "")),
+            (["--range", "0-1", "--header", f"If-Range: {head['etag']}"], (206, "\x00\x01"))):
+        status, _, body = server.curl("/f.vx", *options)
+        expect(str(options), (status, body), wanted)
+    status, _, body = server.curl("/f.vx", "--range", "0-1", "--header", 'If-Range: "other"')
+    expect("another version", (status, body == text), (200, True))
+    # The client needs far more time than a page has.
+    settings = server.directory / "vexa.conf"
+    former = settings.read_text()
+    settings.write_text(former + "globaltimeout=1\n")
+    body = server.curl("/f.vx", "--limit-rate", "600K")[2]
+    settings.write_text(former)
+    expect("slowly", body == text, True)
+
+
+@suite.case("a page sets status and cookies, and sends the browser on")
+def _(server):
+    server.write("r.vx", "<VxEVAL EXPR=vexa_setcookie('a','; x','') $ vexa_redirect('/sub/c.vx?x=1')>lost")
+    server.write("sub/c.vx", "<VxEVAL EXPR=vexa_status(404)>[<VxEVAL EXPR=vexa_cookie('a')>|&[x]]")
+    status, headers, body = server.curl("/r.vx")
+    expect("redirect", (status, body), (303, ""))
+    for line in ("Location: /sub/c.vx?x=1", "Set-Cookie: a=%3B%20x; Path=/; HttpOnly; SameSite=Lax"):
+        expect_in("headers", "\n".join(headers), line)
+    server.write("n.vx", "<VxEVAL EXPR=vexa_status(204)>lost")
+    expect("no text", server.curl("/n.vx")[::2], (204, ""))
+    followed = server.curl("/r.vx", "--location", "--cookie", "")[2]
+    expect_in("followed", followed, "404")
+    expect_in("followed", followed, "[; x|1]")
+
+
 @suite.case("a program whose client has gone away ends")
 def _(server):
     server.write("endless.vx", "<VxWHILE EXPR=\"1 EQ 1\">text\n</VxWHILE>")
