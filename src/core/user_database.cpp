@@ -73,6 +73,16 @@ LookUp FindUser(const String& name, UserEntry& user) {
   return Take(outcome, found, user);
 }
 
+LookUp FindGroup(gid_t gid) {
+  struct group entry;
+  struct group* found = nullptr;
+  EntryRoom room;
+  return AskFor(found, room, [&](EntryRoom& r, struct group** answer) {
+    return LateFunction<"getgrgid_r", decltype(::getgrgid_r)>()(gid, &entry, r.bytes.get(), r.size,
+                                                                answer);
+  });
+}
+
 LookUp FindMember(const String& group, const UserEntry& user, bool& member) {
   struct group entry;
   struct group* found = nullptr;

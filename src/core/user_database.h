@@ -26,6 +26,9 @@ enum class LookUp { Found, Missing, Failed };
 [[nodiscard]] LookUp FindUser(uid_t uid, UserEntry& user);
 [[nodiscard]] LookUp FindUser(const String& name, UserEntry& user);
 
+// Whether there is an entry of a group.
+[[nodiscard]] LookUp FindGroup(gid_t gid);
+
 // Whether `user` is a member of a group: it is the user's own, or lists the user. `member` is
 // changed only when the group is found.
 [[nodiscard]] LookUp FindMember(const String& group, const UserEntry& user, bool& member);

@@ -180,7 +180,10 @@ void Process::ApplyResourceLimits(const Settings& settings) {
 bool Process::TakeOnIdentity(const UserEntry& user) {
   gid_t group = user.gid;
   if (group != kNoID) {
-    if (LateFunction<"initgroups", decltype(::initgroups)>()(user.name.c_str(), group) != 0) {
+    // The list of groups is short without a word when the system cannot be asked for it; and who is
+    // in a group may have fewer rights by it.
+    if (FindGroup(group) == LookUp::Failed ||
+        LateFunction<"initgroups", decltype(::initgroups)>()(user.name.c_str(), group) != 0) {
       return false;
     }
   } else {

@@ -33,6 +33,8 @@ def make_users(homes):
         "group": "root:x:0:\nnogroup:x:65533:\nstudents:x:6000:anna,vic\nhelpers:x:6001:anna\n" + "".join(
             f"{name}:x:{uid}:\n" for uid, name in names.items()),
         "nsswitch.conf": "passwd: files\ngroup: files\n"}
+    (homes / "anna/own").mkdir(parents=True)
+    os.chown(homes / "anna/own", ANNA, ANNA)
     for name, text in files.items():
         (homes / name).write_text(text)
         subprocess.run(["mount", "--bind", homes / name, f"/etc/{name}"], check=True)
@@ -258,8 +260,6 @@ SAYS = '<VxEVAL EXPR="path(0,\'x\')"> &[globaltimeout]'
 @case("the first section of the authorization file that fits the owner decides")
 def _():
     with Site("authfile={DIR}/users\nglobaltimeout=7", SAYS, mode=0o755) as site:
-        (HOMES / "anna/own").mkdir(parents=True)
-        os.chown(HOMES / "anna/own", ANNA, ANNA)
         data, own = site.data, f"{HOMES}/anna/own/x"
 
         def expect_says(text, page, user=ANNA, **options):
@@ -330,12 +330,15 @@ def _():
         for mode, owner, reason in SPOILT:
             with spoilt(users, mode, owner):
                 site.expect_error("The authorization file is not trusted: " + reason)
-        for database in ("group", "passwd"):
-            former = (HOMES / "nsswitch.conf").read_text()
-            (HOMES / "nsswitch.conf").write_text(former.replace(f"{database}: files", f"{database}: none"))
-            item = "@students" if database == "group" else "#5001"
-            site.expect_error(f"Configuration Error: Cannot look up '{item}': ")
-            (HOMES / "nsswitch.conf").write_text(former)
+        names = HOMES / "nsswitch.conf"
+        former = names.read_text()
+        for config, message in (("authfile={DIR}/users", "Configuration Error: Cannot look up '{}'"),
+                                ("", "Fatal Error: Unable to act as {}")):
+            site.configure(config + "\nauthuserdir={DIR}/data")
+            for database, item in (("group", "@students" if config else "anna"), ("passwd", "#5001")):
+                names.write_text(former.replace(f"{database}: files", f"{database}: none"))
+                site.expect_error(message.format(item) + ": Input/output error")
+                names.write_text(former)
 
 
 HOMES = pathlib.Path(os.environ.get("VEXA_TEST_USERS", "/"))
