@@ -10,7 +10,7 @@
 namespace vexa {
 
 // Which encoding a macro's value gets.
-enum class MacroEncoding { None = 0, Attribute = 1, Entities = 2 };
+enum class MacroEncoding { None = 0, Attribute = 1, Entities = 2, Json = 3, Script = 4 };
 
 // URL encoding: a space becomes "+"; punctuation with a meaning in URLs and bytes above 127 become
 // "%" and two upper-case hexadecimal digits. Control characters are copied on purpose: texts that

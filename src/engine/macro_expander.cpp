@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "core/encoding.h"
+#include "core/json_text.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -36,12 +37,15 @@ bool IsOrdinary(const char* at, const char* limit) {
          !EqualsIgnoreCase({at + 1, kLongOpening.size()}, kLongOpening);
 }
 
-// The encoding that `word` selects; none when it is none of the three words.
+// The encoding that `word` selects; none when it is none of the words. The younger ones are not
+// abbreviated: what pages wrote before must not come to mean them.
 std::optional<MacroEncoding> EncodingOf(std::string_view word) {
   if (word.empty()) return std::nullopt;
   if (IsLeadingPart(word, "attribute")) return MacroEncoding::Attribute;
   if (IsLeadingPart(word, "entities")) return MacroEncoding::Entities;
   if (IsLeadingPart(word, "none")) return MacroEncoding::None;
+  if (EqualsIgnoreCase(word, "json")) return MacroEncoding::Json;
+  if (EqualsIgnoreCase(word, "script")) return MacroEncoding::Script;
   return std::nullopt;
 }
 
@@ -61,15 +65,21 @@ MacroReference ReferenceOf(std::string_view content) {
 std::string_view MacroReference::Value(Vexa& host, String& room) const {
   Variables& variables = host.vars();
   Variable* found = variable ? variable.Find(variables) : variables.Find(name.view());
-  return found == nullptr ? std::string_view() : ValueOf(*found, host, room);
+  return found == nullptr ? ValueOfNothing() : ValueOf(*found, host, room);
+}
+
+std::string_view MacroReference::ValueOfNothing() const {
+  return encoding == MacroEncoding::Json ? R"("")" : std::string_view();
 }
 
 std::string_view MacroReference::ValueOf(Variable& found, Vexa& host, String& room) const {
   const String& value = found.value();
   const MacroEncoding how = encoding.value_or(host.defaultmacroencoding());
-  // No encoding changes a number.
+  if (how == MacroEncoding::Json) return room = JsonText(value);
+  // No other encoding changes a number.
   const bool number = found.plain() && found.plain_value().IsNumber();
   if (how == MacroEncoding::None || number) return value;
+  if (how == MacroEncoding::Script) return room = ScriptText(value);
   room = value;
   if (how == MacroEncoding::Attribute) EncodeAttribute(room);
   if (how == MacroEncoding::Entities) EncodeEntities(room);

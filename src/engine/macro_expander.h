@@ -39,6 +39,8 @@ struct MacroReference {
   [[nodiscard]] std::string_view Value(Vexa& host, String& room) const;
   // The same of the variable that it means.
   [[nodiscard]] std::string_view ValueOf(Variable& found, Vexa& host, String& room) const;
+  // And where there is no variable of that name: nothing, which JSON writes as "".
+  [[nodiscard]] std::string_view ValueOfNothing() const;
 };
 
 class MacroExpander final : public Buffer {

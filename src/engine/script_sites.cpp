@@ -121,9 +121,11 @@ const TextPiece* ScriptParser::CopyText(const Site& site, Progress& progress) {
     if (piece.kind == PieceKind::Reference) {
       const MacroReference& reference = site.references[piece.first].reference;
       Variable* variable = reference.variable.Find(variables_);
-      if (variable == nullptr) continue;
-      if (variable->plain() && variable->plain_value().IsNumber()) {
-        text = variable->plain_value().view();  // the same in every encoding
+      if (variable == nullptr) {
+        text = reference.ValueOfNothing();
+      } else if (variable->plain() && variable->plain_value().IsNumber() &&
+                 reference.encoding != MacroEncoding::Json) {
+        text = variable->plain_value().view();  // the same in every other encoding
       } else {
         text = reference.ValueOf(*variable, host_, room);
         if (!IsHarmlessText(text)) return &piece;
