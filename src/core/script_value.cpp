@@ -88,6 +88,16 @@ bool ScriptValue::Recognise() const {
   return true;
 }
 
+uint64_t ScriptValue::Mark() const {
+  static int64_t last_mark = 0;
+  if (IsNumber()) return 0;
+  if (state_ != State::Marked) {
+    state_ = State::Marked;
+    mantissa_ = ++last_mark;
+  }
+  return static_cast<uint64_t>(mantissa_);
+}
+
 double ScriptValue::Real() const {
   if (!IsNumber()) return ReadReal(text_);
   const auto mantissa = static_cast<double>(mantissa_);

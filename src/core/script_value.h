@@ -110,6 +110,11 @@ class ScriptValue {
   // The text, moved out. The value is then some text.
   [[nodiscard]] String TakeText() { return std::move(MutableText()); }
 
+  // A number that no other text of this process has or had: it goes with copies of the value and is
+  // lost when the text changes, so whoever worked on the text knows it again without comparing. 0
+  // for a value that is a number.
+  [[nodiscard]] uint64_t Mark() const;
+
   // --- As a number ---------------------------------------------------------------------------
 
   // Whether a number stands beside the text; looks at the text the first time.
@@ -150,6 +155,7 @@ class ScriptValue {
   enum class State : uint8_t {
     Text,      // the text; whether a number may stand beside it was not asked yet
     TextOnly,  // the text, which is no number
+    Marked,    // the same; its mark stands in place of the number
     Both,
     Number,  // the number; the text is not written yet
   };

@@ -34,9 +34,14 @@ class BuiltinCall {
     assert(i > 0 || first_ == nullptr);
     return arguments_[i].MutableText();
   }
+  [[nodiscard]] const ScriptValue& Value(size_t i) const { return arguments_[i]; }
   // The first argument, for a built-in that only looks at it.
   [[nodiscard]] const String& LookAtFirst() const {
     return first_ != nullptr ? first_->text() : arguments_[0].text();
+  }
+  // The same as a value.
+  [[nodiscard]] const ScriptValue& First() const {
+    return first_ != nullptr ? *first_ : arguments_[0];
   }
   // The argument as a number: its longest numeric prefix, 0 when there is none. Integers saturate
   // at 32 and 64 bits.

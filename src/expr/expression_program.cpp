@@ -99,6 +99,7 @@ void ExpressionProgram::Finish() {
   for (size_t i = 1; i + 1 < steps_.size(); ++i) {
     only_call_ = only_call_ && steps_[i].action == Action::Push;
   }
+  if (!only_call_ && !calls_.empty()) FindLookedAt();
 }
 
 // A call whose arguments are leaves: they go straight to where the function takes them from.
@@ -126,6 +127,59 @@ bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& 
         BuiltinCall(context, {arguments, call.argument_count}, result, first));
   }
   return CallIt(call, *function, context, {arguments, call.argument_count}, result);
+}
+
+// A leaf that is the first argument of a built-in which only looks at it is looked at when the call
+// is made, unless a function is called between that may change a variable: one of the script or of
+// a package, or a built-in that does more than compute. Such a call alone is EvaluateOnlyCall's.
+void ExpressionProgram::FindLookedAt() {
+  struct Waiting {
+    size_t call_step;
+    bool untouched;  // whether the step behind it is all of the first argument
+    uint32_t values_before;
+  };
+  std::vector<Waiting> waiting;
+  uint32_t values = 0;
+  for (size_t i = 0; i < steps_.size(); ++i) {
+    const Step& step = steps_[i];
+    switch (step.action) {
+      case Action::Push:
+      case Action::PushEmpty:
+        ++values;
+        break;
+      case Action::Operate:
+        if (step.left != kStack) ++values;
+        if (step.right == kStack) --values;
+        for (Waiting& call : waiting) {
+          if (values == call.values_before + 1) call.untouched = false;
+        }
+        break;
+      case Action::CheckCall: {
+        const BuiltinFunction* builtin = calls_[step.left].builtin;
+        const bool looks = builtin != nullptr && builtin->Has(kLooksAtFirst) &&
+                           i + 1 < steps_.size() && steps_[i + 1].action == Action::Push;
+        waiting.push_back({i, looks, values});
+        break;
+      }
+      case Action::Call: {
+        const Waiting call = waiting.back();
+        waiting.pop_back();
+        CallSite& site = calls_[step.left];
+        values = call.values_before + 1;
+        if (call.untouched) {
+          Step& push = steps_[call.call_step + 1];
+          site.looked_at = push.left;
+          push.action = Action::PushEmpty;
+        }
+        const bool acts = site.builtin == nullptr || site.builtin->Has(kNotInKeys);
+        for (Waiting& outer : waiting) {
+          const bool first = values == outer.values_before + 1;
+          if (acts || first) outer.untouched = false;
+        }
+        break;
+      }
+    }
+  }
 }
 
 void ExpressionProgram::FindWholeForm() {
@@ -355,10 +409,17 @@ bool ExpressionProgram::CallIt(const CallSite& call, const Callable& function,
                                  : context.CallFunction(function, arguments, result);
 }
 
-bool ExpressionProgram::Call(const CallSite& call, ExpressionContext& context, Stack& stack) {
+bool ExpressionProgram::Call(const CallSite& call, ExpressionContext& context, Stack& stack) const {
   const Callable& function = *stack.PopFunction();
   ScriptValue result;
-  const bool done = CallIt(call, function, context, stack.Arguments(call.argument_count), result);
+  const std::span<ScriptValue> arguments = stack.Arguments(call.argument_count);
+  bool done;
+  if (call.looked_at == kNone) {
+    done = CallIt(call, function, context, arguments, result);
+  } else {
+    const ScriptValue& first = ValueOf(leaves_[call.looked_at], stack.variables(), arguments[0]);
+    done = call.builtin->handler()(BuiltinCall(context, arguments, result, &first));
+  }
   stack.ReplaceArguments(call.argument_count, std::move(result));
   return done;
 }

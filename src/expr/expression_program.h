@@ -43,21 +43,23 @@ class ExpressionProgram {
     ScriptValue constant;
     KnownName variable;  // no name for a constant
   };
+  enum class Action : uint8_t { Push, PushEmpty, Operate, CheckCall, Call };
+  // Where an operand is, when it is no leaf.
+  static constexpr uint32_t kStack = UINT32_MAX;
+  static constexpr uint32_t kNone = UINT32_MAX - 1;  // of a right operand
   // A function that is called, and with how many arguments.
   struct CallSite {
     String name;  // as it was written, for messages
     Symbol symbol;
     const BuiltinFunction* builtin;  // null for a function of the script
     uint32_t argument_count;
+    // The leaf that is the first argument when it need not be copied; kNone: it is on the stack.
+    uint32_t looked_at = kNone;
     // The function of the script that it meant last, and in which script that was.
     mutable const Callable* noted = nullptr;
     mutable uint64_t noted_in = 0;
   };
 
-  enum class Action : uint8_t { Push, PushEmpty, Operate, CheckCall, Call };
-  // Where an operand is, when it is no leaf.
-  static constexpr uint32_t kStack = UINT32_MAX;
-  static constexpr uint32_t kNone = UINT32_MAX - 1;  // of a right operand
   struct Step {
     Action action;
     uint32_t left = kNone;   // Push: the leaf; Operate: a leaf or kStack; calls: the call site
@@ -112,6 +114,7 @@ class ExpressionProgram {
   class Stack;
 
   void FindWholeForm();
+  void FindLookedAt();
   bool Run(ExpressionContext& context, Stack& stack) const;
   bool OperateOn(const Step& step, ExpressionContext& context, Stack& stack) const;
   // Of at most that many arguments: those that are never used cost time too.
@@ -121,7 +124,7 @@ class ExpressionProgram {
   static const Callable* FindCallee(const CallSite& call, ExpressionContext& context);
   static bool CallIt(const CallSite& call, const Callable& function, ExpressionContext& context,
                      std::span<ScriptValue> arguments, ScriptValue& result);
-  static bool Call(const CallSite& call, ExpressionContext& context, Stack& stack);
+  bool Call(const CallSite& call, ExpressionContext& context, Stack& stack) const;
 
   std::vector<Leaf> leaves_;
   std::vector<Step> steps_;
