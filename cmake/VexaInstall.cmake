@@ -22,7 +22,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Server-side pages with tables, mail and c
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libmicrohttpd12")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libmicrohttpd12, tzdata")
 # Loaded when a page first needs them: calls, mail, archives of packages.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
   "libcurl4, libgmime-3.0-0, libarchive13, ca-certificates")

@@ -29,6 +29,7 @@ class ExpressionContext;
 class FileManager;
 class Module;
 class ScriptValue;
+class TextWork;
 class Variables;
 
 // The version of the product: what `vexa --version` prints and the variable `version` holds.
@@ -198,6 +199,9 @@ class Vexa {
   virtual void SetLanguage(const String& language) = 0;
   [[nodiscard]] virtual const String& defaultlanguage() const = 0;
   virtual void SetDefaultLanguage(const String& language) = 0;
+
+  // What the functions for texts keep between their calls; made when it is first asked for.
+  [[nodiscard]] virtual TextWork& textwork() = 0;
 
   // --- The time limit ---
   // True when the request was interrupted or its deadline has passed.

@@ -131,6 +131,12 @@ bool BuiltinSetdefaultlanguage(const BuiltinCall& call);
 std::span<const LateBuiltin> AnswerBuiltins();
 // What the request sent, and its visitor: fields, sessions, tokens, passwords.
 std::span<const LateBuiltin> RequestBuiltins();
+// Texts: JSON; patterns; digests, chance and bytes as letters; times by a format; characters.
+std::span<const LateBuiltin> JsonBuiltins();
+std::span<const LateBuiltin> PatternBuiltins();
+std::span<const LateBuiltin> DigestBuiltins();
+std::span<const LateBuiltin> DateBuiltins();
+std::span<const LateBuiltin> CharacterBuiltins();
 
 }  // namespace vexa
 

@@ -53,7 +53,7 @@ uint32_t ExpressionProgram::AddVariable(std::string_view name) {
 }
 
 uint32_t ExpressionProgram::AddCall(std::string_view name, uint32_t argument_count) {
-  calls_.push_back({name, Symbol(name), FindBuiltin(name), argument_count, nullptr, 0});
+  calls_.push_back({name, Symbol(name), FindBuiltin(name), argument_count, nullptr, 0, kNone});
   return static_cast<uint32_t>(calls_.size() - 1);
 }
 

@@ -53,11 +53,11 @@ class ExpressionProgram {
     Symbol symbol;
     const BuiltinFunction* builtin;  // null for a function of the script
     uint32_t argument_count;
-    // The leaf that is the first argument when it need not be copied; kNone: it is on the stack.
-    uint32_t looked_at = kNone;
     // The function of the script that it meant last, and in which script that was.
     mutable const Callable* noted = nullptr;
     mutable uint64_t noted_in = 0;
+    // The leaf that is the first argument when it need not be copied; kNone: it is on the stack.
+    uint32_t looked_at = kNone;
   };
 
   struct Step {

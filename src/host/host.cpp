@@ -24,6 +24,7 @@
 #include "core/text.h"
 #include "engine/module.h"
 #include "engine/script_parser.h"
+#include "expr/text_work.h"
 #include "net/network_manager.h"
 #include "packages/package_loader.h"
 #include "request/cookie.h"
@@ -64,6 +65,11 @@ const String& Host::hostname() const {
 
 const String* Host::FindContentType(std::string_view extension) const {
   return config_ == nullptr ? nullptr : config_->FindContentType(extension);
+}
+
+TextWork& Host::textwork() {
+  if (text_work_ == nullptr) text_work_ = std::make_unique<TextWork>();
+  return *text_work_;
 }
 
 CGINetworkManager& Host::networkmanager() {

@@ -109,6 +109,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] const Settings& config() const override;
   [[nodiscard]] const String* FindContentType(std::string_view extension) const override;
   [[nodiscard]] CGINetworkManager& networkmanager() override;
+  [[nodiscard]] TextWork& textwork() override;
   [[nodiscard]] FileManager& filemanager() override { return filemanager_; }
   [[nodiscard]] ActivityLog& logfile() override { return log_; }
   [[nodiscard]] int ResolvePath(const String& name, String& resolved, PathType type,
@@ -233,6 +234,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   UNIXLogFile log_;
   UNIXFileManager filemanager_;
   std::unique_ptr<CGINetworkManager> network_;  // null until it is asked for
+  std::unique_ptr<TextWork> text_work_;         // likewise
   OpenDatabases databases_;
   Variables vars_;
   SentFields sent_fields_;

@@ -1,0 +1,75 @@
+// Fuzzing of what reads texts for pages: JSON, patterns in texts, and rules of time zones. The
+// first byte of the input chooses. Patterns stand in its first line, what they are looked for in
+// behind.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "core/json_text.h"
+#include "core/utf8.h"
+#include "expr/json_document.h"
+#include "expr/pattern.h"
+#include "expr/zone_rule.h"
+
+namespace vexa {
+namespace {
+
+void Require(bool condition, const char* text) {
+  if (condition) return;
+  std::fprintf(stderr, "%s\n", text);
+  std::abort();
+}
+
+void ReadJson(std::string_view text) {
+  JsonDocument document, again;
+  Require(again.Read(JsonText(text)), "what was written as JSON is none");
+  Require(again.Content(0) == ToUtf8(text), "a text changed on its way through JSON");
+  if (!document.Read(text)) return;
+  Require(again.Read(document.Content(0)) || document.Kind(0) > JsonKind::Array,
+          "a part is no JSON");
+  Require(IsUtf8(text), "what is no UTF-8 was read");
+  for (size_t i = 0; i < std::min<size_t>(document.Count(0), 8); ++i) {
+    const std::string_view name = document.NameAt(0, i);
+    Require(
+        document.Kind(0) == JsonKind::Array || document.Member(0, name) != JsonDocument::kNoValue,
+        "a member cannot be found by its name");
+  }
+  (void)document.Content(document.Find(text.substr(0, 20)));
+}
+
+void LookFor(std::string_view text) {
+  const size_t end = std::min(text.find('\n'), text.size());
+  const ScriptValue subject = text.substr(end);
+  Pattern pattern;
+  pattern.SetText(text.substr(0, end));
+  size_t count = 0;
+  if (!pattern.Choose(subject))
+    return Require(!pattern.error().empty(), "a refusal without a reason");
+  if (!pattern.CountMatches(&count)) return;
+  size_t taken = 0;
+  for (size_t i = 1; i <= count; ++i) {
+    Require(pattern.Choose(subject) && pattern.GoToMatch(i), "a match was lost");
+    taken += pattern.Group("0").size();
+  }
+  Require(taken <= subject.view().size(), "matches overlap");
+  String replaced;
+  if (pattern.Replace("$0", replaced)) Require(replaced == subject.view(), "$0 is not the match");
+}
+
+}  // namespace
+}  // namespace vexa
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  if (data[0] % 8 == 0) {
+    vexa::ZoneRule rule;
+    if (rule.Read(text)) (void)rule.At(static_cast<int64_t>(size) << 24);
+  } else {
+    data[0] % 2 == 0 ? vexa::ReadJson(text) : vexa::LookFor(text);
+  }
+  return 0;
+}
