@@ -46,6 +46,11 @@ if(VEXA_FAST_START)
   target_link_options(vexa_program_options INTERFACE -nodefaultlibs
     -Wl,--gc-sections -Wl,--as-needed -Wl,-O1 -Wl,--hash-style=gnu -Wl,-z,now -Wl,-z,relro
     -Wl,-z,noseparate-code -Wl,-z,pack-relative-relocs -s)
+  # What the library of patterns calls of the C library is found when a page first has a pattern
+  # (src/expr/pattern.cpp).
+  foreach(function __ctype_b_loc __ctype_tolower_loc madvise posix_madvise sysconf)
+    target_link_options(vexa_program_options INTERFACE -Wl,--wrap=${function})
+  endforeach()
 endif()
 
 # crypt() is needed by few pages: linked statically, no other page pays for loading its library.

@@ -36,13 +36,14 @@ class Storage {
   static void Free(void* storage) { std::free(storage); }
 };
 
-// The text as the library reads it: a NUL is the end.
+// The text as the library reads it: a NUL is the end. It stays there, since the library takes all the
+// bytes of a character before it looks at them.
 class Source {
  public:
   using Ch = char;
   explicit Source(const char* text) : begin_(text), at_(text) {}
   [[nodiscard]] char Peek() const { return *at_; }
-  char Take() { return *at_++; }
+  char Take() { return *at_ == '\0' ? '\0' : *at_++; }
   [[nodiscard]] size_t Tell() const { return static_cast<size_t>(at_ - begin_); }
   // Never called: for reading in place.
   char* PutBegin() { return nullptr; }

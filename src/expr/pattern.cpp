@@ -11,6 +11,7 @@
 #include <new>
 
 #include "core/encoding.h"
+#include "core/late_function.h"
 #include "core/number.h"
 #include "core/text.h"
 #include "core/utf8.h"
@@ -264,3 +265,23 @@ bool Pattern::Replace(std::string_view replacement, String& result) {
 }
 
 }  // namespace vexa
+
+// What the library calls of the C library when it compiles a pattern or, never here, to machine
+// code. The program's linker leads these calls here (VexaOptions.cmake), so that only a page with a
+// pattern pays for finding them.
+extern "C" {
+
+#define VEXA_FOUND_LATE(name, result, parameters, arguments)         \
+  [[gnu::used]] result __wrap_##name parameters {                    \
+    return vexa::LateFunction<#name, result parameters>() arguments; \
+  }
+
+VEXA_FOUND_LATE(__ctype_b_loc, const unsigned short**, (), ())
+VEXA_FOUND_LATE(__ctype_tolower_loc, const int32_t**, (), ())
+VEXA_FOUND_LATE(madvise, int, (void* begin, size_t size, int advice), (begin, size, advice))
+VEXA_FOUND_LATE(posix_madvise, int, (void* begin, size_t size, int advice), (begin, size, advice))
+VEXA_FOUND_LATE(sysconf, long, (int name), (name))
+
+#undef VEXA_FOUND_LATE
+
+}  // extern "C"
