@@ -36,8 +36,8 @@ class Storage {
   static void Free(void* storage) { std::free(storage); }
 };
 
-// The text as the library reads it: a NUL is the end. It stays there, since the library takes all the
-// bytes of a character before it looks at them.
+// The text as the library reads it: a NUL is the end. It stays there, since the library takes all
+// the bytes of a character before it looks at them.
 class Source {
  public:
   using Ch = char;
