@@ -129,8 +129,8 @@ const BuiltinFunction* FindRow(std::span<const LateBuiltin> rows, std::string_vi
 // Asked once for each call that is read, not for each that is carried out.
 const BuiltinFunction* FindLateBuiltin(std::string_view name) {
   using Table = std::span<const LateBuiltin>();
-  Table* const tables[] = {AnswerBuiltins, JsonBuiltins, PatternBuiltins,
-                           DigestBuiltins, DateBuiltins, CharacterBuiltins};
+  Table* const tables[] = {AnswerBuiltins, RequestBuiltins, JsonBuiltins,     PatternBuiltins,
+                           DigestBuiltins, DateBuiltins,    CharacterBuiltins};
   for (Table* const table : tables) {
     if (const BuiltinFunction* row = FindRow(table(), name)) return row;
   }
