@@ -24,6 +24,18 @@ namespace {
 constexpr int kOpening = 0;
 constexpr int kClosing = 1;
 
+// Takes what follows the "<" of a closing tag that has nothing but its name, and lies in the source
+// in one piece. False, and nothing taken, when what comes next is anything else.
+bool TakePlainClosing(Buffer& source, std::string_view name) {
+  const std::string_view run = source.Run();
+  if (run.size() <= name.size() || run[name.size()] != '>' ||
+      !EqualsIgnoreCase(run.substr(0, name.size()), name)) {
+    return false;
+  }
+  source.TakeWithinLine(name.size() + 1);
+  return true;
+}
+
 }  // namespace
 
 SettingsReader::SettingsReader(Buffer& source, const TagSet& tags, std::string_view list)
@@ -226,6 +238,10 @@ bool SettingsReader::SkipSection() {
     if (c == '#') EatComment();
     if (c == '\\') (void)source().GetNextChar();
     if (c != '<') continue;
+    if (TakePlainClosing(source(), tags().rows[kClosing].name)) {
+      section_line_ = 0;
+      return true;
+    }
     if (const TagRow* row = ReadSectionTagName()) {
       Tag tag(*row);
       if (!GetNameValuePairs(tag)) return false;
