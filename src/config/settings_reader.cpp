@@ -56,8 +56,8 @@ bool SettingsReader::Parse() {
     const Progress progress = ProcessTagOrComment();
     if (progress == Progress::More) continue;
     if (!checking()) return progress != Progress::Failed;
-    // Whatever is left of a tag that is wrong must not be taken for settings.
-    if (progress == Progress::Failed) EatComment();
+    // What is left of a tag that could not be read must not be taken for settings.
+    EatComment();
   }
 }
 
@@ -168,16 +168,21 @@ Progress SettingsReader::ProcessKnownTag(Tag& tag) {
     const String* list = Required(tag, list_);
     return BeginSection(list == nullptr ? Section::Failed : OpenSection(*list));
   }
-  if (tag.id() != kClosing) return ProcessTag(tag);
+  if (tag.id() != kClosing) return Outcome(ProcessTag(tag));
   if (checking()) CompareEnds();
   section_line_ = 0;
-  return CloseSection();
+  return Outcome(CloseSection());
 }
 
 Progress SettingsReader::ProcessUnknownTag(std::string_view raw) {
   const std::string_view tag = Stripped(raw.substr(1, raw.size() - 2));
   if (tag.starts_with("!--")) return Progress::More;
-  return ProcessForeignTag(tag.substr(0, tag.find_first_of(" \t\r\n")));
+  return Outcome(ProcessForeignTag(tag.substr(0, tag.find_first_of(" \t\r\n"))));
+}
+
+// A check goes on behind a whole tag, whatever was wrong with it.
+Progress SettingsReader::Outcome(Progress of_tag) const {
+  return checking() ? Progress::More : of_tag;
 }
 
 const String* SettingsReader::Required(const Tag& tag, std::string_view attribute) {

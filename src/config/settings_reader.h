@@ -109,6 +109,7 @@ class SettingsReader : public Parser {
   [[nodiscard]] const TagRow* ReadSectionTagName();
   [[nodiscard]] bool UnexpectedEnd();
 
+  [[nodiscard]] Progress Outcome(Progress of_tag) const;
   [[nodiscard]] bool checking() const { return findings_ != nullptr; }
   void Report(int line, std::string_view text);
   void FindSkippedEnd();
