@@ -206,13 +206,12 @@ Progress SettingsReader::ProcessTagOrComment() {
 // Takes a tag <SECTION LIST="..."> that lies in the source in one piece. False, and nothing taken,
 // when what comes next is anything else.
 bool SettingsReader::TakePlainOpening(std::string_view& list) {
-  const std::string_view run = source().Run();
-  size_t at = 0;
-  for (const std::string_view part : {std::string_view("<"), tags().rows[kOpening].name,
-                                      std::string_view(" "), list_, std::string_view("=\"")}) {
-    if (!EqualsIgnoreCase(run.substr(at, part.size()), part)) return false;
-    at += part.size();
+  if (plain_opening_.empty()) {
+    plain_opening_ = String::Concat({"<", tags().rows[kOpening].name, " ", list_, "=\""});
   }
+  const std::string_view run = source().Run();
+  const size_t at = plain_opening_.size();
+  if (!EqualsIgnoreCase(run.substr(0, at), plain_opening_)) return false;
   const size_t end = FindByte<'"'>(run, at);
   if (run.substr(end, 2) != "\">") return false;
   list = run.substr(at, end - at);
@@ -236,7 +235,8 @@ bool SettingsReader::SkipSection() {
     const std::string_view run = source().Run();
     if (run.empty()) return UnexpectedEnd();
     const size_t length = FindByte<'<', '#', '\\'>(run);
-    source().Take(length);
+    source().SetLine(source().line() + CountByte<'\n'>(run.substr(0, length)));
+    source().TakeWithinLine(length);
     if (length == run.size()) continue;
     line_ = source().line();
     const int c = source().GetNextChar();
