@@ -69,8 +69,7 @@ std::string_view MacroReference::Value(Vexa& host, String& room) const {
 }
 
 std::string_view MacroReference::ValueOfNothing() const {
-  if (encoding == MacroEncoding::Json) return R"("")";
-  return {};
+  return encoding == MacroEncoding::Json ? R"("")" : std::string_view();
 }
 
 std::string_view MacroReference::ValueOf(Variable& found, Vexa& host, String& room) const {

@@ -238,8 +238,9 @@ String Answer::SendFile(const String& path, std::string_view type, std::string_v
   }
   disposition_ = name.empty() ? String() : AttachmentDisposition(name);
   if (body_ == Body::Elsewhere) status_ = 0;
-  file->Choose(request_);
-  if (status_ != 0 && status_ != 200) file->ChooseWhole();
+  if (status_ == 0 || status_ == 200) {
+    file->Choose(request_);
+  }
   file_ = std::move(file);
   body_ = Body::File;
   return {};

@@ -106,6 +106,8 @@ class ProgramSite:
         shutil.copy(build / "vexa", self.program)
         for directory in (self.site, self.data, self.directory / "tmp"):
             directory.mkdir(exist_ok=True)
+        (self.directory / "sitekey").write_bytes(os.urandom(32))
+        (self.directory / "sitekey").chmod(0o600)
         (self.directory / "vexa.conf").write_text(
             f"vexaroot={self.site}\nstdmodedatadir={self.data}\ntempdir={self.directory}/tmp\n"
             f"serveradmin=admin@example.com\n{self.SETTINGS}\n{config}\n".replace("{DIR}", str(self.directory)))
