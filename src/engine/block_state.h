@@ -70,7 +70,7 @@ class BranchState final : public BlockState {
   [[nodiscard]] StateResult Choose(const ScriptValue& value);
 
   [[nodiscard]] StateResult ExitState() override;
-  [[nodiscard]] bool IsBranchOf(int opener_id) const override { return opener().id == opener_id; }
+  [[nodiscard]] const TagRow* branch() const override { return &opener(); }
 };
 
 // A block whose body runs once for each pass.

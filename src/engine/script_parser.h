@@ -237,10 +237,14 @@ class ScriptParser final : public TagReader {
   SiteSkip* KnownSkip(const WantedTags& wanted);
   void CheckSite(const Site& site);
   // --- Steps (script_steps.cpp) ---
-  void TakeSteps();
+  // Whether the last of them left the running function.
+  bool TakeSteps();
   SourcePlace* TakeStep(Site& site);
   SourcePlace* TakeAssignment(TagReading& reading);
   SourcePlace* TakeCopy(TagReading& reading);
+  bool CopyValue(const SiteValue& written, ScriptValue& to);
+  bool StepValue(const SiteValue& written, ScriptValue& to);
+  bool TakeReturn(const TagRow& row, TagReading& reading);
   SourcePlace* TakeAppending(TagReading& reading);
   SourcePlace* TakeBranch(const TagRow& row, TagReading& reading);
   SourcePlace* TakeBranchEnd(const TagRow& row, TagReading& reading);

@@ -51,7 +51,7 @@ class InUse {
 }  // namespace
 
 Progress ScriptParser::FindNextTag() {
-  if (next_ != nullptr && next_->step != StepKind::None) TakeSteps();
+  if (next_ != nullptr && next_->step != StepKind::None && TakeSteps()) return Progress::More;
   Site* site = next_ != nullptr ? next_ : FindSite();
   if (SourcePlace* link = std::exchange(link_, nullptr);
       link != nullptr && site != nullptr && site->begin == *link) {

@@ -55,11 +55,8 @@ class ScriptState {
     (void)closing;
     return nullptr;
   }
-  // Whether it runs a branch of such a tag, and a closing tag without attributes just ends it.
-  [[nodiscard]] virtual bool IsBranchOf(int opener_id) const {
-    (void)opener_id;
-    return false;
-  }
+  // The opening tag when it runs a branch, whose end takes nothing but leaving it; else null.
+  [[nodiscard]] virtual const TagRow* branch() const { return nullptr; }
   // Called before every tag of this script and of those it runs, while this state watches them
   // (ScriptParser::AddWatcher).
   virtual void BeforeTag() {}

@@ -21,22 +21,27 @@ constexpr size_t kLongCopy = 4096;
 
 }  // namespace
 
-void ScriptParser::TakeSteps() {
+bool ScriptParser::TakeSteps() {
   // None of it changes on the way.
-  if (!execute_tags_ || filter_ != nullptr || !watchers_->empty()) return;
+  if (!execute_tags_ || filter_ != nullptr || !watchers_->empty()) return false;
   const bool macros_on = macros_.expands();
   SourcePlace* place = nullptr;
   while (next_ != nullptr && next_->step != StepKind::None && next_->macros_on == macros_on &&
          ++steps_ % 64 != 0) {
     CheckSite(*next_);
+    if (next_->step == StepKind::Return) {
+      if (TakeReturn(*next_->row, *next_->sole)) return true;
+      break;
+    }
     SourcePlace* const behind = TakeStep(*next_);
     if (behind == nullptr) break;
     place = behind;
     next_ = behind->site;
   }
-  if (place == nullptr) return;
+  if (place == nullptr) return false;
   macros_.Return(*place);
   link_ = next_ == nullptr ? place : nullptr;
+  return false;
 }
 
 // The place to go on at; null when more than such a step is to be done, and nothing was done then.
@@ -55,6 +60,7 @@ inline SourcePlace* ScriptParser::TakeStep(Site& site) {
       return TakeCopy(*site.sole);
     case StepKind::Append:
       return TakeAppending(*site.sole);
+    case StepKind::Return:
     case StepKind::None:
       break;
   }
@@ -70,20 +76,34 @@ inline SourcePlace* ScriptParser::TakeAssignment(TagReading& reading) {
   return &reading.end;
 }
 
-SourcePlace* ScriptParser::TakeCopy(TagReading& reading) {
-  const SiteValue& written = *reading.assigned;
+// Copies a constant or a plain variable. False, and nothing was done, when it is neither or long.
+bool ScriptParser::CopyValue(const SiteValue& written, ScriptValue& to) {
   const ScriptValue* value = &written.constant;
   if (!written.expression.empty()) {
     const Variable* source = written.expression.program().known_variable()->FindPlain(variables_);
-    if (source == nullptr) return nullptr;
+    if (source == nullptr) return false;
     value = &source->plain_value();
   }
-  Variable* target = reading.target->FindPlain(variables_);
-  if (target == nullptr || value->text_size() > kLongCopy || !IsClear(reading.error_variable)) {
-    return nullptr;
+  if (value->text_size() > kLongCopy) return false;
+  to = *value;
+  return true;
+}
+
+// The same, or computes a whole number.
+bool ScriptParser::StepValue(const SiteValue& written, ScriptValue& to) {
+  if (written.expression.empty() || !written.expression.program().whole().known()) {
+    return CopyValue(written, to);
   }
-  target->plain_value() = *value;
-  return &reading.end;
+  int64_t value = 0;
+  if (!written.expression.program().whole().Compute(variables_, value)) return false;
+  to.SetInteger(value);
+  return true;
+}
+
+SourcePlace* ScriptParser::TakeCopy(TagReading& reading) {
+  Variable* target = reading.target->FindPlain(variables_);
+  if (target == nullptr || !IsClear(reading.error_variable)) return nullptr;
+  return CopyValue(*reading.assigned, target->plain_value()) ? &reading.end : nullptr;
 }
 
 SourcePlace* ScriptParser::TakeAppending(TagReading& reading) {
@@ -145,16 +165,41 @@ SourcePlace* ScriptParser::TakeBranch(const TagRow& row, TagReading& reading) {
 
 // A tag that ends a branch, of the block on top if it is a step.
 SourcePlace* ScriptParser::TakeBranchEnd(const TagRow& row, TagReading& reading) {
-  if (!states_.back()->IsBranchOf(row.block)) return nullptr;
+  const TagRow* opener = states_.back()->branch();
+  if (opener == nullptr || opener->id != row.block) return nullptr;
   SourcePlace* place = &reading.end;
-  const TagRow& opener = *tags().WithNumber(row.block);
-  if (row.id != opener.closing_id) {
-    SiteSkip* skip = PlainSkip(reading, opener.branch->early);
+  if (row.id != opener->closing_id) {
+    SiteSkip* skip = PlainSkip(reading, opener->branch->early);
     if (skip == nullptr) return nullptr;
     place = &skip->landing.end;
   }
   states_.pop_back();
   return place;
+}
+
+// A tag that leaves the running function, from no deeper than a branch in it. Skipping to the
+// branch's end comes to nothing then.
+bool ScriptParser::TakeReturn(const TagRow& row, TagReading& reading) {
+  if (!ReturnsAtOnce(row)) return false;
+  const bool in_branch = function_state_ + 2 == states_.size();
+  if (!in_branch && function_state_ + 1 != states_.size()) return false;
+  if (in_branch) {
+    const TagRow* opener = states_.back()->branch();
+    if (opener == nullptr || PlainSkip(reading, opener->branch->early) == nullptr ||
+        !IsClear(ErrorVariable(row))) {
+      return false;
+    }
+  }
+  auto& call = static_cast<FunctionCall&>(*states_[function_state_]);
+  if (reading.values.empty()) {
+    call.result().clear();
+  } else if (!StepValue(reading.values[0], call.result())) {
+    return false;
+  }
+  if (in_branch) states_.pop_back();
+  call.Leave();
+  states_.pop_back();
+  return true;
 }
 
 }  // namespace vexa

@@ -106,6 +106,7 @@ enum class StepKind : uint8_t {
   Branch,  // what opens a branch, with a condition on whole numbers
   Divide,  // what ends one branch before the next
   End,     // what ends the last branch
+  Return,  // from a function, with such a value or none
 };
 
 // A skip from where a site begins, by the number of its wanted tags (WantedTags::key).

@@ -53,21 +53,29 @@ bool Returns(const TagRow& row, const TagReading& reading) {
          EqualsIgnoreCase(reading.values[0].name, "VALUE");
 }
 
+bool IsWhole(const SiteValue& value) {
+  return !value.expression.empty() && value.expression.program().whole().known();
+}
+
+bool IsCopied(const SiteValue& value) {
+  return value.expression.empty() || value.expression.program().known_variable() != nullptr;
+}
+
 StepKind StepOf(const TagSet& tags, const TagRow& row, const TagReading& reading) {
   if (const SiteValue* assigned = reading.assigned) {
     if (reading.may_append) return StepKind::Append;
-    if (assigned->expression.empty()) return StepKind::Copy;
-    const ExpressionProgram& program = assigned->expression.program();
-    if (program.known_variable() != nullptr) return StepKind::Copy;
-    return program.whole().known() ? StepKind::Assign : StepKind::None;
+    if (IsCopied(*assigned)) return StepKind::Copy;
+    return IsWhole(*assigned) ? StepKind::Assign : StepKind::None;
   }
-  if (row.branch != nullptr && reading.direct && reading.values.size() == 1) {
-    const Expression& condition = reading.values[0].expression;
-    const bool whole = !condition.empty() && condition.program().whole().known();
-    return whole ? StepKind::Branch : StepKind::None;
+  const std::vector<SiteValue>& values = reading.values;
+  if (reading.returns) {
+    const bool known = values.empty() || IsCopied(values[0]) || IsWhole(values[0]);
+    return known ? StepKind::Return : StepKind::None;
   }
-  const bool ends = row.block != kNoTag && row.handler == nullptr && reading.values.empty();
-  if (!ends || reading.returns) return StepKind::None;
+  if (row.branch != nullptr && reading.direct && values.size() == 1) {
+    return IsWhole(values[0]) ? StepKind::Branch : StepKind::None;
+  }
+  if (row.block == kNoTag || row.handler != nullptr || !values.empty()) return StepKind::None;
   const TagRow* opener = tags.WithNumber(row.block);
   if (opener == nullptr || opener->branch == nullptr) return StepKind::Repeat;
   return row.id == opener->closing_id ? StepKind::End : StepKind::Divide;

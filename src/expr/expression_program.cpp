@@ -121,12 +121,10 @@ bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& 
       arguments[i] = value;
     }
   }
+  const std::span<ScriptValue> values(arguments, call.argument_count);
+  if (call.builtin == nullptr) return context.CallFunction(*function, values, result);
   result.clear();
-  if (first != nullptr) {
-    return call.builtin->handler()(
-        BuiltinCall(context, {arguments, call.argument_count}, result, first));
-  }
-  return CallIt(call, *function, context, {arguments, call.argument_count}, result);
+  return call.builtin->handler()(BuiltinCall(context, values, result, first));
 }
 
 // A leaf that is the first argument of a built-in which only looks at it is looked at when the call

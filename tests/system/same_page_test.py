@@ -139,7 +139,7 @@ class Writer:
         return f"<VxLET {counter}=0>{opener}{body}{closer}"
 
     def branch(self, depth):
-        condition = self.expression()
+        condition = self.pick(self.expression(), f"c{self.loops} LT {self.random.randrange(9)}")
         otherwise = "<VxELSE>" + self.block(depth - 1) if self.random.random() < 0.5 else ""
         opener, closer = self.pick((f"<VxIF EXPR={condition}>", "</VxIF>"),
                                    (f"<VxIF EXPR={condition}>", "</VxIF>"),
@@ -162,6 +162,8 @@ class Writer:
                            '<VEXA INTERPRET="macros,tags">', "<VxLET n=n+1>")
         body = self.block(1) + switch
         if self.random.random() < 0.7:
+            body += self.pick("", "<VxIF EXPR=n LT 4><VxFUNCRETURN VALUE=n></VxIF>",
+                              "<IF n GT 3><VxFUNCRETURN></IF>")
             body += f"<VxFUNCRETURN VALUE={self.pick('x', 'n + 1', self.constant())}>"
         return (f'<VxFUNCTION NAME="{name}" PARAMETERS="{", ".join("xyz"[:parameters])}">{body}'
                 "</VxFUNCTION>"), (name, parameters)
