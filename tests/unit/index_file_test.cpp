@@ -126,42 +126,6 @@ TEST_F(IndexFile, WhatCountsAsANumber) {
   EXPECT_LT(ZDXIndexFile::Compare("a", "\xE4", 1, 0), 0) << "bytes are unsigned";
 }
 
-TEST_F(IndexFile, UniqueRefusesWhatIsThere) {
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateStandard(index, kIndexUnique), 1);
-  ASSERT_EQ(index.Insert(1, "abc"), 1);
-  EXPECT_EQ(index.Insert(2, "abc"), 0);
-  EXPECT_EQ(
-      index.error(),
-      "Index 'people.vxx' was created with the UNIQUE flag and the key 'abc' already exists in "
-      "the index file");
-  EXPECT_FALSE(index.CheckUnique("abc", 2));
-  EXPECT_TRUE(index.CheckUnique("abc", 1));
-  EXPECT_TRUE(index.CheckUnique("abd", 2));
-  EXPECT_EQ(Walk(index), "abc:1");
-}
-
-TEST_F(IndexFile, EqualKeysStandLastFirst) {
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateStandard(index), 1);
-  InsertAll(index, {"abc", "abd", "abc"});
-  EXPECT_EQ(Found(index, "abc", 1), "3 abc");
-  EXPECT_EQ(Walk(index), "abc:3 abc:1 abd:2");
-  bool found;
-  ASSERT_EQ(index._Seek("abc", 1, found), 1);
-  ASSERT_TRUE(found);
-  uint32_t record;
-  ASSERT_EQ(index._Next(record), 1);
-  EXPECT_EQ(record, 2u);
-  ASSERT_EQ(index._Next(record), 1);
-  EXPECT_EQ(record, 0u);
-  EXPECT_EQ(index.CursorKey(), "abd") << "the end moves nothing";
-  ASSERT_EQ(index._Seek("abc", 2, found), 1);
-  EXPECT_TRUE(found) << "all entries from the key on are looked at";
-  ASSERT_EQ(index._Seek("abd", 1, found), 1);
-  EXPECT_FALSE(found);
-}
-
 TEST_F(IndexFile, StepsMayGoToAndFroForever) {
   ZDXIndexFile index(files);
   ASSERT_EQ(CreateStandard(index), 1);
@@ -176,41 +140,7 @@ TEST_F(IndexFile, StepsMayGoToAndFroForever) {
   }
 }
 
-TEST_F(IndexFile, ACursorNoticesThatItsPageWasMergedAway) {
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateStandard(index), 1);
-  InsertAll(index, {"1", "2", "3", "4", "5", "6", "7", "8", "9"});
-  ZDXIndexFile other(files);
-  ASSERT_EQ(Open(other), 1);
-  ASSERT_EQ(other.Delete(9, "9"), 1);
-  EXPECT_EQ(Found(index, "6", 1), "6 6");
-  // The page of 6 goes into its left sibling, where other things happen then.
-  ASSERT_EQ(other.Delete(1, "1"), 1);
-  ASSERT_EQ(other.Delete(2, "2"), 1);
-  ASSERT_EQ(other.Insert(10, "6.5"), 1);
-  ASSERT_EQ(other.Delete(7, "7"), 1);
-  uint32_t record;
-  ASSERT_EQ(index._Next(record), 1);
-  EXPECT_EQ(record, 10u);
-  ASSERT_EQ(index._Next(record), 1);
-  EXPECT_EQ(record, 8u);
-}
-
-TEST_F(IndexFile, FindingKeysAndBeginnings) {
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateSmall(index), 1);
-  InsertAll(index, {"abc", "abd", "b", "", "zz"});
-  EXPECT_EQ(Found(index, "ab", 0), "1 abc");
-  EXPECT_EQ(Found(index, "ab", 1), "1 abc");
-  EXPECT_FALSE(index.CursorEquals("ab"));
-  EXPECT_EQ(Found(index, "abd", 1), "2 abd");
-  EXPECT_TRUE(index.CursorEquals("abd"));
-  EXPECT_EQ(Found(index, "ac", 0), "0 ");
-  EXPECT_EQ(Found(index, "ac", 1), "3 b");
-  EXPECT_EQ(Found(index, "zzz", 1), "0 ");
-  EXPECT_EQ(Found(index, "", 0), "4 ");
-  EXPECT_EQ(Found(index, std::string(12, 'a'), 0), "0 ") << "longer than any key";
-
+TEST_F(IndexFile, FindingNumbersAndBeginnings) {
   ZDXIndexFile numbers(files);
   ASSERT_EQ(numbers.Create("n.vxx", "n", {"N", 0, {3, 435, 20}}), 1);
   InsertAll(numbers, {"100", "9", "10", "20", "1000", "2"});

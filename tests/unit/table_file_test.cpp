@@ -70,38 +70,6 @@ TEST_F(TableFile, ValuesStandAsTheirTypesAsk) {
   EXPECT_EQ(Values(table, 2), "  abc|12345|        | ");
 }
 
-TEST_F(TableFile, UpdateAndMarksRewriteInPlace) {
-  XBaseTable table(files);
-  ASSERT_EQ(Create(table, NameAndBirth()), 1);
-  for (const char* name : {"Ada", "Bob", "Cyd"}) ASSERT_EQ(Append(table, {name}), 1);
-  ASSERT_EQ(table.Goto(2), 1);
-  table.fields()[0]->Set(String("Bert"));
-  ASSERT_EQ(table.Update(), 1);
-  ASSERT_EQ(table.UpdateDeleted(1), 1);
-  EXPECT_EQ(table.deleted(), 1);
-  table.fields()[0]->Set(String("Berta"));
-  ASSERT_EQ(table.Update(), 1);
-  EXPECT_EQ(Values(table, 1), "Ada|        ");
-  EXPECT_EQ(Values(table, 2), "*Berta|        ");
-  EXPECT_EQ(Values(table, 3), "Cyd|        ");
-  ASSERT_EQ(table.Goto(2), 1);
-  ASSERT_EQ(table.UpdateDeleted(0), 1);
-  EXPECT_EQ(Values(table, 2), "Berta|        ");
-  EXPECT_EQ(files["people.dbf"].size(), 97u + 3 * 19 + 1);
-  EXPECT_EQ(files.locks(), 0);
-}
-
-TEST_F(TableFile, GotoOutsideFailsWithoutMessage) {
-  XBaseTable table(files);
-  ASSERT_EQ(Create(table, NameAndBirth()), 1);
-  ASSERT_EQ(Append(table, {"Ada"}), 1);
-  for (int n : {0, 2, -1, 0x7FFFFFFF}) {
-    EXPECT_EQ(table.Goto(n), 0);
-    EXPECT_EQ(table.error(), "");
-  }
-  EXPECT_EQ(table.recordnum(), 1);
-}
-
 TEST_F(TableFile, RecordsOfOthersAppearAfterTheHeaderIsRead) {
   XBaseTable table(files);
   ASSERT_EQ(Create(table, NameAndBirth()), 1);
