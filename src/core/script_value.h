@@ -147,6 +147,12 @@ class ScriptValue {
       WriteInteger(value);
     }
   }
+  // The same for a whole number that is known to be kept as one. Built into its callers: what
+  // counts does little else. REQUIRES: below kWholeLimit in magnitude, and numbers are kept.
+  [[gnu::always_inline]] void SetWhole(int64_t value) {
+    assert(value > -kWholeLimit && value < kWholeLimit && UseShortcuts());
+    SetNumber(value, 0);
+  }
   void SetReal(double value);
   void SetRounded(double value, int places);
   void SetFlag(bool value) { SetInteger(value ? 1 : 0); }

@@ -302,12 +302,13 @@ class KnownName {
   // Whether it is a name at all. REQUIRES of the rest: it is.
   [[nodiscard]] explicit operator bool() const { return static_cast<bool>(name_.variable); }
 
-  // The variable that it means, or null.
-  [[nodiscard]] Variable* Find(Variables& variables) const {
+  // The variable that it means, or null. Built into its callers: calling it would cost as much as
+  // it does.
+  [[nodiscard, gnu::always_inline]] Variable* Find(Variables& variables) const {
     return noted_at_ == *number_ ? noted_ : Look(variables);
   }
   // The variable that it means when that is a plain one, else null.
-  [[nodiscard]] Variable* FindPlain(Variables& variables) const {
+  [[nodiscard, gnu::always_inline]] Variable* FindPlain(Variables& variables) const {
     Variable* variable = Find(variables);
     return variable != nullptr && variable->plain() ? variable : nullptr;
   }

@@ -72,7 +72,7 @@ inline SourcePlace* ScriptParser::TakeAssignment(TagReading& reading) {
   if (!reading.assigned->expression.program().whole().Compute(variables_, value)) return nullptr;
   Variable* target = reading.target->FindPlain(variables_);
   if (target == nullptr || !IsClear(reading.error_variable)) return nullptr;
-  target->plain_value().SetInteger(value);
+  target->plain_value().SetWhole(value);
   return &reading.end;
 }
 
@@ -96,7 +96,7 @@ bool ScriptParser::StepValue(const SiteValue& written, ScriptValue& to) {
   }
   int64_t value = 0;
   if (!written.expression.program().whole().Compute(variables_, value)) return false;
-  to.SetInteger(value);
+  to.SetWhole(value);
   return true;
 }
 
@@ -122,7 +122,7 @@ bool ScriptParser::TryCondition(const DeferredExpression& condition, const Known
   if (!receiver) return true;
   Variable* variable = receiver.FindPlain(variables_);
   if (variable == nullptr) return false;
-  variable->plain_value().SetInteger(value);
+  variable->plain_value().SetWhole(value);
   return true;
 }
 
@@ -158,7 +158,7 @@ SourcePlace* ScriptParser::TakeBranch(const TagRow& row, TagReading& reading) {
     place = &skip->landing.end;
     opens = skip->row->id != row.closing_id;
   }
-  if (receiver != nullptr) receiver->plain_value().SetInteger(value);
+  if (receiver != nullptr) receiver->plain_value().SetWhole(value);
   if (opens) states_.emplace_back(new BranchState(*this, row));
   return place;
 }

@@ -300,7 +300,7 @@ bool ExpressionProgram::Evaluate(ExpressionContext& context, ScriptValue& result
     return true;
   }
   if (int64_t whole; whole_.Compute(variables, whole)) {
-    result.SetInteger(whole);
+    result.SetWhole(whole);
     return true;
   }
   if (only_call_) {

@@ -321,6 +321,47 @@ void AppendPiece(String& text, std::string_view piece) {
   text.cat(piece);
 }
 
+bool OperateOnAnyWhole(OperatorCode code, int64_t a, int64_t b, int64_t& value) {
+  switch (code) {
+    case OperatorCode::LessThan:
+      value = a < b;
+      break;
+    case OperatorCode::Add:
+      value = a + b;
+      break;
+    case OperatorCode::Subtract:
+      value = a - b;
+      break;
+    case OperatorCode::Multiply:
+      // Nothing times a negative number is "-0".
+      if (__builtin_mul_overflow(a, b, &value) || (value == 0 && (a < 0 || b < 0))) return false;
+      break;
+    case OperatorCode::Modulo:
+      if (b == 0 || a < INT32_MIN || a > INT32_MAX || b < INT32_MIN || b > INT32_MAX) return false;
+      value = a % b;
+      break;
+    case OperatorCode::Equal:
+      value = a == b;
+      break;
+    case OperatorCode::NotEqual:
+      value = a != b;
+      break;
+    case OperatorCode::GreaterOrEqual:
+      value = a >= b;
+      break;
+    case OperatorCode::LessOrEqual:
+      value = a <= b;
+      break;
+    case OperatorCode::GreaterThan:
+      value = a > b;
+      break;
+    default:
+      return false;
+  }
+  // Beyond it reals skip whole numbers.
+  return value > -ScriptValue::kWholeLimit && value < ScriptValue::kWholeLimit;
+}
+
 bool OperateOnNumbers(OperatorCode code, const ScriptValue& left, const ScriptValue& right,
                       ScriptValue& result) {
   int64_t value = 0;
@@ -328,7 +369,7 @@ bool OperateOnNumbers(OperatorCode code, const ScriptValue& left, const ScriptVa
       !OperateOnWhole(code, left.mantissa(), right.mantissa(), value)) {
     return false;
   }
-  result.SetInteger(value);
+  result.SetWhole(value);
   return true;
 }
 

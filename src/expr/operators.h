@@ -96,46 +96,18 @@ inline constexpr size_t kLongestOperator = 6;
 }
 
 // Computes the commonest operators on two whole numbers below ScriptValue::kWholeLimit, to the
-// number whose text Operate would give. False, and `value` is unspecified, for anything else.
-[[nodiscard]] inline bool OperateOnWhole(OperatorCode code, int64_t a, int64_t b, int64_t& value) {
-  // What nearly every loop does.
+// number, below it too, whose text Operate would give. False, and `value` is unspecified, for
+// anything else.
+[[nodiscard]] bool OperateOnAnyWhole(OperatorCode code, int64_t a, int64_t b, int64_t& value);
+// The same, with what nearly every loop does built into its callers.
+[[nodiscard, gnu::always_inline]] inline bool OperateOnWhole(OperatorCode code, int64_t a,
+                                                             int64_t b, int64_t& value) {
   if (code == OperatorCode::LessThan) {
     value = a < b;
     return true;
   }
-  switch (code) {
-    case OperatorCode::Add:
-      value = a + b;
-      break;
-    case OperatorCode::Subtract:
-      value = a - b;
-      break;
-    case OperatorCode::Multiply:
-      // Nothing times a negative number is "-0".
-      if (__builtin_mul_overflow(a, b, &value) || (value == 0 && (a < 0 || b < 0))) return false;
-      break;
-    case OperatorCode::Modulo:
-      if (b == 0 || a < INT32_MIN || a > INT32_MAX || b < INT32_MIN || b > INT32_MAX) return false;
-      value = a % b;
-      break;
-    case OperatorCode::Equal:
-      value = a == b;
-      break;
-    case OperatorCode::NotEqual:
-      value = a != b;
-      break;
-    case OperatorCode::GreaterOrEqual:
-      value = a >= b;
-      break;
-    case OperatorCode::LessOrEqual:
-      value = a <= b;
-      break;
-    case OperatorCode::GreaterThan:
-      value = a > b;
-      break;
-    default:
-      return false;
-  }
+  if (code != OperatorCode::Add) return OperateOnAnyWhole(code, a, b, value);
+  value = a + b;
   // Beyond it reals skip whole numbers.
   return value > -ScriptValue::kWholeLimit && value < ScriptValue::kWholeLimit;
 }

@@ -40,7 +40,8 @@ class WholeNumberForm {
   }
 
  private:
-  static bool Read(const Operand& operand, Variables& variables, int64_t& number) {
+  [[gnu::always_inline]] static bool Read(const Operand& operand, Variables& variables,
+                                          int64_t& number) {
     number = operand.constant;
     if (!operand.variable) return true;
     const Variable* variable = operand.variable.FindPlain(variables);
