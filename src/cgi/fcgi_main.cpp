@@ -114,11 +114,8 @@ Parsed ReadOptions(int argc, char** argv, Options& options) {
   return Parsed::Run;
 }
 
-// Root gives its rights up for good, and nobody takes on those of a file.
+// Root gives its rights up for good.
 bool BecomeUser(const Options& options) {
-  if (getauxval(AT_SECURE) != 0 || getuid() != geteuid()) {
-    return Refuse("set-user-ID", "the worker takes no identity from its file") == Parsed::Run;
-  }
   if (getuid() != 0) {
     const passwd* own = getpwuid(getuid());
     return options.user.empty() || (own != nullptr && options.user == own->pw_name) ||
@@ -161,6 +158,11 @@ bool FindConfiguration(const char* self, const Options& options, WorkerSettings&
 }
 
 int RunWorker(int argc, char** argv) {
+  // Before anything is done with the rights of a file: a socket may be made anywhere.
+  if (getauxval(AT_SECURE) != 0 || getuid() != geteuid()) {
+    (void)Refuse("set-user-ID", "the worker takes no identity from its file");
+    return EXIT_FAILURE;
+  }
   Options options;
   const Parsed parsed = ReadOptions(argc, argv, options);
   if (parsed != Parsed::Run) return parsed == Parsed::Done ? EXIT_SUCCESS : EXIT_FAILURE;

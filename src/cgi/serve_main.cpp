@@ -83,7 +83,8 @@ int Serve(const Options& options) {
 }  // namespace vexa
 
 int main(int argc, char** argv) {
-  if (!vexa::FillStandardDescriptors()) return EXIT_FAILURE;
+  // Pages run as who started the server, whatever bits its file has.
+  if (!vexa::FillStandardDescriptors() || !vexa::GiveUpRaisedRights()) return EXIT_FAILURE;
   const std::string_view first = argc == 2 ? argv[1] : "";
   vexa::Options options;
   if (first == "--version") {

@@ -129,6 +129,13 @@ bool Process::LeaveCallersSurroundings() const {
   // A page that is stopped at a terminal would keep its locks.
   for (int signal : {SIGTSTP, SIGTTIN, SIGTTOU}) SetSignal(signal, SIG_IGN);
   (void)LateFunction<"umask", decltype(::umask)>()(022);
+  // Libraries obey the environment: what they load, whom they trust, where they write. The zone of
+  // the clock is all that a server may mean by it.
+  char** kept = environ;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    if (std::string_view(*entry).starts_with("TZ=")) *kept++ = *entry;
+  }
+  if (kept != nullptr) *kept = nullptr;
   return LateFunction<"chdir", decltype(::chdir)>()("/") == 0;
 }
 

@@ -49,8 +49,10 @@ class Process {
   // Whether somebody else than root started it so, by another name than the path of its file: the
   // name says where the configuration lies, which must not be that user's choice.
   [[nodiscard]] bool StartedUnderFalseName() const;
-  // Leaves the working directory and the umask of who started the program for "/" and 022, and
-  // heeds that user's terminal no more. False, with the reason in errno, when the system refuses.
+  // Leaves the working directory and the umask of who started the program for "/" and 022, takes
+  // everything but the time zone out of the environment of the process (the request keeps its own
+  // view of it), and heeds that user's terminal no more. False, with the reason in errno, when the
+  // system refuses.
   [[nodiscard]] bool LeaveCallersSurroundings() const;
   // Where the configuration lies: where the process was told, else the first of three places that
   // has the file. The last one is not looked at: a file missing there too is noticed when it is

@@ -9,6 +9,7 @@ import os
 import pathlib
 import re
 import resource
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -87,12 +88,12 @@ class Site(ProgramSite):
         return done.returncode, page.decode("latin-1")
 
     def identity(self, **options):
-        """Ids, groups, umask and directory of the process that runs a page."""
+        """Ids, groups, umask, directory and environment of the process that runs a page."""
         status, page = self.run(**options)
         found = dict(re.findall(r"^(\w+):\t(.*?) *$", page, re.M))
         if status != 1 or "Uid" not in found:
             raise Failure(f"no identity in {page!r}")
-        return [found[key] for key in ("Uid", "Gid", "Groups", "Umask", "Directory")]
+        return [found[key] for key in ("Uid", "Gid", "Groups", "Umask", "Directory", "Environment")]
 
     def expect_error(self, message, **options):
         status, page = self.run(**options)
@@ -110,7 +111,7 @@ def case(name):
     return register
 
 
-ANNAS = ["\t".join([str(ANNA)] * 4)] * 2 + ["5001 6000 6001", "0022", "/"]
+ANNAS = ["\t".join([str(ANNA)] * 4)] * 2 + ["5001 6000 6001", "0022", "/", ""]
 UNTRUSTED = "it or a directory above it belongs to an untrusted user"
 CHANGEABLE = "it or a directory above it may be changed by other users"
 SPOILT = ((0o20, 0, CHANGEABLE), (0o2, 0, CHANGEABLE), (0, ANNA, UNTRUSTED))
@@ -133,7 +134,7 @@ def _():
         for what, surroundings in {
                 "a server's": {"user": 33}, "another user's": {"cwd": HOMES, "umask": 0},
                 "root's": {"user": 0, "cwd": HOMES}, "root's groups": {"extra_groups": [0, 4]},
-                "an environment": {"environment": {"LD_PRELOAD": "/x", "HOME": "/x", "PATH": "/x", "TZ": "/x"}},
+                "an environment": {"environment": {"LD_PRELOAD": "/x", "PYTHONPATH": "/x", "PATH": "/x", "TZ": "/x"}},
                 "no descriptors": {"preexec_fn": lambda: [os.close(fd) for fd in (0, 2)]},
                 "no processes": {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_NPROC, (0, 0))},
                 "no file sizes": {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0))}}.items():
@@ -145,7 +146,7 @@ def _():
             expect(f"{descriptors} descriptors", "Uid:\t" in page and "Uid:\t5001\t" not in page, False)
         site.own("site/index.vx", SELF + "\n<VxEVAL EXPR=\"fmkdir('made')\">", NAMELESS)
         os.chown(site.data, NAMELESS, NAMELESS)
-        expect("nameless", site.identity(), ["\t".join(["5007"] * 4), "\t".join(["65533"] * 4), "", "0022", "/"])
+        expect("nameless", site.identity(), ["\t".join(["5007"] * 4), "\t".join(["65533"] * 4), "", "0022", "/", ""])
         made = (site.data / "made").stat()
         expect("its files", (made.st_uid, made.st_gid, made.st_mode & 0o22), (NAMELESS, 65533, 0))
         site.expect_error("Fatal Error: Unable to act as #5007: Operation not permitted\r\n",
@@ -194,6 +195,9 @@ def _():
             status, text = site.run(arguments=(option, str(path)))
             expect(option, (status, "secret>" in text, "ermission denied" in text), (1, False, True))
         expect("root's", "Unexpected end" in site.run(arguments=("--check", secret), user=0)[1], True)
+        site.program = pathlib.Path(shutil.copy(suite.build / "vexa-fcgi", site.directory))
+        site.program.chmod(0o4755)
+        expect("worker", (site.run(arguments=("--socket", f"{site.lib}/s"))[0], (site.lib / "s").exists()), (1, False))
 
 
 @case("logs, variables and libraries come only from places that root alone may write to")

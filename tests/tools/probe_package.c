@@ -167,7 +167,8 @@ FUNCTION(self) {
   FILE* file = fopen("/proc/self/status", "r");
   UNUSED;
   text[file ? fread(text, 1, 6000, file) : 0] = 0;
-  strcat(text, "Directory:\t");
+  strcat(text, getenv("PYTHONPATH") ? "Environment:\ttheirs\nDirectory:\t"
+                                    : "Environment:\t\nDirectory:\t");
   return getcwd(text + strlen(text), 1000) ? vexa_set_result(c, vexa_string(text)) : VEXA_ERROR;
 }
 
