@@ -3,9 +3,12 @@
 #include "cgi/cgi_vexa.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "core/late_function.h"
 
 namespace vexa {
 
@@ -24,11 +27,24 @@ bool WaitUntilWritable() {
 
 CGIRequest::CGIRequest(const Process& process) : Request(environ, process.arguments()) {}
 
+// A server may hand over one socket for body and page. When it is closed while something of the
+// body is there unread, the system takes the page back from a server that has not read it yet. So
+// nothing more is let in, and what is there is dropped. Pipes know no such thing.
+CGIRequest::~CGIRequest() {
+  if (AnnouncedLength() <= taken_) return;
+  if (LateFunction<"shutdown", decltype(::shutdown)>()(STDIN_FILENO, SHUT_RD) != 0) return;
+  char dropped[4096];
+  constexpr int kMost = 256;  // more than a socket keeps; none but a stranger's goes on behind it
+  for (int i = 0; i < kMost && read(STDIN_FILENO, dropped, sizeof dropped) > 0; ++i) {
+  }
+}
+
 int CGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
   pollfd input{STDIN_FILENO, POLLIN, 0};
   int ready = poll(&input, 1, wait_ms);
   if (ready == 0 || (ready < 0 && errno == EINTR)) return kNothingYet;
   ssize_t length = read(STDIN_FILENO, buffer, static_cast<size_t>(count));
+  if (length > 0) taken_ += length;
   if (length >= 0) return static_cast<int>(length);
   return errno == EINTR || errno == EAGAIN ? kNothingYet : kBodyFailed;
 }

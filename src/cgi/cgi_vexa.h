@@ -4,6 +4,8 @@
 #ifndef VEXA_CGI_CGI_VEXA_H_
 #define VEXA_CGI_CGI_VEXA_H_
 
+#include <cstdint>
+
 #include "host/host.h"
 #include "host/process.h"
 #include "request/answer.h"
@@ -15,7 +17,12 @@ namespace vexa {
 class CGIRequest final : public Request {
  public:
   explicit CGIRequest(const Process& process);
+  // Gives up what was not read of the body, so that a server that sends it gets its answer.
+  ~CGIRequest() override;
   [[nodiscard]] int ReadBody(char* buffer, int count, int wait_ms) override;
+
+ private:
+  int64_t taken_ = 0;  // bytes of the body that were read
 };
 
 // Writes to file descriptor 1.

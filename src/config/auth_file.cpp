@@ -66,23 +66,25 @@ bool ReadID(std::string_view text, uint64_t& id) {
   return !text.empty();
 }
 
-// The bytes that stand in no name of a user or group.
-constexpr std::array<bool, 256> kStrangeBytes = [] {
-  std::array<bool, 256> strange{};
-  std::fill_n(strange.begin(), ' ' + 1, true);
-  for (const char c : std::string_view("*:;/|&<>\"'\x7F")) strange[static_cast<size_t>(c)] = true;
-  return strange;
+// What a byte is in a name of a user or group.
+enum ByteClass : uint8_t { kOrdinary = 1, kDigit = 2, kStrange = 4 };
+
+constexpr std::array<uint8_t, 256> kByteClasses = [] {
+  std::array<uint8_t, 256> classes{};
+  classes.fill(kOrdinary);
+  std::fill_n(classes.begin(), ' ' + 1, kStrange);
+  for (char c = '0'; c <= '9'; ++c) classes[static_cast<size_t>(c)] = kDigit;
+  for (const char c : std::string_view("*:;/|&<>\"'\x7F"))
+    classes[static_cast<size_t>(c)] = kStrange;
+  return classes;
 }();
 
 // Whether a user or group may have that name. Digits alone are a number that lacks its "#", and
 // strange bytes separate what was meant to be two.
 bool IsName(std::string_view text) {
-  bool digits = true;
-  for (const char c : text) {
-    if (kStrangeBytes[static_cast<unsigned char>(c)]) return false;
-    digits = digits && IsDigit(c);
-  }
-  return !digits;
+  unsigned classes = 0;
+  for (const char c : text) classes |= kByteClasses[static_cast<unsigned char>(c)];
+  return (classes & (kOrdinary | kStrange)) == kOrdinary;
 }
 
 }  // namespace
@@ -148,8 +150,10 @@ SettingsReader::Section AuthFileReader::OpenSection(std::string_view items) {
     ReportSyntaxError(String::Concat({"'", EntityEncoded(text), "' is not a valid user"}));
     return Section::Failed;
   };
-  for (PieceReader pieces(items, ","); pieces.Next();) {
-    const std::string_view piece = Stripped(pieces.piece());
+  for (std::string_view rest = items; !rest.empty();) {
+    const size_t comma = rest.find(',');
+    const std::string_view piece = Stripped(rest.substr(0, comma));
+    rest.remove_prefix(comma == rest.npos ? rest.size() : comma + 1);
     if (piece.empty()) continue;
     listed = true;
     Item item;

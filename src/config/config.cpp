@@ -16,13 +16,15 @@ namespace {
 enum class SettingType { Text = 0, Integer = 1, Boolean = 2 };
 
 struct SettingName {
-  constexpr SettingName(std::string_view name, String Settings::*field)
+  using Key = RowName<19>;
+
+  consteval SettingName(Key name, String Settings::*field)
       : key(name), type(SettingType::Text), text(field), number(nullptr) {}
-  constexpr SettingName(std::string_view name, int Settings::*field,
+  consteval SettingName(Key name, int Settings::*field,
                         SettingType value_type = SettingType::Integer)
       : key(name), type(value_type), text(nullptr), number(field) {}
 
-  std::string_view key;
+  Key key;
   SettingType type;
   String Settings::*text;  // the field of a Text setting
   int Settings::*number;   // the field of any other
@@ -83,7 +85,8 @@ constexpr SettingName kSettingNames[] = {
     {"sessiontime", &Settings::sessiontime},
     {"sitekey", &Settings::sitekey},
 };
-constexpr NameTable kSettings(kSettingNames, [](const SettingName& row) { return row.key; });
+constexpr NameTable kSettings(kSettingNames,
+                              [](const SettingName& row) -> std::string_view { return row.key; });
 
 // An optional minus sign, then nothing but digits. The empty value is one and reads as 0.
 bool IsInteger(std::string_view value) {
@@ -129,7 +132,7 @@ int Config::SetConfigValue(std::string_view key, const String& value) {
 }
 
 std::string_view Config::KeyOfSetting(size_t number) {
-  return number < std::size(kSettingNames) ? kSettingNames[number].key : std::string_view();
+  return number < std::size(kSettingNames) ? std::string_view(kSettingNames[number].key) : "";
 }
 
 String Config::ValueOfSetting(size_t number) const {

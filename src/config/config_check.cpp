@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/auth_file.h"
 #include "config/config_parser.h"
 #include "config/config_receiver.h"
 #include "config/unix_config.h"
@@ -20,6 +21,7 @@
 #include "core/encoding.h"
 #include "core/number.h"
 #include "core/text.h"
+#include "files/trusted_file.h"
 
 namespace vexa {
 
@@ -130,8 +132,12 @@ class HostComparison {
     if (users && settings.serveruserid == -1) {
       Warn(users_line, "users have pages of their own and 'serveruserid' is not set");
     }
+    if (!settings.authfile.empty()) authfiles_.emplace(settings.authfile.view(), users_line);
     if (!users) AddDirectory(line, settings.stdmodedatadir);
   }
+
+  // The authorization files that they name, each with a line that names it.
+  [[nodiscard]] const std::map<std::string, int>& authfiles() const { return authfiles_; }
 
  private:
   // A directory is known by its place on the disk, one that is not there yet by its name.
@@ -156,12 +162,12 @@ class HostComparison {
 
   bool safe_;
   std::vector<Finding>& findings_;
+  std::map<std::string, int> authfiles_;
   std::map<std::string, int, std::less<>> directories_;  // and the line of the first host there
 };
 
 void CompareHosts(const ConfigChecker& checker, ConfigReceiver& receiver, const UNIXConfig& config,
-                  ServerSafeMode mode, std::vector<Finding>& findings) {
-  HostComparison comparison(mode, findings);
+                  ServerSafeMode mode, HostComparison& comparison) {
   // Where only sections say what is served, other hosts get nothing.
   if (!config.settings().quorbelroot.empty() || checker.hosts().empty()) {
     comparison.Add(0, checker.users_line(), config.settings());
@@ -178,24 +184,42 @@ void CompareHosts(const ConfigChecker& checker, ConfigReceiver& receiver, const 
   }
 }
 
-// In the order of the file, each once: what is wrong with a section for who reads it and for who
-// passes over it is one fault.
-void Sort(std::vector<Finding>& findings) {
+// Prints what was found in a file, in its order, each once: what is wrong with a section for who
+// reads it and for who passes over it is one fault. Whether no error is among it.
+bool Print(std::string_view path, std::vector<Finding>& findings, Output& out) {
   std::stable_sort(findings.begin(), findings.end(),
                    [](const Finding& a, const Finding& b) { return a.line < b.line; });
   const auto same = [](const Finding& a, const Finding& b) {
     return a.line == b.line && a.text == b.text;
   };
   findings.erase(std::unique(findings.begin(), findings.end(), same), findings.end());
+  bool clean = true;
+  for (const Finding& finding : findings) {
+    const bool error = finding.kind == Finding::Kind::Error;
+    clean = clean && !error;
+    // Messages are written for pages; a terminal wants plain text.
+    String text = finding.text;
+    DecodeEntities(text);
+    out.Write(String::Concat(
+        {path, ":", PrintInteger(finding.line), error ? ": " : ": warning: ", text, "\n"}));
+  }
+  return clean;
 }
 
-// Messages are written for pages; a terminal wants plain text.
-void Print(const String& path, const Finding& finding, Output& out) {
-  String text = finding.text;
-  DecodeEntities(text);
-  out.Write(
-      String::Concat({path, ":", PrintInteger(finding.line),
-                      finding.kind == Finding::Kind::Warning ? ": warning: " : ": ", text, "\n"}));
+// Reads an authorization file for nobody, and adds what is wrong in it to `findings`. Returns why
+// no request could read it; empty when requests can.
+String CheckAuthorizationFile(ConfigReceiver& receiver, const UNIXConfig& config,
+                              const String& path, std::vector<Finding>& findings) {
+  TrustedFile trusted(config.TrustedOwner());
+  Buffer source(receiver.filemanager(), kBlockSize);
+  if (path[0] != '/') return "authfile must be an absolute path";
+  if (!trusted.Check(path) || !trusted.OpenIn(source, path)) {
+    return trusted.unreachable() ? String("Cannot open authorization file")
+                                 : "The authorization file is not trusted: " + trusted.reason();
+  }
+  UNIXConfig unused(receiver, ServerSafeMode::Off);
+  AuthFileReader(receiver, unused, source, nullptr).CheckAll(findings);
+  return {};
 }
 
 }  // namespace
@@ -209,16 +233,20 @@ bool CheckConfigurationFile(FileManager& files, const Environment& environment, 
   }
   NoRequest receiver(files, environment);
   UNIXConfig config(receiver, mode);
+  config.SetPath(path);
   std::vector<Finding> findings;
   ConfigChecker checker(receiver, config, source, findings);
   checker.ReadAll();
-  CompareHosts(checker, receiver, config, mode, findings);
-  Sort(findings);
-  bool clean = true;
-  for (const Finding& finding : findings) {
-    Print(path, finding, out);
-    if (finding.kind == Finding::Kind::Error) clean = false;
+  HostComparison comparison(mode, findings);
+  CompareHosts(checker, receiver, config, mode, comparison);
+  std::map<std::string, std::vector<Finding>> of_authfiles;
+  for (const auto& [authfile, line] : comparison.authfiles()) {
+    const String problem =
+        CheckAuthorizationFile(receiver, config, String(authfile), of_authfiles[authfile]);
+    if (!problem.empty()) findings.push_back({line, Finding::Kind::Error, problem});
   }
+  bool clean = Print(path, findings, out);
+  for (auto& [authfile, found] : of_authfiles) clean = Print(authfile, found, out) && clean;
   return clean;
 }
 

@@ -24,6 +24,18 @@ namespace {
 constexpr int kOpening = 0;
 constexpr int kClosing = 1;
 
+// Takes what follows the "<" of a closing tag that has nothing but its name, and lies in the source
+// in one piece. False, and nothing taken, when what comes next is anything else.
+bool TakePlainClosing(Buffer& source, std::string_view name) {
+  const std::string_view run = source.Run();
+  if (run.size() <= name.size() || run[name.size()] != '>' ||
+      !EqualsIgnoreCase(run.substr(0, name.size()), name)) {
+    return false;
+  }
+  source.TakeWithinLine(name.size() + 1);
+  return true;
+}
+
 }  // namespace
 
 SettingsReader::SettingsReader(Buffer& source, const TagSet& tags, std::string_view list)
@@ -44,8 +56,8 @@ bool SettingsReader::Parse() {
     const Progress progress = ProcessTagOrComment();
     if (progress == Progress::More) continue;
     if (!checking()) return progress != Progress::Failed;
-    // Whatever is left of a tag that is wrong must not be taken for settings.
-    if (progress == Progress::Failed) EatComment();
+    // What is left of a tag that could not be read must not be taken for settings.
+    EatComment();
   }
 }
 
@@ -156,16 +168,21 @@ Progress SettingsReader::ProcessKnownTag(Tag& tag) {
     const String* list = Required(tag, list_);
     return BeginSection(list == nullptr ? Section::Failed : OpenSection(*list));
   }
-  if (tag.id() != kClosing) return ProcessTag(tag);
+  if (tag.id() != kClosing) return Outcome(ProcessTag(tag));
   if (checking()) CompareEnds();
   section_line_ = 0;
-  return CloseSection();
+  return Outcome(CloseSection());
 }
 
 Progress SettingsReader::ProcessUnknownTag(std::string_view raw) {
   const std::string_view tag = Stripped(raw.substr(1, raw.size() - 2));
   if (tag.starts_with("!--")) return Progress::More;
-  return ProcessForeignTag(tag.substr(0, tag.find_first_of(" \t\r\n")));
+  return Outcome(ProcessForeignTag(tag.substr(0, tag.find_first_of(" \t\r\n"))));
+}
+
+// A check goes on behind a whole tag, whatever was wrong with it.
+Progress SettingsReader::Outcome(Progress of_tag) const {
+  return checking() ? Progress::More : of_tag;
 }
 
 const String* SettingsReader::Required(const Tag& tag, std::string_view attribute) {
@@ -189,13 +206,12 @@ Progress SettingsReader::ProcessTagOrComment() {
 // Takes a tag <SECTION LIST="..."> that lies in the source in one piece. False, and nothing taken,
 // when what comes next is anything else.
 bool SettingsReader::TakePlainOpening(std::string_view& list) {
-  const std::string_view run = source().Run();
-  size_t at = 0;
-  for (const std::string_view part : {std::string_view("<"), tags().rows[kOpening].name,
-                                      std::string_view(" "), list_, std::string_view("=\"")}) {
-    if (!EqualsIgnoreCase(run.substr(at, part.size()), part)) return false;
-    at += part.size();
+  if (plain_opening_.empty()) {
+    plain_opening_ = String::Concat({"<", tags().rows[kOpening].name, " ", list_, "=\""});
   }
+  const std::string_view run = source().Run();
+  const size_t at = plain_opening_.size();
+  if (!EqualsIgnoreCase(run.substr(0, at), plain_opening_)) return false;
   const size_t end = FindByte<'"'>(run, at);
   if (run.substr(end, 2) != "\">") return false;
   list = run.substr(at, end - at);
@@ -219,13 +235,18 @@ bool SettingsReader::SkipSection() {
     const std::string_view run = source().Run();
     if (run.empty()) return UnexpectedEnd();
     const size_t length = FindByte<'<', '#', '\\'>(run);
-    source().Take(length);
+    source().SetLine(source().line() + CountByte<'\n'>(run.substr(0, length)));
+    source().TakeWithinLine(length);
     if (length == run.size()) continue;
     line_ = source().line();
     const int c = source().GetNextChar();
     if (c == '#') EatComment();
     if (c == '\\') (void)source().GetNextChar();
     if (c != '<') continue;
+    if (TakePlainClosing(source(), tags().rows[kClosing].name)) {
+      section_line_ = 0;
+      return true;
+    }
     if (const TagRow* row = ReadSectionTagName()) {
       Tag tag(*row);
       if (!GetNameValuePairs(tag)) return false;

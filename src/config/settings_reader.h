@@ -109,14 +109,16 @@ class SettingsReader : public Parser {
   [[nodiscard]] const TagRow* ReadSectionTagName();
   [[nodiscard]] bool UnexpectedEnd();
 
+  [[nodiscard]] Progress Outcome(Progress of_tag) const;
   [[nodiscard]] bool checking() const { return findings_ != nullptr; }
   void Report(int line, std::string_view text);
   void FindSkippedEnd();
   void CompareEnds();
 
   const std::string_view list_;
-  int line_ = 1;                              // where the setting or tag being read began
-  int section_line_ = 0;                      // where the open section began; 0: none is open
+  String plain_opening_;  // what opening tags begin with in their usual form, once it is asked for
+  int line_ = 1;          // where the setting or tag being read began
+  int section_line_ = 0;  // where the open section began; 0: none is open
   std::vector<Finding>* findings_ = nullptr;  // null: this is no check
   // In a check: whether the open section can be passed over, and where it then ends.
   bool skips_ = false;

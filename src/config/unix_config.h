@@ -69,6 +69,8 @@ class UNIXConfig final : public Config {
   // Who may own, besides root, the files that the program obeys: the owner of the configuration
   // file; in server safe mode nobody.
   [[nodiscard]] uid_t TrustedOwner() const;
+  // For a file that is read by somebody else than ReadConfiguration: where it is.
+  void SetPath(const String& path) { path_ = path; }
   // The host that the request is for: the name of the section that fits it, or what the request
   // says.
   [[nodiscard]] const String& virtualhost() const { return virtualhost_; }

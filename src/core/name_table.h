@@ -6,6 +6,8 @@
 //
 //   constexpr NameTable kTagNames(kTags, [](const TagRow& row) { return row.name; });
 //   int row = kTagNames.Find(kTags, word);   // -1 when there is none
+//
+// RowName: a name for rows that hold no other address.
 
 #ifndef VEXA_CORE_NAME_TABLE_H_
 #define VEXA_CORE_NAME_TABLE_H_
@@ -20,6 +22,23 @@
 #include "core/text.h"
 
 namespace vexa {
+
+// A name of at most `kMost` bytes that stands in its row itself. A view would be an address, which
+// every start of the program adjusts.
+template <size_t kMost>
+class RowName {
+ public:
+  template <size_t kSize>
+  consteval RowName(const char (&text)[kSize]) : length_(kSize - 1) {
+    static_assert(kSize - 1 <= kMost);
+    std::copy_n(text, kSize - 1, text_);
+  }
+  constexpr operator std::string_view() const { return {text_, length_}; }
+
+ private:
+  char text_[kMost] = {};
+  uint8_t length_;
+};
 
 template <typename Row, size_t kRows, typename NameOf>
 class NameTable {

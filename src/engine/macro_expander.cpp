@@ -69,7 +69,8 @@ std::string_view MacroReference::Value(Vexa& host, String& room) const {
 }
 
 std::string_view MacroReference::ValueOfNothing() const {
-  return encoding == MacroEncoding::Json ? R"("")" : std::string_view();
+  if (encoding == MacroEncoding::Json) return R"("")";
+  return {};
 }
 
 std::string_view MacroReference::ValueOf(Variable& found, Vexa& host, String& room) const {

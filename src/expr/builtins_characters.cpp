@@ -18,7 +18,7 @@ namespace {
 // The bytes that the first `count` characters of `text` take, all of it when it has fewer.
 size_t BytesOfCharacters(std::string_view text, int32_t count) {
   size_t bytes = 0;
-  while (count-- > 0 && bytes < text.size()) bytes += CharacterLength(text.substr(bytes));
+  for (; count > 0 && bytes < text.size(); --count) bytes += CharacterLength(text.substr(bytes));
   return bytes;
 }
 

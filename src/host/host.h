@@ -182,8 +182,6 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] int EndHeaders();
   [[nodiscard]] Module* OpenFirstModule(const String& script, const String& name);
   [[nodiscard]] int AddContentVariables();
-  // What the request says of the length of its body, in bytes.
-  [[nodiscard]] int64_t AnnouncedLength() const;
   // Groups of them. False when one failed.
   [[nodiscard]] bool PrepareRequest(String& script, String& name);
   [[nodiscard]] bool BeginResponse();

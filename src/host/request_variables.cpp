@@ -46,11 +46,9 @@ int Host::AddSystemVariables() {
   return 1;
 }
 
-int64_t Host::AnnouncedLength() const { return ReadInteger64(RequestHeader("Content-Length")); }
-
 // Reads the body of the request into form variables, when it is of a kind that has fields.
 int Host::AddContentVariables() {
-  int64_t length = AnnouncedLength();
+  int64_t length = request_.AnnouncedLength();
   if (length <= 0) return 1;
   // Before a byte of it is read.
   if (config().maxbody > 0 && length > config().maxbody) {
@@ -66,7 +64,7 @@ int Host::AddContentVariables() {
 const String& Host::body() {
   if (body_is_read_) return body_;
   body_is_read_ = true;
-  int64_t length = AnnouncedLength();
+  int64_t length = request_.AnnouncedLength();
   if (length <= 0) return body_;
   const auto piece = std::min<int64_t>(std::max(config().contentbuffersize, 1), length);
   auto buffer = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(piece));

@@ -158,7 +158,7 @@ bool Host::LookAtScript(const String& script, const String& name, struct stat& s
       DescendPath(script, options & kScriptLinks, options & kScriptLinksToOthers, status);
   script_identity_ = IdentityOf(status);
   if (result == kPathGood || result == kLinkToNothing) return true;
-  Error(FatalError(Quoted(name) + LinkProblem(result)));
+  Error(FatalError(Quoted(name) + LinkProblem(result), kRefused));
   return false;
 }
 

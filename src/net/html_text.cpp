@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "core/name_table.h"
 #include "core/text.h"
 #include "net/tag_walker.h"
 
@@ -30,7 +31,7 @@ enum class Effect {
 };
 
 struct TagEffect {
-  std::string_view name;
+  RowName<10> name;
   Effect effect;
 };
 
@@ -80,14 +81,15 @@ constexpr TagEffect kEffects[] = {
 
 static_assert(std::is_sorted(std::begin(kEffects), std::end(kEffects),
                              [](const TagEffect& a, const TagEffect& b) {
-                               return a.name < b.name;
+                               return std::string_view(a.name) < b.name;
                              }));
 
 std::optional<Effect> EffectOf(std::string_view name) {
-  const auto* found = std::lower_bound(
-      std::begin(kEffects), std::end(kEffects), name,
-      [](const TagEffect& tag, std::string_view wanted) { return tag.name < wanted; });
-  if (found == std::end(kEffects) || found->name != name) return std::nullopt;
+  const auto* found = std::lower_bound(std::begin(kEffects), std::end(kEffects), name,
+                                       [](const TagEffect& tag, std::string_view wanted) {
+                                         return std::string_view(tag.name) < wanted;
+                                       });
+  if (found == std::end(kEffects) || std::string_view(found->name) != name) return std::nullopt;
   return found->effect;
 }
 

@@ -238,9 +238,8 @@ String Answer::SendFile(const String& path, std::string_view type, std::string_v
   }
   disposition_ = name.empty() ? String() : AttachmentDisposition(name);
   if (body_ == Body::Elsewhere) status_ = 0;
-  if (status_ == 0 || status_ == 200) {
-    file->Choose(request_);
-  }
+  file->Choose(request_);
+  if (status_ != 0 && status_ != 200) file->ChooseWhole();
   file_ = std::move(file);
   body_ = Body::File;
   return {};

@@ -81,8 +81,9 @@ bool NamesEntityTag(std::string_view if_none_match, std::string_view entity_tag)
 FilePart ChooseFilePart(const FileConditions& conditions, const FileVersion& version,
                         int64_t size) {
   // A date counts only where no tag is asked for.
+  const int64_t known = ReadHTTPDate(conditions.if_modified_since);
   const bool unchanged = conditions.if_none_match.empty()
-                             ? ReadHTTPDate(conditions.if_modified_since) >= version.modified
+                             ? known >= 0 && known >= version.modified
                              : NamesEntityTag(conditions.if_none_match, version.entity_tag.view());
   if (unchanged) return {304, 0, 0};
   if (!conditions.if_range.empty() && !IsVersion(conditions.if_range, version)) {

@@ -2,6 +2,8 @@
 
 #include "request/request.h"
 
+#include "core/number.h"
+
 namespace vexa {
 
 Request::Request(char** environment, std::span<char* const> arguments)
@@ -15,6 +17,11 @@ std::string_view Request::Header(std::string_view name) const {
   String variable = String::Concat({"HTTP_", name});
   variable.gsub("-", "_");
   return environment_.Value(variable);
+}
+
+int64_t Request::AnnouncedLength() const {
+  if (!announced_length_) announced_length_ = ReadInteger64(Header("Content-Length"));
+  return *announced_length_;
 }
 
 }  // namespace vexa

@@ -4,6 +4,8 @@
 #ifndef VEXA_REQUEST_REQUEST_H_
 #define VEXA_REQUEST_REQUEST_H_
 
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -33,6 +35,8 @@ class Request {
   // The value of a header as servers put it into the environment, empty when it was not sent. The
   // letter case of `name` counts.
   [[nodiscard]] std::string_view Header(std::string_view name) const;
+  // How many bytes the body is said to have; 0 or less when there is none.
+  [[nodiscard]] int64_t AnnouncedLength() const;
 
   // Reads up to `count` bytes of the body, waiting for the first at most `wait_ms` milliseconds
   // (-1: as long as it takes). The number of bytes, kBodyEnd, kNothingYet (the time is over, or a
@@ -43,6 +47,7 @@ class Request {
   Environment environment_;
   std::span<char* const> arguments_;
   String path_info_;
+  mutable std::optional<int64_t> announced_length_;  // once it was asked for
 };
 
 }  // namespace vexa

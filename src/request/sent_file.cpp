@@ -107,8 +107,9 @@ bool SentFile::SendPiece(ResponseOutput& output, std::string_view piece) {
 
 bool SentFile::AwaitReader(ResponseOutput& output) {
   for (;;) {
-    if (host_.timedout()) return false;
+    // In this order: what is left would read like "no limit" a second after the question.
     const int64_t seconds = host_.timeremaining();
+    if (host_.timedout()) return false;
     const int64_t wait = seconds < 0 ? -1 : (seconds + 1) * 1000;
     if (output.AwaitReader(static_cast<int>(std::min<int64_t>(wait, INT_MAX)))) return true;
   }

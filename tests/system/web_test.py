@@ -63,6 +63,12 @@ def _(server):
     body.write_bytes(b"text=" + b"x%20" * 100_000 + b"&name=last")
     expect("long", server.page("/f.vx", "--data-binary", f"@{body}"), "[last|200000|POST]")
     expect("empty", server.page("/f.vx", "--data", ""), "[|0|POST]")
+    # A body that nobody reads.
+    server.write("plain.vx", "[page]")
+    for size in (1, 100, 3_000_000):
+        body.write_bytes(b"x" * size)
+        post = ("--header", "Content-Type: text/plain", "--header", "Expect:", "--data-binary", f"@{body}")
+        expect("not read", [server.page("/plain.vx", *post) for _ in range(3)], ["[page]"] * 3)
     server.write("long.vx", "<VxLET i=0><VxWHILE EXPR=\"i LT 20000\">&[i] some text of a line\n"
                             "<VxLET i=i + 1></VxWHILE>")
     body = server.page("/long.vx")

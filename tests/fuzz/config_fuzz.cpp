@@ -1,0 +1,77 @@
+// Fuzzing of the files of settings, with libFuzzer: configurations with sections, and authorization
+// files. However a file is cut into blocks it must mean the same, and what a check finds clean must
+// be so for everybody. tests/fuzz/run builds and runs it.
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "config/auth_file.h"
+#include "config/config_check.h"
+#include "config/config_parser.h"
+#include "config/unix_config.h"
+#include "core/buffer.h"
+#include "core/output.h"
+#include "fake_receiver.h"
+#include "memory_files.h"
+
+namespace vexa {
+namespace {
+
+void Require(bool condition, const char* text) {
+  if (condition) return;
+  std::fprintf(stderr, "%s\n", text);
+  std::abort();
+}
+
+// Reads the file "f" for somebody; all that came of it.
+std::string Read(MemoryFiles& files, bool users, int block_size) {
+  FakeReceiver receiver(files, "www.a.org");
+  UNIXConfig config(receiver, ServerSafeMode::Off);
+  Buffer source(files, block_size);
+  Require(source.Open("f", "f"), "the file cannot be opened");
+  String directory = "before";
+  const UserEntry owner{1000, 1000, "-", "-"};  // as the check has it
+  const bool done = users ? AuthFileReader(receiver, config, source, &owner).Read(directory)
+                          : UNIXConfigParser(receiver, config, source).Read();
+  Require(receiver.errors.size() == (done ? 0 : 1), "an error is not told, or told twice");
+  std::string all = done ? "" : receiver.errors[0];
+  all.append(directory.view()).append(config.virtualhost().view());
+  for (size_t i = 0; !Config::KeyOfSetting(i).empty(); ++i) {
+    all.append("\n").append(config.ValueOfSetting(i).view());
+  }
+  return all;
+}
+
+// Whether the check finds nothing in the file.
+bool IsClean(MemoryFiles& files, bool users) {
+  FakeReceiver receiver(files, "");
+  StringOutput out;
+  std::vector<Finding> findings;
+  if (!users) {
+    (void)CheckConfigurationFile(files, receiver.environment(), ServerSafeMode::Off, "f", out);
+    out.Flush();
+    return out.data().empty();
+  }
+  UNIXConfig config(receiver, ServerSafeMode::Off);
+  Buffer source(files, 8192);
+  Require(source.Open("f", "f"), "the file cannot be opened");
+  AuthFileReader(receiver, config, source, nullptr).CheckAll(findings);
+  return findings.empty();
+}
+
+}  // namespace
+}  // namespace vexa
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const bool users = data[0] == 'u';
+  vexa::MemoryFiles files;
+  files["f"].assign(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::string whole = vexa::Read(files, users, 8192);
+  for (const int block : {1, 7}) {
+    vexa::Require(whole == vexa::Read(files, users, block), "blocks make a difference");
+  }
+  vexa::Require(!vexa::IsClean(files, users) || !whole.starts_with("Syntax error"),
+                "the check misses an error");
+  return 0;
+}
