@@ -18,8 +18,9 @@ namespace vexa {
 namespace {
 
 constexpr int64_t kSecondsPerDay = 24 * 3600;
-// The largest magnitude of a time with a year that the calendar can say.
-constexpr int64_t kMostSeconds = 67'768'036'000'000'000;
+// The largest magnitude of a time with a year that the C library can write, which counts to
+// 2147483647.
+constexpr int64_t kMostSeconds = 67'767'976'000'000'000;
 
 // English, whatever a library that a package loaded has chosen.
 locale_t English() {

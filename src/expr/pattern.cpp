@@ -243,7 +243,7 @@ bool Pattern::ReadReplacement(std::string_view rest, std::vector<Piece>& pieces)
     }
     const int number = GroupNumber(group);
     if (number < 0) return refuse(String::Concat({"no group '", ShownInMessage(group), "'"}));
-    pieces.push_back({{}, number});
+    pieces.push_back({{}, number, IsDigit(group[0]) ? String() : std::move(group)});
   }
   return true;
 }
@@ -256,7 +256,8 @@ bool Pattern::Replace(std::string_view replacement, String& result) {
     const Span& match = found_[number - 1];
     if (match.begin > copied) result.Append(subject_.view().substr(copied, match.begin - copied));
     for (const Piece& piece : pieces) {
-      result.Append(piece.group < 0 ? piece.text : TextOfGroup(static_cast<size_t>(piece.group)));
+      const int group = piece.name.empty() ? piece.group : GroupNumber(piece.name);
+      result.Append(group < 0 ? piece.text : TextOfGroup(static_cast<size_t>(group)));
     }
     copied = std::max<size_t>(copied, match.end);
   }

@@ -69,10 +69,12 @@ class Pattern {
     uint32_t begin;
     uint32_t end;
   };
-  // A part of a replacement: a text, or the group of that number.
+  // A part of a replacement: a text, or the group of that number. One with a name is looked up in
+  // each match, since several groups may have it.
   struct Piece {
     std::string_view text;
     int group = -1;
+    String name = {};
   };
 
   // How much an operation has computed. Read by the call-back.
