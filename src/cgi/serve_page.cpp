@@ -43,7 +43,10 @@ class ServedHost final : private CGIEnds, public Host {
  public:
   // Both are borrowed.
   ServedHost(Process& process, const std::string& name)
-      : CGIEnds(process), Host(process, kVexaTags, cgi_request, cgi_output), name_(name) {}
+      : CGIEnds(process),
+        Host(process, kVexaTags, cgi_request, cgi_output),
+        process_(process),
+        name_(name) {}
 
   void Error(const vexa::Error& error) override {
     Tell(error.message().view());
@@ -55,8 +58,10 @@ class ServedHost final : private CGIEnds, public Host {
   }
 
  private:
-  // Memory may have run out: then the page says it alone.
+  // That a page was interrupted is no error of it. Memory may have run out: then the page says it
+  // alone.
   void Tell(std::string_view message) {
+    if (process_.interrupted()) return;
     try {
       String text(message);
       DecodeEntities(text);
@@ -65,6 +70,7 @@ class ServedHost final : private CGIEnds, public Host {
     }
   }
 
+  const Process& process_;
   const std::string& name_;
 };
 
@@ -72,7 +78,6 @@ class ServedHost final : private CGIEnds, public Host {
 // must not keep open.
 bool BecomeCGI(const ServeSite& site, int body, int answer) {
   (void)setpgid(0, 0);
-  (void)::signal(SIGPIPE, SIG_DFL);
   (void)::signal(SIGTTOU, SIG_IGN);  // It may write to the terminal whose foreground it has left.
   sigset_t none;
   sigemptyset(&none);
@@ -126,6 +131,8 @@ bool PageRun::Start(const ServeSite& site, const std::vector<std::string>& varia
   (void)setpgid(process_, process_);
   return true;
 }
+
+void PageRun::TellReaderGone() const { (void)::kill(process_, SIGPIPE); }
 
 void PageRun::Signal(int signal) const { (void)::kill(-process_, signal); }
 

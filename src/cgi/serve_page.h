@@ -63,6 +63,8 @@ class PageRun {
   [[nodiscard]] bool ended() const { return ended_; }
   // Nobody reads any more: what the process writes from now on fails.
   void ClosePipe() { pipe_ = OwnedDescriptor(); }
+  // The same for a page that writes nothing: it ends at its next tag. REQUIRES: !ended().
+  void TellReaderGone() const;
   // Sends `signal` to the process and those it started. REQUIRES: !ended().
   void Signal(int signal) const;
 

@@ -12,6 +12,7 @@
 #include <map>
 #include <span>
 
+#include "core/number.h"
 #include "core/text.h"
 #include "files/descriptor.h"
 #include "request/file_conditions.h"
@@ -119,7 +120,8 @@ void ReadRequestHead(MHD_Connection* connection, const ServeSite& site, int port
       if (method == "GET" || method == "HEAD") return;
       return request.Refuse(405, "Only pages take requests of this kind.");
     case ServeTarget::Kind::Page:
-      return;
+      if (ReadInteger64(HeaderOf(connection, "Content-Length")) <= kLargestBody) return;
+      return request.Refuse(413, "The request is too large.");
   }
 }
 

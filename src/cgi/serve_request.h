@@ -38,6 +38,7 @@ struct ServeRequest {
   PageRun* page = nullptr;  // borrowed from the server
   MHD_Connection* connection = nullptr;
   bool waiting = false;  // whether the connection is suspended
+  bool left = false;     // whether the client has gone while it was
   unsigned status = 0;   // once answered
 
   void Refuse(int status, std::string_view reason);

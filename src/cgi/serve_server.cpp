@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
 
 #include "cgi/serve_terminal.h"
@@ -47,6 +48,17 @@ void Resume(ServeRequest* request) {
 void Suspend(ServeRequest& request) {
   MHD_suspend_connection(request.connection);
   request.waiting = true;
+}
+
+int SocketOf(const ServeRequest& request) {
+  return MHD_get_connection_info(request.connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+}
+
+// What the library answers itself: it is no request, or its head is too long.
+void TellRefused(void*, const char* format, va_list arguments) {
+  constexpr std::string_view kRefusal = "Error processing request (HTTP response code is %u";
+  if (!std::string_view(format).starts_with(kRefusal)) return;
+  TellLine(std::to_string(va_arg(arguments, unsigned)) + " (no request, or too long a head)");
 }
 
 }  // namespace
@@ -89,7 +101,8 @@ bool ServeServer::Listen(int port, std::string& problem) {
   }
   if (signals_.open()) {
     daemon_ = MHD_start_daemon(
-        MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, HandleRequest, this,
+        MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr,
+        HandleRequest, this, MHD_OPTION_EXTERNAL_LOGGER, TellRefused, nullptr,
         MHD_OPTION_LISTEN_SOCKET, listener_.get(), MHD_OPTION_URI_LOG_CALLBACK, BeginRequest, this,
         MHD_OPTION_NOTIFY_COMPLETED, EndRequest, this, MHD_OPTION_CONNECTION_LIMIT,
         kMostConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
@@ -151,11 +164,14 @@ void ServeServer::Wait(int timeout_ms) {
     const bool awaited = running.request == nullptr || running.request->waiting;
     if (!awaited || running.page->pipe() < 0) continue;
     wanted.push_back({running.page->pipe(), POLLIN, 0});
+    wanted.push_back({running.request == nullptr ? -1 : SocketOf(*running.request), POLLRDHUP, 0});
     pages.push_back(&running);
   }
   if (::poll(wanted.data(), wanted.size(), timeout_ms) <= 0) return;
   for (size_t i = 0; i < pages.size(); ++i) {
-    if (wanted[i + 2].revents == 0) continue;
+    const pollfd* const ends = &wanted[2 + 2 * i];
+    if (ends[0].revents == 0 && ends[1].revents == 0) continue;
+    if (ends[1].revents != 0) pages[i]->request->left = true;
     Resume(pages[i]->request);
     char nobody_reads[4096];
     if (pages[i]->request == nullptr) {
@@ -203,7 +219,9 @@ MHD_Result ServeServer::HandleRequest(void* cls, MHD_Connection* connection, con
     request.version = version;
     ReadRequestHead(connection, server.site_, server.port_, request);
     request.stage = ServeRequest::Stage::Body;
-    return MHD_YES;
+    // Who asks before sending a body is told at once.
+    const bool asks = !HeaderOf(connection, "Expect").empty();
+    return asks && request.refusal != 0 ? server.Answer(connection, request) : MHD_YES;
   }
   if (*data_size == 0) return server.Answer(connection, request);
   TakeBody(server.site_, {data, *data_size}, request);
@@ -223,6 +241,7 @@ void ServeServer::EndRequest(void* cls, MHD_Connection*, void** context,
     const bool done = end == MHD_REQUEST_TERMINATED_COMPLETED_OK;
     if (!done || !(request->IsHead() || request->status == 204 || request->status == 304)) {
       running.page->ClosePipe();
+      if (!running.page->ended()) running.page->TellReaderGone();
     }
   }
   if (request->method.empty()) return;  // No whole request came.
@@ -261,6 +280,7 @@ bool ServeServer::StartPage(MHD_Connection* connection, ServeRequest& request) {
 
 MHD_Result ServeServer::AnswerPage(MHD_Connection* connection, ServeRequest& request) {
   if (!request.page->ReadHead()) {
+    if (request.left) return MHD_NO;
     Suspend(request);
     return MHD_YES;
   }
@@ -282,6 +302,7 @@ ssize_t ServeServer::ReadPage(void* cls, uint64_t, char* buffer, size_t size) {
   ServeRequest& request = *static_cast<ServeRequest*>(cls);
   const ssize_t count = request.page->Read(buffer, size);
   if (count == PageRun::kEnd) return MHD_CONTENT_READER_END_OF_STREAM;
+  if (count == PageRun::kNothingYet && request.left) return MHD_CONTENT_READER_END_WITH_ERROR;
   if (count == PageRun::kNothingYet) Suspend(request);
   return count;
 }

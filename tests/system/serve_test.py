@@ -146,6 +146,8 @@ def _(serve):
         raise Failure(serve.log.read_text())
     serve.ask_by_hand("GET /no\x1b[2J HTTP/1.1\r\nHost: localhost:PORT")
     expect_in("terminal", serve.said("GET /no"), " GET /no?[2J\n")
+    serve.ask_by_hand("GET / HTTP/9.9\r\nHost: localhost:PORT")
+    serve.said("\n505 (no request")
     serve.write(".vexa-site/settings.conf", "maxcpu=x")
     serve.restart()
     expect_in("settings", serve.ask("/sub/e.vx")[2], "'x' is not a valid value for maxcpu")
@@ -163,6 +165,8 @@ def _(serve):
            "50000000|end|POST||||127.0.0.1")
     expect("chunked", serve.ask("/f.vx", "-d", "a=1&b=2", "-H", "Transfer-Encoding: chunked")[2],
            "1|2|POST||||127.0.0.1")
+    expect("2 GB, asking first", serve.ask("/f.vx", "-d", "a", "-H", "Content-Length: 2000000000",
+                                           "-H", "Expect: 100-continue")[0], 413)
     headers = ("Cookie: a=1", "Cookie: b=2", "Proxy: x", "A-B: 1", "A_B: 2", "A-B: 3")
     expect("headers", serve.ask("/f.vx", *(part for header in headers for part in ("-H", header)))[2],
            "0||GET|a=1; b=2||1, 3|127.0.0.1")
@@ -190,6 +194,11 @@ def _(serve):
         expect("status", crash.result()[0], 500)
         expect_in("reason", crash.result()[2], "The page was ended by signal 9 (Killed)")
         serve.said("endless.vx: The page was ended by signal 9")
+        with socket.create_connection(("127.0.0.1", serve.port)) as client:
+            client.sendall(b"GET /endless.vx HTTP/1.1\r\nHost: localhost:%d\r\n\r\n" % serve.port)
+            until(serve.children)
+        serve.said("GET /endless.vx (cut off)")
+        until(lambda: not serve.children())
         for _ in range(2):
             pool.submit(serve.ask, "/endless.vx")
         until(lambda: len(serve.children()) == 2)
