@@ -144,7 +144,9 @@ def _():
         for descriptors in range(3, 12):
             def few():
                 resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
-            page = site.run(preexec_fn=few)[1]
+            page = ""
+            with contextlib.suppress(Failure):  # A sanitizer that finds no descriptor for itself reports.
+                page = site.run(preexec_fn=few)[1]
             expect(f"{descriptors} descriptors", "Uid:\t" in page and "Uid:\t5001\t" not in page, False)
         site.own("site/index.vx", SELF + "\n<VxEVAL EXPR=\"fmkdir('made')\">", NAMELESS)
         os.chown(site.data, NAMELESS, NAMELESS)
