@@ -607,6 +607,8 @@ def contact(site):
     page = (ROOT / "examples/site/contact.vx").read_text()
     with mail_server() as (inbox, host), WebServer(suite.build, "validextensions=.vx") as server:
         server.write("contact.vx", page.replace('MAILHOST="127.0.0.1"', f'MAILHOST="{host}"'))
+        for part in ("header", "footer"):
+            server.write(f"parts/{part}.vx", (ROOT / f"examples/site/parts/{part}.vx").read_text())
         (server.directory / "upload").write_bytes(bytes(range(256)))
         form = ["--form-string", "message=<VxEXIT> & &[arg1]\r\nBcc: x@y",
                 "--form", f"attachment=@{server.directory}/upload"]

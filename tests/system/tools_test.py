@@ -80,7 +80,7 @@ def _():
         "/loop.vx?rows=5": '<td class="number">120</td>',
         # The demo keeps its data, so these must not depend on what the shop holds.
         "/shop/": "<h1>Catalogue</h1>",
-        "/shop/admin/": "<h1>Administration</h1>",
+        "/shop/admin/login.vx": "<h1>Log in</h1>",
     }
     for page, part in pages.items():
         response = demo(page)
