@@ -32,6 +32,7 @@ void Function::SetParameters(std::string_view list) {
     parameters_.emplace_back(Stripped(pieces.piece()));
     symbols_.emplace_back(parameters_.back().view());
   }
+  SetParameterCount(static_cast<int>(parameters_.size()));
 }
 
 StateResult DeclareFunction(ScriptParser& parser, const Tag& tag) {

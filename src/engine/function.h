@@ -23,7 +23,7 @@ class Function final : public Callable {
  public:
   // `declaration` is the row of the declaring tag, `body` the place just behind it.
   Function(String name, const TagRow& declaration, const SourcePlace& body)
-      : Callable(Kind::OfScript),
+      : Callable(Kind::OfScript, 0),
         name_(std::move(name)),
         symbol_(name_.view()),
         declaration_(declaration),
@@ -39,9 +39,6 @@ class Function final : public Callable {
   [[nodiscard]] const std::vector<String>& parameters() const { return parameters_; }
   // The parameters' names as symbols, in the same order.
   [[nodiscard]] const std::vector<Symbol>& symbols() const { return symbols_; }
-  [[nodiscard]] int parameter_count() const override {
-    return static_cast<int>(parameters_.size());
-  }
   // Takes the parameter names from a list separated by commas.
   void SetParameters(std::string_view list);
 

@@ -40,31 +40,23 @@ enum BuiltinFlag : uint8_t {
 
 class BuiltinFunction : public Callable {
  public:
-  // `parameters` is the list of the parameter names separated by ", ". Both texts must live as
-  // long as the program. `flags` are BuiltinFlag bits.
+  // `name` must live as long as the program. `parameters` lists the parameters for the reader,
+  // separated by ", "; only their count is kept. `flags` are BuiltinFlag bits.
   constexpr BuiltinFunction(std::string_view name, std::string_view parameters,
                             BuiltinHandler handler, uint8_t flags = 0)
-      : Callable(Kind::BuiltIn),
+      : Callable(Kind::BuiltIn,
+                 parameters.empty()
+                     ? 0
+                     : 1 + static_cast<int>(std::count(parameters.begin(), parameters.end(), ','))),
         name_(name),
-        parameters_(parameters),
-        parameter_count_(parameters.empty() ? 0
-                                            : 1 + static_cast<int>(std::count(
-                                                      parameters.begin(), parameters.end(), ','))),
         handler_(handler),
         flags_(flags) {}
-  // Written out so that the compiler can build the table.
-  constexpr ~BuiltinFunction() override {}
   [[nodiscard]] constexpr std::string_view name() const { return name_; }
-  // The parameter names separated by ", "; empty when it takes none.
-  [[nodiscard]] constexpr std::string_view parameters() const { return parameters_; }
-  [[nodiscard]] int parameter_count() const override { return parameter_count_; }
   [[nodiscard]] BuiltinHandler handler() const { return handler_; }
   [[nodiscard]] bool Has(BuiltinFlag flag) const { return (flags_ & flag) != 0; }
 
  private:
   std::string_view name_;
-  std::string_view parameters_;
-  int parameter_count_;
   BuiltinHandler handler_;
   uint8_t flags_;
 };

@@ -16,18 +16,24 @@
 namespace vexa {
 
 // What may be called from an expression: the language's own functions (BuiltinFunction), the
-// script's (Function), and those of packages, which the host knows.
+// script's (Function), and those of packages, which the host knows. No virtual functions, on
+// purpose: each row of the built-ins would hold an address more, to be adjusted at every start.
 class Callable {
  public:
   enum class Kind : uint8_t { BuiltIn, OfScript, OfPackage };
-  explicit constexpr Callable(Kind kind) : kind_(kind) {}
-  virtual ~Callable() = default;
-  [[nodiscard]] virtual int parameter_count() const = 0;
+  constexpr Callable(Kind kind, int parameter_count)
+      : kind_(kind), parameter_count_(parameter_count) {}
+  [[nodiscard]] int parameter_count() const { return parameter_count_; }
   [[nodiscard]] Kind kind() const { return kind_; }
   [[nodiscard]] bool builtin() const { return kind_ == Kind::BuiltIn; }
 
+ protected:
+  ~Callable() = default;
+  void SetParameterCount(int count) { parameter_count_ = count; }
+
  private:
   Kind kind_;
+  int parameter_count_;
 };
 
 class ExpressionContext {

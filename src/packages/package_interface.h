@@ -38,14 +38,12 @@ class PackageFunction final : public Callable {
   // `library` is borrowed; the function is one of its own.
   PackageFunction(Library& library, String name, String parameters, int parameter_count,
                   vexa_function code, void* data)
-      : Callable(Kind::OfPackage),
+      : Callable(Kind::OfPackage, parameter_count),
         library_(library),
         name_(std::move(name)),
         parameters_(std::move(parameters)),
-        parameter_count_(parameter_count),
         code_(code),
         data_(data) {}
-  [[nodiscard]] int parameter_count() const override { return parameter_count_; }
   [[nodiscard]] Library& library() const { return library_; }
   [[nodiscard]] const String& name() const { return name_; }
   // The names of its parameters, separated by ", ".
@@ -57,7 +55,6 @@ class PackageFunction final : public Callable {
   Library& library_;
   String name_;
   String parameters_;
-  int parameter_count_;
   vexa_function code_;
   void* data_;
 };

@@ -82,10 +82,7 @@ class FakeExpressionContext final : public ExpressionContext {
 
  private:
   struct Function final : Callable {
-    Function(int count, Work what)
-        : Callable(Kind::OfScript), parameters(count), work(std::move(what)) {}
-    int parameter_count() const override { return parameters; }
-    int parameters;
+    Function(int count, Work what) : Callable(Kind::OfScript, count), work(std::move(what)) {}
     Work work;
   };
   std::map<std::string, Function> functions_;
