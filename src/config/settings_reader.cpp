@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "core/buffer.h"
+#include "core/encoding.h"
 #include "core/find_byte.h"
 #include "core/number.h"
 #include "core/text.h"
@@ -165,7 +166,7 @@ AttributeEnd SettingsReader::GetValue(Tag& tag, const String& name, ScriptValue&
 
 Progress SettingsReader::ProcessKnownTag(Tag& tag) {
   if (tag.id() == kOpening) {
-    const String* list = Required(tag, list_);
+    const String* list = RequiredAlone(tag);
     return BeginSection(list == nullptr ? Section::Failed : OpenSection(*list));
   }
   if (tag.id() != kClosing) return Outcome(ProcessTag(tag));
@@ -189,6 +190,18 @@ const String* SettingsReader::Required(const Tag& tag, std::string_view attribut
   if (const NameValuePair* pair = tag.Find(attribute)) return &pair->value.text();
   ReportSyntaxError(String::Concat(
       {"&lt;", tag.name(), "&gt; requires the ", attribute, " attribute to be specified"}));
+  return nullptr;
+}
+
+// The list of an opening tag, which must have a value and nothing beside it: what stands behind a
+// list without quotes would be left out of it without a word. Null after an error was reported.
+const String* SettingsReader::RequiredAlone(const Tag& tag) {
+  const String* list = Required(tag, list_);
+  if (list == nullptr || tag.attributes().size() == 1) return list;
+  const bool first = &tag.attributes()[0].value.text() == list;
+  ReportSyntaxError(
+      String::Concat({"Unexpected attribute '", EntityEncoded(tag.attributes()[first ? 1 : 0].name),
+                      "' in &lt;", tag.name(), "&gt;"}));
   return nullptr;
 }
 

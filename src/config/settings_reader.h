@@ -96,8 +96,13 @@ class SettingsReader : public Parser {
   [[nodiscard]] bool GetNameValuePairs(Tag& tag) final;
   // A quoted value comes without its quotes.
   [[nodiscard]] AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value) final;
+  // The name of a list alone is no list.
+  [[nodiscard]] bool ProcessEmptyValue(Tag& tag, const String& name, ScriptValue& value) final {
+    return tag.id() == tags().rows[0].id || Parser::ProcessEmptyValue(tag, name, value);
+  }
 
   [[nodiscard]] Progress ProcessTagOrComment();
+  [[nodiscard]] const String* RequiredAlone(const Tag& tag);
   [[nodiscard]] bool TakePlainOpening(std::string_view& list);
   [[nodiscard]] Progress BeginSection(Section section);
 

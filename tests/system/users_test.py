@@ -303,6 +303,7 @@ def _():
         wrong |= {"\n" + text: (2, message) for text, message in {
             "maxcpu=1": "Settings must stand in a &lt;USER&gt; section", "</USER>": "Unexpected &lt;/USER&gt;",
             "<USER>": "&lt;USER&gt; requires the NAMES attribute to be specified", "<US a=1>": "Unknown tag &lt;US&gt;",
+            "<USER b NAMES=a>": "Unexpected attribute 'b' in &lt;USER&gt;", "<USER NAMES>": "'' is not a valid user",
             section("eve", end=""): "Unexpected end of file looking for &lt;/USER&gt;",
             section("anna", here, end="# </USER>"): "Unexpected end of file looking for &lt;/USER&gt;"}.items()}
         wrong[section("eve", "\n<USER>") + section("*", here)] = 3, "Nested &lt;USER&gt; sections are not supported"
