@@ -51,7 +51,8 @@ bool IsPassword(const String& password, const String& hash) {
   // Hashed in place of what cannot be, only for the time that it takes.
   const String tried = usable ? password : String("-");
   const char* made = Hashed(tried, hash.c_str());
-  if (made == nullptr) {
+  // What is no more than a salt is a hash of nothing, and may be one of a quick method.
+  if (made == nullptr || std::strlen(made) != hash.size()) {
     (void)HashedAnew(tried);
     return false;
   }
