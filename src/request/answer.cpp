@@ -173,6 +173,7 @@ String Answer::SetStatus(std::string_view code) {
   const int status = digits ? ReadInteger(code) : 0;
   if (status < 200 || status > 599) return QuotedProblem(code, " is not a status");
   status_ = status;
+  unchanged_ = false;
   if (body_ == Body::Elsewhere && status / 100 != 3) body_ = Body::Page;
   if (body_ == Body::File && status != 200) file_->ChooseWhole();
   return {};
@@ -253,7 +254,14 @@ String Answer::SetVersion(std::string_view version, bool& unchanged) {
               NamesEntityTag(request_.Value("HTTP_IF_NONE_MATCH"), tag);
   EraseHeaders("ETag");
   headers_.push_back({"ETag", std::move(tag), Origin::SetVersion, {}});
-  return unchanged ? SetStatus("304") : String();
+  String problem;
+  if (unchanged) {
+    problem = SetStatus("304");
+  } else if (unchanged_ && status_ == 304) {
+    status_ = 0;  // It was said of another version.
+  }
+  unchanged_ = unchanged;
+  return problem;
 }
 
 String Answer::SetCookie(std::string_view name, std::string_view value, std::string_view options) {

@@ -111,8 +111,9 @@ class Answer final : public AnswerHead, private ResponseGate {
   const Environment& request_;
   Stage stage_ = Stage::Waiting;
   Body body_ = Body::Page;
-  int status_ = 0;       // as set; 0: none
-  bool ending_ = false;  // the page is over: the head goes also without text
+  int status_ = 0;          // as set; 0: none
+  bool unchanged_ = false;  // status_ is the 304 of SetVersion
+  bool ending_ = false;     // the page is over: the head goes also without text
   String page_type_ = "text/html";
   String type_;  // in its place, when the page has set one
   String identifying_cookie_;
