@@ -77,6 +77,8 @@ class File {
     FileStamp ignored;
     return StillNamed(NameCheck::ByPath, ignored);
   }
+  // From now on it stays this very file, whatever its path names when handles run short.
+  virtual void KeepOpen() = 0;
   // What the system knows of this very file, whatever its path names meanwhile. 0, or a negative
   // value.
   [[nodiscard]] virtual int Status(struct stat& status) = 0;

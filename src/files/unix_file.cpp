@@ -173,6 +173,12 @@ int UNIXFile::StillNamed(NameCheck check, FileStamp& stamp) {
   return errno == ENOENT || errno == ENOTDIR ? 0 : Fail();
 }
 
+void UNIXFile::KeepOpen() {
+  // A closed one would have to be opened again when it is read.
+  int fd;
+  if (Activate(fd)) info_->KeepOpen();
+}
+
 int UNIXFile::Status(struct stat& status) {
   int fd;
   if (!Activate(fd)) return -1;

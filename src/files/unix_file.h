@@ -50,6 +50,7 @@ class UNIXFile final : public File {
   [[nodiscard]] int Touch() override;
   using File::StillNamed;
   [[nodiscard]] int StillNamed(NameCheck check, FileStamp& stamp) override;
+  void KeepOpen() override;
   [[nodiscard]] int Status(struct stat& status) override;
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }

@@ -34,7 +34,7 @@ class UNIXFileInfo {
   ByteRanges locks;
 
   [[nodiscard]] const String& filename() const { return filename_; }
-  // It has no name by which it could be opened again.
+  // It cannot be opened again by its name, or must not be.
   void KeepOpen() { reopenable_ = false; }
   // The file got another name.
   void Renamed(const String& filename) { filename_ = filename; }

@@ -49,6 +49,7 @@ bool SentFile::Open(const String& resolved, String& reason) {
     reason = file_->error();
     return false;
   }
+  file_->KeepOpen();  // Its length is promised, whatever others do to the path.
   length_ = part_.length = stamp.length;
   version_ = VersionOf(stamp);
   return true;

@@ -195,6 +195,7 @@ class MemoryFiles final : public FileManager {
       if (ranges_.insert({start, length}).second) ++manager_.locks_;
       return 0;
     }
+    void KeepOpen() override {}
     int Status(struct stat&) override { return -1; }
     int TryLock(FileLockType type, int64_t start, int64_t length) override {
       return Lock(type, start, length) < 0 ? -1 : 1;
