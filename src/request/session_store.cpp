@@ -156,8 +156,11 @@ std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, Stri
   // The first session of the site. Another request may be making the directory, too: the second try
   // tells.
   const String directory = path_.before(path_.length() - static_cast<int>(kNameLength) - 1);
-  (void)host_.filemanager().MakeDirectory(directory);
-  return OpenLocked(host_, path_, mode, reason);
+  FileManager& files = host_.filemanager();
+  const String refused = files.MakeDirectory(directory) == 0 ? String() : files.error();
+  file = OpenLocked(host_, path_, mode, reason);
+  if (file == nullptr && !refused.empty() && IsMissing(directory)) reason = refused;
+  return file;
 }
 
 String SessionStore::Change(const String& id, std::string_view name, std::string_view value) {
