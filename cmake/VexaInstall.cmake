@@ -6,6 +6,8 @@ include(GNUInstallDirs)
 
 # Where Debian's web servers keep their CGI programs. The configuration is /etc/vexa.conf.
 install(TARGETS vexa DESTINATION lib/cgi-bin)
+# What the system starts.
+install(TARGETS vexa-fcgi DESTINATION ${CMAKE_INSTALL_SBINDIR})
 # What a developer starts by hand.
 install(TARGETS vexa-serve DESTINATION ${CMAKE_INSTALL_BINDIR})
 # All that a package of ours is built with.
@@ -22,7 +24,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Server-side pages with tables, mail and c
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libmicrohttpd12, tzdata")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libmicrohttpd12, libfcgi0ldbl, tzdata")
 # Loaded when a page first needs them: calls, mail, archives of packages.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
   "libcurl4, libgmime-3.0-0, libarchive13, ca-certificates")

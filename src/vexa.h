@@ -28,6 +28,7 @@ class Database;
 class ExpressionContext;
 class FileManager;
 class Module;
+class PageStore;
 class ScriptValue;
 class TextWork;
 class Variables;
@@ -262,6 +263,8 @@ class Vexa {
                                                                           String& message) = 0;
 
   // --- Scripts: those that were loaded, and the one that runs ---
+  // Where scripts are kept from one request to the next; null where nothing is kept.
+  [[nodiscard]] virtual PageStore* pages() = 0;
   // The loaded script of that name (a script path), loading it when needed. Null with `message`
   // set on failure. The host owns it.
   [[nodiscard]] virtual Module* FindModule(const String& name, String& message) = 0;

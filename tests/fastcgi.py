@@ -49,9 +49,10 @@ class Worker:
 
     def __init__(self, program, directory, *options, environment=None):
         self.socket = pathlib.Path(f"{directory}.sock")
-        self.log = open(f"{directory}.log", "w+b")
+        self.log = pathlib.Path(f"{directory}.log")
+        self.written, self.read = self.log.open("wb"), self.log.open("rb")
         self.process = subprocess.Popen(
-            [program, "--socket", self.socket, *options], cwd=directory, stderr=self.log,
+            [program, "--socket", self.socket, *options], cwd=directory, stderr=self.written,
             stdin=subprocess.DEVNULL, env=environment)
 
     def __enter__(self):
@@ -63,12 +64,13 @@ class Worker:
     def __exit__(self, *ignored):
         self.process.send_signal(signal.SIGTERM)
         self.process.wait(60)
-        self.log.close()
-        pathlib.Path(self.log.name).unlink()
+        for file in (self.written, self.read):
+            file.close()
+        self.log.unlink()
 
     def errors(self):
         """What it wrote to its log since this was asked last."""
-        return self.log.read()
+        return self.read.read()
 
     def connect(self, seconds=60):
         connection = socket.socket(socket.AF_UNIX)

@@ -2,6 +2,7 @@
 
 #include "cgi/fcgi_vexa.h"
 
+#include <fastcgi.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace vexa {
 
@@ -76,7 +78,31 @@ void FCGIOutput::Finish() {
   Flush();
 }
 
-FCGIEnds::FCGIEnds(FCGX_Request& records)
-    : fcgi_request(records), fcgi_output(records, kOutputBuffer) {}
+// The head of a record of output; at the end, such a record without content and the one that ends
+// the request. What the library holds goes before them, where that needs no waiting.
+size_t FCGIOutput::Frame(size_t length, char* frame) {
+  pollfd reader{records_.ipcFd, POLLOUT, 0};
+  if (poll(&reader, 1, 0) > 0) FCGX_FFlush(records_.out);
+  const auto put = [&](int type, size_t content) {
+    const auto id = static_cast<unsigned>(records_.requestId);
+    const unsigned bytes[] = {FCGI_VERSION_1,
+                              static_cast<unsigned>(type),
+                              id >> 8,
+                              id & 0xFF,
+                              static_cast<unsigned>(content >> 8),
+                              static_cast<unsigned>(content & 0xFF),
+                              0,
+                              0};
+    for (const unsigned byte : bytes) *frame++ = static_cast<char>(byte);
+  };
+  put(FCGI_STDOUT, length);
+  if (length > 0) return FCGI_HEADER_LEN;
+  put(FCGI_END_REQUEST, sizeof(FCGI_EndRequestBody));
+  std::memset(frame, 0, sizeof(FCGI_EndRequestBody));
+  return 2 * FCGI_HEADER_LEN + sizeof(FCGI_EndRequestBody);
+}
+
+FCGIEnds::FCGIEnds(FCGX_Request& records, char** environment)
+    : fcgi_request(records, environment), fcgi_output(records, kOutputBuffer) {}
 
 }  // namespace vexa

@@ -19,8 +19,9 @@ namespace vexa {
 
 class FCGIRequest final : public Request {
  public:
-  // `records` is borrowed; its parameters have been read.
-  explicit FCGIRequest(FCGX_Request& records) : Request(records.envp, {}), records_(records) {}
+  // `records` and `environment` are borrowed; the parameters have been read.
+  FCGIRequest(FCGX_Request& records, char** environment)
+      : Request(environment, {}), records_(records) {}
   [[nodiscard]] int ReadBody(char* buffer, int count, int wait_ms) override;
 
  private:
@@ -39,6 +40,8 @@ class FCGIOutput final : public ResponseOutput {
   // What is written last leaves together with the record that ends the request.
   void Finish() override;
   [[nodiscard]] bool AwaitReader(int wait_ms) override;
+  [[nodiscard]] int descriptor() const override { return records_.ipcFd; }
+  [[nodiscard]] size_t Frame(size_t length, char* frame) override;
 
  protected:
   int Send(const char* text, int length) override;
@@ -50,16 +53,16 @@ class FCGIOutput final : public ResponseOutput {
 
 // The ends of the request, which outlive the host.
 struct FCGIEnds {
-  explicit FCGIEnds(FCGX_Request& records);
+  FCGIEnds(FCGX_Request& records, char** environment);
   FCGIRequest fcgi_request;
   FCGIOutput fcgi_output;
 };
 
 class FCGIVexa final : private FCGIEnds, public Host {
  public:
-  // Both are borrowed.
-  FCGIVexa(Process& process, FCGX_Request& records)
-      : FCGIEnds(records), Host(process, kVexaTags, fcgi_request, fcgi_output) {}
+  // All are borrowed; `environment` is what the server sent of the request.
+  FCGIVexa(Process& process, FCGX_Request& records, char** environment)
+      : FCGIEnds(records, environment), Host(process, kVexaTags, fcgi_request, fcgi_output) {}
 };
 
 }  // namespace vexa

@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -24,7 +25,7 @@
 
 #include "cgi/fcgi_vexa.h"
 #include "cgi/run_request.h"
-#include "core/text.h"
+#include "core/symbol.h"
 
 namespace vexa {
 
@@ -65,10 +66,14 @@ bool TakeOverEndSignals(int listening) {
 // that the worker was started with holds for requests that name none.
 class RequestEnvironment {
  public:
-  explicit RequestEnvironment(char** request) : own_(environ) {
-    for (char** entry = request; *entry != nullptr; ++entry) entries_.push_back(*entry);
-    if (FindZone(request) == nullptr) {
-      if (char* zone = FindZone(own_)) entries_.push_back(zone);
+  explicit RequestEnvironment(char** sent) : own_(environ) {
+    if (char* zone = FindZone(own_); zone != nullptr && FindZone(sent) == nullptr) {
+      entries_.push_back(zone);
+    }
+    added_ = entries_.size();
+    for (char** entry = sent; *entry != nullptr; ++entry) {
+      // Which the library adds to what was sent.
+      if (!std::string_view(*entry).starts_with("FCGI_ROLE=")) entries_.push_back(*entry);
     }
     entries_.push_back(nullptr);
     environ = entries_.data();
@@ -77,6 +82,9 @@ class RequestEnvironment {
   ~RequestEnvironment() { environ = own_; }
   RequestEnvironment(const RequestEnvironment&) = delete;
   RequestEnvironment& operator=(const RequestEnvironment&) = delete;
+
+  // What the server sent.
+  [[nodiscard]] char** sent() { return entries_.data() + added_; }
 
  private:
   static char* FindZone(char** entries) {
@@ -100,14 +108,24 @@ class RequestEnvironment {
 
   char** own_;
   std::vector<char*> entries_;
+  size_t added_ = 0;  // of them, before what was sent
 };
+
+// Names that strangers made are kept for ever, and storage that was taken once is seldom given
+// back: a child that has grown so far makes room for a fresh one.
+bool HasGrown(const char* first_end) {
+  constexpr size_t kMostNames = 4u << 20;
+  constexpr ptrdiff_t kMostStorage = 64 << 20;
+  return Symbol::TakenBytes() > kMostNames ||
+         static_cast<const char*>(sbrk(0)) - first_end > kMostStorage;
+}
 
 // Runs a request to its end. The exit status of the CGI program is that of the request.
 void Serve(Process& process, FCGX_Request& records) {
   int status = 0;
   if (records.role == FCGI_RESPONDER) {
-    const RequestEnvironment environment(records.envp);
-    FCGIVexa host(process, records);
+    RequestEnvironment environment(records.envp);
+    FCGIVexa host(process, records, environment.sent());
     status = RunRequest(host);
   }
   FCGX_SetExitStatus(status, records.out);
@@ -123,12 +141,14 @@ int ServeRequests(const WorkerSettings& settings, int listening) {
   Process process(settings.program, settings.configuration);
   process.TakeOverSignals();
   if (!TakeOverEndSignals(listening)) return EXIT_FAILURE;
+  const char* const first_end = static_cast<const char*>(sbrk(0));
   for (int served = 0; served < settings.requests && ending == 0 && !process.spent(); ++served) {
     if (FCGX_Accept_r(&records) != 0) return ending != 0 ? EXIT_SUCCESS : EXIT_FAILURE;
     // A connection that waits for its next request would keep this child from all others.
     records.keepConnection = 0;
     Serve(process, records);
     FCGX_Finish_r(&records);
+    if (HasGrown(first_end)) break;
   }
   return EXIT_SUCCESS;
 }

@@ -37,7 +37,10 @@ class NoRequest final : public ConfigReceiver {
 
   [[nodiscard]] FileManager& filemanager() override { return files_; }
   [[nodiscard]] int ResolvePath(const String&, String&, PathType, String&) override { return 0; }
-  [[nodiscard]] const Environment& environment() const override { return environment_; }
+  [[nodiscard]] std::string_view EnvironmentValue(std::string_view name) override {
+    return environment_.Value(name);
+  }
+  [[nodiscard]] KeptSiteVariables* keptvariables() override { return nullptr; }
   [[nodiscard]] const String& SystemVariable(std::string_view) override { return none_; }
   void AddSiteVariable(std::string_view, const String&) override {}
   void AddPackage(PackageInfo) override {}
@@ -173,7 +176,7 @@ void CompareHosts(const ConfigChecker& checker, ConfigReceiver& receiver, const 
     comparison.Add(0, checker.users_line(), config.settings());
   }
   for (const CheckedHost& host : checker.hosts()) {
-    UNIXConfig of_host(receiver, mode);
+    UNIXConfig of_host(receiver, mode, WorkingDirectory());
     of_host.SetAll(config.settings());
     bool own_users = false;
     for (const ConfigSetting& setting : host.settings) {
@@ -217,7 +220,7 @@ String CheckAuthorizationFile(ConfigReceiver& receiver, const UNIXConfig& config
     return trusted.unreachable() ? String("Cannot open authorization file")
                                  : "The authorization file is not trusted: " + trusted.reason();
   }
-  UNIXConfig unused(receiver, ServerSafeMode::Off);
+  UNIXConfig unused(receiver, ServerSafeMode::Off, String());
   AuthFileReader(receiver, unused, source, nullptr).CheckAll(findings);
   return {};
 }
@@ -232,7 +235,7 @@ bool CheckConfigurationFile(FileManager& files, const Environment& environment, 
     return false;
   }
   NoRequest receiver(files, environment);
-  UNIXConfig config(receiver, mode);
+  UNIXConfig config(receiver, mode, WorkingDirectory());
   config.SetPath(path);
   std::vector<Finding> findings;
   ConfigChecker checker(receiver, config, source, findings);

@@ -6,13 +6,14 @@
 
 #include <string_view>
 
-#include "core/environment.h"
 #include "core/error.h"
 #include "core/file.h"
 #include "core/string.h"
 #include "vexa.h"
 
 namespace vexa {
+
+class KeptSiteVariables;
 
 class ConfigReceiver {
  public:
@@ -22,9 +23,12 @@ class ConfigReceiver {
   [[nodiscard]] virtual FileManager& filemanager() = 0;
   [[nodiscard]] virtual int ResolvePath(const String& name, String& resolved, PathType type,
                                         String& message) = 0;
-  // What `&[NAME]` in a value stands for, and the variable that holds the request's host name.
-  [[nodiscard]] virtual const Environment& environment() const = 0;
+  // What `&[NAME]` in a value stands for, and the variable that holds the request's host name. What
+  // a reading comes to may hang on nothing else of the request (kept_configuration.h).
+  [[nodiscard]] virtual std::string_view EnvironmentValue(std::string_view name) = 0;
   [[nodiscard]] virtual const String& SystemVariable(std::string_view name) = 0;
+  // Where the variables of the site are kept from one request to the next; null: nowhere.
+  [[nodiscard]] virtual KeptSiteVariables* keptvariables() = 0;
 
   virtual void AddSiteVariable(std::string_view name, const String& value) = 0;
   virtual void AddPackage(PackageInfo package) = 0;

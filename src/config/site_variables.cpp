@@ -4,6 +4,8 @@
 
 #include "config/site_variables.h"
 
+#include <cerrno>
+
 #include "config/config_receiver.h"
 #include "core/buffer.h"
 #include "core/error.h"
@@ -18,7 +20,9 @@ constexpr int kSiteVariablesBuffer = 8192;
 
 class SiteVarsParser {
  public:
-  SiteVarsParser(ConfigReceiver& receiver, Buffer& source) : receiver_(receiver), source_(source) {}
+  // `lines`, when it is not null, receives what is defined.
+  SiteVarsParser(ConfigReceiver& receiver, Buffer& source, KeptSiteVariables::Lines* lines)
+      : receiver_(receiver), source_(source), lines_(lines) {}
 
   void Parse() {
     while (GetNextLine()) {
@@ -55,11 +59,14 @@ class SiteVarsParser {
     size_t equals = line.find('=');
     std::string_view name = Stripped(line.substr(0, equals));
     if (name.empty()) return;
-    receiver_.AddSiteVariable(name, String(equals == line.npos ? "" : line.substr(equals + 1)));
+    const String value(equals == line.npos ? "" : line.substr(equals + 1));
+    receiver_.AddSiteVariable(name, value);
+    if (lines_ != nullptr) lines_->emplace_back(name, value);
   }
 
   ConfigReceiver& receiver_;
   Buffer& source_;
+  KeptSiteVariables::Lines* lines_;
   String text_;
   bool comment_ = false;
 };
@@ -68,6 +75,11 @@ class SiteVarsParser {
 
 int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings, const String& path,
                      SiteVarsRule rule) {
+  KeptSiteVariables* const kept = receiver.keptvariables();
+  FileProof proof;
+  const bool keep = kept != nullptr && rule != SiteVarsRule::OfRoot && ProveFile(path, proof);
+  if (!keep && kept != nullptr && rule == SiteVarsRule::MayBeMissing && errno == ENOENT) return 0;
+  if (keep && kept->Add(receiver, path, proof)) return 0;
   Buffer file(receiver.filemanager(), kSiteVariablesBuffer);
   TrustedFile trusted(0);
   const bool opened = rule == SiteVarsRule::OfRoot
@@ -78,8 +90,29 @@ int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings, const S
     receiver.Error(ConfigurationError(settings, "Error opening sitevars file"));
     return 1;
   }
-  SiteVarsParser(receiver, file).Parse();
+  KeptSiteVariables::Lines lines;
+  SiteVarsParser(receiver, file, keep ? &lines : nullptr).Parse();
+  FileProof after;
+  if (keep && proof.Settled() && ProveFile(path, after) && after == proof) {
+    kept->Keep(path, proof, std::move(lines));
+  }
   return 0;
+}
+
+bool KeptSiteVariables::Add(ConfigReceiver& receiver, const String& path,
+                            const FileProof& proof) const {
+  for (const File& file : files_) {
+    if (file.path != path || file.proof != proof) continue;
+    for (const auto& [name, value] : file.lines) receiver.AddSiteVariable(name, value);
+    return true;
+  }
+  return false;
+}
+
+void KeptSiteVariables::Keep(const String& path, const FileProof& proof, Lines lines) {
+  std::erase_if(files_, [&](const File& file) { return file.path == path; });
+  if (files_.size() == kMost) files_.erase(files_.begin());
+  files_.push_back({path, proof, std::move(lines)});
 }
 
 }  // namespace vexa

@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <memory>
+#include <utility>
 
 #include "config/auth_file.h"
 #include "config/config_parser.h"
@@ -24,26 +25,26 @@ namespace {
 
 constexpr int kConfigurationBuffer = 8192;
 
+}  // namespace
+
 String WorkingDirectory() {
   char directory[PATH_MAX];
   return getcwd(directory, sizeof directory) == nullptr ? String() : String(directory);
 }
 
-}  // namespace
-
-UNIXConfig::UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode)
-    : receiver_(receiver), mode_(mode), workdir_(WorkingDirectory()) {
+UNIXConfig::UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode, const String& workdir)
+    : receiver_(&receiver), mode_(mode), workdir_(workdir) {
   settings_.stdmodedatadir = workdir_;
   settings_.path = workdir_;
 }
 
 int UNIXConfig::ReadConfiguration(const String& path) {
   path_ = path;
-  Buffer file(receiver_.filemanager(), kConfigurationBuffer);
+  Buffer file(receiver_->filemanager(), kConfigurationBuffer);
   if (!OpenConfiguration(file, path)) return 1;
-  if (!UNIXConfigParser(receiver_, *this, file).Read()) return 1;
+  if (!UNIXConfigParser(*receiver_, *this, file).Read()) return 1;
   if (virtualhost_.empty()) {
-    virtualhost_ = receiver_.SystemVariable(settings_.virtualhostvariable);
+    virtualhost_ = receiver_->SystemVariable(settings_.virtualhostvariable);
   }
   return 0;
 }
@@ -55,27 +56,43 @@ bool UNIXConfig::OpenConfiguration(Buffer& file, const String& path) {
     TrustedFile trusted(0);
     if (trusted.CheckAsWritten(path) && trusted.OpenIn(file, path)) return true;
     if (!trusted.unreachable()) {
-      receiver_.Error(
+      receiver_->Error(
           FatalError("The configuration file is not trusted: " + EntityEncoded(trusted.reason())));
       return false;
     }
   } else if (file.Open(path, path)) {
     return true;
   }
-  receiver_.Error(ConfigurationError(settings_, "Cannot open configuration file"));
+  receiver_->Error(ConfigurationError(settings_, "Cannot open configuration file"));
   return false;
+}
+
+ConfigurationReading UNIXConfig::reading() const {
+  return {settings_, virtualhost_, defaultmimetype_, content_types_};
+}
+
+void UNIXConfig::TakeOver(const String& path, const ConfigurationReading& reading) {
+  path_ = path;
+  settings_ = reading.settings;
+  virtualhost_ = reading.virtualhost;
+  defaultmimetype_ = reading.defaultmimetype;
+  content_types_ = reading.content_types;
+}
+
+ConfigReceiver& UNIXConfig::SwitchReceiver(ConfigReceiver& receiver) {
+  return *std::exchange(receiver_, &receiver);
 }
 
 int UNIXConfig::ValidateConfiguration() {
   if (settings_.quorbelroot.empty()) {
-    receiver_.Error(ConfigurationError(settings_, "vexaroot is not defined"));
+    receiver_->Error(ConfigurationError(settings_, "vexaroot is not defined"));
     return 1;
   }
   settings_.quorbelroot = Absolute(settings_.quorbelroot);
   if (serversafemode() && settings_.authfile.empty() && settings_.authuserdir.empty()) {
-    receiver_.Error(ConfigurationError(settings_,
-                                       "Vexa is running in server safe mode but no authfile or "
-                                       "authuserdir are defined"));
+    receiver_->Error(ConfigurationError(settings_,
+                                        "Vexa is running in server safe mode but no authfile or "
+                                        "authuserdir are defined"));
     return 1;
   }
   if (!settings_.stdmodedatadir.empty()) {
@@ -92,17 +109,17 @@ String UNIXConfig::Absolute(std::string_view path) const {
 int UNIXConfig::ReadSiteVars() {
   if (settings_.sitevars.empty()) return 0;
   const SiteVarsRule rule = serversafemode() ? SiteVarsRule::OfRoot : SiteVarsRule::MustExist;
-  return ReadSiteVarsFile(receiver_, settings_, settings_.sitevars, rule);
+  return ReadSiteVarsFile(*receiver_, settings_, settings_.sitevars, rule);
 }
 
 int UNIXConfig::ReadUserSiteVars() {
   if (settings_.usersitevars.empty()) return 0;
   String path, message;
-  if (receiver_.ResolvePath(settings_.usersitevars, path, PathType::DataPath, message) == 0) {
-    receiver_.Error(ConfigurationError(settings_, message));
+  if (receiver_->ResolvePath(settings_.usersitevars, path, PathType::DataPath, message) == 0) {
+    receiver_->Error(ConfigurationError(settings_, message));
     return 1;
   }
-  return ReadSiteVarsFile(receiver_, settings_, path, SiteVarsRule::MayBeMissing);
+  return ReadSiteVarsFile(*receiver_, settings_, path, SiteVarsRule::MayBeMissing);
 }
 
 uid_t UNIXConfig::TrustedOwner() const {
@@ -114,16 +131,16 @@ int UNIXConfig::ReadAuthFile(uid_t uid, gid_t gid, const String& name, const Str
                              String& data_directory) {
   const String& path = settings_.authfile;
   TrustedFile trusted(TrustedOwner());
-  Buffer file(receiver_.filemanager(), kConfigurationBuffer);
+  Buffer file(receiver_->filemanager(), kConfigurationBuffer);
   if (path[0] != '/') {
-    receiver_.Error(ConfigurationError(settings_, "authfile must be an absolute path"));
+    receiver_->Error(ConfigurationError(settings_, "authfile must be an absolute path"));
   } else if (trusted.Check(path) && trusted.OpenIn(file, path)) {
     const UserEntry owner{uid, gid, name, home};
-    return AuthFileReader(receiver_, *this, file, &owner).Read(data_directory) ? 0 : 1;
+    return AuthFileReader(*receiver_, *this, file, &owner).Read(data_directory) ? 0 : 1;
   } else if (trusted.unreachable()) {
-    receiver_.Error(ConfigurationError(settings_, "Cannot open authorization file"));
+    receiver_->Error(ConfigurationError(settings_, "Cannot open authorization file"));
   } else {
-    receiver_.Error(ConfigurationError(
+    receiver_->Error(ConfigurationError(
         settings_, "The authorization file is not trusted: " + EntityEncoded(trusted.reason())));
   }
   return 1;
@@ -148,17 +165,18 @@ String UNIXConfig::ProcessMacros(std::string_view value) const {
     value.remove_prefix(ampersand + 1);
     if (!value.empty()) value.remove_prefix(1);
     size_t bracket = value.find(']');
-    result.cat(receiver_.environment().Value(Stripped(value.substr(0, bracket))));
+    result.cat(receiver_->EnvironmentValue(Stripped(value.substr(0, bracket))));
     value.remove_prefix(bracket == value.npos ? value.size() : bracket + 1);
   }
   return result;
 }
 
 void UNIXConfig::AddContentType(std::string_view extensions, const String& type) {
+  if (content_types_ == nullptr) content_types_ = std::make_shared<SplayTree<MimeType>>();
   for (PieceReader pieces(extensions, ","); pieces.Next();) {
     std::string_view extension = Stripped(pieces.piece());
     if (!extension.empty() && extension.front() == '.') extension.remove_prefix(1);
-    content_types_.Insert(std::make_unique<MimeType>(String(extension), type));
+    content_types_->Insert(std::make_unique<MimeType>(String(extension), type));
   }
 }
 
@@ -168,7 +186,7 @@ const String& UNIXConfig::GetContentType(std::string_view extension) {
 }
 
 const String* UNIXConfig::FindContentType(std::string_view extension) {
-  const MimeType* type = content_types_.Find(extension);
+  const MimeType* type = content_types_ == nullptr ? nullptr : content_types_->Find(extension);
   return type == nullptr ? nullptr : &type->type();
 }
 

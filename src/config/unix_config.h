@@ -9,6 +9,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -34,16 +35,32 @@ class MimeType {
   String type_;
 };
 
+// What reading the configuration came to.
+struct ConfigurationReading {
+  Settings settings;
+  String virtualhost;
+  String defaultmimetype;
+  std::shared_ptr<SplayTree<MimeType>> content_types;
+};
+
+// The working directory of the process; empty when it has none.
+[[nodiscard]] String WorkingDirectory();
+
 // Whether the program runs with the identity of root by its set-user-ID bit.
 enum class ServerSafeMode { Off, On };
 
 class UNIXConfig final : public Config {
  public:
-  // `receiver` is borrowed.
-  UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode);
+  // `receiver` is borrowed. Directories are taken from `workdir`.
+  UNIXConfig(ConfigReceiver& receiver, ServerSafeMode mode, const String& workdir);
 
   // Reads the file at `path`. The settings read before an error keep their values.
   [[nodiscard]] int ReadConfiguration(const String& path);
+  // What was read, and taking it over in the place of reading: the content types are shared.
+  [[nodiscard]] ConfigurationReading reading() const;
+  void TakeOver(const String& path, const ConfigurationReading& reading);
+  // Has another receiver from here on; returns the former one. Borrowed.
+  ConfigReceiver& SwitchReceiver(ConfigReceiver& receiver);
   // Checks what must be set and makes relative directories absolute.
   [[nodiscard]] int ValidateConfiguration();
   // Defines the variables of the site, and those of the user's data directory.
@@ -83,13 +100,13 @@ class UNIXConfig final : public Config {
   [[nodiscard]] String ProcessMacros(std::string_view value) const;
   [[nodiscard]] String Absolute(std::string_view path) const;
 
-  ConfigReceiver& receiver_;
+  ConfigReceiver* receiver_;
   ServerSafeMode mode_;
   String path_;
   String virtualhost_;
-  String workdir_;  // the working directory at construction
+  String workdir_;
   String defaultmimetype_ = "text/html";
-  SplayTree<MimeType> content_types_;
+  std::shared_ptr<SplayTree<MimeType>> content_types_;  // null: none
 };
 
 }  // namespace vexa

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "core/file.h"
 
@@ -19,10 +20,14 @@ Buffer::Buffer(FileManager& files, int size)
 Buffer::~Buffer() = default;
 
 bool Buffer::Open(const String& filename, const String& errorname) {
+  return Read(files_.Open(filename, OpenRead), filename, errorname);
+}
+
+bool Buffer::Read(std::unique_ptr<File> file, const String& filename, const String& errorname) {
   filename_ = filename;
   errorname_ = errorname;
   Close();
-  file_ = files_.Open(filename, OpenRead);
+  file_ = std::move(file);
   return file_ != nullptr && FillBuffer(0);
 }
 

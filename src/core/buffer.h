@@ -36,6 +36,9 @@ class Buffer {
   // Opens `filename`, which messages call `errorname`, and reads its first block. False when it
   // cannot be opened or read; error() then tells why.
   [[nodiscard]] bool Open(const String& filename, const String& errorname);
+  // The same with a file that is open.
+  [[nodiscard]] bool Read(std::unique_ptr<File> file, const String& filename,
+                          const String& errorname);
   // Why the last Open failed. Valid until the next operation on files.
   [[nodiscard]] const String& error() const;
   void Close();

@@ -50,6 +50,8 @@ int Output::Flush() {
   return DoWrite(buffer_, held);
 }
 
+size_t Output::Frame(size_t, char*) { return 0; }
+
 void Output::Resize(int size) {
   if (Usable(size) == size_) return;
   Flush();

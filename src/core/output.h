@@ -40,6 +40,14 @@ class Output {
   // What is held, for who must send it when nothing else works any more. Valid until the next
   // operation.
   [[nodiscard]] std::string_view held() const { return {buffer_, static_cast<size_t>(used_)}; }
+  // For who must send bytes past the buffer, when nothing else works any more: the descriptor that
+  // they go to, and what stands there in front of `length` bytes, at most kPiece; of 0: behind all.
+  // Frame writes that to `frame`, of kLongestFrame bytes, and returns its length. It uses no heap.
+  [[nodiscard]] virtual int descriptor() const { return kStandardOutput; }
+  [[nodiscard]] virtual size_t Frame(size_t length, char* frame);
+  static constexpr size_t kPiece =
+      4096;  // what a pipe takes without waiting once it can be written to
+  static constexpr size_t kLongestFrame = 32;
   // Whether the last thing written was white space. Kept by the script executor; 0 at first.
   int& inwhitespace() { return inwhitespace_; }
 
@@ -51,6 +59,8 @@ class Output {
   [[nodiscard]] std::span<char> room() { return {storage_.get(), static_cast<size_t>(room_)}; }
 
  private:
+  static constexpr int kStandardOutput = 1;
+
   void WriteThrough(std::string_view text);
   void Allocate(int size);
 

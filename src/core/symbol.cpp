@@ -94,6 +94,8 @@ class SymbolTable {
     return slots_[slot] = Make(name, folded);
   }
 
+  [[nodiscard]] size_t taken_bytes() const { return taken_ - left_ + mask_ * sizeof(Entry*); }
+
  private:
   void Begin() {
     seeds_ = DrawSeeds();
@@ -134,6 +136,7 @@ class SymbolTable {
   char* Cut(size_t bytes) {
     assert(bytes % alignof(Entry) == 0);
     if (bytes > left_) {
+      taken_ += std::max(bytes, kBlockBytes) - left_;
       left_ = std::max(bytes, kBlockBytes);
       next_ = static_cast<char*>(std::malloc(left_));
       if (next_ == nullptr) {
@@ -152,11 +155,14 @@ class SymbolTable {
   std::array<uint64_t, 2> seeds_{};
   char* next_ = nullptr;
   size_t left_ = 0;
+  size_t taken_ = 0;  // of all blocks, what was left in each aside
 };
 
 namespace {
 constinit SymbolTable symbols;
 }  // namespace
+
+size_t Symbol::TakenBytes() { return symbols.taken_bytes(); }
 
 Symbol::Entry* Symbol::Look(std::string_view name, Missing missing) {
   return symbols.Look(name, missing);

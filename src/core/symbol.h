@@ -9,6 +9,7 @@
 #ifndef VEXA_CORE_SYMBOL_H_
 #define VEXA_CORE_SYMBOL_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -32,6 +33,10 @@ class Symbol {
   [[nodiscard]] static Symbol Known(std::string_view name) {
     return Symbol(Look(name, Missing::LeaveOut));
   }
+
+  // The bytes that the names known so far take: whoever serves strangers for long should watch
+  // them.
+  [[nodiscard]] static size_t TakenBytes();
 
   [[nodiscard]] explicit operator bool() const { return entry_ != nullptr; }
   friend bool operator==(Symbol, Symbol) = default;

@@ -73,6 +73,9 @@ class ScriptParser final : public TagReader {
   ScriptParser(Vexa& host, MacroExpander& source, const TagSet& tags);
   ~ScriptParser() override;
 
+  // From here on what is learnt of the script is noted there; what was learnt before is known.
+  // Borrowed. REQUIRES: nothing was run yet.
+  void UseSites(SiteStore& sites) { sites_ = &sites; }
   // Runs the script from its first line with no block open. 1 when it ran to an end (also one that
   // a tag asked for), 0 when an error stopped it.
   int Parse();
@@ -290,10 +293,10 @@ class ScriptParser final : public TagReader {
   std::shared_ptr<std::vector<ScriptState*>> watchers_ =
       std::make_shared<std::vector<ScriptState*>>();
   std::vector<KnownName> error_variables_;  // by the numbers of the tags; no name: not asked yet
-  SiteStore sites_;
+  SiteStore own_sites_;
+  SiteStore* sites_ = &own_sites_;
   Site* next_ = nullptr;         // the site at the place where the script stands, when it is known
   SourcePlace* link_ = nullptr;  // where the next site found is noted, when it is there
-  int64_t furthest_ = 0;         // how far the script was read
   uint32_t steps_ = 0;           // on whole numbers, so far
   bool execute_tags_ = true;
   int output_level_ = kHtmlOutput | kTextOutput;

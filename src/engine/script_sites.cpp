@@ -69,13 +69,13 @@ Progress ScriptParser::FindNextTag() {
 Site* ScriptParser::FindSite() {
   if (source().inmacro() || !UseShortcuts()) return nullptr;
   const SourcePlace place = source().Place();
-  if (place.position >= furthest_) {
-    furthest_ = place.position + 1;
+  if (place.position >= sites_->furthest()) {
+    sites_->furthest() = place.position + 1;
     return nullptr;
   }
-  Site* site = sites_.Find(place.position);
-  if (site == nullptr && !sites_.full()) {
-    site = sites_.Add(SiteLearner(host_, macros_, tags()).Learn(place));
+  Site* site = sites_->Find(place.position);
+  if (site == nullptr && !sites_->full()) {
+    site = sites_->Add(SiteLearner(host_, macros_, tags()).Learn(place));
     source().Return(place);
   }
   return site;
@@ -207,13 +207,15 @@ bool ScriptParser::Hold(std::span<const ReferenceValue> references) {
 
 // How the tag reads now; null when it must be read.
 TagReading* ScriptParser::ReadingOf(Site& site) {
+  // Whatever was learnt before belonged to a request that is over; one reading alone needs none.
+  if (site.readings.empty() && !std::exchange(site.met, true)) return nullptr;
   for (const auto& reading : site.readings) {
     if (Hold(reading->references)) return reading.get();
   }
-  if (site.readings.size() == kMostReadings || sites_.full()) return nullptr;
+  if (site.readings.size() == kMostReadings || sites_->full()) return nullptr;
   auto reading = SiteLearner(host_, macros_, tags()).LearnReading(site.begin);
   if (reading == nullptr) return nullptr;
-  sites_.CountReading(*reading);
+  sites_->CountReading(site, *reading);
   return site.readings.emplace_back(std::move(reading)).get();
 }
 
@@ -410,13 +412,13 @@ SiteSkip* ScriptParser::KnownSkip(const WantedTags& wanted) {
   const uint16_t key = wanted.key;
   SiteSkip* skip = next_ != nullptr ? next_->FindSkip(key) : nullptr;
   if (skip == nullptr) {
-    skip = sites_.FindSkip(place.position, key);
+    skip = sites_->FindSkip(place.position, key);
     if (skip != nullptr && next_ != nullptr) next_->skips.push_back({key, skip});
   }
   if (skip == nullptr) {
-    if (place.position >= furthest_ || sites_.full()) return nullptr;
-    skip = sites_.AddSkip(place.position, key,
-                          SiteLearner(host_, macros_, tags()).LearnSkip(place, wanted.tags));
+    if (place.position >= sites_->furthest() || sites_->full()) return nullptr;
+    skip = sites_->AddSkip(place.position, key,
+                           SiteLearner(host_, macros_, tags()).LearnSkip(place, wanted.tags));
     source().Return(place);
   }
   if (!skip->learnt || skip->macros_on != macros_.expands()) return nullptr;

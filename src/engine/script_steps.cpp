@@ -131,7 +131,7 @@ bool ScriptParser::TryCondition(const DeferredExpression& condition, const Known
 // The skip from behind the tag when it does nothing but lead elsewhere, else null.
 SiteSkip* ScriptParser::PlainSkip(TagReading& reading, const WantedTags& wanted) {
   if (reading.skip == nullptr) {
-    reading.skip = sites_.FindSkip(reading.end.position, wanted.key);
+    reading.skip = sites_->FindSkip(reading.end.position, wanted.key);
     if (reading.skip == nullptr) return nullptr;
   }
   const SiteSkip& skip = *reading.skip;

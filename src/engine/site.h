@@ -135,6 +135,7 @@ struct Site {
   std::vector<std::unique_ptr<TagReading>> readings;
   TagReading* sole = nullptr;      // the first, when it has no references
   StepKind step = StepKind::None;  // only the sole one can be any
+  bool met = true;                 // in this request; of one whose readings have references
 
   std::vector<NotedSkip> skips;  // that were asked for here
 

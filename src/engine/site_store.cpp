@@ -30,6 +30,15 @@ size_t ReferencesIn(const std::vector<MacroReference>& references) {
 
 }  // namespace
 
+void SiteStore::ForgetValues() {
+  for (Site* site : with_values_) {
+    for (const auto& reading : site->readings) size_bytes_ -= SizeOf(*reading);
+    site->readings.clear();
+    site->met = false;
+  }
+  with_values_.clear();
+}
+
 size_t SiteStore::SizeOf(const TagReading& reading) {
   size_t size =
       sizeof(TagReading) + kAllocation + StorageOf(reading.references) + StorageOf(reading.values);

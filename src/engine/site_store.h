@@ -1,6 +1,6 @@
 // SiteStore: the sites of one script, by the offset where they begin, and the skips. Nothing in it
-// is ever moved or freed, so a site in use stays what it is. Beyond a bound nothing more is
-// remembered.
+// is moved or freed while a request runs, so a site in use stays what it is. Beyond a bound nothing
+// more is remembered.
 
 #ifndef VEXA_ENGINE_SITE_STORE_H_
 #define VEXA_ENGINE_SITE_STORE_H_
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
+#include <vector>
 
 #include "engine/site.h"
 
@@ -23,6 +24,7 @@ class SiteStore {
   Site* Add(std::unique_ptr<Site> site) {
     const int64_t offset = site->begin.position;
     size_bytes_ += SizeOf(*site);
+    NoteValues(*site);
     return (sites_[offset] = std::move(site)).get();
   }
 
@@ -36,8 +38,17 @@ class SiteStore {
     return &skips_.insert_or_assign(KeyOf(offset, key), std::move(skip)).first->second;
   }
   // Notes that a tag reads in a further way.
-  void CountReading(const TagReading& reading) { size_bytes_ += SizeOf(reading); }
+  void CountReading(Site& site, const TagReading& reading) {
+    size_bytes_ += SizeOf(reading);
+    if (site.readings.empty()) with_values_.push_back(&site);
+  }
+  // Forgets the readings that were made with values which references had: another request has
+  // others. REQUIRES: nobody follows the sites.
+  void ForgetValues();
 
+  // How far the script was read: what stands before this is learnt when it is read again.
+  [[nodiscard]] int64_t& furthest() { return furthest_; }
+  [[nodiscard]] size_t size_bytes() const { return size_bytes_; }
   [[nodiscard]] bool full() const { return size_bytes_ > kMostBytes; }
 
  private:
@@ -51,8 +62,14 @@ class SiteStore {
     return static_cast<uint64_t>(offset) << 16 ^ key;
   }
 
+  void NoteValues(Site& site) {
+    if (!site.readings.empty() && site.sole == nullptr) with_values_.push_back(&site);
+  }
+
   std::unordered_map<int64_t, std::unique_ptr<Site>> sites_;
   std::unordered_map<uint64_t, SiteSkip> skips_;
+  std::vector<Site*> with_values_;  // that have readings of this kind
+  int64_t furthest_ = 0;
   size_t size_bytes_ = 0;
 };
 

@@ -102,6 +102,11 @@ class PathWalk {
   // `inner` says that more of the path follows, so that it must be a directory.
   int Enter(std::string_view component, bool inner) {
     if (component.starts_with('/')) component.remove_prefix(1);
+    if (component.empty()) {
+      // A further slash leads nowhere else.
+      Append(result_, component);
+      return kPathGood;
+    }
     if (result_.size() + component.size() >= PATH_MAX) {
       // No link can be there, and asking about every component would cost the square of a length
       // that a script is free to choose.
@@ -111,7 +116,7 @@ class PathWalk {
     std::string next = Below(component);
     std::string target;
     inner = inner && absolute_;
-    if (inner && known_.Knows(next)) {
+    if (absolute_ && known_.Knows(next)) {
       // Nothing to ask.
     } else if (ReadLink(next, target)) {
       if (!links_allowed_) return kLinkNotAllowed;

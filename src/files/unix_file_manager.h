@@ -36,8 +36,10 @@ class UNIXFile;
 
 class UNIXFileManager final : public FileManager {
  public:
-  // `host` is borrowed and must outlive the manager.
-  explicit UNIXFileManager(Vexa& host) : host_(host) {}
+  // `host` is borrowed and must outlive the manager, and so is `directories`, which others before
+  // this one have used; null: its own.
+  explicit UNIXFileManager(Vexa& host, KnownDirectories* directories = nullptr)
+      : host_(host), known_directories_(directories == nullptr ? own_directories_ : *directories) {}
   // Closes what is still open; the Files then fail all operations, but must not outlive this.
   ~UNIXFileManager() override;
   UNIXFileManager(const UNIXFileManager&) = delete;
@@ -79,6 +81,8 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }
 
+  // Whether FollowPath found that directory a moment ago.
+  [[nodiscard]] bool KnowsDirectory(const String& path) const;
   // The POSIX flags of OpenMode bits.
   [[nodiscard]] static int OpenMode(int mode);
   // Makes room for `count` descriptors within the budget. 1, or 0 when `maxfiles` is less.
@@ -144,7 +148,8 @@ class UNIXFileManager final : public FileManager {
 
   Vexa& host_;
   bool quiet_ = false;  // what is done now is not told to the activity log
-  mutable KnownDirectories known_directories_;
+  mutable KnownDirectories own_directories_;
+  KnownDirectories& known_directories_;
   String error_;
   std::list<UNIXFileInfo> active_;
   std::list<UNIXFileInfo> inactive_;

@@ -342,6 +342,11 @@ String UNIXFileManager::StripDirectory(const String& path) const {
 
 uid_t UNIXFileManager::GetOwnerUID(const String& path) const { return vexa::GetOwnerUID(path); }
 
+bool UNIXFileManager::KnowsDirectory(const String& path) const {
+  const std::string_view text = path;
+  return known_directories_.Knows(text.substr(0, text.find_last_not_of('/') + 1));
+}
+
 int UNIXFileManager::FollowPath(String& path, int allow_links, int allow_other_owner) const {
   return vexa::FollowPath(path, allow_links, allow_other_owner, known_directories_);
 }

@@ -25,6 +25,7 @@
 #include "engine/module.h"
 #include "engine/script_parser.h"
 #include "expr/text_work.h"
+#include "host/remembered.h"
 #include "net/network_manager.h"
 #include "packages/package_loader.h"
 #include "request/cookie.h"
@@ -37,12 +38,14 @@ Host::Host(Process& process, const TagSet& tags, Request& request, ResponseOutpu
       tags_(tags),
       request_(request),
       answer_(output, *this, request.environment()),
-      filemanager_(*this),
+      filemanager_(*this,
+                   process.remembered() == nullptr ? nullptr : &process.remembered()->directories),
       vars_(databases_) {}
 
 Host::~Host() {
   // Scripts and databases hold files open, which must be closed before their manager goes.
   ReleaseScripts();
+  if (process_.remembered() != nullptr) process_.remembered()->pages.EndRequest();
   if (libraries_ != nullptr) {
     libraries_->CleanUp();
     // What it left behind nobody knows.
@@ -124,7 +127,8 @@ Module* Host::OpenFirstModule(const String& script, const String& name) {
   assert(modules_.empty());
   auto module = std::make_unique<Module>(*this, tags_);
   String message;
-  if (module->Open(script, EntityEncoded(name), message) == 0) {
+  const FileProof proof(seen_);
+  if (module->Open(script, EntityEncoded(name), message, &proof) == 0) {
     Error(FatalError(message));
     return nullptr;
   }
@@ -153,8 +157,14 @@ int Host::LoadConfiguration() {
     return 0;
   }
   ConfigReceiver& receiver = *this;
-  config_ = std::make_unique<UNIXConfig>(receiver, safe ? ServerSafeMode::On : ServerSafeMode::Off);
-  if (config_->ReadConfiguration(path) != 0) return 0;
+  KeptConfigurations* const kept =
+      process_.remembered() == nullptr ? nullptr : &process_.remembered()->configurations;
+  config_ = std::make_unique<UNIXConfig>(receiver, safe ? ServerSafeMode::On : ServerSafeMode::Off,
+                                         kept == nullptr ? WorkingDirectory() : kept->workdir());
+  if ((kept == nullptr ? config_->ReadConfiguration(path) : kept->Read(*config_, receiver, path)) !=
+      0) {
+    return 0;
+  }
   bool users = !config().authfile.empty() || !config().authuserdir.empty();
   if (mode_ == RunMode::StandardMode && users) mode_ = RunMode::UserMode;
   output().Resize(config().outputbuffersize);
@@ -170,8 +180,7 @@ int Host::CheckConfiguration() {
     return 0;
   }
   // Compared in 16 bits, on purpose: sites have it in their configuration so.
-  int caller = static_cast<int>(getuid() & 0xFFFF);
-  if (config().serveruserid != -1 && config().serveruserid != caller) {
+  if (config().serveruserid != -1 && config().serveruserid != static_cast<int>(getuid() & 0xFFFF)) {
     Error(
         FatalError("The UID of the process which executed Vexa does not match the serveruserid "
                    "configuration variable"));
@@ -179,6 +188,17 @@ int Host::CheckConfiguration() {
   }
   return 1;
 }
+
+Remembered* Host::remembered() const {
+  const bool told = log_.IsOpen() && config().loglevel >= static_cast<int>(LogLevel::Files);
+  return told || config().maxfiles < 0 ? nullptr : process_.remembered();
+}
+
+KeptSiteVariables* Host::keptvariables() {
+  return remembered() == nullptr ? nullptr : &remembered()->variables;
+}
+
+PageStore* Host::pages() { return remembered() == nullptr ? nullptr : &remembered()->pages; }
 
 // However the script ended: this is called when all that it held has been released, and the page
 // has left the buffer.

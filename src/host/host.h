@@ -15,6 +15,7 @@
 #ifndef VEXA_HOST_HOST_H_
 #define VEXA_HOST_HOST_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <ctime>
@@ -65,7 +66,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] String RequestHeader(std::string_view name) const;
   // Reads up to `count` bytes of the body. 0 at its end, negative on an error or a time-out.
   [[nodiscard]] int ReadContent(char* buffer, int count) override;
-  [[nodiscard]] const Environment& environment() const override { return request_.environment(); }
+  [[nodiscard]] const Environment& environment() const { return request_.environment(); }
 
   // The program's own file name, and the host name of the request as the configuration knows it.
   [[nodiscard]] const String& basename() const { return process_.basename(); }
@@ -153,6 +154,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   }
   [[nodiscard]] Database* PrimaryDB() override { return databases_.primary(); }
   void SetPrimaryDB(Database* database) override { databases_.SetPrimary(database); }
+  [[nodiscard]] PageStore* pages() override;
   [[nodiscard]] Module* FindModule(const String& name, String& message) override;
   [[nodiscard]] Module* currentmodule() override { return current_module_; }
   void SetCurrentModule(Module* module) override { current_module_ = module; }
@@ -188,6 +190,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
 
   // The requested script. False after an error was shown.
   [[nodiscard]] String RequestedName();
+  [[nodiscard]] bool IsDirectory(const String& path);
   void LocateUserScript(const String& requested, String& script);
   void LocateScript(const String& requested, String& script);
   [[nodiscard]] bool CheckScriptDirectory();
@@ -220,6 +223,12 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   void ReleaseScripts();
   [[nodiscard]] PackageLoader& libraries();
 
+  [[nodiscard]] std::string_view EnvironmentValue(std::string_view name) override {
+    return environment().Value(name);
+  }
+  [[nodiscard]] KeptSiteVariables* keptvariables() override;
+  // What the process keeps; null when it keeps nothing, or the log wants to know of every file.
+  [[nodiscard]] Remembered* remembered() const;
   [[nodiscard]] const String& SystemVariable(std::string_view name) override {
     return vars_.GetSystemVariableValue(name);
   }
@@ -247,6 +256,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   std::unique_ptr<PackageLoader> libraries_;  // once one was asked for
   String data_directory_;
   String script_directory_;
+  String seen_path_;       // where the request's name leads
+  struct stat seen_ = {};  // what was there; all zero: nothing
   UserEntry owner_;        // of the script; name, home and group are known after LookUpOwner
   int owner_unknown_ = 0;  // why the system could not be asked for them, as errno; 0: it could
   // The script's file, where the program takes on its owner's identity.

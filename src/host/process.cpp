@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/auxv.h>
+#include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,7 +21,9 @@
 #include <utility>
 
 #include "core/late_function.h"
+#include "core/number.h"
 #include "files/trusted_file.h"
+#include "host/remembered.h"
 
 namespace vexa {
 
@@ -107,9 +110,34 @@ Process::Process(String program, String configuration)
     : program_(std::move(program)),
       basename_(program_.view().substr(program_.view().rfind('/') + 1)),
       configuration_(std::move(configuration)),
-      has_file_rights_(false) {}
+      has_file_rights_(false),
+      remembered_(std::make_unique<Remembered>()) {}
 
 Process::~Process() { RemoveSearchPath(); }
+
+pid_t Process::id() {
+  if (id_ == 0) id_ = getpid();
+  return id_;
+}
+
+// Who serves many requests draws for several at once.
+uint32_t Process::DrawChance() {
+  uint32_t chance = 0;
+  uint32_t* drawn = &chance;
+  size_t size = sizeof chance;
+  if (remembered_ != nullptr) {
+    Remembered& kept = *remembered_;
+    if (kept.chances_left > 0) return std::exchange(kept.chances[--kept.chances_left], 0);
+    drawn = kept.chances.data();
+    size = sizeof kept.chances;
+  }
+  if (getrandom(drawn, size, 0) != static_cast<ssize_t>(size)) {
+    return static_cast<uint32_t>(DrawNumber());
+  }
+  if (remembered_ == nullptr) return chance;
+  remembered_->chances_left = remembered_->chances.size();
+  return DrawChance();
+}
 
 bool Process::RunningSetUIDRoot() const {
   struct stat status;

@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <memory>
 #include <span>
 
@@ -28,6 +29,8 @@ namespace vexa {
 // on it does as who started it. False, with the reason in errno, when the system refuses.
 [[nodiscard]] bool GiveUpRaisedRights();
 
+struct Remembered;
+
 class Process {
  public:
   // `argv` is what main was given and stays valid.
@@ -35,15 +38,23 @@ class Process {
   // For a process that serves many requests, never with rights of its file. `program` is the path
   // of the CGI program in whose place it stands, `configuration` that of its configuration; empty:
   // the one that the CGI program would find.
+  // Keeps what proves unchanged.
   Process(String program, String configuration);
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
+  // What outlives a request; null in a process that serves only one.
+  [[nodiscard]] Remembered* remembered() const { return remembered_.get(); }
+
   // The program as it was started, its own file name, and the arguments behind it.
   [[nodiscard]] const String& program() const { return program_; }
   [[nodiscard]] const String& basename() const { return basename_; }
   [[nodiscard]] std::span<char* const> arguments() const { return arguments_; }
+  // The process, and not one that it was forked from: asked once.
+  [[nodiscard]] pid_t id();
+  // 32 bits that nobody can guess, from the system.
+  [[nodiscard]] uint32_t DrawChance();
   // Whether the program runs as root by its set-user-ID bit.
   [[nodiscard]] bool RunningSetUIDRoot() const;
   // Whether somebody else than root started it so, by another name than the path of its file: the
@@ -89,6 +100,8 @@ class Process {
   bool has_file_rights_ = true;  // whether the set-user-ID bit of the program may count
   std::span<char* const> arguments_;
   std::unique_ptr<char[]> search_path_;  // "PATH=...", part of the environment while set
+  std::unique_ptr<Remembered> remembered_;
+  pid_t id_ = 0;  // 0: not asked yet
   bool limited_ = false;
   bool spent_ = false;
 };

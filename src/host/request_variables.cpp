@@ -18,7 +18,7 @@ namespace vexa {
 
 // The variables that are left out tell scripts nothing about the request, only about the server.
 int Host::AddEnvironmentVariables() {
-  vars().AddSystemVariable("process_id", PrintInteger(getpid()));
+  vars().AddSystemVariable("process_id", PrintInteger(process_.id()));
   for (const EnvironmentEntry& entry : environment().entries()) {
     bool hidden = entry.name == "TERMCAP" || entry.name == "MAIL" || entry.name == "LOGNAME" ||
                   entry.name == "PATH";

@@ -13,11 +13,6 @@ namespace vexa {
 
 namespace {
 
-bool IsDirectory(const String& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 // The text after the last "."; all of it when there is none.
 std::string_view Extension(std::string_view path) { return path.substr(path.rfind('.') + 1); }
 
@@ -63,6 +58,13 @@ int Host::GetScriptInformation(String& script, String& name) {
   return CheckScriptDirectory() && CheckScriptPath(script, name) && CheckScriptFile(script, name);
 }
 
+// What was seen is what will be there, when the path has no links to replace.
+bool Host::IsDirectory(const String& path) {
+  seen_path_ = path;
+  if (stat(path.c_str(), &seen_) != 0) seen_ = {};
+  return S_ISDIR(seen_.st_mode);
+}
+
 // The name as the request gives it, without a leading slash and without backslashes.
 String Host::RequestedName() {
   String name;
@@ -98,7 +100,9 @@ std::string_view Host::DirectoryProblem(String& directory, int links, int other_
   int options = config().securityoptions;
   int followed = filemanager_.FollowPath(directory, options & links, options & other_owners);
   if (followed != 0) return LinkProblem(followed);
-  return filemanager_.Exists(directory) ? "" : " does not exist";
+  return filemanager_.KnowsDirectory(directory) || filemanager_.Exists(directory)
+             ? ""
+             : " does not exist";
 }
 
 bool Host::CheckScriptDirectory() {
@@ -150,7 +154,12 @@ bool Host::CheckScriptFile(const String& script, const String& name) {
 bool Host::LookAtScript(const String& script, const String& name, struct stat& status) {
   status = {};
   if (mode_ != RunMode::SetUIDRootMode) {
-    (void)stat(script.c_str(), &status);
+    if (script == seen_path_) {
+      status = seen_;
+    } else {
+      (void)stat(script.c_str(), &status);
+    }
+    seen_ = status;
     return true;
   }
   const int options = config().securityoptions;

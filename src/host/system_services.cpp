@@ -1,7 +1,6 @@
 // Host: what it asks of the system on behalf of scripts.
 
 #include <crypt.h>
-#include <sys/random.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -51,13 +50,10 @@ String Host::Crypt(const String& key, const String& salt) {
 String Host::MakeSessionID() {
   timeval now;
   gettimeofday(&now, nullptr);
-  uint32_t chance;
-  if (getrandom(&chance, sizeof chance, 0) != static_cast<ssize_t>(sizeof chance)) {
-    chance = static_cast<uint32_t>(DrawNumber());
-  }
+  const uint32_t chance = process_.DrawChance();
   char id[40];
   std::snprintf(id, sizeof id, "%08X%08X%08X%08X", static_cast<uint32_t>(now.tv_sec),
-                static_cast<uint32_t>(now.tv_usec), static_cast<uint32_t>(getpid()), chance);
+                static_cast<uint32_t>(now.tv_usec), static_cast<uint32_t>(process_.id()), chance);
   return id;
 }
 

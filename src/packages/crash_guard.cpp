@@ -26,8 +26,7 @@ namespace {
 constexpr int kCrashes[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
 constexpr size_t kStackSize = 64 << 10;  // of the handlers: endless recursion has used up the other
 constexpr int64_t kPatienceMilliseconds = 2000;  // with who reads the page slowly
-constexpr size_t kPiece = 4096;       // what a pipe takes without waiting once it can be written to
-constexpr int64_t kGraceSeconds = 2;  // that library code may go on after the deadline
+constexpr int64_t kGraceSeconds = 2;             // that library code may go on after the deadline
 
 Vexa* host = nullptr;
 pid_t own_process = 0;
@@ -83,10 +82,28 @@ class CrashReport {
   // What is held, and the message where the answer has a text.
   void EndPage(std::initializer_list<std::string_view> message) {
     const auto send = [](void* report, std::string_view piece) {
-      static_cast<CrashReport*>(report)->Send(STDOUT_FILENO, piece);
+      static_cast<CrashReport*>(report)->Answer(piece);
     };
-    if (host != nullptr && !host->answer().SendHeld(send, this)) return;
-    for (std::string_view piece : message) Send(STDOUT_FILENO, piece);
+    if (host == nullptr || host->answer().SendHeld(send, this)) {
+      for (std::string_view piece : message) Answer(piece);
+    }
+    if (host != nullptr) SendFrame(0);
+  }
+
+  // Sends a part of the answer, in the pieces that its output wants.
+  void Answer(std::string_view text) {
+    if (host == nullptr) return Send(STDOUT_FILENO, text);
+    while (!text.empty()) {
+      const std::string_view piece = text.substr(0, Output::kPiece);
+      SendFrame(piece.size());
+      Send(host->output().descriptor(), piece);
+      text.remove_prefix(piece.size());
+    }
+  }
+  void SendFrame(size_t length) {
+    char frame[Output::kLongestFrame];
+    const size_t size = host->output().Frame(length, frame);
+    Send(host->output().descriptor(), {frame, size});
   }
 
   void Send(int descriptor, std::string_view text) {
@@ -97,7 +114,7 @@ class CrashReport {
       const int ready = poll(&wanted, 1, static_cast<int>(left));
       if (ready < 0 && errno == EINTR) continue;
       if (ready <= 0 || (wanted.revents & POLLOUT) == 0) return;
-      const ssize_t sent = write(descriptor, text.data(), std::min(text.size(), kPiece));
+      const ssize_t sent = write(descriptor, text.data(), std::min(text.size(), Output::kPiece));
       if (sent < 0 && errno != EINTR && errno != EAGAIN) return;
       if (sent > 0) text.remove_prefix(static_cast<size_t>(sent));
     }

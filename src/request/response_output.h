@@ -54,7 +54,6 @@ class ResponseOutput : public Output {
     (void)wait_ms;
     return true;
   }
-  static constexpr size_t kPiece = 4096;
 
  protected:
   // Sends `length` bytes. Returns their number, or a negative value on failure.

@@ -1,0 +1,1 @@
+<html><body>Hello <?= 'world' ?>, <?= htmlspecialchars($_SERVER['REQUEST_METHOD']) ?></body></html>
