@@ -19,11 +19,13 @@ namespace {
 // A child that fails sooner than so many seconds after its start is replaced only after a second.
 constexpr time_t kSoon = 2;
 
-void BecomeChild() {
+// False when the parent is gone already.
+bool BecomeChild(pid_t parent) {
   // Without its parent nobody would replace it.
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   // What code of others prints is for the log, never for a page.
   dup2(STDERR_FILENO, STDOUT_FILENO);
+  return getppid() == parent;
 }
 
 }  // namespace
@@ -54,10 +56,10 @@ int FCGIParent::Run() {
 bool FCGIParent::StartMissing(int& status) {
   for (Child& child : children_) {
     if (child.id != 0 || hurried_) continue;
+    const pid_t parent = getpid();
     const pid_t id = fork();
     if (id == 0) {
-      BecomeChild();
-      status = ServeRequests(settings_, listening_);
+      status = BecomeChild(parent) ? ServeRequests(settings_, listening_) : EXIT_SUCCESS;
       return true;
     }
     if (id < 0) {

@@ -22,14 +22,24 @@ constexpr int kPushing = 4096;
 
 constexpr int kNoByteYet = EOF - 1;
 
+// From here on a read of the connection gives up when nothing is there.
+void ReadAtOnce(const FCGX_Request& records) {
+  const timeval moment{0, 1};
+  setsockopt(records.ipcFd, SOL_SOCKET, SO_RCVTIMEO, &moment, sizeof moment);
+}
+
 }  // namespace
+
+bool WasReadWhole(FCGX_Request& records) {
+  ReadAtOnce(records);
+  return FCGX_GetChar(records.in) == EOF && FCGX_GetError(records.in) == 0;
+}
 
 // The stream of the library holds bytes that nobody can see, and waits for ever where it holds
 // none. So reads of the connection give up at once here, and the waiting is done with poll.
 int FCGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
   if (!reads_at_once_) {
-    const timeval moment{0, 1};
-    setsockopt(records_.ipcFd, SOL_SOCKET, SO_RCVTIMEO, &moment, sizeof moment);
+    ReadAtOnce(records_);
     reads_at_once_ = true;
   }
   int first = ReadByte();

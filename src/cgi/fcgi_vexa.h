@@ -17,6 +17,10 @@
 
 namespace vexa {
 
+// Whether the server has sent the whole request and all of it was read, so that the connection can
+// be closed without a word. It does not wait.
+[[nodiscard]] bool WasReadWhole(FCGX_Request& records);
+
 class FCGIRequest final : public Request {
  public:
   // `records` and `environment` are borrowed; the parameters have been read.

@@ -142,11 +142,19 @@ int ServeRequests(const WorkerSettings& settings, int listening) {
   process.TakeOverSignals();
   if (!TakeOverEndSignals(listening)) return EXIT_FAILURE;
   const char* const first_end = static_cast<const char*>(sbrk(0));
-  for (int served = 0; served < settings.requests && ending == 0 && !process.spent(); ++served) {
-    if (FCGX_Accept_r(&records) != 0) return ending != 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  for (int served = 0; served < settings.requests && ending == 0 && !process.spent();) {
+    if (const int failed = FCGX_Accept_r(&records); failed != 0) {
+      // Nobody came for a while, or who came has gone.
+      if (failed == -EAGAIN || failed == -EINTR || failed == -ECONNABORTED) continue;
+      return ending != 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    ++served;
     // A connection that waits for its next request would keep this child from all others.
     records.keepConnection = 0;
     Serve(process, records);
+    // Else the library waits until the server has closed the connection, so that what is unread
+    // cannot cost the server the answer.
+    if (WasReadWhole(records)) FCGX_Detach(&records);
     FCGX_Finish_r(&records);
     if (HasGrown(first_end)) break;
   }
