@@ -43,6 +43,7 @@ class KeptFile final : public File {
   int Sync() override { return -1; }
   int Touch() override { return -1; }
   int Status(struct stat&) override { return -1; }
+  void KeepOpen() override {}
   int StillNamed(NameCheck, FileStamp&) override { return -1; }
   const String& error() const override { return error_; }
 
