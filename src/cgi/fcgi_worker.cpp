@@ -31,7 +31,8 @@ namespace vexa {
 
 namespace {
 
-constexpr char kUnset[] = "\n";  // no zone's name
+constexpr size_t kUsualEntries = 64;  // in the environment of a request
+constexpr char kUnset[] = "\n";       // no zone's name
 
 volatile std::sig_atomic_t ending = 0;
 int listening_socket = -1;
@@ -67,13 +68,17 @@ bool TakeOverEndSignals(int listening) {
 class RequestEnvironment {
  public:
   explicit RequestEnvironment(char** sent) : own_(environ) {
+    entries_.reserve(kUsualEntries);
+    // Here the host puts the search path, without making room for it.
+    static char search_path[] = "PATH=";
+    entries_.push_back(search_path);
     if (char* zone = FindZone(own_); zone != nullptr && FindZone(sent) == nullptr) {
       entries_.push_back(zone);
     }
     added_ = entries_.size();
     for (char** entry = sent; *entry != nullptr; ++entry) {
       // Which the library adds to what was sent.
-      if (!std::string_view(*entry).starts_with("FCGI_ROLE=")) entries_.push_back(*entry);
+      if (std::strncmp(*entry, "FCGI_ROLE=", 10) != 0) entries_.push_back(*entry);
     }
     entries_.push_back(nullptr);
     environ = entries_.data();
@@ -90,7 +95,7 @@ class RequestEnvironment {
   static char* FindZone(char** entries) {
     char* found = nullptr;
     for (; *entries != nullptr; ++entries) {
-      if (std::strncmp(*entries, "TZ=", 3) == 0) found = *entries;
+      if ((*entries)[0] == 'T' && std::strncmp(*entries, "TZ=", 3) == 0) found = *entries;
     }
     return found;
   }

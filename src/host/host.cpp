@@ -56,9 +56,9 @@ Host::~Host() {
   process_.RemoveSearchPath();
 }
 
-const Settings& Host::config() const {
+const Settings& Host::Unconfigured() {
   static const Settings defaults;
-  return config_ == nullptr ? defaults : config_->settings();
+  return defaults;
 }
 
 const String& Host::hostname() const {

@@ -107,7 +107,9 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] String BuildCookie(std::string_view cookies);
 
   // What anybody may ask, in the order of vexa.h. Before a configuration is loaded: the defaults.
-  [[nodiscard]] const Settings& config() const override;
+  [[nodiscard]] const Settings& config() const override {
+    return config_ == nullptr ? Unconfigured() : config_->settings();
+  }
   [[nodiscard]] const String* FindContentType(std::string_view extension) const override;
   [[nodiscard]] CGINetworkManager& networkmanager() override;
   [[nodiscard]] TextWork& textwork() override;
@@ -229,6 +231,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] KeptSiteVariables* keptvariables() override;
   // What the process keeps; null when it keeps nothing, or the log wants to know of every file.
   [[nodiscard]] Remembered* remembered() const;
+  // The settings before a configuration is loaded.
+  [[nodiscard]] static const Settings& Unconfigured();
   [[nodiscard]] const String& SystemVariable(std::string_view name) override {
     return vars_.GetSystemVariableValue(name);
   }

@@ -240,7 +240,8 @@ void Process::InstallSearchPath(const String& path) {
 
 void Process::RemoveSearchPath() {
   if (search_path_ == nullptr) return;
-  setenv("PATH", "", 1);
+  static char empty[] = "PATH=";
+  putenv(empty);
   search_path_.reset();
 }
 

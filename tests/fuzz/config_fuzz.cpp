@@ -26,7 +26,7 @@ void Require(bool condition, const char* text) {
 // Reads the file "f" for somebody; all that came of it.
 std::string Read(MemoryFiles& files, bool users, int block_size) {
   FakeReceiver receiver(files, "www.a.org");
-  UNIXConfig config(receiver, ServerSafeMode::Off);
+  UNIXConfig config(receiver, ServerSafeMode::Off, "/");
   Buffer source(files, block_size);
   Require(source.Open("f", "f"), "the file cannot be opened");
   String directory = "before";
@@ -52,7 +52,7 @@ bool IsClean(MemoryFiles& files, bool users) {
     out.Flush();
     return out.data().empty();
   }
-  UNIXConfig config(receiver, ServerSafeMode::Off);
+  UNIXConfig config(receiver, ServerSafeMode::Off, "/");
   Buffer source(files, 8192);
   Require(source.Open("f", "f"), "the file cannot be opened");
   AuthFileReader(receiver, config, source, nullptr).CheckAll(findings);

@@ -13,7 +13,7 @@ class ConfigurationTest : public FileFixture {
   // Every setting of the file that holds `text`, as a request for that host reads it.
   std::string Read(const std::string& text, std::string_view host) {
     FakeReceiver receiver(files, host);
-    UNIXConfig config(receiver, ServerSafeMode::Off);
+    UNIXConfig config(receiver, ServerSafeMode::Off, "/");
     EXPECT_EQ(0, config.ReadConfiguration(Make("vexa.conf", text))) << text;
     std::string all;
     for (size_t i = 0; !Config::KeyOfSetting(i).empty(); ++i) {

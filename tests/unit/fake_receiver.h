@@ -5,6 +5,7 @@
 #define VEXA_TESTS_UNIT_FAKE_RECEIVER_H_
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "config/config_receiver.h"
@@ -18,8 +19,9 @@ class FakeReceiver final : public ConfigReceiver {
 
   FileManager& filemanager() override { return files_; }
   int ResolvePath(const String&, String&, PathType, String&) override { return 0; }
-  const Environment& environment() const override { return environment_; }
+  std::string_view EnvironmentValue(std::string_view) override { return {}; }
   const String& SystemVariable(std::string_view) override { return host_; }
+  KeptSiteVariables* keptvariables() override { return nullptr; }
   void AddSiteVariable(std::string_view, const String&) override {}
   void AddPackage(PackageInfo) override {}
   void AddCommerceHandler(CommerceMethod) override {}
@@ -28,8 +30,6 @@ class FakeReceiver final : public ConfigReceiver {
  private:
   FileManager& files_;
   String host_;
-  char* nothing_[1] = {nullptr};
-  Environment environment_{nothing_};
 };
 
 }  // namespace vexa
