@@ -48,7 +48,8 @@ bool IsClean(MemoryFiles& files, bool users) {
   StringOutput out;
   std::vector<Finding> findings;
   if (!users) {
-    (void)CheckConfigurationFile(files, receiver.environment(), ServerSafeMode::Off, "f", out);
+    char* nothing[] = {nullptr};
+    (void)CheckConfigurationFile(files, Environment(nothing), ServerSafeMode::Off, "f", out);
     out.Flush();
     return out.data().empty();
   }
