@@ -57,27 +57,28 @@ uint32_t ExpressionProgram::AddCall(std::string_view name, uint32_t argument_cou
   return static_cast<uint32_t>(calls_.size() - 1);
 }
 
+uint32_t ExpressionProgram::ValuesBehind(const Step& step, uint32_t values) const {
+  switch (step.action) {
+    case Action::Push:
+    case Action::PushEmpty:
+      return values + 1;
+    case Action::Operate:
+      return values + (step.left != kStack ? 1 : 0) - (step.right == kStack ? 1 : 0);
+    case Action::CheckCall:
+      return values;
+    case Action::Call:
+      return values - calls_[step.left].argument_count + 1;
+  }
+  return values;
+}
+
 void ExpressionProgram::Finish() {
   uint32_t values = 0;
   uint32_t functions = 0;
   for (const Step& step : steps_) {
-    switch (step.action) {
-      case Action::Push:
-      case Action::PushEmpty:
-        ++values;
-        break;
-      case Action::Operate:
-        if (step.left != kStack) ++values;
-        if (step.right == kStack) --values;
-        break;
-      case Action::CheckCall:
-        ++functions;
-        break;
-      case Action::Call:
-        --functions;
-        values = values - calls_[step.left].argument_count + 1;
-        break;
-    }
+    values = ValuesBehind(step, values);
+    if (step.action == Action::CheckCall) ++functions;
+    if (step.action == Action::Call) --functions;
     assert(values > 0 || step.action == Action::CheckCall);
     most_values_ = std::max(most_values_, values);
     most_functions_ = std::max(most_functions_, functions);
@@ -140,14 +141,12 @@ void ExpressionProgram::FindLookedAt() {
   uint32_t values = 0;
   for (size_t i = 0; i < steps_.size(); ++i) {
     const Step& step = steps_[i];
+    values = ValuesBehind(step, values);
     switch (step.action) {
       case Action::Push:
       case Action::PushEmpty:
-        ++values;
         break;
       case Action::Operate:
-        if (step.left != kStack) ++values;
-        if (step.right == kStack) --values;
         for (Waiting& call : waiting) {
           if (values == call.values_before + 1) call.untouched = false;
         }
@@ -163,7 +162,6 @@ void ExpressionProgram::FindLookedAt() {
         const Waiting call = waiting.back();
         waiting.pop_back();
         CallSite& site = calls_[step.left];
-        values = call.values_before + 1;
         if (call.untouched) {
           Step& push = steps_[call.call_step + 1];
           site.looked_at = push.left;

@@ -115,6 +115,8 @@ class ExpressionProgram {
 
   void FindWholeForm();
   void FindLookedAt();
+  // How many values the stack holds behind a step that begins with so many.
+  [[nodiscard]] uint32_t ValuesBehind(const Step& step, uint32_t values) const;
   bool Run(ExpressionContext& context, Stack& stack) const;
   bool OperateOn(const Step& step, ExpressionContext& context, Stack& stack) const;
   // Of at most that many arguments: those that are never used cost time too.

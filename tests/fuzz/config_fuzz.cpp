@@ -2,9 +2,6 @@
 // files. However a file is cut into blocks it must mean the same, and what a check finds clean must
 // be so for everybody. tests/fuzz/run builds and runs it.
 
-#include <cstdio>
-#include <cstdlib>
-
 #include "config/auth_file.h"
 #include "config/config_check.h"
 #include "config/config_parser.h"
@@ -13,15 +10,10 @@
 #include "core/output.h"
 #include "fake_receiver.h"
 #include "memory_files.h"
+#include "require.h"
 
 namespace vexa {
 namespace {
-
-void Require(bool condition, const char* text) {
-  if (condition) return;
-  std::fprintf(stderr, "%s\n", text);
-  std::abort();
-}
 
 // Reads the file "f" for somebody; all that came of it.
 std::string Read(MemoryFiles& files, bool users, int block_size) {

@@ -3,8 +3,6 @@
 // it.
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 #include <vector>
 
@@ -17,15 +15,10 @@
 #include "net/mail_check.h"
 #include "net/network_errors.h"
 #include "net/tag_walker.h"
+#include "require.h"
 
 namespace vexa {
 namespace {
-
-void Require(bool condition, const char* text) {
-  if (condition) return;
-  std::fprintf(stderr, "%s\n", text);
-  std::abort();
-}
 
 void Walk(std::string_view text, Markup markup) {
   TagWalker walker(text, markup);

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "core/json_text.h"
@@ -13,15 +11,10 @@
 #include "expr/json_document.h"
 #include "expr/pattern.h"
 #include "expr/zone_rule.h"
+#include "require.h"
 
 namespace vexa {
 namespace {
-
-void Require(bool condition, const char* text) {
-  if (condition) return;
-  std::fprintf(stderr, "%s\n", text);
-  std::abort();
-}
 
 void ReadJson(std::string_view text) {
   JsonDocument document, again;

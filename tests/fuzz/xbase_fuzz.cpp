@@ -8,13 +8,13 @@
 // The input begins with the lengths of the table and the memo file, two bytes each, little-endian;
 // the index is the rest.
 
-#include <cstdio>
 #include <cstdlib>
 #include <span>
 #include <string>
 
 #include "core/byte_order.h"
 #include "memory_files.h"
+#include "require.h"
 #include "xbase/check/table_check.h"
 #include "xbase/index/index_builder.h"
 #include "xbase/index/xbase_index.h"
@@ -27,12 +27,6 @@ constexpr char kTable[] = "t.dbf";
 constexpr char kMemo[] = "t.dbt";
 constexpr char kIndex[] = "t.vxx";
 constexpr int kMostSteps = 300;
-
-void Require(bool condition, const char* text) {
-  if (condition) return;
-  std::fprintf(stderr, "%s\n", text);
-  std::abort();
-}
 
 void UseTable(MemoryFiles& files) {
   XBaseTable table(files);
