@@ -91,6 +91,9 @@ class Worker:
         return [int(child) for child in tasks.read_text().split()]
 
 
+"".encode("unicode_escape")  # Loads what reports need while it may be read.
+
+
 def leave_root():
     """A worker does not run as root, so neither do those who share files with it."""
     if os.getuid() == 0:

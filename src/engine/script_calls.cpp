@@ -68,13 +68,18 @@ bool ScriptParser::ScanForFunction(std::string_view name) {
   SourcePlace noted = CurrentPlace();
   scanning_ = true;
   std::unique_ptr<Tag> found;
-  Scanned result = FindTag(found, declarations);
+  // What is remembered of the place that is left says nothing of those that are read here.
+  const auto find = [&] {
+    next_ = nullptr;
+    return FindTag(found, declarations);
+  };
+  Scanned result = find();
   while (result == Scanned::Done) {
     bool wanted = EqualsIgnoreCase(found->Value("NAME"), name);
     bool declared = ValidateTag(*found) && DeclareFunction(*this, *found) != StateResult::Failed;
     if (!declared) result = Scanned::Failed;
     if (!declared || wanted) break;
-    result = FindTag(found, declarations);
+    result = find();
   }
   scanning_ = false;
   GoTo(noted);

@@ -182,14 +182,18 @@ def _():
                 act()
                 expect("page", page.result(), "ab")
 
+        def the_child():
+            until(site.worker.children, "no child takes the place")
+            return site.worker.children()[0]
+
         for number in (signal.SIGTERM, signal.SIGHUP):
-            child = site.worker.children()[0]
+            child = the_child()
             while_it_runs(lambda: os.kill(child, number))
             until(lambda: child not in site.worker.children(), "the child goes on")
-        child = site.worker.children()[0]
+        child = the_child()
         os.kill(site.worker.process.pid, signal.SIGHUP)
         until(lambda: child not in site.worker.children(), "the child goes on after a restart")
-        child = site.worker.children()[0]
+        child = the_child()
         expect("pages", [site.text("index.vx") for _ in range(3)], ["x"] * 3)
         until(lambda: child not in site.worker.children(), "the child serves more than its requests")
         while_it_runs(lambda: site.worker.process.send_signal(signal.SIGTERM))
