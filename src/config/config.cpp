@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "core/encoding.h"
 #include "core/name_table.h"
 #include "core/number.h"
 #include "core/text.h"
@@ -13,10 +14,19 @@ namespace vexa {
 
 namespace {
 
-enum class SettingType { Text = 0, Integer = 1, Boolean = 2 };
+enum class SettingType : uint8_t { Text, Integer, Boolean, Encoding };
+
+// The words that a setting may have, separated by ","; its number is the place of its word in the
+// list, from 0. Empty for the types that are no words.
+constexpr std::string_view WordsOf(SettingType type) {
+  return type == SettingType::Encoding ? "none,attribute,entities" : "";
+}
+static_assert(static_cast<int>(MacroEncoding::None) == 0 &&
+              static_cast<int>(MacroEncoding::Attribute) == 1 &&
+              static_cast<int>(MacroEncoding::Entities) == 2);
 
 struct SettingName {
-  using Key = RowName<19>;
+  using Key = RowName<20>;
 
   consteval SettingName(Key name, String Settings::*field)
       : key(name), type(SettingType::Text), text(field), number(nullptr) {}
@@ -84,6 +94,7 @@ constexpr SettingName kSettingNames[] = {
     {"maxbody", &Settings::maxbody},
     {"sessiontime", &Settings::sessiontime},
     {"sitekey", &Settings::sitekey},
+    {"defaultmacroencoding", &Settings::defaultmacroencoding, SettingType::Encoding},
 };
 constexpr NameTable kSettings(kSettingNames,
                               [](const SettingName& row) -> std::string_view { return row.key; });
@@ -105,9 +116,32 @@ int BooleanValue(std::string_view value) {
   return -1;
 }
 
+// The place of a whole word in a list, from 0; -1 when it is not there.
+int WordValue(std::string_view words, std::string_view value) {
+  int place = 0;
+  for (PieceReader pieces(words, ","); pieces.Next(); ++place) {
+    if (EqualsIgnoreCase(pieces.piece(), value)) return place;
+  }
+  return -1;
+}
+
 bool IsValue(SettingType type, std::string_view value) {
-  return type == SettingType::Text ||
-         (type == SettingType::Integer ? IsInteger(value) : BooleanValue(value) >= 0);
+  switch (type) {
+    case SettingType::Text:
+      return true;
+    case SettingType::Integer:
+      return IsInteger(value);
+    case SettingType::Boolean:
+      return BooleanValue(value) >= 0;
+    default:
+      return WordValue(WordsOf(type), value) >= 0;
+  }
+}
+
+// REQUIRES: it is a value of the type, which is no text.
+int NumberOf(SettingType type, std::string_view value) {
+  if (type == SettingType::Integer) return ReadInteger(value);
+  return type == SettingType::Boolean ? BooleanValue(value) : WordValue(WordsOf(type), value);
 }
 
 }  // namespace
@@ -125,8 +159,7 @@ int Config::SetConfigValue(std::string_view key, const String& value) {
   if (setting.type == SettingType::Text) {
     settings_.*setting.text = value;
   } else {
-    settings_.*setting.number =
-        setting.type == SettingType::Integer ? ReadInteger(value) : BooleanValue(value);
+    settings_.*setting.number = NumberOf(setting.type, value);
   }
   return 0;
 }
@@ -137,8 +170,13 @@ std::string_view Config::KeyOfSetting(size_t number) {
 
 String Config::ValueOfSetting(size_t number) const {
   const SettingName& setting = kSettingNames[number];
-  return setting.text != nullptr ? settings_.*setting.text
-                                 : PrintInteger(settings_.*setting.number);
+  if (setting.text != nullptr) return settings_.*setting.text;
+  const int value = settings_.*setting.number;
+  PieceReader words(WordsOf(setting.type), ",");
+  for (int place = 0; words.Next(); ++place) {
+    if (place == value) return words.piece();
+  }
+  return PrintInteger(value);
 }
 
 bool Config::IsValidExtension(std::string_view extension) const {

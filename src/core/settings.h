@@ -68,9 +68,10 @@ struct Settings {
   int lockexpiration = 90;
   int durable = 0;  // 1: changes of tables wait for the disk
   String lockhostname;
-  int maxbody = 67108864;   // bytes of a request's body; 0 or less: no limit
-  int sessiontime = 43200;  // how long a session lives unused; 0 or less: no limit
-  String sitekey;           // the file of the key that tokens are made with
+  int maxbody = 67108864;        // bytes of a request's body; 0 or less: no limit
+  int sessiontime = 43200;       // how long a session lives unused; 0 or less: no limit
+  String sitekey;                // the file of the key that tokens are made with
+  int defaultmacroencoding = 0;  // a MacroEncoding: that of references before a page sets its own
 };
 
 }  // namespace vexa

@@ -168,6 +168,7 @@ int Host::LoadConfiguration() {
   bool users = !config().authfile.empty() || !config().authuserdir.empty();
   if (mode_ == RunMode::StandardMode && users) mode_ = RunMode::UserMode;
   output().Resize(config().outputbuffersize);
+  macro_encoding_ = static_cast<MacroEncoding>(config().defaultmacroencoding);
   return 1;
 }
 

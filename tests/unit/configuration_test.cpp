@@ -29,11 +29,11 @@ TEST_F(ConfigurationTest, EverySettingOfASectionIsThatHostsAlone) {
   size_t count = 0;
   for (; !Config::KeyOfSetting(count).empty(); ++count) {
     const std::string key(Config::KeyOfSetting(count));
-    std::string line = key + " = 7\n", other = key + " =\n";
-    if (Config().CheckConfigValue(key, String("7")) != 0) {
-      const bool on = Config().ValueOfSetting(count) == "1";
-      line = key + (on ? "=0\n" : "=1\n");
-      other = key + (on ? "=1\n" : "=0\n");
+    const String preset = Config().ValueOfSetting(count);
+    const auto suits = [&](const char* text) { return Config().CheckConfigValue(key, text) == 0; };
+    std::string line, other = key + " = " + (suits("") ? "" : preset.c_str()) + "\n";
+    for (const char* text : {"7", "0", "1", "entities"}) {
+      if (line.empty() && suits(text) && preset != text) line = key + " = " + text + "\n";
     }
     const std::string section = "<VIRTUALHOST NAME=own>\n" + line + "</VIRTUALHOST>\n";
     if (key == "virtualhostvariable") continue;
