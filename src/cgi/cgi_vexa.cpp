@@ -4,8 +4,10 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "core/late_function.h"
@@ -15,13 +17,6 @@ namespace vexa {
 namespace {
 
 constexpr int kOutputBuffer = 8192;  // until the configuration says otherwise
-
-// Some servers hand out a descriptor that does not block. A signal may cut the waiting short (the
-// clock of packages ticks each second): the next write tells.
-bool WaitUntilWritable() {
-  pollfd output{STDOUT_FILENO, POLLOUT, 0};
-  return poll(&output, 1, -1) >= 0 || errno == EINTR;
-}
 
 }  // namespace
 
@@ -51,27 +46,36 @@ int CGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
 
 StandardOutput::~StandardOutput() { Flush(); }
 
-// Also true when waiting fails: the next write tells why.
-bool StandardOutput::AwaitReader(int wait_ms) {
-  pollfd output{STDOUT_FILENO, POLLOUT, 0};
-  const int ready = poll(&output, 1, wait_ms);
-  return ready > 0 || (ready < 0 && errno != EINTR);
+StandardOutput::Kind StandardOutput::KindOfOutput() {
+  struct stat status;
+  if (fstat(STDOUT_FILENO, &status) != 0) return Kind::Pipe;
+  if (S_ISSOCK(status.st_mode)) return Kind::Socket;
+  return S_ISREG(status.st_mode) ? Kind::File : Kind::Pipe;
 }
 
-// One write, as long as the system takes all of it. After an error the rest of the page is given up
-// without a word: there is nobody left to tell, and a page with a hole in it must not follow.
-int StandardOutput::Send(const char* text, int length) {
-  int written = 0;
-  while (written < length && !broken_) {
-    ssize_t count = write(STDOUT_FILENO, text + written, static_cast<size_t>(length - written));
-    if (count > 0) {
-      written += static_cast<int>(count);
-    } else {
-      broken_ = count == 0 || errno != EAGAIN || !WaitUntilWritable();
-    }
+// A pipe that can be written to takes kPiece bytes and would keep who writes more, until somebody
+// reads; a socket can be told not to; a file keeps nobody. Most pages are one small piece, for
+// which what the descriptor is need not be known: a socket that can be written to takes that much
+// too.
+int StandardOutput::SendSome(std::string_view bytes, int wait_ms) {
+  const bool first = written_bytes_ == 0;
+  if (kind_ == Kind::Unknown && !(first && bytes.size() <= kPiece)) kind_ = KindOfOutput();
+  const bool at_once = kind_ == Kind::File || (kind_ == Kind::Socket && wait_ms == 0);
+  if (!at_once) {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    const int ready = poll(&output, 1, wait_ms);
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return 0;
   }
-  written_bytes_ += written;
-  return broken_ ? -1 : written;
+  ssize_t taken;
+  if (kind_ == Kind::Socket) {
+    taken = LateFunction<"send", decltype(::send)>()(STDOUT_FILENO, bytes.data(), bytes.size(),
+                                                     MSG_DONTWAIT);
+  } else {
+    const size_t most = kind_ == Kind::File ? bytes.size() : std::min(bytes.size(), kPiece);
+    taken = write(STDOUT_FILENO, bytes.data(), most);
+  }
+  if (taken > 0) return static_cast<int>(taken);
+  return taken < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : -1;
 }
 
 CGIEnds::CGIEnds(const Process& process) : cgi_request(process), cgi_output(kOutputBuffer) {}

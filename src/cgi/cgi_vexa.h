@@ -5,6 +5,7 @@
 #define VEXA_CGI_CGI_VEXA_H_
 
 #include <cstdint>
+#include <string_view>
 
 #include "host/host.h"
 #include "host/process.h"
@@ -25,16 +26,24 @@ class CGIRequest final : public Request {
   int64_t taken_ = 0;  // bytes of the body that were read
 };
 
-// Writes to file descriptor 1.
+// Writes to file descriptor 1, which may be the server's too, so that it stays as blocking as it
+// is.
 class StandardOutput final : public ResponseOutput {
  public:
   // `size` is the buffer's size in bytes.
   explicit StandardOutput(int size) : ResponseOutput(size) {}
   ~StandardOutput() override;
-  [[nodiscard]] bool AwaitReader(int wait_ms) override;
 
  protected:
-  int Send(const char* text, int length) override;
+  [[nodiscard]] int SendSome(std::string_view bytes, int wait_ms) override;
+
+ private:
+  // What descriptor 1 is, which tells how to write without waiting.
+  enum class Kind { Unknown, Pipe, Socket, File };
+
+  [[nodiscard]] static Kind KindOfOutput();
+
+  Kind kind_ = Kind::Unknown;
 };
 
 // The ends of the request, which outlive the host.

@@ -41,10 +41,10 @@ int FCGIParent::Run() {
     const int signal = sigtimedwait(&waited_for_, nullptr, hurried_ ? &second : nullptr);
     hurried_ = false;
     if (signal == SIGHUP) {
-      EndChildren();
+      EndChildren(signal);
       for (Child& child : children_) child = {};
     } else if (signal == SIGTERM || signal == SIGINT || signal == SIGQUIT) {
-      EndChildren();
+      EndChildren(SIGTERM);
       while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
       }
       return EXIT_SUCCESS;
@@ -92,9 +92,9 @@ void FCGIParent::Lost(const Child& child, int status) {
   if (std::time(nullptr) - child.began < kSoon) hurried_ = true;
 }
 
-void FCGIParent::EndChildren() {
+void FCGIParent::EndChildren(int signal) {
   for (const Child& child : children_) {
-    if (child.id != 0) kill(child.id, SIGTERM);
+    if (child.id != 0) kill(child.id, signal);
   }
 }
 

@@ -36,7 +36,7 @@ class FCGIParent {
   [[nodiscard]] bool StartMissing(int& status);
   void Collect();
   void Lost(const Child& child, int status);
-  void EndChildren();
+  void EndChildren(int signal);
 
   const WorkerSettings& settings_;
   int listening_;

@@ -7,6 +7,8 @@
 
 #include <fcgiapp.h>
 
+#include <csignal>
+#include <cstddef>
 #include <string_view>
 
 #include "host/host.h"
@@ -17,9 +19,9 @@
 
 namespace vexa {
 
-// Whether the server has sent the whole request and all of it was read, so that the connection can
-// be closed without a word. It does not wait.
-[[nodiscard]] bool WasReadWhole(FCGX_Request& records);
+// Closes the connection of a request. When something of the request was not read, that would cost
+// the server the answer, which it has a while to read first, unless `ending` is 1.
+void CloseConnection(FCGX_Request& records, const volatile std::sig_atomic_t& ending);
 
 class FCGIRequest final : public Request {
  public:
@@ -35,38 +37,60 @@ class FCGIRequest final : public Request {
   bool reads_at_once_ = false;  // of its connection
 };
 
+// Writes records of output. The library's own writing would wait for ever for a reader who has
+// stopped, so it is left unused.
 class FCGIOutput final : public ResponseOutput {
  public:
-  // `records` is borrowed; `size` is the buffer's size in bytes.
-  FCGIOutput(FCGX_Request& records, int size) : ResponseOutput(size), records_(records) {}
+  // Both are borrowed; `size` is the buffer's size in bytes. `hurried` becomes 1 when a page that
+  // waits for its reader is to end.
+  FCGIOutput(const FCGX_Request& records, const volatile std::sig_atomic_t& hurried, int size)
+      : ResponseOutput(size), records_(records), hurried_(hurried) {}
   ~FCGIOutput() override { Finish(); }
 
   // What is written last leaves together with the record that ends the request.
   void Finish() override;
-  [[nodiscard]] bool AwaitReader(int wait_ms) override;
-  [[nodiscard]] int descriptor() const override { return records_.ipcFd; }
+  void End(int status) override;
+  // -1 when nothing may be sent any more.
+  [[nodiscard]] int descriptor() const override { return broken_ ? -1 : records_.ipcFd; }
   [[nodiscard]] size_t Frame(size_t length, char* frame) override;
 
  protected:
-  int Send(const char* text, int length) override;
+  int Send(std::string_view bytes) override;
+  [[nodiscard]] int SendSome(std::string_view bytes, int wait_ms) override;
+  [[nodiscard]] bool hurried() const override { return hurried_ != 0; }
 
  private:
-  FCGX_Request& records_;
+  static constexpr size_t kLongestLast = 9000;  // a full buffer of the usual size, and a head
+  static constexpr size_t kHeader = 8;          // of a record
+
+  char* PutHeader(char* place, int type, size_t length) const;
+  char* PutEnd(char* place, int status) const;
+
+  const FCGX_Request& records_;
+  const volatile std::sig_atomic_t& hurried_;
+  char header_[kHeader];     // of the record that is being sent
+  size_t header_left_ = 0;   // bytes of it that were not sent yet
+  size_t content_left_ = 0;  // of the record
   bool finishing_ = false;
+  bool ended_ = false;
+  size_t last_size_ = 0;
+  char last_[kHeader + kLongestLast + kLongestFrame];  // what is written last, as a record
 };
 
 // The ends of the request, which outlive the host.
 struct FCGIEnds {
-  FCGIEnds(FCGX_Request& records, char** environment);
+  FCGIEnds(FCGX_Request& records, const volatile std::sig_atomic_t& hurried, char** environment);
   FCGIRequest fcgi_request;
   FCGIOutput fcgi_output;
 };
 
 class FCGIVexa final : private FCGIEnds, public Host {
  public:
-  // All are borrowed; `environment` is what the server sent of the request.
-  FCGIVexa(Process& process, FCGX_Request& records, char** environment)
-      : FCGIEnds(records, environment), Host(process, kVexaTags, fcgi_request, fcgi_output) {}
+  // All are borrowed; `environment` is what the server sent of the request, `hurried` as above.
+  FCGIVexa(Process& process, FCGX_Request& records, const volatile std::sig_atomic_t& hurried,
+           char** environment)
+      : FCGIEnds(records, hurried, environment),
+        Host(process, kVexaTags, fcgi_request, fcgi_output) {}
 };
 
 }  // namespace vexa

@@ -35,14 +35,17 @@ constexpr size_t kUsualEntries = 64;  // in the environment of a request
 constexpr char kUnset[] = "\n";       // no zone's name
 
 volatile std::sig_atomic_t ending = 0;
+volatile std::sig_atomic_t hurried = 0;
 int listening_socket = -1;
 int no_socket = -1;
 
 // What stands in the place of the socket makes accept fail, also when it is called only after this:
 // a signal that comes right before the call is not lost.
-void EndAfterThis(int) {
+// Only who is to begin anew (SIGHUP) leaves a page the time to wait for its reader.
+void EndAfterThis(int signal) {
   const int error = errno;
   ending = 1;
+  if (signal != SIGHUP) hurried = 1;
   dup2(no_socket, listening_socket);
   errno = error;
 }
@@ -125,15 +128,15 @@ bool HasGrown(const char* first_end) {
          static_cast<const char*>(sbrk(0)) - first_end > kMostStorage;
 }
 
-// Runs a request to its end. The exit status of the CGI program is that of the request.
+// Runs a request to its end.
 void Serve(Process& process, FCGX_Request& records) {
-  int status = 0;
-  if (records.role == FCGI_RESPONDER) {
+  if (records.role != FCGI_RESPONDER) return FCGX_Finish_r(&records);
+  {
     RequestEnvironment environment(records.envp);
-    FCGIVexa host(process, records, environment.sent());
-    status = RunRequest(host);
+    FCGIVexa host(process, records, hurried, environment.sent());
+    (void)RunRequest(host);
   }
-  FCGX_SetExitStatus(status, records.out);
+  CloseConnection(records, ending);
 }
 
 }  // namespace
@@ -147,7 +150,8 @@ int ServeRequests(const WorkerSettings& settings, int listening) {
   process.TakeOverSignals();
   if (!TakeOverEndSignals(listening)) return EXIT_FAILURE;
   const char* const first_end = static_cast<const char*>(sbrk(0));
-  for (int served = 0; served < settings.requests && ending == 0 && !process.spent();) {
+  for (int served = 0;
+       served < settings.requests && ending == 0 && !process.spent() && !process.is_to_end();) {
     if (const int failed = FCGX_Accept_r(&records); failed != 0) {
       // Nobody came for a while, or who came has gone.
       if (failed == -EAGAIN || failed == -EINTR || failed == -ECONNABORTED) continue;
@@ -157,10 +161,6 @@ int ServeRequests(const WorkerSettings& settings, int listening) {
     // A connection that waits for its next request would keep this child from all others.
     records.keepConnection = 0;
     Serve(process, records);
-    // Else the library waits until the server has closed the connection, so that what is unread
-    // cannot cost the server the answer.
-    if (WasReadWhole(records)) FCGX_Detach(&records);
-    FCGX_Finish_r(&records);
     if (HasGrown(first_end)) break;
   }
   return EXIT_SUCCESS;

@@ -54,6 +54,7 @@ Host::~Host() {
   answer_.Finish();
   LogEnd();
   process_.RemoveSearchPath();
+  answer_.output().End(script_started_ ? 1 : 0);
 }
 
 const Settings& Host::Unconfigured() {

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <poll.h>
 #include <sys/auxv.h>
 #include <sys/random.h>
 #include <sys/resource.h>
@@ -17,11 +18,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
 #include "core/late_function.h"
 #include "core/number.h"
+#include "files/descriptor.h"
 #include "files/trusted_file.h"
 #include "host/remembered.h"
 
@@ -86,10 +89,13 @@ bool FileExists(const String& path) {
 }  // namespace
 
 bool FillStandardDescriptors() {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    if (fcntl(fd, F_GETFD) != -1) continue;
+  // One call for all; it waits for nothing.
+  pollfd standard[] = {{STDIN_FILENO, 0, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}};
+  if (RetryInterrupted([&] { return poll(standard, std::size(standard), 0); }) < 0) return false;
+  for (const pollfd& one : standard) {
+    if ((one.revents & POLLNVAL) == 0) continue;
     // The system gives the lowest free number, which is this one.
-    if (open("/dev/null", O_RDWR) != fd) return false;
+    if (open("/dev/null", O_RDWR) != one.fd) return false;
   }
   return true;
 }
@@ -186,9 +192,12 @@ int Process::GetConfigurationFile(String& path) const {
   return 1;
 }
 
-// Calls that wait return when a signal arrives, so that no reader or writer sleeps through it.
+// Calls that wait return when a signal arrives, so that no reader or writer sleeps through it. When
+// the processor time that a server allows is used up, the system says so a while before it kills.
 void Process::TakeOverSignals() const {
-  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) SetSignal(signal, NoteSignal);
+  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU}) {
+    SetSignal(signal, NoteSignal);
+  }
   // A file that grows past the limit of the process is an error of its writer, not the end.
   for (int signal : {SIGALRM, SIGXFSZ}) SetSignal(signal, SIG_IGN);
 }
@@ -196,6 +205,8 @@ void Process::TakeOverSignals() const {
 void Process::BeginRequest() { reader_gone = 0; }
 
 bool Process::interrupted() const { return to_end != 0 || reader_gone != 0; }
+
+bool Process::is_to_end() const { return to_end != 0; }
 
 void Process::ApplyResourceLimits(const Settings& settings) {
   if (limited_) return;

@@ -77,6 +77,7 @@ class Process {
   void BeginRequest();
   // Whether the process is to end, or the reader of this request has gone.
   [[nodiscard]] bool interrupted() const;
+  [[nodiscard]] bool is_to_end() const;
 
   // A request left something that the process cannot take back, so that it should serve no other.
   void Spend() { spent_ = true; }

@@ -10,6 +10,7 @@
 #include "core/number.h"
 #include "core/outside.h"
 #include "core/time_parts.h"
+#include "core/waiting.h"
 #include "engine/module.h"
 #include "host/dynamic_variables.h"
 #include "host/host.h"
@@ -149,13 +150,8 @@ String Host::RequestHeader(std::string_view name) const { return request_.Header
 // Waits no longer than the deadline: a sender that stops halfway must not hold the process.
 int Host::ReadContent(char* buffer, int count) {
   while (!timedout()) {
-    int wait_ms = -1;
-    if (deadline_ != 0) {
-      int64_t seconds = std::max<int64_t>(deadline_ - std::time(nullptr), 0) + 1;
-      wait_ms = static_cast<int>(std::min<int64_t>(seconds, INT_MAX / 1000)) * 1000;
-    }
     LookOutside();
-    int length = request_.ReadBody(buffer, count, wait_ms);
+    int length = request_.ReadBody(buffer, count, kLongestWait);
     if (length != Request::kNothingYet) return length;
   }
   return Request::kBodyFailed;

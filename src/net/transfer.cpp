@@ -17,6 +17,7 @@
 #include "core/late_function.h"
 #include "core/number.h"
 #include "core/outside.h"
+#include "core/waiting.h"
 #include "net/network_errors.h"
 
 namespace vexa {
@@ -61,8 +62,7 @@ class QuietSignals {
 
 sigset_t QuietSignals::outside_;
 
-constexpr int kLongestWait = 500;  // milliseconds
-constexpr long kNever = 1000000;   // seconds; for limits of the library that ours replace
+constexpr long kNever = 1000000;  // seconds; for limits of the library that ours replace
 
 String PortText(int port) { return PrintInteger(port); }
 

@@ -107,7 +107,7 @@ class CrashReport {
   }
 
   void Send(int descriptor, std::string_view text) {
-    while (!text.empty()) {
+    while (!text.empty() && descriptor >= 0) {
       pollfd wanted{descriptor, POLLOUT, 0};
       const int64_t left = end_ - Milliseconds();
       if (left <= 0) return;

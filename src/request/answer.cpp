@@ -35,9 +35,14 @@ bool IsListed(std::string_view name) {
 }  // namespace
 
 Answer::Answer(ResponseOutput& output, Vexa& host, const Environment& request)
-    : output_(output), host_(host), request_(request) {}
+    : output_(output), host_(host), request_(request) {
+  output_.SetHost(&host);
+}
 
-Answer::~Answer() { output_.SetGate(nullptr); }
+Answer::~Answer() {
+  output_.SetGate(nullptr);
+  output_.SetHost(nullptr);
+}
 
 // --- The stages ------------------------------------------------------------------------------
 

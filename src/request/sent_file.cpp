@@ -3,7 +3,6 @@
 #include "request/sent_file.h"
 
 #include <algorithm>
-#include <climits>
 
 #include "core/encoding.h"
 #include "core/file_access.h"
@@ -91,28 +90,9 @@ void SentFile::Send(ResponseOutput& output) {
       host_.logfile().Write(LogLevel::Errors, "ERROR", ReadError(path_, reason));
       return;
     }
-    if (!SendPiece(output, {piece, static_cast<size_t>(got)})) return;
+    output.SendNow({piece, static_cast<size_t>(got)});
+    if (output.broken()) return;
     offset += got;
-  }
-}
-
-bool SentFile::SendPiece(ResponseOutput& output, std::string_view piece) {
-  while (!piece.empty()) {
-    if (!AwaitReader(output)) return false;
-    const std::string_view part = piece.substr(0, ResponseOutput::kPiece);
-    output.SendNow(part);
-    piece.remove_prefix(part.size());
-  }
-  return !output.broken();
-}
-
-bool SentFile::AwaitReader(ResponseOutput& output) {
-  for (;;) {
-    // In this order: what is left would read like "no limit" a second after the question.
-    const int64_t seconds = host_.timeremaining();
-    if (host_.timedout()) return false;
-    const int64_t wait = seconds < 0 ? -1 : (seconds + 1) * 1000;
-    if (output.AwaitReader(static_cast<int>(std::min<int64_t>(wait, INT_MAX)))) return true;
   }
 }
 

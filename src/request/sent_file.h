@@ -42,15 +42,13 @@ class SentFile {
   [[nodiscard]] const String& content_range() const { return content_range_; }
   [[nodiscard]] const FileVersion& version() const { return version_; }
 
-  // Sends what has_body tells of. The time limit begins anew with each piece; a reader who does not
-  // take one in time is given up.
+  // Sends what has_body tells of. The time limit begins anew with each piece, so that a reader is
+  // given up who does not take one in time.
   void Send(ResponseOutput& output);
 
  private:
   SentFile(Vexa& host, const String& path) : host_(host), path_(path) {}
   [[nodiscard]] bool Open(const String& resolved, String& reason);
-  [[nodiscard]] bool SendPiece(ResponseOutput& output, std::string_view piece);
-  [[nodiscard]] bool AwaitReader(ResponseOutput& output);
 
   Vexa& host_;
   String path_;  // as the page wrote it

@@ -14,7 +14,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 import fastcgi
-from harness import ApacheServer, Failure, ProgramSite, Suite, WebServer, expect, expect_in
+from harness import ApacheServer, Failure, ProgramSite, Suite, WebServer, expect, expect_in, wait_until_stuck
 
 suite = Suite("fastcgi")
 ENVIRONMENT = {"GATEWAY_INTERFACE": "CGI/1.1", "REQUEST_METHOD": "GET", "SCRIPT_NAME": "/vexa", "QUERY_STRING": ""}
@@ -200,6 +200,34 @@ def _():
         expect("status", site.worker.process.wait(30), 0)
         expect("socket", site.worker.socket.exists(), False)
         expect("log", site.worker.errors(), b"")
+
+
+STUCK = ('<VxLOCKFILE FILE="a"><VxLET t=\'0123456789abcdef\'><VxWHILE EXPR="len(t) LT 1000000"><VxLET t=t $ t>'
+         '</VxWHILE><VxEVAL EXPR=t></VxLOCKFILE>')
+
+
+@suite.case("a reader who has stopped keeps no child, and no lock")
+def _():
+    with Asked() as site:
+        site.write("stuck.vx", STUCK)
+        site.write("index.vx", "x")
+        asks = fastcgi.request({**ENVIRONMENT, "PATH_INFO": "/stuck.vx"})
+        for limit, act in ((1, lambda child, reader: None), (0, lambda child, reader: reader.close()),
+                           (0, lambda child, reader: os.kill(child, signal.SIGTERM)),
+                           (0, lambda child, reader: site.worker.process.send_signal(signal.SIGTERM))):
+            with open(site.directory / "vexa.conf", "a") as config:
+                config.write(f"globaltimeout={limit}\n")
+            until(site.worker.children, "no child takes the place")
+            child = site.worker.children()[0]
+            with site.worker.connect() as reader:
+                reader.sendall(asks)
+                until((site.data / "a.lck").exists, "no lock")
+                wait_until_stuck(child)
+                act(child, reader)
+                until(lambda: not (site.data / "a.lck").exists(), "the lock is kept")
+                if site.worker.process.poll() is None and reader.fileno() >= 0:
+                    expect("the next page", site.text("index.vx"), "x")
+        expect("status", site.worker.process.wait(30), 0)
 
 
 # All that is visible to a page: its variables, the language, the clock's zone, what is open and locked.

@@ -136,6 +136,14 @@ class ProgramSite:
         return page_of(self.start(page, query))
 
 
+def wait_until_stuck(process):
+    """Until it takes no processor time any more."""
+    used, before = 0, -1
+    while used != before:
+        time.sleep(0.2)
+        before, used = used, int(pathlib.Path(f"/proc/{process}/stat").read_text().split()[13])
+
+
 def make_certificates(directory):
     """Authorities `ca` and `other`, and servers' certificates: good, and wrong in one way each."""
     def openssl(*arguments):

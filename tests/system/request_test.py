@@ -9,11 +9,12 @@ import pwd
 import random
 import resource
 import signal
+import socket
 import subprocess
 import sys
 import time
 
-from harness import Failure, ProgramSite, Suite, expect, expect_in
+from harness import Failure, ProgramSite, Suite, expect, expect_in, wait_until_stuck
 
 suite = Suite("requests")
 ROOT, DAEMON, NOBODY = (pwd.getpwnam(name) for name in ("root", "daemon", "nobody"))
@@ -190,6 +191,55 @@ def _(site):
         for program in read, stored:
             program.wait(timeout=60)
             expect("end", (program.returncode, program.stderr.read()), (1, b""))
+
+
+def filled_output(kind, size):
+    """Two ends, of which the one to write to takes no more than `size` bytes or a little more."""
+    if kind == "socket":
+        reading, writing = socket.socketpair()
+        writing.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, size)
+        return reading.detach(), writing.detach()
+    reading, writing = os.pipe()
+    fcntl.fcntl(writing, fcntl.F_SETPIPE_SZ, size)
+    if kind == "pipe that does not block":
+        fcntl.fcntl(writing, fcntl.F_SETFL, os.O_NONBLOCK)
+    return reading, writing
+
+
+@case("a page whose reader has stopped ends with the time, a signal or the reader, and gives its lock back", page="""\
+<VxLOCKFILE FILE="a"><VxLET t='0123456789abcdef'><VxWHILE EXPR="len(t) LT 1000000"><VxLET t=t $ t></VxWHILE>\
+<VxEVAL EXPR=t></VxLOCKFILE>never""")
+def _(site):
+    def close(reading, _):
+        os.close(reading)
+        return os.open("/dev/null", os.O_RDONLY)
+
+    def send(number):
+        def act(reading, program):
+            program.send_signal(number)
+            return reading
+        return act
+
+    for kind in ("pipe", "pipe that does not block", "socket"):
+        for limit, act in ((1, lambda reading, _: reading), (0, close), (0, send(signal.SIGTERM)),
+                           (0, send(signal.SIGXCPU))):
+            site.configure(f"globaltimeout={limit}\n")
+            reading, writing = filled_output(kind, 8192)
+            with site.start(stdout=writing) as program:
+                os.close(writing)
+                os.read(reading, 100)
+                wait_until_stuck(program.pid)
+                reading = act(reading, program)
+                expect(f"end {kind} {limit}", program.wait(timeout=60), 1)
+                expect("files", site.files(), [])
+                with os.fdopen(reading, "rb") as rest:
+                    expect("more", b"timed out" in rest.read(), False)
+
+
+@case("a page is told in time that its processor time is used up", page="<VxWHILE EXPR='1'></VxWHILE>")
+def _(site):
+    limit = lambda: resource.setrlimit(resource.RLIMIT_CPU, (1, 60))
+    site.expect("page", "Application timed out\r\n", preexec_fn=limit)
 
 
 @case("a response that does not block arrives whole", page="0123456789" * 100000)

@@ -37,9 +37,9 @@ class TextOutput final : public ResponseOutput {
   std::string text;  // what was flushed
 
  protected:
-  int Send(const char* bytes, int length) override {
-    text.append(bytes, static_cast<size_t>(length)).append(mark_);
-    return length;
+  [[nodiscard]] int SendSome(std::string_view bytes, int) override {
+    text.append(bytes).append(mark_);
+    return static_cast<int>(bytes.size());
   }
 
  private:

@@ -111,7 +111,7 @@ TEST(OutputTest, WritesFullBuffers) {
   EXPECT_EQ(out.text, "01234567|89012345|6789abcd|e|");
   out.Flush();
   out.Flush();
-  EXPECT_EQ(out.text, "01234567|89012345|6789abcd|e|xyz||");
+  EXPECT_EQ(out.text, "01234567|89012345|6789abcd|e|xyz|");
 }
 
 }  // namespace
