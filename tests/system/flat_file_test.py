@@ -69,11 +69,10 @@ def _():
         site.write("index.vx", '<VxIMPORT FILE="large" FIELDS="a,b" DELIMITER=",">&[a]&[b]|'
                                '</VxIMPORT>')
         limit = 64 << 20
-        sanitized = "VEXA_SANITIZE:BOOL=ON" in (suite.build / "CMakeCache.txt").read_text()
         program = subprocess.run(
             [site.program], cwd=site.directory, stdin=subprocess.DEVNULL, capture_output=True,
             env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": "/index.vx"}, timeout=300,
-            preexec_fn=None if sanitized else
+            preexec_fn=None if suite.sanitized else
             lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
         expect("standard error", program.stderr, b"")
         expect("page", program.stdout.partition(b"\r\n\r\n")[2], b"first1|second2|third3|")

@@ -41,11 +41,24 @@ def expect_in(what, text, part):
         raise Failure(f"{what}: {part!r} is not in {text!r}")
 
 
+def until(condition, complaint="it does not happen", seconds=60):
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            raise Failure(complaint)
+        time.sleep(0.02)
+
+
 class Suite:
     def __init__(self, name):
         self.name = name
         self.cases = []
         self.build = None  # The build directory, known once main() has read the arguments.
+
+    @property
+    def sanitized(self):
+        """Whether the programs carry the sanitizers, which need address space and keep freed memory."""
+        return "VEXA_SANITIZE:BOOL=ON" in (self.build / "CMakeCache.txt").read_text()
 
     def case(self, name):
         def register(function):

@@ -13,17 +13,9 @@ import sys
 import tempfile
 import time
 
-from harness import Failure, Suite, expect, expect_in
+from harness import Failure, Suite, expect, expect_in, until
 
 suite = Suite("serve")
-
-
-def until(condition):
-    end = time.monotonic() + 60
-    while not condition():
-        if time.monotonic() > end:
-            raise Failure("it does not happen")
-        time.sleep(0.02)
 
 
 class Serve:

@@ -10,7 +10,7 @@ import subprocess
 import sys
 import time
 
-from harness import Failure, Suite, WebServer, expect, expect_in
+from harness import Failure, Suite, WebServer, expect, expect_in, until
 
 suite = Suite("web")
 
@@ -179,7 +179,7 @@ def _(server):
     client.wait()
     client.stdout.close()
     # Far less than the time limit of a script, which would end it too.
-    wait_until(lambda: not programs_of(server), 45, "the program still runs")
+    until(lambda: not programs_of(server), "the program still runs", 45)
     server.write("index.vx", "x\n")
     expect("next request", server.page("/"), "x\n")
 
@@ -194,14 +194,6 @@ def programs_of(server):
         except OSError:
             pass  # It ended meanwhile, or is nobody's business.
     return found
-
-
-def wait_until(condition, seconds, complaint):
-    end = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > end:
-            raise Failure(complaint)
-        time.sleep(0.05)
 
 
 if __name__ == "__main__":
