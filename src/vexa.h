@@ -247,10 +247,11 @@ class Vexa {
                                                  ExpressionContext& script,
                                                  std::span<ScriptValue> arguments,
                                                  ScriptValue& result) = 0;
-  // Between the two a key of an index is computed, and no package is asked: other sites could not
-  // keep such an index. They nest.
-  virtual void EnterKey() = 0;
-  virtual void LeaveKey() = 0;
+  // From here on a key of the index that was opened as `index` is computed (null: none is), and
+  // what keys may not call is refused. Borrowed. Returns the former one.
+  virtual const String* SetKeyIndex(const String* index) = 0;
+  // The index whose key is being computed, or null.
+  [[nodiscard]] virtual const String* keyindex() const = 0;
   // Unpacks the archive of a package, or, when `license` is empty, gives the text of its licence as
   // `result`. False with `reason` set; it is empty when the page ran out of time.
   [[nodiscard]] virtual bool ExtractPackage(const String& code, const String& directory,

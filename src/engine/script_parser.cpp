@@ -15,6 +15,9 @@
 #include <utility>
 
 #include "core/text.h"
+#include "engine/block_state.h"
+#include "engine/tag_call.h"
+#include "expr/key_rule.h"
 
 namespace vexa {
 
@@ -164,6 +167,19 @@ Progress ScriptParser::Offer(Tag& tag) {
   }
   SyntaxError(UnexpectedTag(tag.row()));
   return Progress::Failed;
+}
+
+StateResult ScriptParser::Handle(TagCall& call) {
+  if (call.row().Has(kNotInKeyFunctions)) {
+    if (const String* const index = host_.keyindex()) return RefuseInKey(call, *index);
+  }
+  return call.row().handler(call);
+}
+
+StateResult ScriptParser::RefuseInKey(const TagCall& call, const String& index) {
+  const StateResult result = call.Fail(NotInKeyMessage(index, call.row().name));
+  if (result == StateResult::Failed || call.row().closing_id == 0) return result;
+  return BlockState(call).SkipBlock();
 }
 
 // A state may still lead to what the one below it owns.

@@ -106,6 +106,9 @@ class ScriptParser final : public TagReader {
   [[nodiscard]] StateResult RuntimeError(const TagRow& row, std::string_view message);
   bool ReportExpressionError(std::string_view message) override;
   bool ReportFileError(std::string_view message) override;
+  // Runs the handler of a tag. While the key of an index is computed, tags that its functions may
+  // not use fail instead, and their blocks are passed over.
+  [[nodiscard]] StateResult Handle(TagCall& call);
   // The variable that holds the last runtime error of a tag of that row.
   void SetErrorVariable(const TagRow& row, ScriptValue text);
   void ClearErrorVariable(const TagRow& row) {
@@ -265,6 +268,7 @@ class ScriptParser final : public TagReader {
     const Variable* variable = name.FindPlain(variables_);
     return variable != nullptr && variable->plain_value().IsEmpty();
   }
+  StateResult RefuseInKey(const TagCall& call, const String& index);
   bool ReportTimeout();
   bool ReportDepth();
   bool ReportRuntimeError(const TagRow& row, std::string_view message);

@@ -352,7 +352,7 @@ Progress ScriptParser::RunHandler(Tag& tag) {
   const size_t top = states_.size() - 1;
   ClearErrorVariable(row);
   TagCall call(*this, tag);
-  const StateResult result = row.handler(call);
+  const StateResult result = Handle(call);
   if (exiting_) return Progress::Stop;
   if (result == StateResult::Finished) return CloseStates(top);
   return result == StateResult::Failed ? Progress::Failed : Progress::More;

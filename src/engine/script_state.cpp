@@ -18,7 +18,7 @@ StateResult ScriptState::ProcessTag(Tag& tag) {
     if (String problem = tag.Problem(); !problem.empty()) return parser_.SyntaxError(problem);
   }
   TagCall call(parser_, tag);
-  return row.handler(call);
+  return parser_.Handle(call);
 }
 
 String UnexpectedTag(const TagRow& row) {

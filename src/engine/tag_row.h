@@ -70,12 +70,13 @@ enum class StopForm : uint8_t { None, Stop, StartOfStop };
 
 // What the executor itself does about some tags.
 enum TagFlag : uint8_t {
-  kRunsWhileOff = 1,      // also while tags are switched off
-  kEndsScript = 2,        // in the executor's own way, no state is asked
-  kEndsFunction = 4,      // inside a function also while tags are switched off
-  kDeclaresFunction = 8,  // looked for by a scan ahead
-  kAnswersForFiles = 16,  // file functions fail as this tag does
-  kAssigns = 32,          // does nothing but assign its only value, or VALUE to what NAME names
+  kRunsWhileOff = 1,        // also while tags are switched off
+  kEndsScript = 2,          // in the executor's own way, no state is asked
+  kEndsFunction = 4,        // inside a function also while tags are switched off
+  kDeclaresFunction = 8,    // looked for by a scan ahead
+  kAnswersForFiles = 16,    // file functions fail as this tag does
+  kAssigns = 32,            // does nothing but assign its only value, or VALUE to what NAME names
+  kNotInKeyFunctions = 64,  // works on files, tables or the network: fails while a key is computed
 };
 
 inline constexpr int kNoTag = -1;

@@ -33,8 +33,8 @@ enum BuiltinFlag : uint8_t {
   // The handler asks for its first argument by LookAtFirst alone, and runs nothing of the page: the
   // text need not be copied.
   kLooksAtFirst = 1,
-  // The key of an index may not call it: it reads or changes files, chooses a language, or belongs
-  // to one request. Such a key would be another one on the next page.
+  // The key of an index may not call it: it reads or changes files, sets a language, or touches the
+  // answer, the request or a session (key_rule.h).
   kNotInKeys = 2,
 };
 

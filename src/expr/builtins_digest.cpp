@@ -86,7 +86,7 @@ std::span<const LateBuiltin> DigestBuiltins() {
       {"vexa_base64", "text", Base64, kLooksAtFirst},
       {"vexa_frombase64", "text", FromBase64, kLooksAtFirst},
       {"vexa_same", "a, b", Same, kLooksAtFirst},
-      {"vexa_random", "low, high", Random, kNotInKeys},
+      {"vexa_random", "low, high", Random},
       {"vexa_urlpart", "text", UrlPart, kLooksAtFirst},
   };
   return rows;

@@ -115,8 +115,8 @@ std::span<const LateBuiltin> RequestBuiltins() {
       {"vexa_setsessionvalue", "name, value", SetSessionValue, kNotInKeys},
       {"vexa_token", "purpose", Token, kNotInKeys},
       {"vexa_istoken", "purpose, token", IsToken, kNotInKeys},
-      {"vexa_hashpassword", "password", HashOfPassword, kNotInKeys},
-      {"vexa_ispassword", "password, hash", IsPasswordOf, kNotInKeys},
+      {"vexa_hashpassword", "password", HashOfPassword},
+      {"vexa_ispassword", "password, hash", IsPasswordOf},
   };
   return rows;
 }

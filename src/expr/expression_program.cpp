@@ -15,6 +15,7 @@
 #include <new>
 
 #include "core/number.h"
+#include "expr/key_rule.h"
 
 namespace vexa {
 
@@ -191,6 +192,13 @@ void ExpressionProgram::FindWholeForm() {
     operands[i].constant = leaf.constant.mantissa();
   }
   whole_ = {step.op->code, operands[0], operands[1]};
+}
+
+const BuiltinFunction* ExpressionProgram::FindBuiltinWith(BuiltinFlag flag) const {
+  for (const CallSite& call : calls_) {
+    if (call.builtin != nullptr && call.builtin->Has(flag)) return call.builtin;
+  }
+  return nullptr;
 }
 
 bool ExpressionProgram::CallsScript() const {
@@ -381,6 +389,12 @@ const Callable* ExpressionProgram::FindCallee(const CallSite& call, ExpressionCo
   if (function == nullptr) {
     context.ReportExpressionError(String::Concat({"Call to undefined function '", call.name, "'"}));
     return nullptr;
+  }
+  if (call.builtin != nullptr && call.builtin->Has(kNotInKeys)) {
+    if (const String* const index = context.host().keyindex()) {
+      context.ReportExpressionError(NotInKeyMessage(*index, call.builtin->name()));
+      return nullptr;
+    }
   }
   const int expected = function->parameter_count();
   if (static_cast<uint32_t>(expected) != call.argument_count) {

@@ -94,6 +94,8 @@ class ExpressionProgram {
   [[nodiscard]] const WholeNumberForm& whole() const { return whole_; }
   // Whether it calls any function.
   [[nodiscard]] bool Calls() const { return !calls_.empty(); }
+  // The first built-in that it calls whose row has that flag, or null.
+  [[nodiscard]] const BuiltinFunction* FindBuiltinWith(BuiltinFlag flag) const;
   // Whether it can run a function of the script.
   [[nodiscard]] bool CallsScript() const;
   // The bytes of storage outside the object.

@@ -87,8 +87,10 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] bool CallPackageFunction(const Callable& function, ExpressionContext& script,
                                          std::span<ScriptValue> arguments,
                                          ScriptValue& result) override;
-  void EnterKey() override { ++keys_in_progress_; }
-  void LeaveKey() override { --keys_in_progress_; }
+  const String* SetKeyIndex(const String* index) override {
+    return std::exchange(key_index_, index);
+  }
+  [[nodiscard]] const String* keyindex() const override { return key_index_; }
   [[nodiscard]] bool ExtractPackage(const String& code, const String& directory,
                                     const String& license, String& result, String& reason) override;
   [[nodiscard]] std::unique_ptr<CommerceOrder> NewCommerceHandler(const String& method,
@@ -256,7 +258,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   Module* current_module_ = nullptr;
   std::vector<CommerceMethod> commerce_;
   std::vector<PackageInfo> packages_;
-  int keys_in_progress_ = 0;
+  const String* key_index_ = nullptr;         // whose key is being computed; null: none is
   std::unique_ptr<PackageLoader> libraries_;  // once one was asked for
   String data_directory_;
   String script_directory_;

@@ -65,7 +65,8 @@ PackageLoader& Host::libraries() {
 
 bool Host::FindPackageFunction(std::string_view name, ExpressionContext& script,
                                const Callable*& function) {
-  return packages_.empty() || keys_in_progress_ > 0 ||
+  // Other sites could not keep an index whose keys a package computes.
+  return packages_.empty() || key_index_ != nullptr ||
          libraries().FindFunction(name, script, function);
 }
 

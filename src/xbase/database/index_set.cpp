@@ -18,8 +18,7 @@ DataResult XBaseIndexSet::OpenMember(const String& name, std::unique_ptr<Member>
     error_ = EntityEncoded(member->index.error());
     return DataResult::Failed;
   }
-  return record_.Parse(member->index.KeyExpression(), member->key) ? DataResult::Done
-                                                                   : DataResult::Reported;
+  return record_.ParseKey(name, member->index.KeyExpression(), member->key, error_);
 }
 
 DataResult XBaseIndexSet::Open(const String& list) {
@@ -85,7 +84,7 @@ void XBaseIndexSet::Close() {
 }
 
 DataResult XBaseIndexSet::Key(const Member& member, String& key) {
-  const DataResult evaluated = record_.EvaluateKey(member.key, key);
+  const DataResult evaluated = record_.EvaluateKey(member.index.name(), member.key, key);
   if (evaluated == DataResult::Failed) error_ = EntityEncoded(record_.table().error());
   if (evaluated != DataResult::Done) return evaluated;
   // What an entry holds, so that keys are compared as they stand in the index.

@@ -7,7 +7,7 @@
 //              builds marked indexes anew; no lock is held when that begins. MayFinish keeps the
 //              paths that a journal names inside the data directory
 //   Guards     MayBegin refuses while an expression is evaluated, MayChange also when the table
-//              cannot be written or another database holds locks on it
+//              cannot be written
 //
 // Locks are not taken here but in the table and the indexes, and none is kept when an operation
 // returns.
@@ -261,13 +261,6 @@ bool XBaseDatabase::MayChange(String& message) {
   if (!read_only_.empty()) {
     message = EntityEncoded(
         String::Concat({"Error writing to '", table_.dataerrorpath(), "': ", read_only_}));
-    return false;
-  }
-  for (const auto& open : host_.databases()) {
-    const auto* other = dynamic_cast<const XBaseDatabase*>(open.get());
-    if (other == nullptr || !other->holding_) continue;
-    if (!(other->table_.datapath() == table_.datapath())) continue;
-    message = other->record_.BusyMessage();
     return false;
   }
   return true;

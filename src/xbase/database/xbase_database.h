@@ -62,7 +62,7 @@ class XBaseDatabase final : public Database {
   [[nodiscard]] DatabaseView* PrimaryView() override { return primary_view_; }
   void SetPrimaryView(DatabaseView* view) override { primary_view_ = view; }
   void RemoveView(DatabaseView* view) override;
-  [[nodiscard]] bool InUse() const override { return record_.busy() || holding_; }
+  [[nodiscard]] bool InUse() const override { return record_.busy(); }
 
   // --- For the view ---
   [[nodiscard]] Vexa& host() { return host_; }
@@ -94,18 +94,6 @@ class XBaseDatabase final : public Database {
       if (finished != DataResult::Done) return finished;
     }
   }
-
-  // Says that locks are held over evaluations, as long as it lives.
-  class Holding {
-   public:
-    explicit Holding(XBaseDatabase& database) : database_(database) { database_.holding_ = true; }
-    ~Holding() { database_.holding_ = false; }
-    Holding(const Holding&) = delete;
-    Holding& operator=(const Holding&) = delete;
-
-   private:
-    XBaseDatabase& database_;
-  };
 
  private:
   using Builders = std::vector<std::unique_ptr<XBaseIndexBuilder>>;
@@ -165,7 +153,6 @@ class XBaseDatabase final : public Database {
   DatabaseView* view_pointer_ = nullptr;  // view_ for views(); null when it was closed
   DatabaseView* primary_view_ = nullptr;
   String read_only_;  // why the table cannot be written to; empty when it can
-  bool holding_ = false;
   Durability durability_ = Durability::None;
 };
 

@@ -10,8 +10,8 @@
 //                  records; the new table; one swap of all files
 //
 // The walk makes one record after the other current and restores the former one; it ends when the
-// time is up or another process replaced the table. Keys may run functions of the page: as long as
-// locks are held, changes of this table through other databases are refused (Holding).
+// time is up or another process replaced the table. Keys may run functions of the page, which use
+// no tables as long as they do (expr/key_rule.h): locks may be held over them.
 
 #include <algorithm>
 #include <utility>
@@ -119,7 +119,8 @@ DataResult XBaseDatabase::CreateIndex(const String& indexfile, const String& exp
   const DataResult replaced = MayReplace(indexfile, path);
   if (replaced != DataResult::Done) return replaced;
   Expression key;
-  if (!record_.Parse(expression, key)) return DataResult::Reported;
+  const DataResult parsed = record_.ParseKey(indexfile, expression, key, error_);
+  if (parsed != DataResult::Done) return parsed;
   return Run(error_, [&] { return CreateIndexLocked(indexfile, path, key, spec); });
 }
 
@@ -133,7 +134,6 @@ DataResult XBaseDatabase::CreateIndexLocked(const String& name, const String& pa
       !lock.Take(former, ZDXIndexFile::Marks::Ignored)) {
     return Fail(former.error());
   }
-  const Holding holding(*this);
   XBaseIndexBuilder builder(files, spec);
   const DataResult built = BuildIndex(name, path, key, builder);
   if (built != DataResult::Done) return built;
@@ -151,7 +151,7 @@ DataResult XBaseDatabase::BuildIndex(const String& name, const String& path, con
                                      XBaseIndexBuilder& builder) {
   String text;
   const DataResult visited = ForEachRecord([&](int number) {
-    const DataResult evaluated = record_.EvaluateKey(key, text);
+    const DataResult evaluated = record_.EvaluateKey(name, key, text);
     if (evaluated == DataResult::Failed) return FailTable();
     if (evaluated != DataResult::Done) return evaluated;
     builder.Add(static_cast<uint32_t>(number), text);
@@ -168,7 +168,6 @@ DataResult XBaseDatabase::RebuildMarked() {
     XBaseIndexLock lock;
     if (!lock.Take(index, ZDXIndexFile::Marks::Ignored)) return Fail(index.error());
     if (!index.file().marked()) continue;
-    const Holding holding(*this);
     XBaseIndexBuilder builder(host_.filemanager(),
                               {index.KeyExpression(), index.Flags(), index.Shape()});
     const DataResult built = BuildIndex(index.name(), index.filepath(), member->key, builder);
@@ -216,7 +215,6 @@ DataResult XBaseDatabase::ReindexLocked() {
   std::vector<XBaseIndexLock> locks;
   const DataResult locked = indexes_.Lock(locks);
   if (locked != DataResult::Done) return Passed(locked);
-  const Holding holding(*this);
   Builders builders = MakeBuilders();
   const DataResult visited = ForEachRecord([&](int number) { return AddKeys(builders, number); });
   if (visited != DataResult::Done) return visited;
@@ -250,7 +248,6 @@ DataResult XBaseDatabase::PackLocked() {
   const DataResult locked = indexes_.Lock(locks);
   if (locked != DataResult::Done) return Passed(locked);
   const TableChange ending(table_);
-  const Holding holding(*this);
   FileSwap swap(host_.filemanager());
   if (!table_.BeginPack(swap)) return FailTable();
   // 2. The new files, beside the old ones. All that can be wrong with the records shows here.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "expr/key_rule.h"
 #include "vexa.h"
 #include "xbase/database/field_variables.h"
 
@@ -148,15 +149,25 @@ DataResult XBaseRecord::Evaluate(const Expression& expression, String& result) {
   return table_.lost_texts() == lost_texts ? DataResult::Done : DataResult::Failed;
 }
 
-DataResult XBaseRecord::EvaluateKey(const Expression& expression, String& result) {
-  host_.EnterKey();
+DataResult XBaseRecord::EvaluateKey(const String& index, const Expression& expression,
+                                    String& result) {
+  const String* const outer = host_.SetKeyIndex(&index);
   const DataResult evaluated = Evaluate(expression, result);
-  host_.LeaveKey();
+  host_.SetKeyIndex(outer);
   return evaluated;
 }
 
 bool XBaseRecord::Parse(std::string_view text, Expression& expression) {
   return expression.ReadText(text, context());
+}
+
+DataResult XBaseRecord::ParseKey(const String& index, std::string_view text, Expression& expression,
+                                 String& message) {
+  if (!Parse(text, expression)) return DataResult::Reported;
+  String problem = KeyProblem(index, expression);
+  if (problem.empty()) return DataResult::Done;
+  message = std::move(problem);
+  return DataResult::Failed;
 }
 
 String XBaseRecord::BusyMessage() const {

@@ -75,10 +75,15 @@ class XBaseRecord {
   // Evaluates with the record's variables before all others. Failed, with the table's error set,
   // when a memo text could not be read: what comes out then is not the record's.
   [[nodiscard]] DataResult Evaluate(const Expression& expression, String& result);
-  // The same for the key of an index, which may call less.
-  [[nodiscard]] DataResult EvaluateKey(const Expression& expression, String& result);
+  // The same for the key of the index that was opened as `index`, which may call less (key_rule.h).
+  [[nodiscard]] DataResult EvaluateKey(const String& index, const Expression& expression,
+                                       String& result);
   // Reads an expression for later. False after the error was reported.
   [[nodiscard]] bool Parse(std::string_view text, Expression& expression);
+  // The same for the key of the index that is opened as `index`. Failed, with `message` set, when
+  // it calls what keys may not.
+  [[nodiscard]] DataResult ParseKey(const String& index, std::string_view text,
+                                    Expression& expression, String& message);
   [[nodiscard]] bool busy() const { return evaluations_ > 0; }
   // The message of an operation that is refused for that.
   [[nodiscard]] String BusyMessage() const;

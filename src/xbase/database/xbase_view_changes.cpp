@@ -107,7 +107,6 @@ DataResult XBaseDatabaseView::UpdateLocked() {
   const DataResult locked = database_.indexes().Lock(locks);
   if (locked != DataResult::Done) return Passed(locked);
   const TableChange ending(table);
-  const XBaseDatabase::Holding holding(database_);
   if (!table.BeginUpdate()) return record_.Lost() ? lost() : FailTable();
   // 2. The record as it is now: what others changed since it was read stays, where the page did not
   // edit it too.
