@@ -10,6 +10,8 @@ string(REGEX REPLACE "#[^\n]*\n" "" settings "${settings}")
 string(REPLACE "@STATE@/data" "&[VEXA_SERVE_DATA]" settings "${settings}")
 string(REPLACE "@STATE@" "&[VEXA_SERVE_STATE]" settings "${settings}")
 string(REPLACE "@SITE@" "&[DOCUMENT_ROOT]" settings "${settings}")
+# Who writes pages wants to see what is wrong with them.
+string(REPLACE "showerrors=brief" "showerrors=page" settings "${settings}")
 file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/generated/example_settings.h @ONLY CONTENT
 "// Made from examples/vexa.conf.
 namespace vexa {

@@ -14,13 +14,16 @@ namespace vexa {
 
 namespace {
 
-enum class SettingType : uint8_t { Text, Integer, Boolean, Encoding };
+enum class SettingType : uint8_t { Text, Integer, Boolean, Encoding, Errors };
 
 // The words that a setting may have, separated by ","; its number is the place of its word in the
 // list, from 0. Empty for the types that are no words.
 constexpr std::string_view WordsOf(SettingType type) {
+  if (type == SettingType::Errors) return "page,brief";
   return type == SettingType::Encoding ? "none,attribute,entities" : "";
 }
+static_assert(static_cast<int>(ShownErrors::Page) == 0 &&
+              static_cast<int>(ShownErrors::Brief) == 1);
 static_assert(static_cast<int>(MacroEncoding::None) == 0 &&
               static_cast<int>(MacroEncoding::Attribute) == 1 &&
               static_cast<int>(MacroEncoding::Entities) == 2);
@@ -70,6 +73,7 @@ constexpr SettingName kSettingNames[] = {
     {"serveradmin", &Settings::serveradmin},
     {"usecookies", &Settings::usecookies, SettingType::Boolean},
     {"sendstatus", &Settings::sendstatus, SettingType::Boolean},
+    {"showerrors", &Settings::showerrors, SettingType::Errors},
     {"nice", &Settings::nice},
     {"maxcpu", &Settings::maxcpu},
     {"maxdata", &Settings::maxdata},

@@ -91,6 +91,8 @@ Progress UNIXConfigParser::ProcessSetting(std::string_view key, std::string_view
     return Progress::Failed;
   }
   if (in_section()) section_settings_.push_back({String(key), text});
+  // What is wrong behind this line is shown as the line says, also in a section.
+  if (EqualsIgnoreCase(key, "showerrors")) (void)config_.SetConfigValue(key, text);
   return Progress::More;
 }
 

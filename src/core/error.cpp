@@ -40,13 +40,14 @@ AuthorizationSyntaxError::AuthorizationSyntaxError(const Settings& config, int l
                                                    std::string_view text)
     : Error(500, 0, InFile("Authorization File", config, line, text)) {}
 
-ScriptNotFoundError::ScriptNotFoundError(std::string_view text) : Error(404, 0, String(text)) {}
+ScriptNotFoundError::ScriptNotFoundError(std::string_view text)
+    : Error(404, 0, String(text), Audience::Everybody) {}
 
 FatalError::FatalError(std::string_view text, int resultcode)
     : Error(resultcode, 0, String::Concat({"Fatal Error: ", text})) {}
 
 TimeoutError::TimeoutError(std::string_view text)
-    : Error(200, 0, String::Concat({text, " timed out"})) {}
+    : Error(200, 0, String::Concat({text, " timed out"}), Audience::Everybody) {}
 
 RuntimeError::RuntimeError(const ErrorPlace& place, std::string_view text)
     : Error(200, kRuntimeErrors, AtPlace(place, ": Runtime Error: ", text)) {}

@@ -20,19 +20,24 @@ inline constexpr unsigned kAlwaysShown = 0x00800000;
 inline constexpr unsigned kTimeoutError = 0x08800000;
 inline constexpr unsigned kDepthError = 0x80800000;
 
+// Whom a message is for: those who make the site, or its visitors too.
+enum class Audience { Makers, Everybody };
+
 class Error {
  public:
-  Error(int resultcode, unsigned level, String message)
-      : resultcode_(resultcode), level_(level), message_(std::move(message)) {}
+  Error(int resultcode, unsigned level, String message, Audience audience = Audience::Makers)
+      : resultcode_(resultcode), level_(level), audience_(audience), message_(std::move(message)) {}
   virtual ~Error() = default;
   [[nodiscard]] int resultcode() const { return resultcode_; }
   [[nodiscard]] unsigned Level() const { return level_; }
+  [[nodiscard]] Audience audience() const { return audience_; }
   [[nodiscard]] const String& message() const { return message_; }
   operator const String&() const { return message_; }
 
  private:
   int resultcode_;
   unsigned level_;
+  Audience audience_;
   String message_;
 };
 

@@ -21,6 +21,12 @@ enum SecurityOption : int {
   kTemporaryLinksToOthers = 0x200,
 };
 
+// What `showerrors` says.
+enum class ShownErrors : int {
+  Page,   // messages stand on the page
+  Brief,  // a reference stands in their place
+};
+
 struct Settings {
   String quorbelroot;  // the script root directory, also written vexaroot and teskroot
   String userdir = "public_zdx";
@@ -47,6 +53,7 @@ struct Settings {
   String serveradmin = "webmaster@localhost";
   int usecookies = 1;
   int sendstatus = 0;  // 1: answers of errors have a status
+  int showerrors = 0;  // a ShownErrors
   int nice = 0;
   int maxcpu = 0;
   int maxdata = 0;

@@ -22,28 +22,8 @@ namespace {
 
 constexpr mode_t kPermissions = 0640;  // a group may be given the right to read it
 
-String Escaped(std::string_view text, size_t longest) {
-  String out;
-  out.Reserve(text.size());
-  for (const char c : text) {
-    if (out.size() >= longest) {
-      out.cat("...");
-      break;
-    }
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= ' ' && byte != 0x7F && c != '\\') {
-      out.Accumulate(c);
-      continue;
-    }
-    char code[8];
-    std::snprintf(code, sizeof code, "\\x%02X", byte);
-    out.cat(code);
-  }
-  return out;
-}
-
 String Escaped(const String& text) {
-  return text.empty() ? String("-") : Escaped(text, String::kLongestText);
+  return text.empty() ? String("-") : LogText(text, String::kLongestText);
 }
 
 // The local time as ISO 8601 writes it, with the offset from UTC.
@@ -84,6 +64,26 @@ bool MakeTrustedLog(const String& path) {
 }
 
 }  // namespace
+
+String LogText(std::string_view text, size_t longest) {
+  String out;
+  out.Reserve(text.size());
+  for (const char c : text) {
+    if (out.size() >= longest) {
+      out.cat("...");
+      break;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= ' ' && byte != 0x7F && c != '\\') {
+      out.Accumulate(c);
+      continue;
+    }
+    char code[8];
+    std::snprintf(code, sizeof code, "\\x%02X", byte);
+    out.cat(code);
+  }
+  return out;
+}
 
 UNIXLogFile::~UNIXLogFile() {
   if (descriptor_ >= 0) CloseQuietly(descriptor_);
@@ -146,7 +146,7 @@ void UNIXLogFile::Write(LogLevel level, std::string_view event, std::string_view
   const int reason = errno;  // Logging must not disturb the error that is being reported.
   const String line =
       String::Concat({Timestamp(), "\t", PrintInteger(::getpid()), "\t", owner_, "\t", script_,
-                      "\t", event, "\t", Escaped(detail, kLongestDetail), "\n"});
+                      "\t", event, "\t", LogText(detail, kLongestDetail), "\n"});
   // Nothing is left to do about a line that cannot be written.
   (void)RetryInterrupted([&] { return ::write(descriptor_, line.data(), line.size()); });
   errno = reason;

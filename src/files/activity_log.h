@@ -32,6 +32,9 @@ struct LogSubject {
   String data_directory;
 };
 
+// `text` as it stands in a line of a log, cut behind `longest` bytes or a few more.
+[[nodiscard]] String LogText(std::string_view text, size_t longest);
+
 class UNIXLogFile final : public ActivityLog {
  public:
   // Longer details are cut, so that one event cannot fill the disk. In bytes as written.

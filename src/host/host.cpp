@@ -239,6 +239,8 @@ int64_t Host::timeremaining() { return deadline_ == 0 ? -1 : deadline_ - std::ti
 void Host::Error(const vexa::Error& error) {
   if (error.Level() == 0) answer_.Fail(error.resultcode() == 200 ? 500 : error.resultcode());
   RequireHeaders(error.resultcode());
+  const bool brief = config().showerrors == static_cast<int>(ShownErrors::Brief);
+  if (brief && error.audience() == Audience::Makers) return HideError(error.message());
   WriteError(error.message());
 }
 
@@ -255,6 +257,18 @@ void Host::RequireHeaders(int status) {
 
 void Host::WriteError(std::string_view text) {
   logfile().Write(LogLevel::Errors, "ERROR", text);
+  ShowText(text);
+}
+
+void Host::HideError(std::string_view message) {
+  const bool first = hidden_errors_.none();
+  if (first) hidden_errors_.Begin(process_.DrawChance());
+  const String& file = current_module_ == nullptr ? seen_path_ : current_module_->filepath();
+  hidden_errors_.Tell(log_, file, message);
+  if (first) ShowText(hidden_errors_.shown());
+}
+
+void Host::ShowText(std::string_view text) {
   output().Write(text);
   output().Write("\r\n");
   if (!answer_.withholds_text()) output().Flush();

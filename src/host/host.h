@@ -35,6 +35,7 @@
 #include "files/activity_log.h"
 #include "files/descriptor.h"
 #include "files/unix_file_manager.h"
+#include "host/hidden_errors.h"
 #include "host/open_databases.h"
 #include "host/process.h"
 #include "request/answer.h"
@@ -223,6 +224,9 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   // Begins and ends the head of the answer where that has not happened.
   void RequireHeaders(int status);
   void WriteError(std::string_view text);
+  void HideError(std::string_view message);
+  // Text of an error leaves at once.
+  void ShowText(std::string_view text);
   // Destroys scripts, databases and what is under way with other machines.
   void ReleaseScripts();
   [[nodiscard]] PackageLoader& libraries();
@@ -245,6 +249,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   Answer answer_;
   std::unique_ptr<UNIXConfig> config_;
   UNIXLogFile log_;
+  HiddenErrors hidden_errors_;
   UNIXFileManager filemanager_;
   std::unique_ptr<CGINetworkManager> network_;  // null until it is asked for
   std::unique_ptr<TextWork> text_work_;         // likewise

@@ -53,7 +53,7 @@ int Host::AddContentVariables() {
   if (length <= 0) return 1;
   // Before a byte of it is read.
   if (config().maxbody > 0 && length > config().maxbody) {
-    Error(vexa::Error(413, 0, "The request is too large"));
+    Error(vexa::Error(413, 0, "The request is too large", Audience::Everybody));
     return 0;
   }
   FormInput input{*this, modules_.front()->scriptparser(), config().contentbuffersize};

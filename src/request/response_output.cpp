@@ -35,7 +35,7 @@ int ResponseOutput::Send(std::string_view bytes) {
 // As SendSome, and -1 when the page is to end.
 int ResponseOutput::SendWhenRead(std::string_view bytes) {
   if (host_ == nullptr) return -1;
-  const bool late = IsToEnd();
+  const bool late = host_->timedout();
   if (late && last_moment_ == 0) last_moment_ = SteadyTime() + kLongestWait * kMillisecond;
   for (;;) {
     int64_t wait = kLongestWait;

@@ -7,6 +7,7 @@ import os
 import pathlib
 import pwd
 import random
+import re
 import resource
 import signal
 import socket
@@ -240,6 +241,68 @@ def _(site):
 def _(site):
     limit = lambda: resource.setrlimit(resource.RLIMIT_CPU, (1, 60))
     site.expect("page", "Application timed out\r\n", preexec_fn=limit)
+
+
+BRIEF = "showerrors=brief\nlogfile={DIR}/log\nloglevel=2\n"
+REFERENCE = r"This page has an error\. Reference: ([0-9A-F]{4}-[0-9A-F]{2})\r\n"
+
+
+@case("a visitor gets a reference, the log and standard error what was wrong", BRIEF, """\
+a<VxOPEN NAME="t" DATABASE=file>[&[VxOPEN_Error:entities]]
+<VxLET i=0><VxWHILE EXPR="i LT 150"><VxLET i=i + 1><VxOPEN NAME="t" DATABASE="none"></VxWHILE>b<VxEVAL EXPR=(>""")
+def _(site):
+    def request(query="file=x%0A2026%09y", **options):
+        program = site.start(environment={"QUERY_STRING": query}, **options)
+        output, errors = program.communicate(timeout=60)
+        return page_of(output), (errors or b"").decode("latin-1"), program.returncode
+
+    page, errors, _ = request()
+    shown = re.fullmatch(rf"a{REFERENCE}\[(.*)\]\nb", page.replace("x\n2026\ty", "x?"))
+    if not shown:
+        raise Failure(f"page {page!r}")
+    reference, variable = shown.groups()
+    expect_in("error variable", variable, "x?")
+    log = (site.directory / "log").read_text().splitlines()
+    what = "index.vx: Line 1: Runtime Error: "
+    expect_in("log", log[1], f"\t{site.script}\tERROR\t{reference}: {what}")
+    expect("events", [line.split("\t")[4] for line in log], ["SCRIPTSTARTED"] + ["ERROR"] * 100 + ["SCRIPTENDED"])
+    expect_in("errors", errors, f"vexa: {reference}: {site.script}: {what}")
+    expect_in("escaped", errors, "x\\x0A2026\\x09y")
+    expect("lines", (len(errors.splitlines()), errors.count(reference)), (100, 100))
+    expect("another", re.search(REFERENCE, request()[0])[1] != reference, True)
+
+    reading, full = filled_output("pipe that does not block", 4096)
+    os.write(full, b"x" * 4096)
+    os.set_blocking(full, True)
+    gone, closed = os.pipe()
+    os.close(gone)
+    for descriptor in (full, closed):
+        expect("page without reader of errors", request(stderr=descriptor)[0][-3:], "]\nb")
+        os.close(descriptor)
+    os.close(reading)
+
+
+@case("visitors are shown as ever what is theirs to know, and nothing that stands below the setting", BRIEF)
+def _(site):
+    def page(text="", environment=None, config="", **options):
+        site.configure(BRIEF + config)
+        site.write("index.vx", text)
+        output, errors = site.start(environment=environment, **options).communicate(timeout=60)
+        return page_of(output), errors
+
+    expect("missing", page(environment={"PATH_INFO": "/no.vx"}), ("Unable to open no.vx\r\n", b""))
+    expect("late", page("<VxWHILE EXPR='1'></VxWHILE>", config="globaltimeout=1"),
+           ("Application timed out\r\n", b""))
+    expect("large", page(environment=FORM, body_length=9, config="maxbody=5"), ("The request is too large\r\n", b""))
+    expect_in("own text", page('<VEXA ERRORMESSAGE="Sorry. "><VxOPEN NAME="t" DATABASE="none">')[0],
+              "Sorry. \r\nThis page has an error. Reference: ")
+    section = "<VIRTUALHOST NAME=localhost>\n{}\n</VIRTUALHOST>\n"
+    for config, brief in (("maxcpu=x", True), (section.format("maxcpu=x"), True), ("showerrors=page\nmaxcpu=x", False),
+                          ("showerrors=PAGE\n" + section.format("showerrors=Brief\nmaxcpu=x"), True)):
+        shown, errors = page(config=config)
+        expect(f"hidden {config}", (bool(re.fullmatch(REFERENCE, shown)), b"is not a valid value for maxcpu" in errors),
+               (brief, brief))
+    expect_in("value", page(config="showerrors=page\nshowerrors=no")[0], "'no' is not a valid value for showerrors<BR>")
 
 
 @case("a response that does not block arrives whole", page="0123456789" * 100000)
