@@ -132,14 +132,22 @@ bool ExpressionProgram::EvaluateOnlyCall(ExpressionContext& context, Variables& 
 // A leaf that is the first argument of a built-in which only looks at it is looked at when the call
 // is made, unless a function is called between that may change a variable: one of the script or of
 // a package, or a built-in that does more than compute. Such a call alone is EvaluateOnlyCall's.
+//
+// The calls that wait for their arguments have ever more values before them. So the ones for which
+// a step counts as (the end of) the first argument are the last of those that may still look.
 void ExpressionProgram::FindLookedAt() {
   struct Waiting {
     size_t call_step;
-    bool untouched;  // whether the step behind it is all of the first argument
     uint32_t values_before;
   };
   std::vector<Waiting> waiting;
+  std::vector<size_t> looking;  // those of them for which the step behind may be all of it
   uint32_t values = 0;
+  const auto change_first = [&] {
+    while (!looking.empty() && values == waiting[looking.back()].values_before + 1) {
+      looking.pop_back();
+    }
+  };
   for (size_t i = 0; i < steps_.size(); ++i) {
     const Step& step = steps_[i];
     values = ValuesBehind(step, values);
@@ -148,31 +156,29 @@ void ExpressionProgram::FindLookedAt() {
       case Action::PushEmpty:
         break;
       case Action::Operate:
-        for (Waiting& call : waiting) {
-          if (values == call.values_before + 1) call.untouched = false;
-        }
+        change_first();
         break;
       case Action::CheckCall: {
         const BuiltinFunction* builtin = calls_[step.left].builtin;
-        const bool looks = builtin != nullptr && builtin->Has(kLooksAtFirst) &&
-                           i + 1 < steps_.size() && steps_[i + 1].action == Action::Push;
-        waiting.push_back({i, looks, values});
+        if (builtin != nullptr && builtin->Has(kLooksAtFirst) && i + 1 < steps_.size() &&
+            steps_[i + 1].action == Action::Push) {
+          looking.push_back(waiting.size());
+        }
+        waiting.push_back({i, values});
         break;
       }
       case Action::Call: {
-        const Waiting call = waiting.back();
+        const size_t call_step = waiting.back().call_step;
         waiting.pop_back();
         CallSite& site = calls_[step.left];
-        if (call.untouched) {
-          Step& push = steps_[call.call_step + 1];
+        if (!looking.empty() && looking.back() == waiting.size()) {
+          looking.pop_back();
+          Step& push = steps_[call_step + 1];
           site.looked_at = push.left;
           push.action = Action::PushEmpty;
         }
-        const bool acts = site.builtin == nullptr || site.builtin->Has(kNotInKeys);
-        for (Waiting& outer : waiting) {
-          const bool first = values == outer.values_before + 1;
-          if (acts || first) outer.untouched = false;
-        }
+        if (site.builtin == nullptr || site.builtin->Has(kNotInKeys)) looking.clear();
+        change_first();
         break;
       }
     }
