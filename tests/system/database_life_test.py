@@ -169,21 +169,35 @@ def documented_example():
 
 @suite.case("the example of the documentation lists, searches, adds, edits and deletes")
 def example():
-    with ProgramSite(suite.build) as site:
+    with ProgramSite(suite.build, "sitekey={DIR}/sitekey") as site:
         site.write("people.vx", documented_example())
+        first = site.start("people.vx").communicate()[0].decode()
+        cookie, token = (re.search(pattern, first)[1] for pattern in ("Set-Cookie: ([^;]*)", 'token" VALUE="([^"]*)'))
 
-        def page(query=""):
-            text = site.page("people.vx", query)
+        def page(query="", form="", **environment):
+            with tempfile.TemporaryFile() as body:
+                body.write(form.encode())
+                body.seek(0)
+                if form:
+                    environment = {"REQUEST_METHOD": "POST", "CONTENT_TYPE": "application/x-www-form-urlencoded",
+                                   "CONTENT_LENGTH": str(len(form)), "HTTP_HOST": "a.org", **environment}
+                text = page_of(site.start("people.vx", query, stdin=body, HTTP_COOKIE=cookie, **environment))
             if "Error" in text:
-                raise Failure(f"{query}: {text}")
+                raise Failure(f"{query} {form}: {text}")
             return text
 
         def names(text):
             return re.findall("<TR><TD>([^<]*)<TD>", text)
 
         expect("the first visit", names(page()), [])
+        forged = f"do=save&name=Eve&token={token}"
+        for attempt in ({"query": forged}, {"form": "do=save&name=Eve"}, {"form": forged + "x"},
+                        {"form": forged, "HTTP_ORIGIN": "http://b.org"}, {"form": forged, "HTTP_ORIGIN": "null"},
+                        {"form": forged, "query": "HTTP_SEC_FETCH_SITE=same-origin", "HTTP_ORIGIN": "https://b.org"},
+                        {"form": forged, "HTTP_SEC_FETCH_SITE": "same-site", "HTTP_ORIGIN": "http://a.org"}):
+            expect(f"forged: {attempt}", names(page(**attempt)), [])
         for i in range(45):
-            page(f"do=save&name=Person+{i:02}&age={i}&notes=a+%26+b")
+            page(form=f"do=save&name=Person+{i:02}&age={i}&notes=a+%26+b&token={token}", HTTP_ORIGIN="http://a.org")
         expect("the first page", names(page()), [f"Person {i:02}" for i in range(20)])
         expect("the last page", names(page("from=40")), [f"Person {i:02}" for i in range(40, 45)])
         expect("a search", names(page("search=person+3"))[0], "Person 30")
@@ -191,9 +205,9 @@ def example():
         form = page("edit=8")
         expect_in("the form", form, '<INPUT NAME="name" VALUE="Person 07">')
         expect_in("the form", form, "a &amp; b</TEXTAREA>")
-        page("do=save&id=8&name=%3CAda%3E&age=x&notes=")
+        page(form=f"do=save&id=8&name=%3CAda%3E&age=x&notes=&token={token}", HTTP_SEC_FETCH_SITE="same-origin")
         expect("the first name", names(page())[0], "&lt;Ada&gt;")
-        page("do=delete&id=1")
+        page(form=f"do=delete&id=1&token={token}")
         expect("after deleting", names(page())[:2], ["&lt;Ada&gt;", "Person 01"])
         expect_in("a new form", page("edit=1"), '<INPUT NAME="name">')
         expect_in("the way on", page("from=20"), 'people.vx?from=40')
