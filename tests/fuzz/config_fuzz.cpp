@@ -9,8 +9,8 @@
 #include "core/buffer.h"
 #include "core/output.h"
 #include "fake_receiver.h"
+#include "fuzz_target.h"
 #include "memory_files.h"
-#include "require.h"
 
 namespace vexa {
 namespace {
@@ -52,19 +52,24 @@ bool IsClean(MemoryFiles& files, bool users) {
   return findings.empty();
 }
 
+void UseSettings(std::string_view input, bool users) {
+  MemoryFiles files;
+  files["f"].assign(input);
+  const std::string whole = Read(files, users, 8192);
+  for (const int block : {1, 7}) {
+    Require(whole == Read(files, users, block), "blocks make a difference");
+  }
+  Require(!IsClean(files, users) || !whole.starts_with("Syntax error"),
+          "the check misses an error");
+}
+
+void UseConfiguration(std::string_view input) { UseSettings(input, false); }
+void UseUsers(std::string_view input) { UseSettings(input, true); }
+
 }  // namespace
 }  // namespace vexa
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  const bool users = data[0] == 'u';
-  vexa::MemoryFiles files;
-  files["f"].assign(reinterpret_cast<const char*>(data) + 1, size - 1);
-  const std::string whole = vexa::Read(files, users, 8192);
-  for (const int block : {1, 7}) {
-    vexa::Require(whole == vexa::Read(files, users, block), "blocks make a difference");
-  }
-  vexa::Require(!vexa::IsClean(files, users) || !whole.starts_with("Syntax error"),
-                "the check misses an error");
-  return 0;
+  return vexa::UseTarget({{"config", vexa::UseConfiguration}, {"users", vexa::UseUsers}}, data,
+                         size);
 }

@@ -1,6 +1,5 @@
-// Fuzzing of what reads texts for pages: JSON, patterns in texts, and rules of time zones. The
-// first byte of the input chooses. Patterns stand in its first line, what they are looked for in
-// behind.
+// Fuzzing of what reads texts for pages, with libFuzzer: JSON, patterns in texts (in the first
+// line; what they are looked for in stands behind), and rules of time zones.
 
 #include <algorithm>
 #include <cstdint>
@@ -11,7 +10,7 @@
 #include "expr/json_document.h"
 #include "expr/pattern.h"
 #include "expr/zone_rule.h"
-#include "require.h"
+#include "fuzz_target.h"
 
 namespace vexa {
 namespace {
@@ -52,17 +51,15 @@ void LookFor(std::string_view text) {
   if (pattern.Replace("$0", replaced)) Require(replaced == subject.view(), "$0 is not the match");
 }
 
+void ReadZone(std::string_view text) {
+  ZoneRule rule;
+  if (rule.Read(text)) (void)rule.At(static_cast<int64_t>(text.size()) << 24);
+}
+
 }  // namespace
 }  // namespace vexa
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
-  if (data[0] % 8 == 0) {
-    vexa::ZoneRule rule;
-    if (rule.Read(text)) (void)rule.At(static_cast<int64_t>(size) << 24);
-  } else {
-    data[0] % 2 == 0 ? vexa::ReadJson(text) : vexa::LookFor(text);
-  }
-  return 0;
+  return vexa::UseTarget(
+      {{"json", vexa::ReadJson}, {"pattern", vexa::LookFor}, {"zone", vexa::ReadZone}}, data, size);
 }

@@ -1,20 +1,19 @@
-// Fuzzing of tables, memo files and indexes with libFuzzer: the input is split into the bytes of
-// the three files, which are then opened, walked, changed and checked. Anything but a message or a
-// right answer is a finding.
+// Fuzzing of tables, memo files and indexes with libFuzzer: they are opened, walked, changed and
+// checked. Anything but a message or a right answer is a finding. Targets, and what their input is:
+//   table, memo, index  that file; the two others are good
+//   xbase               all three: the lengths of the table and the memo file, two bytes each,
+//                       little-endian, then the files
 //
-// tests/fuzz/run builds and runs it. Its seeds come from Seed below: with the environment
-// variable VEXA_FUZZ_SEEDS the program writes them to that directory and ends.
-//
-// The input begins with the lengths of the table and the memo file, two bytes each, little-endian;
-// the index is the rest.
+// tests/fuzz/run builds and runs it. Its seeds come from MakeSeeds below: with the environment
+// variable VEXA_FUZZ_SEEDS the program writes those of the target to that directory and ends.
 
 #include <cstdlib>
 #include <span>
 #include <string>
 
 #include "core/byte_order.h"
+#include "fuzz_target.h"
 #include "memory_files.h"
-#include "require.h"
 #include "xbase/check/table_check.h"
 #include "xbase/index/index_builder.h"
 #include "xbase/index/xbase_index.h"
@@ -89,21 +88,8 @@ void UseIndex(MemoryFiles& files) {
   }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size < 4) return 0;
-  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  MemoryFiles files;
-  const size_t table_size = Get16(bytes.data());
-  const size_t memo_size = Get16(bytes.data() + 2);
-  std::string_view rest = bytes.substr(4);
-  files[kTable] = rest.substr(0, table_size);
-  rest.remove_prefix(std::min(rest.size(), table_size));
-  files[kMemo] = rest.substr(0, memo_size);
-  rest.remove_prefix(std::min(rest.size(), memo_size));
-  files[kIndex] = rest;
-
+// Uses the three files.
+void Use(MemoryFiles& files) {
   const String index(kIndex);
   StringOutput out;
   const int before = CheckTable(files, kTable, std::span(&index, 1), out);
@@ -115,16 +101,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Whatever was good stays good when it is used.
   if (before == 0) Require(after.data().contains(": good"), "using a good table damaged it");
   Require(files.locks() == 0, "a lock was kept");
-  return 0;
 }
 
 // --- Seeds -----------------------------------------------------------------------------------
 
-namespace {
-
 // A table of `records` with every type of field, and an index of its first field.
-std::string Seed(int records, uint32_t flags, ZDXIndexShape shape) {
-  MemoryFiles files;
+void MakeFiles(MemoryFiles& files, int records, uint32_t flags, ZDXIndexShape shape) {
   XBaseTable table(files);
   Require(table.Create({kTable, kTable, "", ""}, {{"NAME", XBaseFieldType::CHAR, 6, 0},
                                                   {"AGE", XBaseFieldType::NUMBER, 5, 1},
@@ -143,30 +125,79 @@ std::string Seed(int records, uint32_t flags, ZDXIndexShape shape) {
   }
   table.Close();
   Require(builder.Write(kIndex, kIndex) && builder.Install(), "no seed");
-  std::string seed(4, '\0');
-  Put16(seed.data(), static_cast<uint16_t>(files[kTable].size()));
-  Put16(seed.data() + 2, static_cast<uint16_t>(files[kMemo].size()));
-  return seed + files[kTable] + files[kMemo] + files[kIndex];
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  const char* directory = std::getenv("VEXA_FUZZ_SEEDS");
-  if (directory == nullptr) return 0;
+void MakeSeeds(const std::string& directory, const char* path) {
   const ZDXIndexShape small{3, 435, 20};
-  const std::string seeds[] = {Seed(0, 0, small), Seed(2, kIndexUnique, small),
-                               Seed(9, kIndexDescending | kIndexString, small), Seed(20, 0, small),
-                               Seed(10, 0, {})};
+  const struct {
+    int records;
+    uint32_t flags;
+    ZDXIndexShape shape;
+  } kSeeds[] = {{0, 0, small},
+                {2, kIndexUnique, small},
+                {9, kIndexDescending | kIndexString, small},
+                {20, 0, small},
+                {10, 0, {}}};
   int number = 0;
-  for (const std::string& seed : seeds) {
-    const std::string path = std::string(directory) + "/seed" + std::to_string(++number);
-    std::FILE* file = std::fopen(path.c_str(), "wb");
+  for (const auto& [records, flags, shape] : kSeeds) {
+    MemoryFiles files;
+    MakeFiles(files, records, flags, shape);
+    std::string seed;
+    if (path == nullptr) {
+      seed.resize(4);
+      Put16(seed.data(), static_cast<uint16_t>(files[kTable].size()));
+      Put16(seed.data() + 2, static_cast<uint16_t>(files[kMemo].size()));
+      seed += files[kTable] + files[kMemo] + files[kIndex];
+    } else {
+      seed = files[path];
+    }
+    const std::string name = directory + "/seed" + std::to_string(++number);
+    std::FILE* file = std::fopen(name.c_str(), "wb");
     Require(file != nullptr, "the seeds cannot be written");
     Require(std::fwrite(seed.data(), 1, seed.size(), file) == seed.size(), "short write");
     std::fclose(file);
   }
-  std::exit(0);
+  std::_Exit(0);  // Leaving otherwise is a finding.
 }
 
+// --- Targets ---------------------------------------------------------------------------------
+
+template <const char* path>
+void UseOne(std::string_view input) {
+  if (const char* seeds = std::getenv("VEXA_FUZZ_SEEDS")) MakeSeeds(seeds, path);
+  static const auto good = [] {
+    MemoryFiles files;
+    MakeFiles(files, 9, 0, {3, 435, 20});
+    return files.Snapshot();
+  }();
+  MemoryFiles files;
+  files.Restore(good);
+  files[path] = input;
+  Use(files);
+}
+
+void UseAll(std::string_view input) {
+  if (const char* seeds = std::getenv("VEXA_FUZZ_SEEDS")) MakeSeeds(seeds, nullptr);
+  if (input.size() < 4) return;
+  MemoryFiles files;
+  const size_t table_size = Get16(input.data());
+  const size_t memo_size = Get16(input.data() + 2);
+  input.remove_prefix(4);
+  files[kTable] = input.substr(0, table_size);
+  input.remove_prefix(std::min(input.size(), table_size));
+  files[kMemo] = input.substr(0, memo_size);
+  input.remove_prefix(std::min(input.size(), memo_size));
+  files[kIndex] = input;
+  Use(files);
+}
+
+}  // namespace
 }  // namespace vexa
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  return vexa::UseTarget({{"table", vexa::UseOne<vexa::kTable>},
+                          {"memo", vexa::UseOne<vexa::kMemo>},
+                          {"index", vexa::UseOne<vexa::kIndex>},
+                          {"xbase", vexa::UseAll}},
+                         data, size);
+}

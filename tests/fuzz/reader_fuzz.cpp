@@ -1,0 +1,139 @@
+// Fuzzing of small readers of strangers' texts, with libFuzzer. Targets, and what their input is:
+//   expression  an expression
+//   part        the header lines of a part of a form
+//   cookie      what a browser sends; its first two lines also as a cookie that a page sets
+//   flat        the delimiter up to the first line feed, then a flat file
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/encoding.h"
+#include "core/shortcuts.h"
+#include "core/text.h"
+#include "fake_expression_context.h"
+#include "files/flat_file_format.h"
+#include "files/flat_file_reader.h"
+#include "files/flat_file_writer.h"
+#include "fuzz_target.h"
+#include "memory_files.h"
+#include "request/cookie.h"
+#include "request/part_header.h"
+
+namespace vexa {
+namespace {
+
+// The text up to the next line feed, which is taken off with it.
+std::string_view TakeLine(std::string_view& text) {
+  const std::string_view line = text.substr(0, text.find('\n'));
+  text.remove_prefix(std::min(line.size() + 1, text.size()));
+  return line;
+}
+
+std::string ValueOf(std::string_view text) {
+  MemoryFiles files;
+  FakeExpressionContext context;
+  context.fake_host.files = &files;
+  context.fake_host.expressions = &context;
+  (void)context.variables.SetVariable("a", "1.5");
+  (void)context.variables.SetVariable("b", "<text>");
+  context.AddFunction("f", 1, [](std::span<ScriptValue> arguments, ScriptValue& result) {
+    result = arguments[0];
+    return true;
+  });
+  context.AddFunction("bad", 0, [](std::span<ScriptValue>, ScriptValue&) { return false; });
+  // The second time all is there already.
+  const std::string first = context.Value(text);
+  return first + context.Value(text);
+}
+
+void UseExpression(std::string_view input) {
+  const std::string value = ValueOf(input);
+  std::string folded(input);
+  std::ranges::transform(folded, folded.begin(), [](char c) { return ToLower(c); });
+  for (const char* word : {"rand", "time", "date", "sess", "token"}) {
+    if (folded.find(word) != folded.npos) return;
+  }
+  ShortcutsSwitch() = false;
+  Require(value == ValueOf(input), "a value is another one without shortcuts");
+  ShortcutsSwitch() = true;
+}
+
+void UsePart(std::string_view input) {
+  const size_t whole = input.size();
+  PartHeader header;
+  while (!input.empty()) {
+    const std::string_view line = TakeLine(input);
+    header.Take(line);
+    String value;
+    if (HeaderParameter(line, "boundary", value)) {
+      Require(value.size() < line.size(), "a parameter is longer than its header");
+    }
+  }
+  const size_t taken = header.name.size() + header.filename.size() + header.content_type.size();
+  Require(taken <= whole, "a header says more than its lines");
+}
+
+void UseCookie(std::string_view input) {
+  (void)FindCallerID(input);
+  (void)FindCookie(input, "b");
+  const std::string_view value = TakeLine(input), options = TakeLine(input);
+  PageCookie cookie;
+  if (!MakePageCookie("a", value, options, options.size() % 2 == 0, cookie).empty()) return;
+  Require(std::ranges::none_of(cookie.header.view(), IsControl), "a header has more than a line");
+  Require(cookie.header.view().starts_with("a=") &&
+              DecodedURLPart(FindCookie(cookie.header, "a")) == value,
+          "a cookie does not come back");
+}
+
+using Records = std::vector<std::vector<std::string>>;
+
+Records ReadAll(FakeHost& host, std::string_view delimiter, int block, size_t fields) {
+  host.settings.importbuffersize = block;
+  Records records;
+  String error;
+  auto reader = FlatFileReader::Open(host, "f", delimiter, error);
+  Require(reader != nullptr, "the file cannot be opened");
+  std::vector<String> record(fields);
+  while (reader->ReadRecord(record) == FlatFileReader::Result::Record) {
+    records.emplace_back();
+    for (const String& field : record) records.back().emplace_back(field.view());
+  }
+  Require(reader->error().empty(), "reading failed");
+  return records;
+}
+
+void UseFlat(std::string_view input) {
+  const std::string_view delimiter = TakeLine(input);
+  if (!DelimiterProblem(delimiter).empty()) return;
+  constexpr size_t kFields = 4;
+  MemoryFiles files;
+  FakeHost host;
+  host.files = &files;
+  files["f"].assign(input);
+  const Records records = ReadAll(host, delimiter, 8192, kFields);
+  for (const int block : {1, 3}) {
+    Require(ReadAll(host, delimiter, block, kFields) == records, "blocks make a difference");
+  }
+  // What was read comes back when it is written.
+  files["f"].clear();
+  for (const auto& record : records) {
+    FlatFileWriter writer(delimiter);
+    for (const std::string& field : record) writer.AddField(field);
+    files["f"].append(writer.record().view()).append("\n");
+  }
+  Require(ReadAll(host, delimiter, 8192, kFields) == records,
+          "what was written does not come back");
+}
+
+}  // namespace
+}  // namespace vexa
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  return vexa::UseTarget({{"expression", vexa::UseExpression},
+                          {"part", vexa::UsePart},
+                          {"cookie", vexa::UseCookie},
+                          {"flat", vexa::UseFlat}},
+                         data, size);
+}
