@@ -3,6 +3,7 @@
 #ifndef VEXA_DATABASE_H_
 #define VEXA_DATABASE_H_
 
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -12,12 +13,19 @@
 namespace vexa {
 
 // The two row numbers that name a place, not a record.
-inline constexpr long kFirstRow = -1;
-inline constexpr long kLastRow = -2;
+inline constexpr int64_t kFirstRow = -1;
+inline constexpr int64_t kLastRow = -2;
 
 // What a database or view operation came to. Failed leaves the message in error(); Reported is a
 // failure of an expression, of which the page was told where it happened.
 enum class DataResult { Failed = 0, Done = 1, EndOfData = 2, Reported = 3 };
+
+// What a query came to: rows it changed, or yielded when it yields any, and the first value of the
+// first of those.
+struct QueryOutcome {
+  int64_t rows = 0;
+  String value;
+};
 
 // One view of an open database: the current record and the way through the records.
 class DatabaseView {
@@ -28,7 +36,7 @@ class DatabaseView {
   [[nodiscard]] virtual DataResult RevealStructure(const String& database) = 0;
   [[nodiscard]] virtual DataResult Skip(int rows) = 0;
   // A record number from 1, or kFirstRow or kLastRow.
-  [[nodiscard]] virtual DataResult Go(long row) = 0;
+  [[nodiscard]] virtual DataResult Go(int64_t row) = 0;
   [[nodiscard]] virtual DataResult Find(const String& value, int exact) = 0;
   [[nodiscard]] virtual DataResult Add() = 0;
   [[nodiscard]] virtual DataResult Update() = 0;
@@ -54,7 +62,7 @@ class Database {
                                                const String& flags) = 0;
   virtual void Close() = 0;
   [[nodiscard]] virtual DataResult OpenView(const String& name, const String& query) = 0;
-  [[nodiscard]] virtual DataResult RunQuery(const String& query) = 0;
+  [[nodiscard]] virtual DataResult RunQuery(const String& query, QueryOutcome& outcome) = 0;
   [[nodiscard]] virtual DataResult Pack() = 0;
   [[nodiscard]] virtual DataResult Reindex() = 0;
   [[nodiscard]] virtual const String& name() const = 0;

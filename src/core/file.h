@@ -145,6 +145,8 @@ class FileManager {
   // 3 a link to something that does not exist.
   [[nodiscard]] virtual int FollowPath(String& path, int allow_links,
                                        int allow_other_owner) const = 0;
+  // Whether any open file is the one at `path`, under whatever name.
+  [[nodiscard]] virtual bool HasOpen(const String& /*path*/) const { return false; }
   [[nodiscard]] virtual const String& error() const = 0;
 };
 

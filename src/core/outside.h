@@ -18,6 +18,9 @@ inline void LookOutside() { ++looks_outside; }
 // read from it then tells nothing new.
 inline uint64_t looks_in_vain = 0;
 
+// Locks by name that were taken so far: who takes one wants to see what others did before.
+inline uint64_t named_locks = 0;
+
 // Takes the looks while it lives for such when `in_vain` is true at its end.
 class VainLooks {
  public:

@@ -23,6 +23,7 @@
 #include <string_view>
 
 #include "core/number.h"
+#include "core/outside.h"
 #include "core/text.h"
 #include "files/descriptor.h"
 
@@ -238,6 +239,7 @@ int TakeNamedLock(Vexa& host, const String& lockfile, String& error) {
 // --- Holding it ------------------------------------------------------------------------------
 
 bool NamedLock::Take(const String& lockfile, String& error) {
+  ++named_locks;
   GiveBack();
   FileManager& files = host_.filemanager();
   if (files.Lock(lockfile) != 1) {

@@ -187,6 +187,17 @@ bool UNIXFileManager::HoldsLocks(const FileIdentity& identity) const {
   });
 }
 
+bool UNIXFileManager::HasOpen(const String& path) const {
+  struct stat status;
+  if (::stat(path.c_str(), &status) != 0) return false;
+  const auto is_it = [identity = IdentityOf(status)](const auto& held) { return held == identity; };
+  const auto is_file = [&](const UNIXFileInfo& info) { return is_it(info.identity()); };
+  return std::any_of(active_.begin(), active_.end(), is_file) ||
+         std::any_of(inactive_.begin(), inactive_.end(), is_file) ||
+         std::any_of(parked_.begin(), parked_.end(),
+                     [&](const Parked& parked) { return is_it(parked.identity); });
+}
+
 int UNIXFileManager::CloseDescriptor(int fd, const FileIdentity& identity) {
   if (HoldsLocks(identity)) {
     parked_.push_back({identity, fd});

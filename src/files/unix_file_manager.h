@@ -78,6 +78,7 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] String StripDirectory(const String& path) const override;
   [[nodiscard]] uid_t GetOwnerUID(const String& path) const override;
   [[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner) const override;
+  [[nodiscard]] bool HasOpen(const String& path) const override;
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }
 

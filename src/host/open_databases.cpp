@@ -8,15 +8,20 @@
 
 #include "core/encoding.h"
 #include "core/text.h"
+#include "sql/sql_database.h"
 #include "xbase/database/xbase_database.h"
 
 namespace vexa {
 
 namespace {
 
-template <typename Type>
-std::unique_ptr<Database> Make(Vexa& host, const String& name) {
-  return std::make_unique<Type>(host, name);
+std::unique_ptr<Database> MakeXBase(Vexa& host, const String& name) {
+  return std::make_unique<XBaseDatabase>(host, name);
+}
+
+template <SqlDatabase::MakeDriver kMakeDriver>
+std::unique_ptr<Database> MakeSql(Vexa& host, const String& name) {
+  return std::make_unique<SqlDatabase>(host, name, kMakeDriver);
 }
 
 struct DatabaseType {
@@ -25,7 +30,8 @@ struct DatabaseType {
 };
 
 constexpr DatabaseType kDatabaseTypes[] = {
-    {XBaseDatabase::kType, Make<XBaseDatabase>},
+    {XBaseDatabase::kType, MakeXBase},
+    {"sqlite3", MakeSql<MakeSqlite3Driver>},
 };
 
 }  // namespace
@@ -89,7 +95,10 @@ Variable* OpenDatabases::FindField(Symbol field, std::string_view database) {
       if (Variable* variable = view->FindVariable(field)) return variable;
     }
   }
-  return nullptr;
+  // The name may be that of a view.
+  if (database.empty() || Find(database) != nullptr) return nullptr;
+  DatabaseView* const view = FindView(database);
+  return view == nullptr ? nullptr : view->FindVariable(field);
 }
 
 }  // namespace vexa

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "core/held_files.h"
 #include "core/number.h"
 #include "core/user_database.h"
 #include "engine/module.h"
@@ -68,7 +69,15 @@ int Host::ResolvePath(const String& name, String& resolved, PathType type, Strin
   const String& module_directory = module == nullptr ? nowhere : module->directory();
   const Sandbox sandbox{config(), filemanager_, script_directory_, data_directory_,
                         module_directory};
-  return sandbox.ResolvePath(name, resolved, type, message);
+  if (!HeldFile::Any()) return sandbox.ResolvePath(name, resolved, type, message);
+  String path;
+  if (sandbox.ResolvePath(name, path, type, message) == 0) return 0;
+  if (HeldFile::Holds(path)) {
+    message = String::Concat({"'", EntityEncoded(name), "' is open as a database"});
+    return 0;
+  }
+  resolved = path;
+  return 1;
 }
 
 }  // namespace vexa

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "core/encoding.h"
+#include "core/number.h"
 #include "engine/tag_call.h"
 #include "tags/chosen_database.h"
 #include "tags/handlers.h"
@@ -179,7 +180,14 @@ StateResult ProcessVxQUERY(TagCall& call) {
   String message;
   Database* const database = GetDatabase(call, message);
   if (database == nullptr) return call.Fail(message);
-  return ResultOf(call, *database, database->RunQuery(call.Text("QUERY")));
+  QueryOutcome outcome;
+  const DataResult result = database->RunQuery(call.Text("QUERY"), outcome);
+  if (!Succeeded(result)) return ReportFailure(call, result, database->error());
+  const std::string_view tag = call.row().name;
+  const StateResult assigned =
+      call.Assign(String::Concat({tag, "_Rows"}), ScriptValue(PrintInteger(outcome.rows)));
+  if (assigned != StateResult::Handled) return assigned;
+  return call.Assign(String::Concat({tag, "_Value"}), ScriptValue(std::move(outcome.value)));
 }
 
 }  // namespace vexa

@@ -1,5 +1,7 @@
 // Moving through records and changing them: each tag is one operation of the chosen view.
 
+#include <cstdint>
+
 #include "core/number.h"
 #include "core/text.h"
 #include "database.h"
@@ -20,9 +22,9 @@ StateResult OnView(const TagCall& call, Operation operation) {
   return ResultOf(call, *view, operation(*view));
 }
 
-long RowOf(const String& text) {
+int64_t RowOf(const String& text) {
   if (EqualsIgnoreCase(text, "top")) return kFirstRow;
-  return EqualsIgnoreCase(text, "bottom") ? kLastRow : ReadInteger(text);
+  return EqualsIgnoreCase(text, "bottom") ? kLastRow : ReadInteger64(text);
 }
 
 }  // namespace

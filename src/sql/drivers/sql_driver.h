@@ -32,6 +32,7 @@ struct SqlFault {
   enum class Kind : uint8_t {
     Other,
     NoLibrary,     // the message says all; the database is not named beside it
+    Refused,       // a path that the sandbox refuses; the message is HTML, and says all
     DuplicateKey,  // a unique key is there already
     TimedOut,
     Gone,  // the connection is lost: so is everything that is asked of it from now on
@@ -62,11 +63,10 @@ struct SqlWanted {
 };
 
 struct SqlResult {
-  std::vector<SqlColumn> columns;  // of what it yields, the first of two with one name too
-  std::vector<SqlRow> rows;        // as many as were wanted
-  int64_t yielded = 0;             // rows in all
-  bool yields = false;  // whether it is a statement that yields rows, be there any or none
-  int64_t changed = 0;  // rows that an INSERT, UPDATE or DELETE changed, else 0
+  std::vector<SqlRow> rows;  // as many as were wanted
+  int64_t yielded = 0;       // rows in all
+  bool yields = false;       // whether it is a statement that yields rows, be there any or none
+  int64_t changed = 0;       // rows that an INSERT, UPDATE or DELETE changed, else 0
 };
 
 // How a query is cut into words, besides '...', "..." and -- comments and C comments.
@@ -153,7 +153,11 @@ class SqlDriver {
   [[nodiscard]] virtual String Mark(size_t number) const = 0;
   // `term` as a value to be compared: `"name"`, `upper("name") COLLATE "C"`.
   [[nodiscard]] virtual String TermText(const SqlTable& table, const SqlTerm& term) const = 0;
-  // The same with direction and place of NULLs, for ORDER BY; `reversed` for the way back.
+  // Parameter `number`, which holds a value of the term's column, as TermText would give it:
+  // `upper($1)`.
+  [[nodiscard]] virtual String ValueText(const SqlTable& table, const SqlTerm& term,
+                                         size_t number) const = 0;
+  // The term with direction and place of NULLs, for ORDER BY; `reversed` for the way back.
   [[nodiscard]] virtual String OrderText(const SqlTable& table, const SqlTerm& term,
                                          bool reversed) const = 0;
   // What a row must fulfil to be found by `value`, as a page wrote it, in `term`. `prefix`: for

@@ -29,7 +29,8 @@ enum class SqlKind : uint8_t {
 struct SqlColumn {
   String name;
   SqlKind kind = SqlKind::Text;
-  // Of a Number that declares them, else -1: digits in all, and digits behind the point.
+  // Of a Number that declares them, else -1: digits in all, and digits behind the point. The
+  // precision of a Text is its length in characters.
   int precision = -1;
   int decimals = -1;
   // The server has a value for it when a row is added without one: a default, a number.

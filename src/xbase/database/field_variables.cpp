@@ -7,62 +7,16 @@
 //
 // Dates stand in the record as YYYYMMDD. The plain variable shows seconds; the three parts read and
 // replace their digits only; _raw is the text as it stands.
-//
-// Some messages carry tabs in the place of spaces on purpose: pages compare them with the text they
-// know.
 
 #include "xbase/database/field_variables.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <ctime>
 #include <memory>
 
+#include "core/field_text.h"
 #include "core/number.h"
-#include "core/text.h"
 #include "expr/expression.h"
 
 namespace vexa {
-
-namespace {
-
-constexpr int kDateLength = 8;
-constexpr int kLastYear = 9999;
-constexpr int kFirstTmYear = 1900;
-constexpr time_t kHour = 3600;
-
-constexpr XBaseDatePart kYear = {0, 4, 0, kLastYear, "Invalid year"};
-constexpr XBaseDatePart kMonth = {4, 2, 1, 12, "Invalid month"};
-// No check relates the day to the month, on purpose.
-constexpr XBaseDatePart kDay = {6, 2, 0, 31, "Invalid day"};
-
-bool IsDigits(std::string_view text) { return std::all_of(text.begin(), text.end(), IsDigit); }
-
-int PartOf(std::string_view raw, const XBaseDatePart& part) {
-  return ReadInteger(raw.substr(static_cast<size_t>(part.offset), static_cast<size_t>(part.width)));
-}
-
-// Whether a stored date is one: other programs leave zeros, or bytes that are no digits.
-bool IsDate(std::string_view raw) {
-  constexpr int kMonths = 12;
-  return raw.size() == kDateLength && IsDigits(raw) && PartOf(raw, kMonth) >= 1 &&
-         PartOf(raw, kMonth) <= kMonths && PartOf(raw, kDay) >= 1;
-}
-
-// Local midnight of the day `raw` (YYYYMMDD). A day that the calendar does not have counts on into
-// the neighbouring month.
-time_t MidnightOf(std::string_view raw) {
-  tm fields = {};
-  fields.tm_year = PartOf(raw, kYear) - kFirstTmYear;
-  fields.tm_mon = PartOf(raw, kMonth) - 1;
-  fields.tm_mday = PartOf(raw, kDay);
-  fields.tm_isdst = -1;
-  const time_t midnight = std::mktime(&fields);
-  // Where clocks go forward at midnight it does not exist, and the hour before is given.
-  return fields.tm_hour == 23 ? midnight + kHour : midnight;
-}
-
-}  // namespace
 
 // --- Fields ----------------------------------------------------------------------------------
 
@@ -80,32 +34,10 @@ bool XBaseVariable::Store(std::string_view text) {
 }
 
 bool XBaseNumberVariable::SetValue(const String& value) {
-  std::string_view digits = value;
-  const bool negative = digits.starts_with('-');
-  if (negative) digits.remove_prefix(1);
-  size_t point = std::string_view::npos;
-  for (size_t i = 0; i < digits.size(); ++i) {
-    if (IsDigit(digits[i])) continue;
-    if (digits[i] != '.') {
-      return Refuse("Value\tassigned to numeric field contains a non-numeric character");
-    }
-    if (point != std::string_view::npos) {
-      return Refuse("Value\tassigned to numeric field contains more\tthan one decimal point");
-    }
-    point = i;
-  }
-  const std::string_view whole = digits.substr(0, point);
-  String number = String::Concat({negative ? "-" : "", whole.empty() ? "0" : whole});
-  if (const int decimals = field().decimalcount(); decimals > 0) {
-    String fraction;
-    if (point != std::string_view::npos) fraction = digits.substr(point + 1);
-    fraction = fraction.before(decimals).padr(decimals, '0');
-    number = String::Concat({number, ".", fraction});
-  }
-  if (number.length() > field().length()) {
-    return Refuse("Value\tassigned to numeric field is too long");
-  }
-  return Store(number);
+  String number;
+  const std::string_view message = FieldNumber(value, field().decimalcount(), number);
+  if (!message.empty()) return Refuse(message);
+  return number.length() > field().length() ? Refuse(kNumberTooLong) : Store(number);
 }
 
 bool XBaseBoolVariable::SetValue(const String& value) {
@@ -114,7 +46,7 @@ bool XBaseBoolVariable::SetValue(const String& value) {
 
 const String& XBaseDateTimeTVariable::value() {
   const String& raw = field().data();
-  if (IsDate(raw)) {
+  if (IsFieldDate(raw)) {
     value_ = PrintInteger(MidnightOf(raw));
   } else {
     value_.clear();
@@ -123,47 +55,33 @@ const String& XBaseDateTimeTVariable::value() {
 }
 
 bool XBaseDateTimeTVariable::SetValue(const String& value) {
-  if (!IsDigits(value)) {
-    return Refuse("Value\tassigned to date field contains\ta non-numeric character");
-  }
-  if (value.empty()) return Store({});
-  const time_t seconds = ReadInteger64(value);
-  tm fields;
-  if (localtime_r(&seconds, &fields) == nullptr || fields.tm_year > kLastYear - kFirstTmYear) {
-    return Refuse(kYear.message);
-  }
-  char date[48];
-  std::snprintf(date, sizeof date, "%04d%02d%02d", fields.tm_year + kFirstTmYear, fields.tm_mon + 1,
-                fields.tm_mday);
-  return Store(date);
+  String raw;
+  const std::string_view message = FieldDate(value, raw);
+  return message.empty() ? Store(raw) : Refuse(message);
 }
 
 const String& XBaseDatePartVariable::value() {
-  value_ = PrintInteger(PartOf(field().data().padr(kDateLength, ' '), part_));
+  value_ = PrintInteger(ReadDatePart(field().data(), part_));
   return value_.text();
 }
 
 bool XBaseDatePartVariable::SetValue(const String& value) {
-  const int number = ReadInteger(value);
-  if (number < part_.least || number > part_.most) return Refuse(part_.message);
-  char digits[16];
-  std::snprintf(digits, sizeof digits, "%0*d", part_.width, number);
-  const String raw = field().data().padr(kDateLength, ' ');
-  return Store(
-      String::Concat({raw.before(part_.offset), digits, raw.from(part_.offset + part_.width)}));
+  String raw = field().data();
+  const std::string_view message = SetDatePart(value, part_, raw);
+  return message.empty() ? Store(raw) : Refuse(message);
 }
 
 XBaseDateYearVariable::XBaseDateYearVariable(XBaseRecord& record, XBaseField& field,
                                              std::string_view name)
-    : XBaseDatePartVariable(record, field, name, kYear) {}
+    : XBaseDatePartVariable(record, field, name, kDateYear) {}
 
 XBaseDateMonthVariable::XBaseDateMonthVariable(XBaseRecord& record, XBaseField& field,
                                                std::string_view name)
-    : XBaseDatePartVariable(record, field, name, kMonth) {}
+    : XBaseDatePartVariable(record, field, name, kDateMonth) {}
 
 XBaseDateDayVariable::XBaseDateDayVariable(XBaseRecord& record, XBaseField& field,
                                            std::string_view name)
-    : XBaseDatePartVariable(record, field, name, kDay) {}
+    : XBaseDatePartVariable(record, field, name, kDateDay) {}
 
 // --- The record ------------------------------------------------------------------------------
 

@@ -18,6 +18,7 @@
 
 #include <string_view>
 
+#include "core/field_text.h"
 #include "core/string.h"
 #include "core/variables.h"
 #include "xbase/database/xbase_record.h"
@@ -79,25 +80,16 @@ class XBaseDateRawVariable final : public XBaseVariable {
   using XBaseVariable::XBaseVariable;
 };
 
-// Where a part of a date stands in YYYYMMDD, and which numbers it takes.
-struct XBaseDatePart {
-  int offset;
-  int width;
-  int least;
-  int most;
-  std::string_view message;  // when it is another number
-};
-
 class XBaseDatePartVariable : public XBaseVariable {
  public:
   XBaseDatePartVariable(XBaseRecord& record, XBaseField& field, std::string_view name,
-                        const XBaseDatePart& part)
+                        const DatePart& part)
       : XBaseVariable(record, field, name), part_(part) {}
   [[nodiscard]] const String& value() override;
   [[nodiscard]] bool SetValue(const String& value) override;
 
  private:
-  const XBaseDatePart& part_;
+  const DatePart& part_;
 };
 
 class XBaseDateYearVariable final : public XBaseDatePartVariable {

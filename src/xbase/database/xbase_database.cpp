@@ -234,7 +234,7 @@ DataResult XBaseDatabase::OpenView(const String& /*name*/, const String& /*query
   return Fail("VxOPENVIEW is not currently supported for databases of type 'xbase3'");
 }
 
-DataResult XBaseDatabase::RunQuery(const String& /*query*/) {
+DataResult XBaseDatabase::RunQuery(const String& /*query*/, QueryOutcome& /*outcome*/) {
   return Fail("VxQUERY is not currently supported for databases of type 'xbase3'");
 }
 

@@ -49,7 +49,7 @@ class XBaseDatabase final : public Database {
                                        const String& flags) override;
   void Close() override;
   [[nodiscard]] DataResult OpenView(const String& name, const String& query) override;
-  [[nodiscard]] DataResult RunQuery(const String& query) override;
+  [[nodiscard]] DataResult RunQuery(const String& query, QueryOutcome& outcome) override;
   [[nodiscard]] DataResult Pack() override;
   [[nodiscard]] DataResult Reindex() override;
   [[nodiscard]] const String& name() const override { return name_; }

@@ -66,7 +66,7 @@ DataResult XBaseDatabaseView::Skip(int rows) {
   return Move(MoveKind::Relative, [&] { return SkipRows(rows); });
 }
 
-DataResult XBaseDatabaseView::Go(long row) {
+DataResult XBaseDatabaseView::Go(int64_t row) {
   database_.table().DropBlock();
   return Move(MoveKind::Absolute, [&] {
     if (row == kFirstRow) return GoToEnd(Direction::Forward);

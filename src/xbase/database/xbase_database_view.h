@@ -33,7 +33,7 @@ class XBaseDatabaseView final : public DatabaseView {
   [[nodiscard]] DataResult SetFilter(const String& expression) override;
   [[nodiscard]] DataResult RevealStructure(const String& database) override;
   [[nodiscard]] DataResult Skip(int rows) override;
-  [[nodiscard]] DataResult Go(long row) override;
+  [[nodiscard]] DataResult Go(int64_t row) override;
   [[nodiscard]] DataResult Find(const String& value, int exact) override;
   [[nodiscard]] DataResult Add() override;
   [[nodiscard]] DataResult Update() override;

@@ -1,0 +1,138 @@
+// Guarding files and statements of the embedded engine; see sqlite3_safety.h.
+
+#include "sql/drivers/sqlite3_safety.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+#include "core/late_function.h"
+#include "core/text.h"
+
+namespace vexa {
+
+namespace {
+
+// --- Files -----------------------------------------------------------------------------------
+
+// Opens what `path` names when no part of it is a link: what the sandbox found good is then what is
+// opened, whatever somebody put in its place meanwhile.
+int OpenWithoutLinks(const char* path, int flags, int mode) {
+  open_how how = {};
+  how.flags = static_cast<uint64_t>(flags | O_NONBLOCK | O_CLOEXEC);
+  if ((flags & O_CREAT) != 0) how.mode = static_cast<uint64_t>(mode);
+  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  auto* const call = LateFunction<"syscall", decltype(::syscall)>();
+  auto descriptor = static_cast<int>(call(SYS_openat2, AT_FDCWD, path, &how, sizeof how));
+  if (descriptor < 0 && errno == ENOSYS) {
+    descriptor = ::open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
+  }
+  struct stat status;
+  if (descriptor < 0 || ::fstat(descriptor, &status) != 0) return descriptor;
+  if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode)) return descriptor;
+  (void)::close(descriptor);
+  errno = ENXIO;
+  return -1;
+}
+
+// --- Statements ------------------------------------------------------------------------------
+
+// What statements may ask the engine about its state: nothing here changes anything.
+constexpr std::string_view kQuestions[] = {
+    "collation_list",   "compile_options", "data_version", "encoding",          "foreign_keys",
+    "freelist_count",   "function_list",   "index_info",   "index_list",        "index_xinfo",
+    "foreign_key_list", "page_count",      "page_size",    "foreign_key_check", "schema_version",
+    "table_info",       "table_list",      "table_xinfo",  "integrity_check",   "quick_check",
+};
+// Those of them whose value is the name of what they tell about.
+constexpr std::string_view kNamedQuestions[] = {
+    "index_info", "index_list",  "index_xinfo", "foreign_key_list", "foreign_key_check",
+    "table_info", "table_xinfo", "table_list",  "integrity_check",  "quick_check",
+};
+
+template <size_t kSize>
+bool IsOneOf(const std::string_view (&names)[kSize], std::string_view name) {
+  return std::any_of(std::begin(names), std::end(names),
+                     [name](std::string_view known) { return EqualsIgnoreCase(known, name); });
+}
+
+bool MayAskOrSet(std::string_view pragma, const char* value) {
+  if (EqualsIgnoreCase(pragma, "user_version")) return true;
+  if (EqualsIgnoreCase(pragma, "journal_mode")) {
+    return value == nullptr || EqualsIgnoreCase(value, "wal") || EqualsIgnoreCase(value, "delete");
+  }
+  return value == nullptr ? IsOneOf(kQuestions, pragma) : IsOneOf(kNamedQuestions, pragma);
+}
+
+// Sizes beyond which no honest statement or file goes; the engine's own are larger.
+struct Limit {
+  int id;
+  int most;
+};
+constexpr Limit kLimits[] = {
+    {SQLITE_LIMIT_LENGTH, 1 << 28},   {SQLITE_LIMIT_SQL_LENGTH, 1'000'000},
+    {SQLITE_LIMIT_EXPR_DEPTH, 500},   {SQLITE_LIMIT_TRIGGER_DEPTH, 50},
+    {SQLITE_LIMIT_WORKER_THREADS, 0}, {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 1000},
+};
+
+struct Switch {
+  int id;
+  int on;
+};
+constexpr Switch kSwitches[] = {
+    {SQLITE_DBCONFIG_ENABLE_FKEY, 1},
+    {SQLITE_DBCONFIG_DEFENSIVE, 1},
+    {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+    {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+};
+
+}  // namespace
+
+void GuardSqlite3Files(const Sqlite3Library& library) {
+  sqlite3_vfs* const files = library.vfs_find(nullptr);
+  if (files == nullptr || files->iVersion < 3 || files->xSetSystemCall == nullptr) return;
+  (void)files->xSetSystemCall(files, "open",
+                              reinterpret_cast<sqlite3_syscall_ptr>(&OpenWithoutLinks));
+}
+
+bool Sqlite3Guard::Install(const Sqlite3Library& library, sqlite3* database) {
+  for (const Limit& limit : kLimits) (void)library.limit(database, limit.id, limit.most);
+  for (const Switch& row : kSwitches) {
+    if (library.db_config(database, row.id, row.on, nullptr) != SQLITE_OK) return false;
+  }
+  return library.set_authorizer(database, &Sqlite3Guard::Ask, this) == SQLITE_OK;
+}
+
+int Sqlite3Guard::Ask(void* guard, int action, const char* first, const char* second,
+                      const char* /*schema*/, const char* /*source*/) {
+  return static_cast<Sqlite3Guard*>(guard)->MayRun(action, first, second) ? SQLITE_OK : SQLITE_DENY;
+}
+
+bool Sqlite3Guard::MayRun(int action, const char* first, const char* second) {
+  const std::string_view name = first == nullptr ? "" : first;
+  switch (action) {
+    case SQLITE_ATTACH:
+      // Packing a file goes through a further database without a name, which is a temporary file.
+      return (first != nullptr && name.empty()) || Refuse("Opening another file");
+    case SQLITE_PRAGMA:
+      return MayAskOrSet(name, second) || Refuse(String::Concat({"PRAGMA ", name}));
+    case SQLITE_FUNCTION:
+      return !EqualsIgnoreCase(second == nullptr ? "" : second, "load_extension") ||
+             Refuse("load_extension");
+    default:
+      return true;
+  }
+}
+
+bool Sqlite3Guard::Refuse(std::string_view what) {
+  refusal_ = String::Concat({what, " is not allowed"});
+  return false;
+}
+
+}  // namespace vexa

@@ -1,0 +1,153 @@
+// Statements and transactions; see sql_session.h.
+
+#include "sql/sql_session.h"
+
+#include <utility>
+
+#include "core/encoding.h"
+#include "sql/query_text.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr std::string_view kTransactionFailed = "The transaction has failed";
+
+}  // namespace
+
+SqlSession::SqlSession(Vexa& host, std::unique_ptr<SqlDriver> driver, String identity, String name)
+    : host_(host),
+      driver_(std::move(driver)),
+      identity_(std::move(identity)),
+      name_(std::move(name)) {}
+
+SqlSession::~SqlSession() {
+  if (!in_transaction_) return;
+  RollBack();
+  host_.logfile().Write(LogLevel::Errors, "ROLLEDBACK", name_);
+}
+
+String SqlSession::Worded(const SqlFault& fault) {
+  if (fault.kind == SqlFault::Kind::Refused) return fault.message;
+  const String message = EntityEncoded(fault.message);
+  if (fault.kind != SqlFault::Kind::DuplicateKey) return message;
+  return "The key already exists: " + message;
+}
+
+bool SqlSession::Failed(const SqlFault& fault, String& message) {
+  message = Worded(fault);
+  if (in_transaction_) failed_ = true;
+  return false;
+}
+
+bool SqlSession::MayRun(String& message) const {
+  if (failed_) message = kTransactionFailed;
+  return !failed_;
+}
+
+void SqlSession::LookAtTransaction() {
+  const bool now = driver_->InTransaction();
+  if (now && !in_transaction_) ++transaction_;
+  in_transaction_ = now;
+}
+
+void SqlSession::EndRolledBack() {
+  const uint64_t ended = transaction_;
+  in_transaction_ = failed_ = false;
+  ++changes_;
+  for (User* user : users_) user->RolledBack(ended);
+}
+
+void SqlSession::RollBack() {
+  SqlResult result;
+  SqlFault ignored;
+  if (driver_->InTransaction()) (void)driver_->Run({"ROLLBACK", {}}, {}, result, ignored);
+  EndRolledBack();
+}
+
+bool SqlSession::Read(const SqlStatement& statement, const SqlWanted& wanted, SqlResult& result,
+                      String& message) {
+  SqlFault fault;
+  if (!MayRun(message)) return false;
+  return driver_->Run(statement, wanted, result, fault) || Failed(fault, message);
+}
+
+bool SqlSession::Change(const SqlStatement& statement, const SqlWanted& wanted, SqlResult& result,
+                        String& message) {
+  ++changes_;
+  return Read(statement, wanted, result, message);
+}
+
+bool SqlSession::ChangeTogether(const std::vector<String>& statements, String& message) {
+  SqlResult result;
+  // Inside a transaction of the page they are part of it: a failure fails that.
+  const bool alone = !in_transaction_;
+  if (!MayRun(message)) return false;
+  ++changes_;
+  if (alone && !Read({driver_->begin(), {}}, {}, result, message)) return false;
+  bool done = true;
+  for (const String& statement : statements) {
+    done = done && Read({statement, {}}, {}, result, message);
+  }
+  if (alone && done) done = Read({"COMMIT", {}}, {}, result, message);
+  if (!alone || done) return done;
+  SqlFault ignored;
+  if (driver_->InTransaction()) (void)driver_->Run({"ROLLBACK", {}}, {}, result, ignored);
+  return false;
+}
+
+bool SqlSession::Query(const SqlStatement& statement, const SqlWanted& wanted, SqlResult& result,
+                       String& message) {
+  const TransactionStep step = StepOf(statement.text);
+  ++changes_;
+  result = {};
+  for (User* user : users_) {
+    if (step != TransactionStep::None && user->IsBusy(message)) return false;
+  }
+  if (failed_ && step != TransactionStep::Rollback && step != TransactionStep::RollbackTo) {
+    message = kTransactionFailed;
+    if (step == TransactionStep::Commit) RollBack();
+    return false;
+  }
+  if (in_transaction_ && step == TransactionStep::Rollback) {
+    RollBack();
+    return true;
+  }
+  SqlStatement run = statement;
+  if (step == TransactionStep::Begin) run.text = driver_->begin();
+  SqlFault fault;
+  if (!driver_->Run(run, wanted, result, fault)) {
+    const bool inside = in_transaction_;
+    (void)Failed(fault, message);
+    if (inside && step == TransactionStep::Commit) RollBack();
+    return false;
+  }
+  if (step == TransactionStep::RollbackTo) {
+    failed_ = false;
+    for (User* user : users_) user->RolledBack(transaction_);
+  }
+  LookAtTransaction();
+  return true;
+}
+
+bool SqlSession::Keep(const SqlStatement& query, int& id, std::vector<SqlColumn>& columns,
+                      int64_t& count, String& message) {
+  SqlFault fault;
+  if (!MayRun(message)) return false;
+  id = ++last_kept_;
+  return driver_->Keep(id, query, columns, count, fault) || Failed(fault, message);
+}
+
+bool SqlSession::ReadKept(int id, int64_t first, const SqlWanted& wanted, std::vector<SqlRow>& rows,
+                          String& message) {
+  SqlFault fault;
+  if (!MayRun(message)) return false;
+  return driver_->ReadKept(id, first, wanted, rows, fault) || Failed(fault, message);
+}
+
+void SqlSession::DropKept(int id) {
+  // What was kept goes with a transaction that failed.
+  if (!failed_) driver_->DropKept(id);
+}
+
+}  // namespace vexa
