@@ -32,7 +32,7 @@ TEST_F(ConfigurationTest, EverySettingOfASectionIsThatHostsAlone) {
     const String preset = Config().ValueOfSetting(count);
     const auto suits = [&](const char* text) { return Config().CheckConfigValue(key, text) == 0; };
     std::string line, other = key + " = " + (suits("") ? "" : preset.c_str()) + "\n";
-    for (const char* text : {"7", "0", "1", "entities"}) {
+    for (const char* text : {"7", "0", "1", "entities", "brief"}) {
       if (line.empty() && suits(text) && preset != text) line = key + " = " + text + "\n";
     }
     const std::string section = "<VIRTUALHOST NAME=own>\n" + line + "</VIRTUALHOST>\n";
