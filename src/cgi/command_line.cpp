@@ -2,6 +2,8 @@
 
 #include "cgi/command_line.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <span>
 #include <string_view>
@@ -30,6 +32,27 @@ constexpr std::string_view kHelp =
 
 constexpr int kPrintBuffer = 4096;
 
+// Standard output for people, who may read as slowly as they like; who wants no more sends a
+// signal.
+class PrintedOutput final : public Output {
+ public:
+  PrintedOutput() : Output(kPrintBuffer) {}
+  ~PrintedOutput() override { Flush(); }
+
+ protected:
+  int DoWrite(const char* text, int length) override {
+    for (int done = 0; done < length && !broken_;) {
+      const ssize_t written = write(STDOUT_FILENO, text + done, static_cast<size_t>(length - done));
+      broken_ = written <= 0;
+      done += static_cast<int>(written);
+    }
+    return broken_ ? -1 : length;
+  }
+
+ private:
+  bool broken_ = false;
+};
+
 using Arguments = std::span<char* const>;
 
 int PrintVersion(Output& out, Arguments, Process&) {
@@ -44,10 +67,19 @@ int PrintHelp(Output& out, Arguments, Process&) {
   return EXIT_SUCCESS;
 }
 
+ServerSafeMode ModeOf(const Process& process) {
+  return process.RunningSetUIDRoot() ? ServerSafeMode::On : ServerSafeMode::Off;
+}
+
 // 0 when every script is free of syntax errors, else 1.
 int CheckScripts(Output& out, Arguments paths, Process& process) {
   process.TakeOverSignals();
   CGIVexa host(process);
+  if (String path; process.GetConfigurationFile(path) != 0) {
+    const Settings settings =
+        SettingsOfFile(host.filemanager(), host.environment(), ModeOf(process), path);
+    host.SetDefaultMacroEncoding(static_cast<MacroEncoding>(settings.defaultmacroencoding));
+  }
   bool clean = !paths.empty();
   if (paths.empty()) out.Write("vexa --check: no file given\n");
   for (const char* path : paths) {
@@ -71,9 +103,7 @@ int CheckConfigurationOf(Output& out, Arguments paths, Process& process) {
   }
   process.TakeOverSignals();
   CGIVexa host(process);
-  const ServerSafeMode mode =
-      process.RunningSetUIDRoot() ? ServerSafeMode::On : ServerSafeMode::Off;
-  return CheckConfigurationFile(host.filemanager(), host.environment(), mode, path, out)
+  return CheckConfigurationFile(host.filemanager(), host.environment(), ModeOf(process), path, out)
              ? EXIT_SUCCESS
              : EXIT_FAILURE;
 }
@@ -126,7 +156,7 @@ bool IsCommandLine(int argc, char** argv) {
 }
 
 int RunCommandLine(int argc, char** argv) {
-  StandardOutput out(kPrintBuffer);
+  PrintedOutput out;
   // A set-user-ID program must not read for somebody what that user may not read.
   if (!GiveUpRaisedRights()) {
     out.Write("vexa: the rights of the program cannot be given up\n");

@@ -253,4 +253,13 @@ bool CheckConfigurationFile(FileManager& files, const Environment& environment, 
   return clean;
 }
 
+Settings SettingsOfFile(FileManager& files, const Environment& environment, ServerSafeMode mode,
+                        const String& path) {
+  NoRequest receiver(files, environment);
+  UNIXConfig config(receiver, mode, WorkingDirectory());
+  // What was read before an error stands.
+  (void)config.ReadConfiguration(path);
+  return config.settings();
+}
+
 }  // namespace vexa

@@ -17,6 +17,11 @@ namespace vexa {
 [[nodiscard]] bool CheckConfigurationFile(FileManager& files, const Environment& environment,
                                           ServerSafeMode mode, const String& path, Output& out);
 
+// The settings that the file at `path` gives a request which names no host, as far as they can be
+// read. What is wrong with it is not told.
+[[nodiscard]] Settings SettingsOfFile(FileManager& files, const Environment& environment,
+                                      ServerSafeMode mode, const String& path);
+
 }  // namespace vexa
 
 #endif  // VEXA_CONFIG_CONFIG_CHECK_H_

@@ -49,7 +49,8 @@ std::optional<MacroEncoding> EncodingOf(std::string_view word) {
   return std::nullopt;
 }
 
-// Takes apart what stands between the brackets.
+}  // namespace
+
 MacroReference ReferenceOf(std::string_view content) {
   MacroReference reference;
   const size_t colon = content.find(':');
@@ -60,7 +61,22 @@ MacroReference ReferenceOf(std::string_view content) {
   return reference;
 }
 
-}  // namespace
+size_t ReferenceOpening(std::string_view text) {
+  if (!text.starts_with('&')) return 0;
+  for (const std::string_view opening : {kShortOpening, kLongOpening}) {
+    if (EqualsIgnoreCase(text.substr(1, opening.size()), opening)) return 1 + opening.size();
+  }
+  return 0;
+}
+
+MacroEncoding DefaultEncodingOf(std::string_view value) {
+  // The empty value is no abbreviation.
+  if (value.empty()) return MacroEncoding::None;
+  value = Stripped(value);
+  if (IsLeadingPart(value, "entities")) return MacroEncoding::Entities;
+  if (IsLeadingPart(value, "attribute")) return MacroEncoding::Attribute;
+  return MacroEncoding::None;
+}
 
 std::string_view MacroReference::Value(Vexa& host, String& room) const {
   Variables& variables = host.vars();

@@ -14,8 +14,10 @@
 #ifndef VEXA_ENGINE_MACRO_EXPANDER_H_
 #define VEXA_ENGINE_MACRO_EXPANDER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "core/buffer.h"
@@ -42,6 +44,14 @@ struct MacroReference {
   // And where there is no variable of that name: nothing, which JSON writes as "".
   [[nodiscard]] std::string_view ValueOfNothing() const;
 };
+
+// What stands between the brackets of a reference; without places.
+[[nodiscard]] MacroReference ReferenceOf(std::string_view content);
+// How many bytes open a reference at the start of `text`, 0 when none begins there.
+[[nodiscard]] size_t ReferenceOpening(std::string_view text);
+// The encoding of references without a word that a page asks for; what is no such word asks for
+// none.
+[[nodiscard]] MacroEncoding DefaultEncodingOf(std::string_view value);
 
 class MacroExpander final : public Buffer {
  public:

@@ -4,12 +4,17 @@
 #include "engine/script_check.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "core/buffer.h"
 #include "core/encoding.h"
 #include "core/error.h"
 #include "core/number.h"
+#include "core/text.h"
+#include "engine/macro_expander.h"
+#include "engine/reference_check.h"
+#include "engine/script_parser.h"
 #include "engine/script_state.h"
 #include "engine/tag_reader.h"
 
@@ -22,7 +27,11 @@ constexpr int kBlockSize = 65536;
 class ScriptChecker final : public TagReader {
  public:
   ScriptChecker(Vexa& host, const TagSet& tags, Buffer& source, Output& out)
-      : TagReader(source, tags), host_(host), out_(out) {}
+      : TagReader(source, tags),
+        host_(host),
+        out_(out),
+        references_(host.defaultmacroencoding(),
+                    [this](int line, std::string_view message) { Warn(line, message); }) {}
 
   // Reads the whole script; whether it is free of errors.
   bool Check() {
@@ -33,6 +42,7 @@ class ScriptChecker final : public TagReader {
       // A wrong tag is left where a skip would leave it.
       if (progress == Progress::Failed && in_tag_) progress = Recover();
     } while (progress == Progress::More);
+    references_.EndText();
     for (; progress == Progress::EndOfFile && !open_.empty(); open_.pop_back()) {
       ReportSyntaxError(
           String::Concat({"Unexpected end of file looking for &lt;",
@@ -42,9 +52,15 @@ class ScriptChecker final : public TagReader {
   }
 
  protected:
-  Progress ProcessText(std::string_view) override { return Progress::More; }
-  Progress ProcessNewLine(std::string_view) override { return Progress::More; }
-  Progress ProcessUnknownTag(std::string_view) override { return Progress::More; }
+  Progress ProcessText(std::string_view text) override {
+    references_.AddText(text, line());
+    return Progress::More;
+  }
+  Progress ProcessNewLine(std::string_view newline) override { return ProcessText(newline); }
+  Progress ProcessUnknownTag(std::string_view raw) override {
+    references_.AddForeignTag(raw, line());
+    return Progress::More;
+  }
 
   void ReportSyntaxError(std::string_view message) override {
     if (skipping_) return;
@@ -58,6 +74,7 @@ class ScriptChecker final : public TagReader {
       return Progress::Failed;
     }
     in_tag_ = false;
+    CheckReferences();
     if (row.Has(kDeclaresFunction) && InFunction()) {
       ReportSyntaxError("Nested function declarations are not supported");
     }
@@ -70,6 +87,9 @@ class ScriptChecker final : public TagReader {
   }
 
   bool GetNameValuePairs(Tag& tag) override {
+    references_.EndText();
+    constants_.clear();
+    settings_.clear();
     start_ = CurrentPlace();
     in_tag_ = true;
     row_ = &tag.row();
@@ -84,8 +104,23 @@ class ScriptChecker final : public TagReader {
     return true;
   }
 
+  AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value) override {
+    const size_t known = constants_.size();
+    const AttributeEnd end = TagReader::GetValue(tag, name, value);
+    if (end != AttributeEnd::Failed && constant_) settings_.push_back({name, constants_[known]});
+    return end;
+  }
+
   bool TakeValue(Tag& tag, WrittenValue& written, ScriptValue& value) override {
     if (written.reading == Reading::Deferred) tag.Defer(written.place);
+    constant_ = false;
+    if (!written.expression.empty()) {
+      constant_ = written.expression.program().constant() != nullptr;
+      written.expression.program().AppendConstants(constants_);
+    } else if (written.reading != Reading::Raw && !Stripped(written.text).empty()) {
+      Expression kept;
+      if (kept.ReadText(written.text, *this)) kept.program().AppendConstants(constants_);
+    }
     value = std::move(written.text);
     return true;
   }
@@ -106,10 +141,34 @@ class ScriptChecker final : public TagReader {
     out_.Write("\n");
   }
 
+  void Warn(int line, std::string_view message) {
+    Print(String::Concat(
+        {source().errorname(), ": Line ", PrintInteger(line), ": Warning: ", message}));
+  }
+
   void WarnOfSkips(const Tag& tag) {
-    Print(String::Concat({source().errorname(), ": Line ", PrintInteger(line()),
-                          ": Warning: ", "a skip over this &lt;", tag.name(),
-                          "&gt; ends elsewhere: it knows only double quotes"}));
+    Warn(line(), String::Concat({"a skip over this &lt;", tag.name(),
+                                 "&gt; ends elsewhere: it knows only double quotes"}));
+  }
+
+  // Looks at the references in the tag just read, and takes note of what it sets for those behind.
+  void CheckReferences() {
+    const SourcePlace end = CurrentPlace();
+    GoTo(start_);
+    String raw;
+    while (CurrentPlace().position < end.position) {
+      raw.Accumulate(static_cast<char>(source().GetNextChar()));
+    }
+    references_.AddTag(raw, start_.line, constants_);
+    for (const auto& [name, value] : settings_) {
+      const AttributeRow* const row = row_->FindAttribute(name);
+      if (row == nullptr) continue;
+      if (row->name == "DEFAULTMACROENCODING") references_.SetDefault(DefaultEncodingOf(value));
+      if (row->name == "INTERPRET") {
+        references_.SetExpandMacros(ScriptParser::InterpretsMacros(value));
+      }
+      if (row->name == "MACRO") references_.SetExpandMacros(IsLeadingPart(value, "on"));
+    }
   }
 
   // The condition of a loop, which the loop itself reads when it begins.
@@ -117,6 +176,7 @@ class ScriptChecker final : public TagReader {
     const SourcePlace end = CurrentPlace();
     Expression condition;
     if (!ReadExpressionAt(tag.deferred(), ValueForm::Body, condition)) return false;
+    condition.program().AppendConstants(constants_);
     if (!(CurrentPlace() == end)) WarnOfSkips(tag);
     GoTo(end);
     return true;
@@ -170,10 +230,15 @@ class ScriptChecker final : public TagReader {
   Vexa& host_;
   Output& out_;
   bool clean_ = true;
-  bool in_tag_ = false;              // the attributes of a known tag are being read
-  bool skipping_ = false;            // a skip is only tried out
-  SourcePlace start_;                // where they begin
-  const TagRow* row_ = nullptr;      // whose they are
+  bool in_tag_ = false;            // the attributes of a known tag are being read
+  bool skipping_ = false;          // a skip is only tried out
+  SourcePlace start_;              // where they begin
+  const TagRow* row_ = nullptr;    // whose they are
+  std::vector<String> constants_;  // that stand in them
+  // Those whose value is one constant.
+  std::vector<std::pair<String, String>> settings_;
+  bool constant_ = false;  // the last value is one
+  ReferenceCheck references_;
   std::vector<const TagRow*> open_;  // the blocks around the current place
 };
 

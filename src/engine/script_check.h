@@ -11,8 +11,9 @@
 namespace vexa {
 
 // Reads the script file `path` with the tags of `tags` and writes every error in it to `out`, one a
-// line, with file and line, in the words of a running page. Whether there was none; a file that
-// cannot be opened is one. The host is asked for files only.
+// line, with file and line, in the words of a running page, and warnings of what may not be meant
+// so. Whether there was no error; a file that cannot be opened is one. The host is asked for files
+// and for the default encoding of references only.
 [[nodiscard]] bool CheckScript(Vexa& host, const TagSet& tags, const String& path, Output& out);
 
 }  // namespace vexa

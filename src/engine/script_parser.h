@@ -192,6 +192,8 @@ class ScriptParser final : public TagReader {
   void SetTagDetect(bool on);
   void SetExpandMacros(bool on);
   void SetInterpret(std::string_view list);
+  // Whether references are expanded behind such a list.
+  [[nodiscard]] static bool InterpretsMacros(std::string_view list);
   [[nodiscard]] int StandardOutputLevelValue(std::string_view list) const;
   [[nodiscard]] unsigned ErrorOutputLevelValue(std::string_view list) const;
   [[nodiscard]] int standardoutputlevel() const { return output_level_; }

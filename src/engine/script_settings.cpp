@@ -40,10 +40,6 @@ constexpr Keyword kOutputWords[] = {{"vexa", kVexaOutput},
 constexpr Keyword kErrorWords[] = {
     {"syntax", kSyntaxErrors}, {"expression", kExpressionErrors}, {"runtime", kRuntimeErrors}};
 
-constexpr Keyword kEncodingWords[] = {
-    {"entities", static_cast<unsigned>(MacroEncoding::Entities)},
-    {"attribute", static_cast<unsigned>(MacroEncoding::Attribute)}};
-
 enum ErrorBehaviour : unsigned { kFatal = 1, kNonFatal, kDisplay, kNoDisplay };
 constexpr Keyword kBehaviourWords[] = {
     {"fatal", kFatal}, {"nonfatal", kNonFatal}, {"display", kDisplay}, {"nodisplay", kNoDisplay}};
@@ -58,6 +54,10 @@ void ScriptParser::SetInterpret(std::string_view list) {
   unsigned bits = KeywordBits(list, kInterpretWords);
   SetExpandMacros((bits & kMacros) != 0);
   SetTagDetect((bits & kTags) != 0);
+}
+
+bool ScriptParser::InterpretsMacros(std::string_view list) {
+  return (KeywordBits(list, kInterpretWords) & kMacros) != 0;
 }
 
 int ScriptParser::StandardOutputLevelValue(std::string_view list) const {
@@ -75,9 +75,7 @@ int ScriptParser::SetStandardOutputLevel(int level) {
 }
 
 void ScriptParser::SetDefaultMacroEncoding(std::string_view value) {
-  // Not a list: the empty value is no abbreviation.
-  unsigned encoding = value.empty() ? 0 : KeywordValue(value, kEncodingWords);
-  host_.SetDefaultMacroEncoding(static_cast<MacroEncoding>(encoding));
+  host_.SetDefaultMacroEncoding(DefaultEncodingOf(value));
 }
 
 void ScriptParser::SetTagErrorSettings(std::string_view tag, std::string_view list) {

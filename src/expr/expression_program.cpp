@@ -207,6 +207,12 @@ const BuiltinFunction* ExpressionProgram::FindBuiltinWith(BuiltinFlag flag) cons
   return nullptr;
 }
 
+void ExpressionProgram::AppendConstants(std::vector<String>& constants) const {
+  for (const Leaf& leaf : leaves_) {
+    if (!leaf.variable) constants.push_back(leaf.constant.text());
+  }
+}
+
 bool ExpressionProgram::CallsScript() const {
   return std::any_of(calls_.begin(), calls_.end(),
                      [](const CallSite& call) { return call.builtin == nullptr; });

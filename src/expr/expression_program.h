@@ -96,6 +96,8 @@ class ExpressionProgram {
   [[nodiscard]] bool Calls() const { return !calls_.empty(); }
   // The first built-in that it calls whose row has that flag, or null.
   [[nodiscard]] const BuiltinFunction* FindBuiltinWith(BuiltinFlag flag) const;
+  // Appends the texts of all constants.
+  void AppendConstants(std::vector<String>& constants) const;
   // Whether it can run a function of the script.
   [[nodiscard]] bool CallsScript() const;
   // The bytes of storage outside the object.

@@ -543,5 +543,48 @@ def _(site):
         "Line 4: Syntax Error: Unexpected end of file looking for </VxIF>"])
 
 
+@case("the check warns of references whose value can say more than it should", page="")
+def _(site):
+    written = site.write("w.vx", r"""&[a] &[b:entities] &[c:zzz] &amp;[d];
+<VxFILTER FILTER="n EQ '&[q]'"><VxFILTER FILTER=" "><VxDO FILE="a" NAME="b" VALUE="f('&[e:entities]')">
+<p x='&[f:entities]' title="it's &[b:entities]" onclick="f('&[g:entities]',&[b:script])" id=&[h:entities] &[i:ent]>
+<p y = &[b:attribute] x='&[b:none]' style="x:url('&[j:entities]')" href="JavaScript:f('&[b:script]&[k:entities]')">
+<script src="&[b:entities]"> x = &[b:json]; y = '&[b:script]'; if (a<b && c>d) { "&[l:entities]" } &[m:none]
+<VxIF EXPR="x GT '&[n]'">&[o]</VxIF></SCRIPT > &[b:entities] <!-- &[p] <script> '&[b:entities]' -->
+<VxLET row&[i1:none]=&[r:none]><IF &[s:none] EQ 'a&[t:none]'></IF><WHILE a EQ '&[u:none]'></WHILE>
+<p
+ id="&[b:none]" class=
+ &[v:entities]> a \&[w] <HIDE &[x]> <IMPORT FILE=f DELIMITER=d ORDER=&[y]></IMPORT>
+<VEXA INTERPRET="tags">&[b]<VEXA INTERPRET="tags, mac">&[z]<QUORBEL MACRO="of">&[b]<QUORBEL MACRO="on">
+<VEXA DEFAULTMACROENCODING="ent">&[b] <b x='&[A]'>'&[b]'</b><VEXA DEFAULTMACROENCODING="none">&[B] &[never
+""")
+    bare, constant, script = "has no word", "stands in a text constant", "stands in a script"
+    single, outside = "stands between single quotes", "stands outside quotes"
+    expected = {
+        1: {"a": bare, "c:zzz": bare, "d": bare}, 2: {"q": constant, "e:entities": constant},
+        3: {"f:entities": single, "g:entities": single, "h:entities": outside, "i:ent": outside},
+        4: {"j:entities": single, "k:entities": single}, 5: {"l:entities": script, "m:none": script},
+        6: {"n": constant, "o": script, "p": bare}, 7: {"t:none": constant, "u:none": constant},
+        10: {"v:entities": outside, "w": bare, "x": bare, "y": bare}, 11: {"z": bare},
+        12: {"A": single, "B": bare}}
+
+    def found():
+        program = site.start(arguments=("--check", written))
+        lines = program.communicate(timeout=60)[0].decode().splitlines()
+        expect("status", program.returncode, 0)
+        kinds = "|".join((bare, constant, script, single, outside))
+        found = [re.search(rf"w.vx: Line (\d+): Warning: &\[(.*)\] ({kinds})", line).groups()
+                 for line in lines]
+        return [(int(line), name, kind) for line, name, kind in found]
+
+    def wanted(left_out):
+        return [(line, name, kind) for line, names in expected.items()
+                for name, kind in names.items() if kind != left_out or name == "B"]
+
+    expect("warnings", found(), wanted(None))
+    site.configure("defaultmacroencoding=attribute\n")
+    expect("warnings where the site has a default", found(), wanted(bare))
+
+
 if __name__ == "__main__":
     sys.exit(suite.main())
