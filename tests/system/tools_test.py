@@ -3,6 +3,7 @@
 fault that it is there for."""
 
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -91,11 +92,28 @@ def _():
                 raise Failure(f"{page} contains {word!r}: {response}")
 
 
-@suite.case("the pages of the demo are free of syntax errors")
+@suite.case("the pages of the demo and the examples of the manual give the check nothing to say")
 def _():
-    pages = sorted((ROOT / "examples/site").rglob("*.vx"))
-    done = subprocess.run([suite.build / "vexa", "--check", *pages], capture_output=True, text=True)
-    expect("status and output", (done.returncode, done.stdout, done.stderr), (0, "", ""))
+    with tempfile.TemporaryDirectory() as directory:
+        directory = pathlib.Path(directory)
+        (directory / "vexa").symlink_to(suite.build / "vexa")
+        (directory / "vexa.conf").symlink_to(ROOT / "examples/vexa.conf")
+        for manual in sorted((ROOT / "docs").glob("*.md")):
+            # What is indented is an example; some are parts of pages, and no whole ones.
+            blocks = re.findall(r"(?:^    .*\n|^\n)+", manual.read_text(), re.MULTILINE)
+            for number, block in enumerate(block for block in blocks if "<" in block or "&[" in block):
+                (directory / f"{manual.stem}-{number}.vx").write_text(block)
+
+        def check(pages):
+            done = subprocess.run([directory / "vexa", "--check", *sorted(pages)], capture_output=True,
+                                  text=True)
+            return done.returncode, done.stdout, done.stderr
+
+        expect("status and output", check((ROOT / "examples").rglob("*.vx")), (0, "", ""))
+        examples = list(directory.glob("*.vx"))
+        expect("examples found", len(examples) > 25, True)
+        warnings = [line for line in check(examples)[1].splitlines() if "Warning" in line]
+        expect("warnings about the manual", warnings, [])
 
 
 @suite.case("one request of the demo tells by its status whether the page ran")
