@@ -98,6 +98,7 @@ constexpr SettingName kSettingNames[] = {
     {"maxbody", &Settings::maxbody},
     {"sessiontime", &Settings::sessiontime},
     {"sitekey", &Settings::sitekey},
+    {"postgresql", &Settings::postgresql},
     {"defaultmacroencoding", &Settings::defaultmacroencoding, SettingType::Encoding},
 };
 constexpr NameTable kSettings(kSettingNames,

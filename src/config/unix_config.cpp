@@ -146,7 +146,9 @@ int UNIXConfig::ReadAuthFile(uid_t uid, gid_t gid, const String& name, const Str
   return 1;
 }
 
+// Who owns pages there is not who owns the setting: its password would be everybody's.
 int UNIXConfig::SetConfigValue(std::string_view key, const String& value) {
+  if (serversafemode() && EqualsIgnoreCase(key, "postgresql")) return 0;
   return Config::SetConfigValue(key, ProcessMacros(value));
 }
 

@@ -77,6 +77,7 @@ struct Settings {
   String lockhostname;
   int maxbody = 67108864;        // bytes of a request's body; 0 or less: no limit
   int sessiontime = 43200;       // how long a session lives unused; 0 or less: no limit
+  String postgresql;             // what connection texts of databases leave open
   String sitekey;                // the file of the key that tokens are made with
   int defaultmacroencoding = 0;  // a MacroEncoding: that of references before a page sets its own
 };

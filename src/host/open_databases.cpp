@@ -32,6 +32,7 @@ struct DatabaseType {
 constexpr DatabaseType kDatabaseTypes[] = {
     {XBaseDatabase::kType, MakeXBase},
     {"sqlite3", MakeSql<MakeSqlite3Driver>},
+    {"postgresql", MakeSql<MakePostgresqlDriver>},
 };
 
 }  // namespace

@@ -157,6 +157,73 @@ def wait_until_stuck(process):
         before, used = used, int(pathlib.Path(f"/proc/{process}/stat").read_text().split()[13])
 
 
+class PostgresServer:
+    """A server of Debian's packages in a directory of its own, with the role `web`, whose password is
+    `geheim` and is asked for over TCP alone, and its database `shop`. A context manager."""
+
+    SETTINGS = "fsync=off\nfull_page_writes=off\nmax_connections=60\nautovacuum=off\n"
+
+    def __enter__(self):
+        programs = sorted(pathlib.Path("/usr/lib/postgresql").glob("*/bin"), key=lambda path: int(path.parent.name))
+        if not programs:
+            raise Failure("the package postgresql is not installed")
+        self.programs = programs[-1]
+        self.directory = pathlib.Path(os.path.realpath(tempfile.mkdtemp(prefix="vexa-pg-")))
+        # It refuses to be root.
+        self.user = {"user": "postgres", "group": "postgres", "extra_groups": []} if os.getuid() == 0 else {}
+        if self.user:
+            shutil.chown(self.directory, "postgres", "postgres")
+        self.directory.chmod(0o755)
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = probe.getsockname()[1]
+        try:
+            self.run("initdb", "-U", "admin", "-A", "scram-sha-256", "--auth-local=trust", "-E", "UTF8",
+                     "--locale=C.UTF-8", "--no-sync", f"--pwfile={self._file('password', 'geheim')}")
+            with open(self.directory / "data/postgresql.conf", "a") as settings:
+                settings.write(f"unix_socket_directories='{self.directory}'\nlisten_addresses='127.0.0.1'\n"
+                               f"port={self.port}\n{self.SETTINGS}")
+            self.start()
+            self.sql("CREATE ROLE web LOGIN PASSWORD 'geheim'", database="postgres")
+            self.sql("CREATE DATABASE shop OWNER web", database="postgres")
+        except BaseException:
+            self.__exit__()
+            raise
+        self.place = f"host={self.directory} port={self.port} user=web dbname=shop"
+        return self
+
+    def __exit__(self, *ignored):
+        self.stop("immediate", check=False)
+        shutil.rmtree(self.directory)
+
+    def _file(self, name, text):
+        path = self.directory / name
+        path.write_text(text)
+        path.chmod(0o644)
+        return path
+
+    def run(self, program, *arguments, check=True):
+        done = subprocess.run([self.programs / program, "-D", self.directory / "data", *arguments], **self.user,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        if check and done.returncode != 0:
+            raise Failure(f"{program}: {done.stdout.decode()}")
+
+    def start(self):
+        self.run("pg_ctl", "-w", "-l", self.directory / "log", "start")
+
+    def stop(self, mode="fast", check=True):
+        self.run("pg_ctl", "-w", "-m", mode, "stop", check=check)
+
+    def sql(self, text, database="shop"):
+        """The rows of the last statement, their values separated by |."""
+        done = subprocess.run([self.programs / "psql", "-X", "-q", "-A", "-t", "-v", "ON_ERROR_STOP=1", "-h",
+                               self.directory, "-p", str(self.port), "-U", "admin", "-d", database, "-c", text],
+                              capture_output=True, stdin=subprocess.DEVNULL)
+        if done.returncode != 0:
+            raise Failure(f"psql: {done.stderr.decode()}")
+        return done.stdout.decode().split("\n")[:-1]
+
+
 def make_certificates(directory):
     """Authorities `ca` and `other`, and servers' certificates: good, and wrong in one way each."""
     def openssl(*arguments):
