@@ -621,6 +621,9 @@ def contact(site):
         expect("reply to", addresses(mail["reply-to"]), [("ü", "a@b.org")])
         expect_in("text", text_of(mail.get_body()), "<VxEXIT> & &[arg1]\nBcc: x@y\n\n-- \nSent from 127.0.0.1")
         expect("file", [part.get_content() for part in mail.iter_attachments()], [bytes(range(256))])
+        kept = ["--form-string", "kept=x"]
+        for sent in (form + form[2:], form + kept, kept + form, ["--request", "PUT", *form]):
+            server.page("/contact.vx", *sent)
         expect("nothing is left", list(server.data.iterdir()), [])
 
 
