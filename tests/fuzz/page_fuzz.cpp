@@ -51,7 +51,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kMostSteps = 3000;
+constexpr int kMostSteps = 1000;
 constexpr size_t kMostMemory = 400'000'000;  // bytes
 
 class LimitedHost final : public Host {
