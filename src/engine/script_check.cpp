@@ -157,7 +157,9 @@ class ScriptChecker final : public TagReader {
     GoTo(start_);
     String raw;
     while (CurrentPlace().position < end.position) {
-      raw.Accumulate(static_cast<char>(source().GetNextChar()));
+      const int c = source().GetNextChar();
+      if (c < 0) break;
+      raw.Accumulate(static_cast<char>(c));
     }
     references_.AddTag(raw, start_.line, constants_);
     for (const auto& [name, value] : settings_) {

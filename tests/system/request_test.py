@@ -584,6 +584,10 @@ def _(site):
     expect("warnings", found(), wanted(None))
     site.configure("defaultmacroencoding=attribute\n")
     expect("warnings where the site has a default", found(), wanted(bare))
+    # More of them than a pipe holds, for somebody who reads when he has time.
+    program = site.start(arguments=("--check", site.write("many.vx", "'&[a:ent]'<i '&[a:ent]'>" * 5000)))
+    wait_until_stuck(program.pid)
+    expect("lines", len(program.communicate(timeout=60)[0].splitlines()), 5000)
 
 
 if __name__ == "__main__":
