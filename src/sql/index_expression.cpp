@@ -49,6 +49,10 @@ bool ReadTerm(std::string_view text, const SqlTable& table, SqlTerm& term) {
 
 bool ReadIndexExpression(std::string_view expression, const SqlTable& table,
                          std::vector<SqlTerm>& terms) {
+  expression = Stripped(expression);
+  if (expression.size() > 1 && expression.starts_with('\'') && expression.ends_with('\'')) {
+    expression = expression.substr(1, expression.size() - 2);
+  }
   for (;;) {
     const size_t end = expression.find_first_of("$,");
     SqlTerm term;

@@ -1,6 +1,8 @@
 // Reading the key expression of a new index: for SQL databases it names columns.
 //
-//   toupper(name) $ born        toupper(name), born_raw
+//   toupper(name) $ born        'toupper(name), born_raw'
+//
+// A list with commas is no expression: it stands in single quotes, as a text.
 
 #ifndef VEXA_SQL_INDEX_EXPRESSION_H_
 #define VEXA_SQL_INDEX_EXPRESSION_H_

@@ -129,8 +129,10 @@ bool Sqlite3Driver::OpenFile(const String& path, bool create, SqlFault& fault) {
     return false;
   }
   const int reason = library_->system_errno(database_);
+  const bool is_link = library_->extended_errcode(database_) == SQLITE_CANTOPEN_SYMLINK;
   (void)Fail(code, fault);
   if (reason != 0) fault.message = std::strerror(reason);
+  if (is_link) fault.message = "It is a symbolic link";
   return false;
 }
 

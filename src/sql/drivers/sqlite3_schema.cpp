@@ -250,17 +250,19 @@ bool Sqlite3Driver::DescribeTable(const String& name, SqlTable& table, bool& fou
   table.name = name;
   table.text = String::Concat({"main.", Quoted(name)});
   std::vector<SqlRow> rows;
-  if (!Ask("SELECT type FROM main.sqlite_master WHERE name=?1 AND type IN ('table','view')",
+  if (!Ask("SELECT type='table' AND sql NOT LIKE 'CREATE VIRTUAL%' FROM main.sqlite_master"
+           " WHERE name=?1 AND type IN ('table','view')",
            {SqlValue::Text(name)}, rows, fault)) {
     return false;
   }
   found = !rows.empty();
   if (!found) return true;
-  const bool is_view = rows[0][0].text == "view";
+  // Virtual tables do not tell what became of a change.
+  const bool has_key = rows[0][0].integer != 0;
   std::vector<int> key;
   bool key_may_be_null = false;
   if (!DescribeColumns(table, key, key_may_be_null, fault)) return false;
-  if (is_view) return true;
+  if (!has_key) return true;
   if (!DescribeKey(table, key, key_may_be_null, fault)) return false;
   if (!Ask("SELECT 1 FROM main.sqlite_master WHERE type='trigger' AND tbl_name=?1 COLLATE NOCASE"
            " UNION ALL SELECT 1 FROM temp.sqlite_master WHERE type='trigger'",

@@ -1,0 +1,127 @@
+#!/usr/bin/env python3
+"""Databases of the embedded SQL engine against that engine itself: orders, finds and changes compared
+with what another program makes of the same file; files and texts meant to do harm; many processes."""
+
+import os
+import random
+import sqlite3
+import sys
+import time
+
+from harness import ProgramSite, Suite, expect, expect_in, page_of, until, wait_until_stuck
+
+suite = Suite("sqlite3")
+
+# Index, columns and directions as ORDER BY writes them.
+ORDERS = [("i_real", "r"), ("i_real_down", "r DESC, s"), ("i_fold", "s COLLATE NOCASE, r DESC"),
+          ("i_upper", "upper(s), w"), ("i_mixed", "w DESC"), ("i_three", "b, w DESC, s")]
+WALK = """<VxWHILE EXPR="t.d.EOF EQ 0">&[key] <VxSKIP NAME="t" ROWS="{step}"></VxWHILE>|"""
+
+
+def mixed_values(chance):
+    """Values of every kind, among them reals that no short decimal names, and many that are equal."""
+    return chance.choice([None, 0, 1, -5, 0.1 + 0.2, 1 / 3, 1e300, -1e-7, 2**53 + 1, 2**62, "", "a", "A", "ab", "Ab",
+                          "z\xe9", "10", "9", b"a", b"\x00\xff", chance.randrange(40), chance.random()])
+
+
+@suite.case("pages go through rows in the engine's own order, both ways")
+def orders():
+    chance = random.Random(seed := random.randrange(10**6))
+    for shape, key in (("key INTEGER PRIMARY KEY", "key"), ("key TEXT PRIMARY KEY", "key, rowid"),
+                       ("key TEXT COLLATE NOCASE PRIMARY KEY", "key, rowid")):
+        for suffix in ("", " WITHOUT ROWID") if "TEXT" in shape else ("",):
+            with ProgramSite(suite.build) as site:
+                base = sqlite3.connect(site.data / "t.db")
+                base.execute(f"CREATE TABLE t({shape}, r REAL, s TEXT, w, b BOOLEAN){suffix}")
+                for index, columns in ORDERS:
+                    base.execute(f"CREATE INDEX {index} ON t({columns})")
+                for i in range(1200):
+                    value = chance.choice([None, 0.1, 1 / 3, 5, chance.random(), chance.random() * 1e20])
+                    text = chance.choice([None, "", "b", "B", "ba", "Ba ", "c\x01", chance.choice("xyz") * 3])
+                    base.execute("INSERT INTO t VALUES(?,?,?,?,?)",
+                                 (i if "INTEGER" in shape else f"{'kK'[i % 2]}{i * 7919 % 1200}", value, text,
+                                  mixed_values(chance), chance.choice([None, 0, 1])))
+                base.commit()
+                ends = key.split(", ")[0] if suffix else key
+                for index, columns in [("", ""), *ORDERS]:
+                    order = ", ".join(filter(None, (columns, ends)))
+                    rows = [str(row[0]) for row in base.execute(f"SELECT key FROM t ORDER BY {order}")]
+                    site.write("index.vx", f"""<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db#t" INDEXES="{index}">"""
+                               + WALK.format(step=1) + """<VxGO NAME="t" ROW="bottom">""" + WALK.format(step=-1)
+                               + """<VxGO NAME="t" ROW="top"><VxSKIP NAME="t" ROWS="700">&[key] """
+                               + """<VxSKIP NAME="t" ROWS="-1">&[key] &[t.d.recno]""")
+                    down, up, ends_at = site.page().strip().split("|")
+                    what = f"seed {seed}, {shape}{suffix} by {order}"
+                    expect(what, down.split(), rows)
+                    expect(f"{what}, backwards", up.split(), rows[::-1])
+                    number = rows[699] if "INTEGER" in shape else "700"
+                    expect(f"{what}, a long way", ends_at.split(), [rows[700], rows[699], number])
+                base.close()
+
+
+def random_script(chance, steps):
+    """Operations whose page must be the same on every type: no equal keys, nothing deleted in sight, a
+    record's number not asked for once one was deleted."""
+    names, numbers, lines = [], list(range(1, 9000)), []
+    chance.shuffle(numbers)
+
+    def fresh():
+        name = "".join(chance.choice("abAB'\"%_*\\;:$-") for _ in range(chance.randrange(1, 9))) + str(len(names))
+        names.append(name)
+        return name.replace('"', "&quot;")
+
+    def assign(every):
+        fields = [f'<VxLET name="{fresh()}">', f'<VxLET price="{numbers.pop() / 100}">',
+                  f'<VxLET born_raw="19{chance.randrange(70, 99)}1{chance.randrange(3)}{chance.randrange(10, 29)}">',
+                  f'<VxLET ok="{chance.randrange(2)}">', f'<VxLET notes="n{chance.randrange(99)} it\'s">']
+        return "".join(field for field in fields if every or chance.random() < 0.5)
+
+    def value(exact):
+        name = chance.choice(names) if chance.random() < 0.8 else "zz"
+        return (name if exact else name[:chance.randrange(1, 4)]).replace('"', "&quot;")
+
+    for step in range(steps):
+        kind = chance.choice("AAAAUUDSSSSSSSBBBGFFFXL") if step > 3 else "A"
+        if kind == "A":
+            line = assign(step == 0) + f'<VxLET name="{fresh()}"><VxLET price="{numbers.pop() / 100}"><VxADD>'
+        elif kind == "U":
+            line = '<VxIF EXPR="deleted EQ 0">' + assign(False) + "<VxUPDATE></VxIF>"
+        elif kind == "D":
+            line = '<VxIF EXPR="deleted EQ 0"><VxDELETE></VxIF>'
+        elif kind in "SB":
+            line = f'<VxSKIP ROWS="{chance.choice([1, 1, 2, 5, 40]) * (1 if kind == "S" else -1)}">'
+        elif kind == "G":
+            line = f'<VxGO ROW="{chance.choice(["top", "bottom"])}">'
+        elif kind == "F":
+            exact = chance.random() < 0.5
+            line = (f'<VxPRIMARY NAME="t" INDEX="by_name.vxx"><VxFIND VALUE="{value(exact)}" '
+                    f'{"EXACT" if exact else ""}>')
+        elif kind == "X":
+            line = f'<VxPRIMARY NAME="t" INDEX="by_{chance.choice(["name", "price"])}.vxx">'
+        else:
+            line = (f'<VxFILTER FILTER="NOT deleted{chance.choice(["", " AND price GT 40", " AND ok"])}">')
+        lines.append(f"{line}{step}: [&[name] &[price] &[born_raw] &[born] &[ok] &[notes] &[deleted]&[EOF]]")
+    return "\n".join(lines)
+
+
+@suite.case("random operations show the same page as on table files")
+def same_pages():
+    for _ in range(30):
+        chance = random.Random(seed := random.randrange(10**6))
+        script = random_script(chance, 200)
+        pages = {}
+        for kind, place in (("xbase3", "t.dbf"), ("sqlite3", "t.db#t")):
+            with ProgramSite(suite.build) as site:
+                site.write("index.vx", f"""<VxCREATE NAME="t" TYPE="{kind}" DATABASE="{place}" FIELDS="name CHAR(20),
+price NUMBER(8.2), born DATE, ok BOOL, notes MEMO"><VxMAKEINDEX INDEXFILE="by_name.vxx" EXPR="name" FLAGS="string">
+<VxMAKEINDEX INDEXFILE="by_price.vxx" EXPR="price"><VxFILTER FILTER="NOT deleted">
+{script}""")
+                pages[kind] = site.page().split("\n")
+        expect(f"lines, seed {seed}", len(pages["sqlite3"]), len(pages["xbase3"]))
+        for number, (line, table_line) in enumerate(zip(pages["sqlite3"], pages["xbase3"])):
+            if line != table_line:
+                expect(f"seed {seed}, line {number}, {script.splitlines()[max(0, number - 3)]}", line, table_line)
+
+
+if __name__ == "__main__":
+    sys.exit(suite.main())
