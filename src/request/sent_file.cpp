@@ -82,6 +82,7 @@ void SentFile::Send(ResponseOutput& output) {
   const int64_t end = offset + part_.length;
   while (offset < end) {
     host_.ResetGlobalTimeout();
+    if (output.broken() || host_.timedout()) return;
     const auto wanted = static_cast<int>(std::min<int64_t>(end - offset, kPieceBytes));
     const int got = file_->ReadAt(offset, piece, wanted);
     if (got <= 0) {
@@ -91,7 +92,6 @@ void SentFile::Send(ResponseOutput& output) {
       return;
     }
     output.SendNow({piece, static_cast<size_t>(got)});
-    if (output.broken()) return;
     offset += got;
   }
 }
