@@ -499,6 +499,10 @@ def _(site):
     program.stdin.close()
     expect("exit status", program.wait(timeout=60), 1)
     expect("piece", len(program.stdout.read()) < 1 << 20, True)
+    with site.start() as read:
+        read.stdout.read(100)
+        read.send_signal(signal.SIGTERM)
+        expect("at a signal", len(read.stdout.read()) < 1 << 29, True)
     program.stdout.close()
     program.stderr.close()
 
