@@ -93,7 +93,9 @@ int ReadSiteVarsFile(ConfigReceiver& receiver, const Settings& settings, const S
   KeptSiteVariables::Lines lines;
   SiteVarsParser(receiver, file, keep ? &lines : nullptr).Parse();
   FileProof after;
-  if (keep && proof.Settled() && ProveFile(path, after) && after == proof) {
+  struct stat read;
+  if (keep && proof.Settled() && file.Status(read) && FileProof(read) == proof &&
+      ProveFile(path, after) && after == proof) {
     kept->Keep(path, proof, std::move(lines));
   }
   return 0;

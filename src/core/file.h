@@ -85,13 +85,25 @@ class File {
   [[nodiscard]] virtual const String& error() const = 0;
 };
 
-// The file services of a request. All paths are finished paths, as ResolvePath gives them.
+// The file services of a request. All paths are finished paths, as ResolvePath gives them. Where
+// the site allows no links, no operation passes one, also one that was put there behind the
+// resolving: the operation then fails. Pipes and devices are not opened.
 // Operations that return int give a negative value on failure, with the message in error().
 class FileManager {
  public:
   virtual ~FileManager() = default;
   // Opens `path` with OpenMode bits; null on failure.
   [[nodiscard]] virtual std::unique_ptr<File> Open(const String& path, int mode) = 0;
+  // Opens `path` with POSIX flags for a library that works on descriptors of its own. The caller
+  // closes it. It lies outside the handle budget, and closing it drops the record locks that this
+  // process has on the file. Returns -1 on failure, with the reason in errno besides.
+  [[nodiscard]] virtual int OpenDescriptor(const String& path, int flags, mode_t permissions) = 0;
+  // What the system knows of `path` itself: of a link, not of what it leads to. 0, or negative with
+  // the reason in errno besides.
+  [[nodiscard]] virtual int LookAt(const String& path, struct stat& status) = 0;
+  // Whether `path` itself is a symbolic link that the operations here follow. Putting a new file in
+  // its place would leave the file it leads to behind, with the old content.
+  [[nodiscard]] virtual bool FollowsLink(const String& path) = 0;
   // Takes the cross-process lock named by the path `lockfile`; it is given back by deleting that
   // file. 1 taken, 0 timed out, -1 error, -2 deadlock.
   [[nodiscard]] virtual int Lock(const String& lockfile) = 0;
@@ -124,7 +136,9 @@ class FileManager {
   [[nodiscard]] virtual int SyncDirectory(const String& path) = 0;
   [[nodiscard]] virtual int64_t Length(const String& path) = 0;
   [[nodiscard]] virtual bool IsDirectory(const String& path) = 0;
-  [[nodiscard]] virtual int MakeDirectory(const String& path) = 0;
+  // Makes a directory of the page's own, or one with `permissions`, less the umask.
+  [[nodiscard]] int MakeDirectory(const String& path) { return MakeDirectoryWith(path, 0700); }
+  [[nodiscard]] virtual int MakeDirectoryWith(const String& path, mode_t permissions) = 0;
   [[nodiscard]] virtual int RemoveDirectory(const String& path) = 0;
   // The names in a directory without "." and "..", sorted by bytes. 0, or negative on failure.
   [[nodiscard]] virtual int ListDirectory(const String& path, std::vector<String>& names) = 0;

@@ -4,9 +4,6 @@
 
 #include <time.h>
 
-#include <filesystem>
-#include <system_error>
-
 #include "core/outside.h"
 
 namespace vexa {
@@ -23,11 +20,6 @@ bool WriteExactly(File& file, int64_t offset, const char* data, int count, Strin
   if (put == count) return true;
   reason = put < 0 ? file.error() : String("The disk took only a part of it");
   return false;
-}
-
-bool IsSymbolicLink(const String& path) {
-  std::error_code ignored;
-  return std::filesystem::is_symlink(path.c_str(), ignored);
 }
 
 bool IsOld(const FileStamp& stamp) {

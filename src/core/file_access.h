@@ -18,9 +18,7 @@ inline constexpr char kUnexpectedEnd[] = "Unexpected end of file";
 [[nodiscard]] bool WriteExactly(File& file, int64_t offset, const char* data, int count,
                                 String& reason);
 
-// Whether `path` itself is a symbolic link. Putting a new file in its place would leave the file it
-// leads to behind, with the old content.
-[[nodiscard]] bool IsSymbolicLink(const String& path);
+// Of a path that FileManager::FollowsLink.
 inline constexpr char kNoReplacementOfLinks[] = "A symbolic link cannot be replaced by a new file";
 
 // Whether a write after `stamp` was taken must show in the next one: two writes within one tick of

@@ -2,6 +2,7 @@
 
 #include "engine/module.h"
 
+#include "core/file.h"
 #include "engine/page_store.h"
 
 namespace vexa {
@@ -28,7 +29,7 @@ std::shared_ptr<KeptPage> Module::FindKept(const String& path, const FileProof* 
   PageStore* const store = host_.pages();
   FileProof seen;
   if (store == nullptr || (proof == nullptr && !ProveFile(path, seen))) return nullptr;
-  return store->Open(path, proof == nullptr ? seen : *proof);
+  return store->Open(host_.filemanager(), path, proof == nullptr ? seen : *proof);
 }
 
 }  // namespace vexa

@@ -59,10 +59,11 @@ std::unique_ptr<File> ReadKept(std::shared_ptr<KeptPage> page) {
   return std::make_unique<KeptFile>(std::move(page));
 }
 
-std::shared_ptr<KeptPage> PageStore::Open(const String& path, const FileProof& proof) {
+std::shared_ptr<KeptPage> PageStore::Open(FileManager& files, const String& path,
+                                          const FileProof& proof) {
   const auto found = pages_.find(path);
   std::shared_ptr<KeptPage> page = found == pages_.end() ? nullptr : found->second;
-  if (page == nullptr || page->proof != proof) page = Load(path, proof);
+  if (page == nullptr || page->proof != proof) page = Load(files, path, proof);
   if (page == nullptr) return nullptr;
   page->used = requests_;
   if (std::find(in_use_.begin(), in_use_.end(), page) == in_use_.end()) in_use_.push_back(page);
@@ -70,16 +71,17 @@ std::shared_ptr<KeptPage> PageStore::Open(const String& path, const FileProof& p
 }
 
 // Reads the file whole. It must have been what `proof` says before and after.
-std::shared_ptr<KeptPage> PageStore::Load(const String& path, const FileProof& proof) {
+std::shared_ptr<KeptPage> PageStore::Load(FileManager& files, const String& path,
+                                          const FileProof& proof) {
   if (proof.length > kLargestFile || !proof.Settled()) return nullptr;
   struct stat status;
-  const int descriptor = OpenDescriptor(path.c_str(), O_RDONLY, 0, status);
+  const int descriptor = files.OpenDescriptor(path, O_RDONLY, 0);
   if (descriptor < 0) return nullptr;
   auto page = std::make_shared<KeptPage>();
   page->path = path;
   page->proof = proof;
   std::vector<char> bytes(static_cast<size_t>(proof.length));
-  const bool read = FileProof(status) == proof &&
+  const bool read = ::fstat(descriptor, &status) == 0 && FileProof(status) == proof &&
                     ReadFully(descriptor, bytes.data(), bytes.size()) == proof.length &&
                     ::fstat(descriptor, &status) == 0 && FileProof(status) == proof;
   CloseQuietly(descriptor);

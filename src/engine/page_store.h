@@ -39,7 +39,8 @@ class PageStore {
  public:
   // The page at a finished path, where the file is of which `proof` was taken a moment ago; null
   // when it is not to be kept.
-  [[nodiscard]] std::shared_ptr<KeptPage> Open(const String& path, const FileProof& proof);
+  [[nodiscard]] std::shared_ptr<KeptPage> Open(FileManager& files, const String& path,
+                                               const FileProof& proof);
   // REQUIRES: no script of the request is there any more.
   void EndRequest();
 
@@ -47,7 +48,8 @@ class PageStore {
   static constexpr int64_t kLargestFile = 1 << 20;
   static constexpr size_t kMostBytes = 32u << 20;
 
-  [[nodiscard]] std::shared_ptr<KeptPage> Load(const String& path, const FileProof& proof);
+  [[nodiscard]] std::shared_ptr<KeptPage> Load(FileManager& files, const String& path,
+                                               const FileProof& proof);
   void ThrowAwayOldest();
 
   std::unordered_map<std::string_view, std::shared_ptr<KeptPage>> pages_;  // by their own paths

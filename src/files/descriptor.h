@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "core/string.h"
+#include "files/linkless_open.h"
 
 namespace vexa {
 
@@ -37,10 +38,14 @@ template <typename Call>
 [[nodiscard]] bool ContainsNul(const String& path);
 inline constexpr char kNulMessage[] = "File name contains a NUL character";
 
-// Opens `path` with POSIX `flags` and fills `status`. A pipe is refused with EINVAL, since opening
-// or reading one waits for a stranger. The descriptor is closed on exec. Returns -1 on failure.
+// Opens `path` with POSIX `flags` and fills `status`. Pipes and devices are refused with EINVAL,
+// since reading one may wait for a stranger, have no end or change the machine. The descriptor is
+// closed on exec. Returns -1 on failure.
 [[nodiscard]] int OpenDescriptor(const char* path, int flags, mode_t permissions,
-                                 struct stat& status);
+                                 struct stat& status, LinkRule rule = LinkRule::Follow);
+// The same for a name in an open directory.
+[[nodiscard]] int OpenDescriptorAt(int directory, const char* name, int flags, mode_t permissions,
+                                   struct stat& status);
 // Closes `descriptor` without touching errno.
 void CloseQuietly(int descriptor);
 

@@ -83,9 +83,12 @@ class PathWalk {
   }
 
   [[nodiscard]] const std::string& result() const { return result_; }
+  // Whether the last component that was asked about is there, and no link.
+  [[nodiscard]] bool seen() const { return seen_; }
 
  private:
   void GoUp() {
+    seen_ = false;
     const size_t slash = result_.rfind('/');
     if (slash != std::string::npos && result_.substr(slash) != "/..") {
       result_.resize(slash);
@@ -110,20 +113,23 @@ class PathWalk {
     if (result_.size() + component.size() >= PATH_MAX) {
       // No link can be there, and asking about every component would cost the square of a length
       // that a script is free to choose.
+      seen_ = false;
       Append(result_, component);
       return kPathGood;
     }
     std::string next = Below(component);
     std::string target;
     inner = inner && absolute_;
+    seen_ = false;
     if (absolute_ && known_.Knows(next)) {
-      // Nothing to ask.
+      seen_ = true;
     } else if (ReadLink(next, target)) {
       if (!links_allowed_) return kLinkNotAllowed;
       const int outcome = FollowChain(next, std::move(target));
       if (outcome != kPathGood) return outcome;
-    } else if (inner && errno == EINVAL) {
-      known_.Note(next);
+    } else if (errno == EINVAL) {
+      seen_ = true;
+      if (inner) known_.Note(next);
     }
     result_ = std::move(next);
     return kPathGood;
@@ -170,6 +176,7 @@ class PathWalk {
   bool absolute_;
   bool links_allowed_;
   bool other_owners_allowed_;
+  bool seen_ = false;
   std::string result_;
 };
 
@@ -189,10 +196,13 @@ void KnownDirectories::Note(std::string_view path) {
   if (paths_.size() < kMostDirectories) paths_.emplace_back(path);
 }
 
-int FollowPath(String& path, int allow_links, int allow_other_owner, KnownDirectories& known) {
+int FollowPath(String& path, int allow_links, int allow_other_owner, KnownDirectories& known,
+               bool& seen) {
+  seen = false;
   if (ContainsNul(path)) return kLinkToNothing;
   PathWalk walk(path.view(), allow_links != 0, allow_other_owner != 0, known);
   const int outcome = walk.Run();
+  seen = walk.seen();
   if (outcome == kPathGood) path.assign(std::string_view(walk.result()));
   return outcome;
 }

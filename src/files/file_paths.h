@@ -42,10 +42,11 @@ class KnownDirectories {
 
 // Takes "." and ".." out of `path` by its text alone and checks every link on the way. Returns
 // kPathGood and replaces `path` by the result, which keeps the names of links, or one of the other
-// results and leaves `path` as it is. Repeated and trailing slashes stay. What
-// `known` knows is not asked about.
+// results and leaves `path` as it is. Repeated and trailing slashes stay. What `known` knows is not
+// asked about. `seen` says whether on the way the last component was seen to exist; when it is
+// false it may exist all the same.
 [[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner,
-                             KnownDirectories& known);
+                             KnownDirectories& known, bool& seen);
 
 // The owner of `path` itself, not of what a link leads to; (uid_t)-1 on failure.
 [[nodiscard]] uid_t GetOwnerUID(const String& path);

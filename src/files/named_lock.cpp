@@ -26,6 +26,7 @@
 #include "core/outside.h"
 #include "core/text.h"
 #include "files/descriptor.h"
+#include "files/held_name.h"
 
 namespace vexa {
 
@@ -76,21 +77,22 @@ String LockHostName(const Settings& settings) {
 // One attempt to take the lock. Its scratch file lives as long as this object.
 class LockAttempt {
  public:
-  LockAttempt(Vexa& host, const String& lockfile, String& error)
+  LockAttempt(Vexa& host, const HeldName& lockfile, String& error)
       : host_(host), hostname_(LockHostName(host.config())), lockfile_(lockfile), error_(error) {
     const String pid = PrintInteger(::getpid());
     const String& name = hostname_;
     const String start = StartOfProcess(::getpid());
-    scratch_ = String::Concat({lockfile, ".", name, ".", pid});
+    scratch_ = lockfile.With(String::Concat({".", name, ".", pid}));
     content_ = String::Concat({pid, start.empty() ? "" : " ", start, ":", name});
   }
   ~LockAttempt() {
-    if (scratch_exists_) ::unlink(scratch_.c_str());
+    if (scratch_exists_) (void)lockfile_.Remove(scratch_.c_str());
   }
   LockAttempt(const LockAttempt&) = delete;
   LockAttempt& operator=(const LockAttempt&) = delete;
 
   int Take() {
+    if (!lockfile_.good()) return Fail(errno);
     if (ContainsNul(scratch_)) {
       error_ = kNulMessage;
       return kFailed;
@@ -108,11 +110,11 @@ class LockAttempt {
   bool MakeScratch() {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_TRUNC;
     struct stat status;
-    int fd = OpenDescriptor(scratch_.c_str(), kFlags, 0664, status);
+    int fd = lockfile_.Open(scratch_.c_str(), kFlags, 0664, status);
     if (fd < 0 && errno == EEXIST) {
       // Only a process of this number makes it, so this was left by one that was killed.
-      ::unlink(scratch_.c_str());
-      fd = OpenDescriptor(scratch_.c_str(), kFlags, 0664, status);
+      (void)lockfile_.Remove(scratch_.c_str());
+      fd = lockfile_.Open(scratch_.c_str(), kFlags, 0664, status);
     }
     if (fd < 0) return false;
     scratch_exists_ = true;
@@ -126,12 +128,13 @@ class LockAttempt {
 
   // A result, or nothing when it is worth trying again.
   std::optional<int> TryOnce() {
-    const int linked = ::link(scratch_.c_str(), lockfile_.c_str());
+    const int linked = ::linkat(lockfile_.directory(), scratch_.c_str(), lockfile_.directory(),
+                                lockfile_.text(), 0);
     const int reason = errno;
     struct stat mine;
     struct stat theirs;
-    if (::lstat(scratch_.c_str(), &mine) != 0) return Fail(errno);
-    if (::lstat(lockfile_.c_str(), &theirs) != 0) {
+    if (lockfile_.LookAt(scratch_.c_str(), mine) != 0) return Fail(errno);
+    if (lockfile_.LookAt(theirs) != 0) {
       // Released in between, unless linking can never succeed here.
       if (linked != 0 && reason != EEXIST && reason != EINTR) return Fail(reason);
       return std::nullopt;
@@ -144,7 +147,7 @@ class LockAttempt {
   // The lock file is another's: waits a little, removes it when it is stale, or gives a result.
   std::optional<int> LookAtHolder() {
     struct stat status;
-    const int fd = OpenDescriptor(lockfile_.c_str(), O_RDONLY, 0, status);
+    const int fd = lockfile_.Open(lockfile_.text(), O_RDONLY, 0, status);
     if (fd < 0) {
       SleepTenMilliseconds();
       return std::nullopt;
@@ -208,10 +211,10 @@ class LockAttempt {
   bool Remove(int fd, const struct stat& stale) {
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0) return false;
     struct stat named;
-    if (::lstat(lockfile_.c_str(), &named) != 0) return errno == ENOENT;
+    if (lockfile_.LookAt(named) != 0) return errno == ENOENT;
     // Somebody was quicker; what stands there now is a lock that somebody may hold.
     if (!(IdentityOf(named) == IdentityOf(stale))) return true;
-    return ::unlink(lockfile_.c_str()) == 0 || errno == ENOENT;
+    return lockfile_.Remove() == 0 || errno == ENOENT;
   }
 
   int Fail(int reason) {
@@ -222,7 +225,7 @@ class LockAttempt {
 
   Vexa& host_;
   String hostname_;
-  const String& lockfile_;
+  const HeldName& lockfile_;
   String& error_;
   String scratch_;
   String content_;
@@ -231,8 +234,9 @@ class LockAttempt {
 
 }  // namespace
 
-int TakeNamedLock(Vexa& host, const String& lockfile, String& error) {
-  LockAttempt attempt(host, lockfile, error);
+int TakeNamedLock(Vexa& host, const String& lockfile, LinkRule links, String& error) {
+  const HeldName name(lockfile, links);
+  LockAttempt attempt(host, name, error);
   return attempt.Take();
 }
 

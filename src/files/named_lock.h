@@ -22,6 +22,7 @@
 
 #include "core/file.h"
 #include "core/string.h"
+#include "files/linkless_open.h"
 #include "vexa.h"
 
 namespace vexa {
@@ -29,7 +30,7 @@ namespace vexa {
 // Waits for the lock named `lockfile` until it is taken or `host` has timed out. 1 taken, 0 timed
 // out, -1 error, -2 this process holds it already; the message is then in `error`.
 // REQUIRES: no NUL in `lockfile`.
-[[nodiscard]] int TakeNamedLock(Vexa& host, const String& lockfile, String& error);
+[[nodiscard]] int TakeNamedLock(Vexa& host, const String& lockfile, LinkRule links, String& error);
 
 // A named lock that is given back when the object ends.
 class NamedLock {

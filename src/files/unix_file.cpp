@@ -163,14 +163,22 @@ int UNIXFile::StillNamed(NameCheck check, FileStamp& stamp) {
     return 1;
   }
   named_until_ = 0;
-  // The identity is remembered, so an inactive file need not be opened for this.
-  if (::stat(info_->filename().c_str(), &status) == 0) {
+  // The identity is remembered, so an inactive file need not be opened for this. A link on the way
+  // can make this say no more than that it leads to this very file; whatever else is seen is asked
+  // again by a way that passes none.
+  const char* const path = info_->filename().c_str();
+  int looked = ::stat(path, &status);
+  if ((looked != 0 || !(IdentityOf(status) == info_->identity())) &&
+      info_->links() == LinkRule::Refuse) {
+    looked = LookAtPath(path, 0, status, LinkRule::Refuse);
+  }
+  if (looked == 0) {
     note(status);
     if (!(IdentityOf(status) == info_->identity())) return 0;
     named_until_ = now + kLongestTrust;
     return 1;
   }
-  return errno == ENOENT || errno == ENOTDIR ? 0 : Fail();
+  return errno == ENOENT || errno == ENOTDIR || MetLink() ? 0 : Fail();
 }
 
 void UNIXFile::KeepOpen() {
@@ -184,6 +192,9 @@ int UNIXFile::Status(struct stat& status) {
   if (!Activate(fd)) return -1;
   return ::fstat(fd, &status) != 0 ? Fail() : 0;
 }
+
+// Whether the last call found a link that must not be passed: it took the place of the file.
+bool UNIXFile::MetLink() const { return errno == ELOOP && info_->links() == LinkRule::Refuse; }
 
 bool UNIXFile::Activate(int& fd) {
   LookOutside();

@@ -59,6 +59,7 @@ class UNIXFile final : public File {
   friend class UNIXFileManager;
 
   [[nodiscard]] bool Activate(int& fd);
+  [[nodiscard]] bool MetLink() const;
   [[nodiscard]] int Fail();
   [[nodiscard]] int Fail(int reason);
 

@@ -9,14 +9,15 @@
 
 namespace vexa {
 
-UNIXFileInfo::UNIXFileInfo(const String& filename, int fd, int flags, const struct stat& status)
+UNIXFileInfo::UNIXFileInfo(const String& filename, int fd, const OpenedAs& opened)
     : filename_(filename),
       fd_(fd),
       // Opening again must neither create the file, nor insist on creating it, nor empty it.
-      flags_(flags & ~(O_CREAT | O_EXCL | O_TRUNC)),
-      identity_(IdentityOf(status)),
-      reopenable_(S_ISREG(status.st_mode)),
-      first_length_(status.st_size) {}
+      flags_(opened.flags & ~(O_CREAT | O_EXCL | O_TRUNC)),
+      links_(opened.links),
+      identity_(IdentityOf(opened.status)),
+      reopenable_(S_ISREG(opened.status.st_mode)),
+      first_length_(opened.status.st_size) {}
 
 UNIXFileInfo::~UNIXFileInfo() {
   if (fd_ >= 0) CloseQuietly(fd_);
@@ -24,7 +25,7 @@ UNIXFileInfo::~UNIXFileInfo() {
 
 int UNIXFileInfo::Activate() {
   struct stat status;
-  const int fd = OpenDescriptor(filename_.c_str(), flags_, 0, status);
+  const int fd = OpenDescriptor(filename_.c_str(), flags_, 0, status, links_);
   if (fd < 0) return -1;
   // Going on in another file would mix what is known of the old one with the bytes of the new.
   bool good = IdentityOf(status) == identity_;

@@ -21,8 +21,14 @@ class UNIXFile;
 
 class UNIXFileInfo {
  public:
-  // `fd` was opened for `filename` with POSIX `flags` and is `status`; it becomes this object's.
-  UNIXFileInfo(const String& filename, int fd, int flags, const struct stat& status);
+  // How a descriptor was opened.
+  struct OpenedAs {
+    int flags;  // POSIX flags
+    LinkRule links;
+    const struct stat& status;
+  };
+  // `fd` was opened for `filename`; it becomes this object's.
+  UNIXFileInfo(const String& filename, int fd, const OpenedAs& opened);
   // Closes the descriptor when there is one.
   ~UNIXFileInfo();
   UNIXFileInfo(const UNIXFileInfo&) = delete;
@@ -36,8 +42,12 @@ class UNIXFileInfo {
   [[nodiscard]] const String& filename() const { return filename_; }
   // It cannot be opened again by its name, or must not be.
   void KeepOpen() { reopenable_ = false; }
-  // The file got another name.
-  void Renamed(const String& filename) { filename_ = filename; }
+  // The file got another name, by which it is found under the rule for links given.
+  void Renamed(const String& filename, LinkRule links) {
+    filename_ = filename;
+    links_ = links;
+  }
+  [[nodiscard]] LinkRule links() const { return links_; }
   [[nodiscard]] int fd() const { return fd_; }
   [[nodiscard]] const FileIdentity& identity() const { return identity_; }
   // Whether a read that stopped at `offset` before it had all that was asked stopped at the end. So
@@ -58,6 +68,7 @@ class UNIXFileInfo {
   String filename_;
   int fd_;
   int flags_;
+  LinkRule links_;
   int64_t offset_ = 0;
   FileIdentity identity_;
   bool reopenable_;

@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
 #include "core/number.h"
@@ -53,44 +52,31 @@ int UNIXFileManager::OpenMode(int mode) {
 int UNIXFileManager::open(UNIXFile* file, const String& path, int flags, mode_t permissions) {
   if (!Usable(path) || FreeFileSpace(1) == 0) return -1;
   const bool creates = (flags & O_CREAT) != 0 && LogsFiles() && !Exists(path);
+  const LinkRule links = RuleFor(path);
   struct stat status;
-  const int fd = OpenDescriptor(path.c_str(), flags, permissions, status);
+  const int fd = vexa::OpenDescriptor(path.c_str(), flags, permissions, status, links);
   if (fd < 0) return Checked(-1);
-  Adopt(file, path, fd, {flags, status});
+  Adopt(file, path, fd, {flags, links, status});
   LogFile(creates ? "FILECREATED" : "FILEOPENED", path);
   return fd;
 }
 
-void UNIXFileManager::Adopt(UNIXFile* file, const String& path, int fd, OpenedAs opened) {
-  active_.emplace_front(path, fd, opened.flags, opened.status);
+void UNIXFileManager::Adopt(UNIXFile* file, const String& path, int fd,
+                            const UNIXFileInfo::OpenedAs& opened) {
+  active_.emplace_front(path, fd, opened);
   active_.front().file = file;
   file->info_ = active_.begin();
   file->open_ = true;
 }
 
-std::unique_ptr<File> UNIXFileManager::MakeTemporary(String& path, String& suffix, int mode) {
-  if (!Usable(path) || FreeFileSpace(1) == 0) return nullptr;
-  const int flags = OpenMode(mode | OpenCreate | OpenExclusive);
-  for (unsigned counter = 1; counter <= 0x7FFFFFFF; ++counter) {
-    char digits[9];
-    std::snprintf(digits, sizeof(digits), "%08X", counter);
-    const String name = String::Concat({path.view(), digits});
-    struct stat status;
-    const int fd = OpenDescriptor(name.c_str(), flags, 0600, status);
-    if (fd < 0 && errno == EEXIST) continue;
-    if (fd < 0) {
-      (void)Checked(-1);
-      return nullptr;
-    }
-    auto file = std::make_unique<UNIXFile>(*this);
-    Adopt(file.get(), name, fd, {OpenMode(mode), status});
-    LogFile("FILECREATED", name);
-    path = name;
-    suffix.cat(digits);
-    return file;
+int UNIXFileManager::OpenDescriptor(const String& path, int flags, mode_t permissions) {
+  if (!Usable(path)) {
+    errno = EINVAL;
+    return -1;
   }
-  error_ = "Unable to generate unique temporary filename";
-  return nullptr;
+  struct stat status;
+  const int fd = vexa::OpenDescriptor(path.c_str(), flags, permissions, status, RuleFor(path));
+  return fd < 0 ? Checked(-1) : fd;
 }
 
 int UNIXFileManager::FreeFileSpace(int count) {
@@ -217,7 +203,7 @@ void UNIXFileManager::CloseParked(const FileIdentity& identity) {
 
 int UNIXFileManager::Lock(const String& lockfile) {
   if (!Usable(lockfile) || FreeFileSpace(1) == 0) return -1;
-  const int result = TakeNamedLock(host_, lockfile, error_);
+  const int result = TakeNamedLock(host_, lockfile, RuleFor(lockfile), error_);
   if (result == 1) LogFile("FILECREATED", lockfile);
   return result;
 }
@@ -227,12 +213,14 @@ bool UNIXFileManager::LogsFiles() const {
 }
 
 void UNIXFileManager::LogFile(std::string_view event, std::string_view detail) {
-  if (!quiet_ && LogsFiles()) host_.logfile().Write(LogLevel::Files, event, detail);
+  if (LogsFiles()) host_.logfile().Write(LogLevel::Files, event, detail);
 }
 
 int UNIXFileManager::Checked(int result) {
   if (result == 0) return 0;
+  const int reason = errno;
   error_ = host_.lasterror();
+  errno = reason;
   return -1;
 }
 

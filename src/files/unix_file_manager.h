@@ -26,6 +26,8 @@
 #include "core/string.h"
 #include "files/descriptor.h"
 #include "files/file_paths.h"
+#include "files/held_name.h"
+#include "files/link_rules.h"
 #include "files/record_lock.h"
 #include "files/unix_file_info.h"
 #include "vexa.h"
@@ -46,6 +48,9 @@ class UNIXFileManager final : public FileManager {
   UNIXFileManager& operator=(const UNIXFileManager&) = delete;
 
   [[nodiscard]] std::unique_ptr<File> Open(const String& path, int mode) override;
+  [[nodiscard]] int OpenDescriptor(const String& path, int flags, mode_t permissions) override;
+  [[nodiscard]] int LookAt(const String& path, struct stat& status) override;
+  [[nodiscard]] bool FollowsLink(const String& path) override;
   [[nodiscard]] int Lock(const String& lockfile) override;
   [[nodiscard]] int Delete(const String& path) override;
   // Copies to a new file, which then takes the place of the target (links followed, permissions
@@ -66,7 +71,7 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] int SyncDirectory(const String& path) override;
   [[nodiscard]] int64_t Length(const String& path) override;
   [[nodiscard]] bool IsDirectory(const String& path) override;
-  [[nodiscard]] int MakeDirectory(const String& path) override;
+  [[nodiscard]] int MakeDirectoryWith(const String& path, mode_t permissions) override;
   [[nodiscard]] int RemoveDirectory(const String& path) override;
   [[nodiscard]] int ListDirectory(const String& path, std::vector<String>& names) override;
   [[nodiscard]] int MakeSymbolicLink(const String& target, const String& link) override;
@@ -82,8 +87,14 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] const String& error() const override { return error_; }
   void Error(const String& message) { error_ = message; }
 
-  // Whether FollowPath found that directory a moment ago.
-  [[nodiscard]] bool KnowsDirectory(const String& path) const;
+  // FollowPath, which tells besides whether it saw that something is there. When it did not, there
+  // may be all the same.
+  [[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner,
+                               bool& seen) const;
+  // From now on the roots of the sandbox say which operations follow links.
+  void SetLinkRules(const LinkRules::Roots& roots) { link_rules_.Set(roots); }
+  // `path` was checked for links by `rule` before.
+  void NoteLinkRule(const String& path, LinkRule rule) { link_rules_.Note(path, rule); }
   // The POSIX flags of OpenMode bits.
   [[nodiscard]] static int OpenMode(int mode);
   // Makes room for `count` descriptors within the budget. 1, or 0 when `maxfiles` is less.
@@ -94,11 +105,6 @@ class UNIXFileManager final : public FileManager {
  private:
   friend class UNIXFile;
 
-  // How a descriptor was opened.
-  struct OpenedAs {
-    int flags;
-    const struct stat& status;
-  };
   // A descriptor that must not be closed yet.
   struct Parked {
     FileIdentity identity;
@@ -112,7 +118,7 @@ class UNIXFileManager final : public FileManager {
   // The descriptor of an open file, opened again when needed, or -1.
   [[nodiscard]] int ActivateFile(UNIXFile* file);
   // Puts a freshly opened descriptor at the front of the active list.
-  void Adopt(UNIXFile* file, const String& path, int fd, OpenedAs opened);
+  void Adopt(UNIXFile* file, const String& path, int fd, const UNIXFileInfo::OpenedAs& opened);
   void CloseFile(UNIXFile* file);
   // Take and release record locks on an active file. 0, or -1 with the reason in errno.
   [[nodiscard]] int LockRange(UNIXFileInfo& info, const ByteRange& range, LockWait wait);
@@ -126,17 +132,39 @@ class UNIXFileManager final : public FileManager {
   // Deactivates the least recently used file that may be; false when there is none.
   bool DeactivateOne();
 
-  // Whether a new file may be renamed to where `path` leads: nothing is there, or a regular file
-  // with one name that belongs to this process. `real` is that place.
-  [[nodiscard]] bool MayReplace(const String& path, String& real);
+  // What stands where a new file is to be put.
+  struct Former {
+    bool exists;
+    mode_t permissions;
+  };
+  // Whether a new file may be renamed to `place`: nothing is there, or a regular file with one name
+  // that belongs to this process.
+  [[nodiscard]] static bool MayReplace(const HeldName& place, Former& former);
+  // Calls `take` with `stem` and the lowest eight-digit number behind it that does not make it fail
+  // with EEXIST. 0 with `name` set and the digits behind `suffix`, or -1 with the message stored.
+  template <typename Take>
+  [[nodiscard]] int TakeFreeName(std::string_view stem, String& name, String& suffix, Take take);
+  // Makes such a file beside `place`; its descriptor, or -1. Logs nothing.
+  [[nodiscard]] int MakeBeside(const HeldName& place, String& name);
   // Makes a file beside the one `path` leads to, has `fill` write to its descriptor, and renames
   // it. What `fill` returns when that is negative; nothing when no such file can be made.
   template <typename Fill>
   [[nodiscard]] std::optional<int> Replace(const String& path, Fill fill);
+  // A descriptor of a new file on the file system of `path` that has no name, or -1.
+  [[nodiscard]] int OpenUnnamed(const String& path, struct stat& status);
   // Copies from the open `source` to the file `to`. 0, or -1 with the message stored.
   [[nodiscard]] int CopyTo(const String& to, int source, const FileIdentity& source_identity);
   // The same for an open `target`; `block` holds the first `got` bytes of the source.
   [[nodiscard]] int CopyBlocks(int source, int target, char* block, ssize_t got);
+
+  // Whether operations on `path` follow links.
+  [[nodiscard]] LinkRule RuleFor(const String& path) const { return link_rules_.For(path); }
+  // Fills `status` with what `path` leads to. 0, or -1 with the message stored.
+  [[nodiscard]] int Status(const String& path, struct stat& status);
+  // Calls `act` with `path` as a HeldName. Its result when it is 0, else -1 with the message
+  // stored.
+  template <typename Act>
+  [[nodiscard]] int ActOn(const String& path, Act act);
 
   // Whether the activity log wants to know of files.
   [[nodiscard]] bool LogsFiles() const;
@@ -148,7 +176,7 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] bool Usable(const String& path);
 
   Vexa& host_;
-  bool quiet_ = false;  // what is done now is not told to the activity log
+  mutable LinkRules link_rules_;
   mutable KnownDirectories own_directories_;
   KnownDirectories& known_directories_;
   String error_;

@@ -133,7 +133,7 @@ Module* Host::OpenFirstModule(const String& script, const String& name) {
     Error(FatalError(message));
     return nullptr;
   }
-  if (mode_ == RunMode::SetUIDRootMode && !CheckOpenedScript(*module, name)) return nullptr;
+  if (mode_ != RunMode::StandardMode && !CheckOpenedScript(*module, name)) return nullptr;
   modules_.push_back(std::move(module));
   current_module_ = modules_.front().get();
   return current_module_;

@@ -206,6 +206,7 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   // is then replaced by its path without "." and "..". The bits say which links it may pass.
   [[nodiscard]] std::string_view DirectoryProblem(String& directory, int links, int other_owners);
 
+  void SetLinkRules(const String& script);
   // The data of the script. False after an error was shown.
   void LookUpOwner();
   [[nodiscard]] bool OpenLog();

@@ -21,6 +21,7 @@ int Host::ProcessConfiguration(const String& script, const String& name) {
       config_->ReadSiteVars() != 0) {
     return 0;
   }
+  SetLinkRules(script);
   if (mode_ == RunMode::SetUIDRootMode && SwitchToUserMode() == 0) return 0;
   if (config_->ReadUserSiteVars() != 0) return 0;
   if (log_.IsOpen()) {
@@ -122,16 +123,18 @@ int Host::SwitchToUserMode() {
 }
 
 // The identity is that of the file whose owner was asked, so no other file may run under it; and
-// what its owner does not answer for must not run as the owner.
+// what its owner does not answer for must not run as the owner. A program that is its user already
+// asks only whether the file is that user's: another may have been there when its owner was asked.
 bool Host::CheckOpenedScript(const Module& module, const String& name) {
+  const bool safe = mode_ == RunMode::SetUIDRootMode;
   struct stat status;
-  if (!module.Status(status) || !(IdentityOf(status) == script_identity_) ||
+  if (!module.Status(status) || (safe && !(IdentityOf(status) == script_identity_)) ||
       status.st_uid != owner_.uid) {
     Error(FatalError(String::Concat({"'", EntityEncoded(name), "' is not owned by ", owner_.name}),
                      kRefused));
     return false;
   }
-  if ((status.st_mode & (S_IWGRP | S_IWOTH)) == 0) return true;
+  if (!safe || (status.st_mode & (S_IWGRP | S_IWOTH)) == 0) return true;
   Error(FatalError(String::Concat({"'", EntityEncoded(name), "' may be changed by other users"})));
   return false;
 }

@@ -98,11 +98,21 @@ void Host::LocateUserScript(const String& requested, String& script) {
 
 std::string_view Host::DirectoryProblem(String& directory, int links, int other_owners) {
   int options = config().securityoptions;
-  int followed = filemanager_.FollowPath(directory, options & links, options & other_owners);
+  bool seen;
+  int followed = filemanager_.FollowPath(directory, options & links, options & other_owners, seen);
   if (followed != 0) return LinkProblem(followed);
-  return filemanager_.KnowsDirectory(directory) || filemanager_.Exists(directory)
-             ? ""
-             : " does not exist";
+  return seen || filemanager_.Exists(directory) ? "" : " does not exist";
+}
+
+// From here on the operations on files hold to what the names of scripts were checked for.
+void Host::SetLinkRules(const String& script) {
+  const auto rule = [&](int links) {
+    return (config().securityoptions & links) != 0 ? LinkRule::Follow : LinkRule::Refuse;
+  };
+  filemanager_.SetLinkRules({{{script_directory_, rule(kScriptLinks)},
+                              {data_directory_, rule(kDataLinks)},
+                              {config().tempdir, rule(kTemporaryLinks)}}});
+  filemanager_.NoteLinkRule(script, rule(kScriptLinks));
 }
 
 bool Host::CheckScriptDirectory() {

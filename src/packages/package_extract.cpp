@@ -220,7 +220,7 @@ bool PackageExtractor::TakeMember(ArchiveReader& reader, const ArchiveMember& me
   String path;
   if (!Resolve(member.place, below_root, path)) return false;
   struct stat status;
-  const bool exists = ::lstat(path.c_str(), &status) == 0;
+  const bool exists = host_->filemanager().LookAt(path, status) == 0;
   if (member.directory) {
     if (exists && host_->filemanager().IsDirectory(path)) return true;
     if (exists) return FailMember(below_root, "exists");
@@ -240,7 +240,7 @@ bool PackageExtractor::MakeDirectories(ArchiveMember::Place place, std::string_v
     if (!Resolve(place, below_root.substr(0, end), path)) return false;
     const mode_t mode = place == ArchiveMember::Place::Pages ? 0755 : 0700;
     NoteMade(path + "/");
-    if (::mkdir(path.c_str(), mode) == 0) continue;
+    if (host_->filemanager().MakeDirectoryWith(path, mode) == 0) continue;
     ForgetMade();
     if (errno != EEXIST || !host_->filemanager().IsDirectory(path)) {
       return FailBySystem();
@@ -275,7 +275,7 @@ bool PackageExtractor::WriteFile(ArchiveReader& reader, const ArchiveMember& mem
   const mode_t mode = member.place == ArchiveMember::Place::Pages ? 0644 : 0600;
   NoteMade(path);
   const int descriptor =
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+      host_->filemanager().OpenDescriptor(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
   if (descriptor < 0) {
     ForgetMade();
     return FailBySystem();

@@ -34,7 +34,7 @@ void CollectOld(FileManager& files, const String& path) {
                       name.size() == kTemporaryName.size() + kTemporaryDigits;
     struct stat status;
     const String old = String::Concat({directory, name});
-    if (!ours || ::lstat(old.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (!ours || files.LookAt(old, status) != 0 || !S_ISREG(status.st_mode)) continue;
     if (status.st_mtime < std::time(nullptr) - kOldest) (void)files.Delete(old);
   }
 }

@@ -13,7 +13,6 @@
 #include "core/base64.h"
 #include "core/digest.h"
 #include "core/file_access.h"
-#include "core/outside.h"
 #include "core/text.h"
 #include "files/locked_file.h"
 
@@ -43,18 +42,17 @@ int64_t Now() {
 }
 
 // When the plain file at `path` was last changed. False when there is none.
-bool LastChange(const String& path, int64_t& changed) {
-  LookOutside();
+bool LastChange(FileManager& files, const String& path, int64_t& changed) {
   struct stat status;
-  if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  if (files.LookAt(path, status) != 0 || !S_ISREG(status.st_mode)) return false;
   changed = int64_t{status.st_mtim.tv_sec} * kSecond + status.st_mtim.tv_nsec;
   return true;
 }
 
 // Whether there is nothing of that name, also for who may look everywhere.
-bool IsMissing(const String& path) {
+bool IsMissing(FileManager& files, const String& path) {
   struct stat status;
-  return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+  return files.LookAt(path, status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 bool IsNameOfSession(std::string_view name) {
@@ -77,7 +75,7 @@ bool SessionStore::FindPath(const String& id, String& path, String& reason) cons
     return false;
   }
   // Whatever the site allows of links: a file that other names lead to is none of a session.
-  if (!IsSymbolicLink(path)) return true;
+  if (!host_.filemanager().FollowsLink(path)) return true;
   reason = "It is a symbolic link";
   return false;
 }
@@ -97,7 +95,7 @@ void SessionStore::KeepAlive(const String& id) {
   String ignored;
   int64_t changed = 0;
   // Within the same second it is not worth a write.
-  if (!Choose(id, ignored) || !LastChange(path_, changed)) return;
+  if (!Choose(id, ignored) || !LastChange(host_.filemanager(), path_, changed)) return;
   const bool noted = std::abs(Now() - changed) < kSecond;
   if (!noted && !IsOver(changed)) (void)host_.filemanager().TouchFile(path_);
 }
@@ -113,8 +111,9 @@ String SessionStore::Read(const String& id, std::string_view name, String& value
     FileManager& files = host_.filemanager();
     file_.reset();
     std::unique_ptr<File> file = files.Open(path_, OpenRead);
-    if (file == nullptr && IsMissing(path_)) return {};
-    if (file == nullptr) return CannotRead(files.error());
+    const String problem = file == nullptr ? files.error() : String();
+    if (file == nullptr && IsMissing(files, path_)) return {};
+    if (file == nullptr) return CannotRead(problem);
     if (!ReadValues(*file, values_, reason)) return CannotRead(reason);
     length_ = file->Length();
     file_ = std::move(file);
@@ -148,7 +147,7 @@ std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, Stri
   file_.reset();
   const int mode = OpenRead | OpenWrite | (missing == Missing::Made ? OpenCreate : 0);
   std::unique_ptr<File> file = OpenLocked(host_, path_, mode, reason);
-  if (file != nullptr || !IsMissing(path_)) return file;
+  if (file != nullptr || !IsMissing(host_.filemanager(), path_)) return file;
   if (missing == Missing::Allowed) {
     reason.clear();
     return nullptr;
@@ -159,7 +158,7 @@ std::unique_ptr<File> SessionStore::Lock(const String& id, Missing missing, Stri
   FileManager& files = host_.filemanager();
   const String refused = files.MakeDirectory(directory) == 0 ? String() : files.error();
   file = OpenLocked(host_, path_, mode, reason);
-  if (file == nullptr && !refused.empty() && IsMissing(directory)) reason = refused;
+  if (file == nullptr && !refused.empty() && IsMissing(files, directory)) reason = refused;
   return file;
 }
 
@@ -212,8 +211,8 @@ bool SessionStore::CleaningIsDue(const String& directory) {
   const int64_t interval = lifetime > 0 ? std::min(lifetime / 16, kLongestWrite) : kLongestWrite;
   const String mark = directory + kCleaned;
   int64_t cleaned = 0;
-  if (LastChange(mark, cleaned) && std::abs(Now() - cleaned) < interval) return false;
   FileManager& files = host_.filemanager();
+  if (LastChange(files, mark, cleaned) && std::abs(Now() - cleaned) < interval) return false;
   const std::unique_ptr<File> file = files.Open(mark, OpenWrite | OpenCreate);
   return file != nullptr && file->Touch() == 0;
 }
@@ -231,7 +230,7 @@ void SessionStore::CleanUp() {
     if (host_.timedout()) return;
     const String path = String::Concat({directory, "/", name});
     int64_t changed = 0;
-    if (!IsNameOfSession(name.view().substr(0, kNameLength)) || !LastChange(path, changed))
+    if (!IsNameOfSession(name.view().substr(0, kNameLength)) || !LastChange(files, path, changed))
       continue;
     if (name.size() == kNameLength) {
       if (IsOver(changed)) RemoveIfOver(path);

@@ -109,6 +109,7 @@ class ProgramSite:
     directory, as several hosts would."""
 
     SETTINGS = "usecookies=no"
+    before_start = None  # called in each process before it becomes the program
 
     def __init__(self, build, config="", data=None):
         # As realpath: the program refuses script directories that lie behind links.
@@ -141,6 +142,7 @@ class ProgramSite:
         chosen = {name: os.environ[name] for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS") if name in os.environ}
         return subprocess.Popen(
             [self.program], cwd=self.directory, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            preexec_fn=self.before_start,
             env={"GATEWAY_INTERFACE": "CGI/1.1", "PATH_INFO": "/" + page, "QUERY_STRING": query, "TZ": "UTC",
                  **chosen, **environment})
 

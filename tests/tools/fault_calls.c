@@ -8,8 +8,10 @@
 //   VEXA_FAULT_NOTE     a file that is made when call N is reached
 
 #define _GNU_SOURCE
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdlib.h>
@@ -19,6 +21,16 @@
 #include <unistd.h>
 
 enum { kKill, kTear, kFail, kFailOn, kNone };
+
+#define Call(...) Real()(__VA_ARGS__)
+typedef long (*SystemCall)(long number, ...);
+
+// What this library stands before.
+static SystemCall Real(void) {
+  static SystemCall found;
+  if (found == NULL) found = (SystemCall)dlsym(RTLD_NEXT, "syscall");
+  return found;
+}
 
 static int kind = -1;
 static long at;
@@ -43,12 +55,11 @@ static int Strikes(int fd, const void* data, size_t size, off_t offset) {
   if (kind == kNone) return 0;
   if (++calls < at || (kind != kFailOn && calls > at)) return 0;
   const char* note = getenv("VEXA_FAULT_NOTE");
-  if (note != NULL)
-    syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, note, O_CREAT | O_WRONLY, 0600));
+  if (note != NULL) Call(SYS_close, Call(SYS_openat, AT_FDCWD, note, O_CREAT | O_WRONLY, 0600));
   if (kind == kKill || kind == kTear) {
     const size_t border = (size_t)(4096 - offset % 4096);
     if (kind == kTear && data != NULL && border < size) {
-      syscall(SYS_pwrite64, fd, data, border, offset);
+      Call(SYS_pwrite64, fd, data, border, offset);
     }
     kill(getpid(), SIGKILL);
   }
@@ -63,7 +74,7 @@ static int IsFile(int fd) {
 
 ssize_t pwrite64(int fd, const void* data, size_t size, off_t offset) {
   if (Strikes(fd, data, size, offset)) return -1;
-  return syscall(SYS_pwrite64, fd, data, size, offset);
+  return Call(SYS_pwrite64, fd, data, size, offset);
 }
 ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) {
   return pwrite64(fd, data, size, offset);
@@ -74,39 +85,52 @@ ssize_t write(int fd, const void* data, size_t size) {
     const int append = (fcntl(fd, F_GETFL) & O_APPEND) != 0 && fstat(fd, &status) == 0;
     if (Strikes(fd, data, size, append ? status.st_size : lseek(fd, 0, SEEK_CUR))) return -1;
   }
-  return syscall(SYS_write, fd, data, size);
+  return Call(SYS_write, fd, data, size);
 }
-int rename(const char* from, const char* to) {
-  return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_rename, from, to);
+int renameat(int from_at, const char* from, int to_at, const char* to) {
+  return Strikes(-1, NULL, 0, 0) ? -1 : (int)Call(SYS_renameat2, from_at, from, to_at, to, 0);
 }
-int unlink(const char* path) {
-  return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_unlink, path);
-}
-int link(const char* from, const char* to) {
-  return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_link, from, to);
+int unlinkat(int at, const char* path, int flags) {
+  return Strikes(-1, NULL, 0, 0) ? -1 : (int)Call(SYS_unlinkat, at, path, flags);
 }
 int linkat(int from_at, const char* from, int to_at, const char* to, int flags) {
-  return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_linkat, from_at, from, to_at, to, flags);
+  return Strikes(-1, NULL, 0, 0) ? -1 : (int)Call(SYS_linkat, from_at, from, to_at, to, flags);
 }
 int ftruncate64(int fd, off_t length) {
-  return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_ftruncate, fd, length);
+  return Strikes(-1, NULL, 0, 0) ? -1 : (int)Call(SYS_ftruncate, fd, length);
 }
 int ftruncate(int fd, off_t length) { return ftruncate64(fd, length); }
-int fsync(int fd) { return Strikes(-1, NULL, 0, 0) ? -1 : (int)syscall(SYS_fsync, fd); }
+int fsync(int fd) { return Strikes(-1, NULL, 0, 0) ? -1 : (int)Call(SYS_fsync, fd); }
 static int Makes(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
-int open64(const char* path, int flags, ...) {
-  va_list rest;
-  va_start(rest, flags);
-  const int mode = Makes(flags) ? va_arg(rest, int) : 0;
-  va_end(rest);
+static int OpenAt(int at, const char* path, int flags, int mode) {
   if (Makes(flags) && Strikes(-1, NULL, 0, 0)) return -1;
-  return (int)syscall(SYS_openat, AT_FDCWD, path, flags, mode);
+  return (int)Call(SYS_openat, at, path, flags, mode);
+}
+#define MODE_BEHIND(last)                               \
+  va_list rest;                                         \
+  va_start(rest, last);                                 \
+  const int mode = Makes(last) ? va_arg(rest, int) : 0; \
+  va_end(rest)
+int openat(int at, const char* path, int flags, ...) {
+  MODE_BEHIND(flags);
+  return OpenAt(at, path, flags, mode);
+}
+int open64(const char* path, int flags, ...) {
+  MODE_BEHIND(flags);
+  return OpenAt(AT_FDCWD, path, flags, mode);
 }
 int open(const char* path, int flags, ...) {
+  MODE_BEHIND(flags);
+  return OpenAt(AT_FDCWD, path, flags, mode);
+}
+long syscall(long number, ...) {
+  long values[6];
   va_list rest;
-  va_start(rest, flags);
-  const int mode = Makes(flags) ? va_arg(rest, int) : 0;
+  va_start(rest, number);
+  for (int i = 0; i < 6; ++i) values[i] = va_arg(rest, long);
   va_end(rest);
-  return open64(path, flags, mode);
+  const struct open_how* how = (const struct open_how*)values[2];
+  if (number == SYS_openat2 && Makes((int)how->flags) && Strikes(-1, NULL, 0, 0)) return -1;
+  return Call(number, values[0], values[1], values[2], values[3], values[4], values[5]);
 }

@@ -273,6 +273,53 @@ TEST_F(FileSandboxTest, NameHelpers) {
   }
 }
 
+// What pages cannot reach when they please; the others race against links in system/link_race_test.
+TEST_F(FileSandboxTest, NothingPassesALinkThatCameBehindTheCheck) {
+  std::filesystem::create_directories(Path("s/real").c_str());
+  Make("s/real/f", "text");
+  Link("real", "s/l");
+  const String root = Path("s"), f = Path("s/l/f"), fresh = Path("s/l/new");
+  for (const LinkRule rule : {LinkRule::Follow, LinkRule::Refuse}) {
+    const bool follows = rule == LinkRule::Follow;
+    files.SetLinkRules({{{root.view(), rule}, {}, {}}});
+    struct stat status;
+    String name = fresh, real, digits;
+    const int bare = files.OpenDescriptor(f, O_RDONLY, 0);
+    EXPECT_EQ(bare >= 0 && ::close(bare) == 0, follows);
+    EXPECT_EQ(files.RealPath(f, real) == 0 && files.MayWrite(f), follows);
+    EXPECT_EQ(files.LookAt(f, status) == 0 && files.SyncDirectory(f) == 0, follows);
+    EXPECT_EQ(files.WriteNew(fresh, "x") == 0 && files.Delete(fresh) == 0, follows);
+    EXPECT_EQ(files.MakeTemporary(name, digits, OpenWrite) && files.Delete(name) == 0, follows);
+    EXPECT_EQ(files.MakeUnnamed(fresh) != nullptr, follows);
+    EXPECT_EQ(files.FollowsLink(Path("s/l")), follows);
+    EXPECT_TRUE(follows || files.error() == strerror(ELOOP)) << files.error().c_str();
+  }
+  host.settings.maxfiles = 1;
+  const auto file = files.Open(Path("s/real/f"), OpenRead);
+  const auto other = files.Open(Make("s/other"), OpenRead);
+  ASSERT_EQ(::rename(Path("s/real").c_str(), Path("moved").c_str()), 0);
+  Link("../moved", "s/real");
+  EXPECT_EQ(file->Length(), -1);
+  EXPECT_EQ(file->error(), strerror(ELOOP));
+}
+
+// Roots within each other: what the sandbox found last in a directory counts there.
+TEST_F(FileSandboxTest, TheRuleForLinksIsThatOfTheRootAPathWasResolvedIn) {
+  constexpr LinkRule kFollow = LinkRule::Follow, kRefuse = LinkRule::Refuse;
+  LinkRules rules;
+  rules.Set({{{"/s", kRefuse}, {"/s/data", kFollow}, {"", kRefuse}}});
+  EXPECT_EQ(rules.For("/etc/x"), kFollow);
+  EXPECT_EQ(rules.For("/srv/x"), kRefuse);  // as the roots contain paths
+  EXPECT_EQ(rules.For("/s/data/x"), kFollow);
+  rules.Note("/s/data/x", kRefuse);
+  rules.Note("/s/x", kFollow);
+  EXPECT_EQ(rules.For("/s/data/x-journal"), kRefuse);
+  EXPECT_EQ(rules.For("/s/data/d/x"), kFollow);
+  EXPECT_EQ(rules.For("/s/x"), kRefuse);
+  rules.Note("/s/data/y", kFollow);
+  EXPECT_EQ(rules.For("/s/data/x"), kFollow);
+}
+
 }  // namespace
 
 }  // namespace vexa

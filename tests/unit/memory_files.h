@@ -146,7 +146,10 @@ class MemoryFiles final : public FileManager {
   int GiveName(File&, String&, String&) override { return -1; }
   int TouchFile(const String&) override { return 0; }
   bool IsDirectory(const String&) override { return false; }
-  int MakeDirectory(const String&) override { return -1; }
+  int MakeDirectoryWith(const String&, mode_t) override { return -1; }
+  int OpenDescriptor(const String&, int, mode_t) override { return -1; }
+  int LookAt(const String&, struct stat&) override { return -1; }
+  bool FollowsLink(const String&) override { return false; }
   int RemoveDirectory(const String&) override { return -1; }
   int ListDirectory(const String&, std::vector<String>&) override { return -1; }
   int MakeSymbolicLink(const String&, const String&) override { return -1; }

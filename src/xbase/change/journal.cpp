@@ -258,7 +258,7 @@ JournalState ReadJournal(FileManager& files, const String& table, JournalContent
                          String& reason) {
   const String path = JournalPath(table);
   // A link could lead to a file that somebody else may write.
-  if (IsSymbolicLink(path) || !files.Exists(path)) return JournalState::Missing;
+  if (files.FollowsLink(path) || !files.Exists(path)) return JournalState::Missing;
   const auto file = files.Open(path, OpenRead);
   if (file == nullptr) {
     reason = files.error();
@@ -282,7 +282,7 @@ bool Journal::Open(const String& table, Durability durability, String& reason) {
   if (file_ != nullptr && file_->StillNamed() == 1) return true;
   file_.reset();
   const String path = JournalPath(table);
-  if (IsSymbolicLink(path)) {
+  if (files_.FollowsLink(path)) {
     reason = "A journal cannot be a symbolic link";
     return false;
   }

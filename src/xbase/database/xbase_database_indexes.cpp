@@ -259,7 +259,7 @@ DataResult XBaseDatabase::PackLocked() {
   for (size_t i = 0; i < builders.size(); ++i) {
     XBaseIndex& index = indexes_.members()[i]->index;
     // Where the rename is to take place there must be no link in the way.
-    if (IsSymbolicLink(index.filepath())) {
+    if (host_.filemanager().FollowsLink(index.filepath())) {
       return Fail(
           String::Concat({"Error creating '", index.errorpath(), "': ", kNoReplacementOfLinks}));
     }

@@ -166,7 +166,7 @@ bool XBaseIndexBuilder::WriteHeader(File& file, const ZDXIndexHeader& header) {
 
 bool XBaseIndexBuilder::Install() {
   if (newpath_.empty()) return Fail("creating", "There is nothing to install");
-  if (IsSymbolicLink(path_)) return Fail("creating", kNoReplacementOfLinks);
+  if (files_.FollowsLink(path_)) return Fail("creating", kNoReplacementOfLinks);
   if (files_.Rename(newpath_, path_) < 0) return Fail("creating", files_.error());
   newpath_.clear();
   return true;

@@ -123,7 +123,7 @@ void XBaseTable::AdoptNewFiles() {
 // --- Packing ---------------------------------------------------------------------------------
 
 bool XBaseTable::CheckNoLinks() {
-  const bool links = IsSymbolicLink(names_.datapath) || IsSymbolicLink(names_.memopath);
+  const bool links = files_.FollowsLink(names_.datapath) || files_.FollowsLink(names_.memopath);
   return !links || Fail("writing to", kNoReplacementOfLinks);
 }
 
