@@ -3,13 +3,15 @@
 use does not expire. VEXA_LOCK_ENTRIES sets how often the counted block is entered; ten thousand is
 a good number by hand."""
 
+import fcntl
 import os
 import random
 import signal
+import socket
 import sys
 import time
 
-from harness import Failure, ProgramSite, Suite, expect, page_of
+from harness import Failure, ProgramSite, Suite, expect, expect_in, page_of, wait_until_stuck
 
 suite = Suite("locks")
 
@@ -103,6 +105,22 @@ def _():
         process.send_signal(signal.SIGTERM)
         expect("page", page_of(process), "Application timed out\r\n")
         expect("files", os.listdir(site.data), [])
+
+
+@suite.case("a request that is ended while it waits for a lock leaves nothing")
+def _():
+    with ProgramSite(suite.build, "globaltimeout=0") as site, open(site.data / "out", "w") as held:
+        fcntl.lockf(held, fcntl.LOCK_EX)
+        site.write("record.vx", '<VxLET a=1><VxEXPORT FILE="out" FIELDS="a" DELIMITER=",">')
+        (site.data / "a.lck").write_text(f"{os.getpid()}:{socket.gethostname()}")
+        site.write("named.vx", '<VxLOCKFILE FILE="a">x</VxLOCKFILE>')
+        for page in ("record.vx", "named.vx"):
+            for number in (signal.SIGTERM, signal.SIGXCPU):
+                process = site.start(page)
+                wait_until_stuck(process.pid)
+                process.send_signal(number)
+                expect_in(f"page {page}", page_of(process), "imed out")
+        expect("files", [sorted(os.listdir(site.data)), held.tell()], [["a.lck", "out"], 0])
 
 
 @suite.case("a lock in use on another host does not expire, also while a script runs another")
