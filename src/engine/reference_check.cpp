@@ -29,10 +29,14 @@ bool BeginsWith(std::string_view text, std::string_view word) {
   return EqualsIgnoreCase(text.substr(0, word.size()), word);
 }
 
-// The name of a tag that begins with "<".
+// Whether a browser takes what begins with "<" as a tag. A reference there becomes the name of one.
+bool IsTag(std::string_view raw) {
+  return raw.size() > 1 && (IsAlpha(raw[1]) || raw[1] == '/' || raw[1] == '&');
+}
+
+// The name of such a tag.
 std::string_view TagName(std::string_view raw) {
-  const std::string_view behind = Stripped(raw.substr(1));
-  return behind.substr(0, behind.find_first_of(" \t\r\n/>"));
+  return raw.substr(1, raw.find_first_of(" \t\r\n/>", 1) - 1);
 }
 
 // Whether an attribute of HTML is a program or a style, in which entities are decoded before single
@@ -81,7 +85,7 @@ void ReferenceCheck::EndText() {
 void ReferenceCheck::AddForeignTag(std::string_view raw, int line) {
   EndText();
   line -= CountByte<'\n'>(raw);
-  if (in_script_ || raw.starts_with("<!")) {
+  if (in_script_ || !IsTag(raw)) {
     CheckPiece(raw, line);
     return;
   }

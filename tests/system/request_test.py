@@ -554,7 +554,7 @@ def _(site):
 <p x='&[f:entities]' title="it's &[b:entities]" onclick="f('&[g:entities]',&[b:script])" id=&[h:entities] &[i:ent]>
 <p y = &[b:attribute] x='&[b:none]' style="x:url('&[j:entities]')" href="JavaScript:f('&[b:script]&[k:entities]')">
 <script src="&[b:entities]"> x = &[b:json]; y = '&[b:script]'; if (a<b && c>d) { "&[l:entities]" } &[m:none]
-<VxIF EXPR="x GT '&[n]'">&[o]</VxIF></SCRIPT > &[b:entities] <!-- &[p] <script> '&[b:entities]' -->
+<VxIF EXPR="x GT '&[n]'">&[o]</VxIF></SCRIPT > &[b:entities] <!-- &[p] <script> '&[b:entities]' --> < i &[b:entities]>
 <VxLET row&[i1:none]=&[r:none]><IF &[s:none] EQ 'a&[t:none]'></IF><WHILE a EQ '&[u:none]'></WHILE>
 <p
  id="&[b:none]" class=

@@ -198,13 +198,15 @@ def response(site, page, environment):
 
 @suite.case("Random pages are the same with and without what is remembered")
 def _():
-    with ProgramSite(suite.build, "globaltimeout=60\nstdmodedatadir={DIR}/site") as site:
-        site.write("part.vx", PART)
-        # Pages write new.vx and read what they wrote, so one runs at a time.
-        for seed in range(FIRST, FIRST + PAGES):
-            site.write(f"p{seed}.vx", Writer(seed).page())
-            plain = response(site, f"p{seed}.vx", {"VEXA_NO_SITES": "1"})
-            expect(f"the page of seed {seed}", response(site, f"p{seed}.vx", {}), plain)
+    for kind, encoding in enumerate(("none", "entities", "attribute")):
+        config = f"globaltimeout=60\nstdmodedatadir={{DIR}}/site\ndefaultmacroencoding={encoding}"
+        with ProgramSite(suite.build, config) as site:
+            site.write("part.vx", PART)
+            # Pages write new.vx and read what they wrote, so one runs at a time.
+            for seed in range(FIRST + kind, FIRST + PAGES, 3):
+                site.write(f"p{seed}.vx", Writer(seed).page())
+                plain = response(site, f"p{seed}.vx", {"VEXA_NO_SITES": "1"})
+                expect(f"the page of seed {seed}", response(site, f"p{seed}.vx", {}), plain)
 
 
 if __name__ == "__main__":
