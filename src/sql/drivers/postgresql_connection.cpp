@@ -39,14 +39,10 @@ constexpr std::string_view kForms =
 constexpr std::pair<const char*, std::string_view> kReported[] = {
     {"client_encoding", "UTF8"}, {"DateStyle", "ISO"}, {"standard_conforming_strings", "on"}};
 
-// A message of the library on one line.
-String OneLine(const char* message) {
-  String text(message == nullptr ? "" : message);
-  text.StripWhitespace();
-  text.CompressWhitespace();
-  text.gsub("\n", " ");
-  text.gsub("\t", " ");
-  return text;
+// The first line of a message of the library; the others guess at reasons or repeat it.
+String FirstLine(const char* message) {
+  const std::string_view text = Stripped(message == nullptr ? "" : message);
+  return text.substr(0, text.find('\n'));
 }
 
 // What failed, as SQLSTATE.
@@ -300,7 +296,11 @@ bool PostgresqlConnection::Flush(SqlFault& fault) {
 PGresult* PostgresqlConnection::NextResult(SqlFault& fault) {
   while (library_->isBusy(connection_) != 0) {
     if (!WaitFor(POLLIN, fault)) return nullptr;
-    if (library_->consumeInput(connection_) == 0) break;
+    // What the server said before it hung up comes first.
+    if (library_->consumeInput(connection_) == 0 && library_->isBusy(connection_) != 0) {
+      (void)Lose(SqlFault::Kind::Gone, EngineMessage(), fault);
+      return nullptr;
+    }
   }
   return library_->getResult(connection_);
 }
@@ -349,7 +349,7 @@ void PostgresqlConnection::TakeFailure(const PGresult* failed, PostgresqlReply& 
   reply.state = field(PG_DIAG_SQLSTATE);
   // Its first line alone: the others may show rows.
   String message = field(PG_DIAG_MESSAGE_PRIMARY);
-  if (message.empty()) message = OneLine(library_->resultErrorMessage(failed));
+  if (message.empty()) message = FirstLine(library_->resultErrorMessage(failed));
   if (reply.state == kCancelled && host_.timedout()) {
     fault = {SqlFault::Kind::TimedOut, kTimedOut};
   } else if (field(PG_DIAG_SEVERITY_NONLOCALIZED) == "FATAL") {
@@ -420,7 +420,7 @@ bool PostgresqlConnection::Lose(SqlFault::Kind kind, std::string_view message, S
 }
 
 String PostgresqlConnection::EngineMessage() const {
-  return OneLine(library_->errorMessage(connection_));
+  return FirstLine(library_->errorMessage(connection_));
 }
 
 void PostgresqlConnection::Close() {
