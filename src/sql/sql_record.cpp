@@ -43,7 +43,9 @@ String NumberText(const SqlColumn& column, const SqlValue& value) {
     if (!ReadStrict(text, &real)) return text;
     if (text.view().find_first_of("eE") != std::string_view::npos) text = PlainDecimals(real);
   }
-  if (column.decimals <= 0) return text;
+  // Some are no numbers, and infinite ones.
+  const bool plain = text.view().find_first_not_of("-.0123456789") == std::string_view::npos;
+  if (column.decimals <= 0 || !plain) return text;
   const int point = text.search(".");
   const int decimals = point < 0 ? 0 : text.length() - point - 1;
   if (point < 0) text.cat('.');

@@ -249,8 +249,8 @@ bool PostgresqlConnection::Run(const SqlStatement& statement, const SqlWanted& w
   }
   const PostgresqlStatementForm form = ReadPostgresqlStatement(statement.text);
   if (form.several || form.copies) {
-    fault = {SqlFault::Kind::Other, form.several ? "More than one statement"
-                                                 : "COPY from or to the client is not supported"};
+    fault = {SqlFault::Kind::Other,
+             form.several ? kSeveralStatements : "COPY from or to the client is not supported"};
     return false;
   }
   if (!LimitTime(fault)) return false;

@@ -79,7 +79,9 @@ bool PostgresqlDriver::Do(std::string_view text, SqlFault& fault) {
 bool PostgresqlDriver::Keep(int id, const SqlStatement& query, std::vector<SqlColumn>& columns,
                             int64_t& count, SqlFault& fault) {
   fault = {};
-  if (!ReadPostgresqlStatement(query.text).queries) return false;
+  const PostgresqlStatementForm form = ReadPostgresqlStatement(query.text);
+  if (form.several) fault.message = kSeveralStatements;
+  if (form.several || !form.queries) return false;
   const bool in_transaction = InTransaction();
   PostgresqlReply reply;
   // In a transaction of the page reading alone is allowed for a while: until a savepoint is left.

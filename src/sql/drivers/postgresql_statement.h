@@ -7,6 +7,8 @@
 
 namespace vexa {
 
+inline constexpr std::string_view kSeveralStatements = "More than one statement";
+
 struct PostgresqlStatementForm {
   bool queries = false;   // it begins with SELECT, VALUES or WITH, in parentheses or not
   bool copies = false;    // it is a COPY from or to the client
