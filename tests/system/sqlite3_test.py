@@ -123,5 +123,115 @@ price NUMBER(8.2), born DATE, ok BOOL, notes MEMO"><VxMAKEINDEX INDEXFILE="by_na
                 expect(f"seed {seed}, line {number}, {script.splitlines()[max(0, number - 3)]}", line, table_line)
 
 
+CROWD = """<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="c.db#t"><VxWHILE EXPR="i LT 12"><VxLET i=i + 1><VxIF EXPR="u">
+<VxQUERY QUERY="BEGIN"></VxIF><VxLET v=0><VxLET who='&[me]-' $ i><VxADD><VxGO ROW="1"><VxQUERY
+ QUERY="UPDATE t SET v = v + 1 WHERE id = 1"><VxIF EXPR="u"><VxQUERY QUERY="COMMIT"></VxIF><VxGO ROW="top"><VxLET n=0>
+<VxWHILE EXPR="EOF EQ 0"><VxLET n=n + 1><VxIF EXPR="t.d.id LE last"><VxEXIT></VxIF><VxLET last=t.d.id><VxSKIP></VxWHILE>
+<VxLET last=0></VxWHILE>done"""
+
+
+@suite.case("a crowd that adds, updates and pages loses nothing and sees no error")
+def crowd():
+    for mode in ("delete", "wal"):
+        with ProgramSite(suite.build, "globaltimeout=120") as site:
+            base = sqlite3.connect(site.data / "c.db")
+            base.execute(f"PRAGMA journal_mode={mode}")
+            base.executescript("CREATE TABLE t(id INTEGER PRIMARY KEY, who TEXT UNIQUE, v INT);"
+                               "INSERT INTO t VALUES(1, '', 0)")
+            site.write("index.vx", CROWD)
+            until_time, rounds = time.monotonic() + float(os.environ.get("VEXA_CROWD_SECONDS", "2")), 0
+            while rounds == 0 or time.monotonic() < until_time:
+                processes = [site.start(query=f"me={rounds}x{i}&u={i % 2}&i=0&last=0") for i in range(16)]
+                for process in processes:
+                    expect(f"page in mode {mode}", page_of(process).strip(), "done")
+                rounds += 1
+            expect("rows and updates", base.execute("SELECT count(*), max(v) FROM t").fetchone(),
+                   (rounds * 192 + 1, rounds * 192))
+            expect("check", base.execute("PRAGMA integrity_check").fetchone(), ("ok",))
+            base.close()
+
+
+@suite.case("waiting and working end by the deadline, and what a killed page began is gone")
+def deadlines():
+    with ProgramSite(suite.build, "globaltimeout=2\nloglevel=2\nlogfile={DIR}/log") as site:
+        base = sqlite3.connect(site.data / "t.db", isolation_level=None)
+        base.executescript("CREATE TABLE t(id INTEGER PRIMARY KEY, a); INSERT INTO t(a) VALUES('one')")
+        opened = """<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db#t">"""
+        base.execute("BEGIN EXCLUSIVE")
+        began = time.monotonic()
+        site.write("index.vx", opened)
+        expect_in("opening", site.page(), "Error opening database 't': Timed out")
+        base.execute("ROLLBACK")
+        site.write("index.vx", opened + """<VxQUERY QUERY="BEGIN"><VxADD><VxQUERY QUERY="WITH RECURSIVE r(i) AS
+(SELECT 1
+UNION ALL SELECT i + 1 FROM r) SELECT count(*) FROM r">""")
+        expect_in("working", site.page(), "Timed out")
+        base.execute("BEGIN IMMEDIATE")
+        site.write("index.vx", opened + """<VxADD>""")
+        expect_in("adding", site.page(), "Timed out")
+        base.execute("ROLLBACK")
+        assert time.monotonic() - began < 30
+        site.write("index.vx", opened + """<VxQUERY QUERY="BEGIN"><VxADD>&[totrec]<VxLOCKFILE FILE="l"></VxLOCKFILE>""")
+        expect("a page that leaves its transaction open", site.page().strip(), "2")
+        expect_in("log", (site.directory / "log").read_text(), "ROLLEDBACK")
+        (site.data / "l.lck").write_text("other:1")
+        process = site.start()
+        until(lambda: (site.data / "t.db-journal").exists())
+        wait_until_stuck(process.pid)
+        process.kill()
+        process.communicate()
+        (site.data / "l.lck").unlink()
+        expect("after the kill", base.execute("SELECT count(*) FROM t").fetchone(), (1,))
+        site.write("index.vx", opened + "<VxADD>&[totrec]")
+        expect("the next page", site.page().strip(), "2")
+        base.close()
+
+
+@suite.case("files of the engine that are links, pipes or damaged do no harm, and nobody else opens them")
+def hostile_files():
+    with ProgramSite(suite.build, "securityoptions=12\nglobaltimeout=1") as site:
+        victim = site.directory / "victim"
+        victim.write_bytes(b"precious")
+        page = """<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db#t"><VxADD>&[VxOPEN_Error]&[VxADD_Error]"""
+        for beside in ("", "-journal", "-wal", "-shm"):
+            for make in (lambda path: path.symlink_to(victim), lambda path: os.mkfifo(path)):
+                base = sqlite3.connect(site.data / "t.db")
+                base.execute(f"PRAGMA journal_mode={'wal' if beside in ('-wal', '-shm') else 'delete'}")
+                base.executescript("CREATE TABLE t(id INTEGER PRIMARY KEY, a)")
+                base.close()
+                (site.data / f"t.db{beside}").unlink(missing_ok=True)
+                make(site.data / f"t.db{beside}")
+                site.write("index.vx", page)
+                expect_in(f"t.db{beside}", site.page(), "Runtime Error")
+                expect("victim", victim.read_bytes(), b"precious")
+                for path in site.data.iterdir():
+                    path.unlink()
+        base = sqlite3.connect(site.data / "t.db")
+        base.executescript("CREATE TABLE t(id INTEGER PRIMARY KEY, a); CREATE INDEX i ON t(a);")
+        base.executemany("INSERT INTO t(a) VALUES(?)", [("x" * 300 + str(i),) for i in range(300)])
+        base.commit()
+        site.write("index.vx", """<VxIMPORT FILE="t.db" DELIMITER="," FIELDS="q"><VxOPEN NAME="t" TYPE="sqlite3"
+ DATABASE="t.db"><VxIMPORTSTOP></VxIMPORT><VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db"><VxOPEN NAME="u"
+ DATABASE="hard.db"><FILE DELETE="t.db-wal"><FILE READ="t.db" NAME="x">""")
+        os.link(site.data / "t.db", site.data / "hard.db")
+        shown = site.page()
+        for part in ("The page has it open as a file", "'hard.db' is open as a database",
+                     "'t.db-wal' is open as a database", "'t.db' is open as a database"):
+            expect_in("one file two ways", shown, part)
+        base.close()
+        whole, chance = (site.data / "t.db").read_bytes(), random.Random(seed := random.randrange(10**6))
+        site.write("index.vx", """<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db#t" INDEXES="i"><VxWHILE
+ EXPR="t.d.EOF EQ 0"><VxSKIP></VxWHILE><VxLET a=1><VxADD><VxUPDATE><VxDELETE>""")
+        for _ in range(30):
+            damaged = bytearray(whole[:chance.choice([len(whole), chance.randrange(len(whole))])])
+            for _ in range(chance.randrange(1, 30) if damaged else 0):
+                place = chance.choice([0, 4096, 8192]) + chance.randrange(4096)
+                damaged[place if place < len(damaged) else 0] = chance.randrange(256)
+            (site.data / "t.db").write_bytes(damaged)
+            process = site.start()
+            process.communicate(timeout=60)
+            expect(f"exit status, seed {seed}", process.returncode, 1)
+
+
 if __name__ == "__main__":
     sys.exit(suite.main())
