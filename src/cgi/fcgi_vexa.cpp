@@ -72,7 +72,11 @@ int FCGIRequest::ReadBody(char* buffer, int count, int wait_ms) {
   int first = ReadByte();
   if (first == kNoByteYet) {
     pollfd input{records_.ipcFd, POLLIN, 0};
-    if (poll(&input, 1, wait_ms) <= 0) return kNothingYet;
+    const bool in_a_hurry = hurried_ != 0;
+    if (poll(&input, 1, wait_ms) <= 0) {
+      if (in_a_hurry) process_.GiveUpRequest();
+      return kNothingYet;
+    }
     first = ReadByte();
   }
   if (first == kNoByteYet) return kNothingYet;
@@ -184,8 +188,9 @@ size_t FCGIOutput::Frame(size_t length, char* frame) {
   return static_cast<size_t>(end - frame);
 }
 
-FCGIEnds::FCGIEnds(FCGX_Request& records, const volatile std::sig_atomic_t& hurried,
-                   char** environment)
-    : fcgi_request(records, environment), fcgi_output(records, hurried, kOutputBuffer) {}
+FCGIEnds::FCGIEnds(Process& process, FCGX_Request& records,
+                   const volatile std::sig_atomic_t& hurried, char** environment)
+    : fcgi_request(process, records, hurried, environment),
+      fcgi_output(records, hurried, kOutputBuffer) {}
 
 }  // namespace vexa

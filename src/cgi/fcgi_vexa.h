@@ -25,15 +25,19 @@ void CloseConnection(FCGX_Request& records, const volatile std::sig_atomic_t& en
 
 class FCGIRequest final : public Request {
  public:
-  // `records` and `environment` are borrowed; the parameters have been read.
-  FCGIRequest(FCGX_Request& records, char** environment)
-      : Request(environment, {}), records_(records) {}
+  // All are borrowed; the parameters have been read. When `hurried` is 1, a request whose sender
+  // has stopped is given up.
+  FCGIRequest(Process& process, FCGX_Request& records, const volatile std::sig_atomic_t& hurried,
+              char** environment)
+      : Request(environment, {}), process_(process), records_(records), hurried_(hurried) {}
   [[nodiscard]] int ReadBody(char* buffer, int count, int wait_ms) override;
 
  private:
   [[nodiscard]] int ReadByte();
 
+  Process& process_;
   FCGX_Request& records_;
+  const volatile std::sig_atomic_t& hurried_;
   bool reads_at_once_ = false;  // of its connection
 };
 
@@ -41,8 +45,8 @@ class FCGIRequest final : public Request {
 // stopped, so it is left unused.
 class FCGIOutput final : public ResponseOutput {
  public:
-  // Both are borrowed; `size` is the buffer's size in bytes. `hurried` becomes 1 when a page that
-  // waits for its reader is to end.
+  // Both are borrowed; `size` is the buffer's size in bytes. `hurried` is 1 when a page whose
+  // reader takes nothing is to end.
   FCGIOutput(const FCGX_Request& records, const volatile std::sig_atomic_t& hurried, int size)
       : ResponseOutput(size), records_(records), hurried_(hurried) {}
   ~FCGIOutput() override { Finish(); }
@@ -79,7 +83,8 @@ class FCGIOutput final : public ResponseOutput {
 
 // The ends of the request, which outlive the host.
 struct FCGIEnds {
-  FCGIEnds(FCGX_Request& records, const volatile std::sig_atomic_t& hurried, char** environment);
+  FCGIEnds(Process& process, FCGX_Request& records, const volatile std::sig_atomic_t& hurried,
+           char** environment);
   FCGIRequest fcgi_request;
   FCGIOutput fcgi_output;
 };
@@ -89,7 +94,7 @@ class FCGIVexa final : private FCGIEnds, public Host {
   // All are borrowed; `environment` is what the server sent of the request, `hurried` as above.
   FCGIVexa(Process& process, FCGX_Request& records, const volatile std::sig_atomic_t& hurried,
            char** environment)
-      : FCGIEnds(records, hurried, environment),
+      : FCGIEnds(process, records, hurried, environment),
         Host(process, kVexaTags, fcgi_request, fcgi_output) {}
 };
 

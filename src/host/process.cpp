@@ -208,6 +208,8 @@ bool Process::interrupted() const { return to_end != 0 || reader_gone != 0; }
 
 bool Process::is_to_end() const { return to_end != 0; }
 
+void Process::GiveUpRequest() { reader_gone = 1; }
+
 void Process::ApplyResourceLimits(const Settings& settings) {
   if (limited_) return;
   limited_ = true;

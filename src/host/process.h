@@ -78,6 +78,8 @@ class Process {
   // Whether the process is to end, or the reader of this request has gone.
   [[nodiscard]] bool interrupted() const;
   [[nodiscard]] bool is_to_end() const;
+  // From here on this request counts as interrupted.
+  void GiveUpRequest();
 
   // A request left something that the process cannot take back, so that it should serve no other.
   void Spend() { spent_ = true; }

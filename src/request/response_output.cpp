@@ -37,13 +37,16 @@ int ResponseOutput::SendWhenRead(std::string_view bytes) {
   if (host_ == nullptr) return -1;
   const bool late = host_->timedout();
   if (late && last_moment_ == 0) last_moment_ = SteadyTime() + kLongestWait * kMillisecond;
+  // A reader who is there has a whole wait to show it.
+  bool in_a_hurry = hurried();
   for (;;) {
     int64_t wait = kLongestWait;
     if (late) wait = std::min(wait, (last_moment_ - SteadyTime()) / kMillisecond);
     if (wait <= 0) return -1;
     const int taken = SendSome(bytes, static_cast<int>(wait));
     if (taken != 0) return taken;
-    if (!late && IsToEnd()) return -1;
+    if ((!late && host_->timedout()) || in_a_hurry) return -1;
+    in_a_hurry = hurried();
   }
 }
 

@@ -64,7 +64,7 @@ class ResponseOutput : public Output {
   // that is something. Returns how many were taken; 0 when the wait was over or a signal came; -1
   // when nobody reads on.
   [[nodiscard]] virtual int SendSome(std::string_view bytes, int wait_ms) = 0;
-  // Whether a page that waits for its reader is to end, whatever its own time.
+  // Whether a page whose reader takes nothing is to end, whatever its own time.
   [[nodiscard]] virtual bool hurried() const { return false; }
 
   int DoWrite(const char* text, int length) final {
@@ -79,7 +79,6 @@ class ResponseOutput : public Output {
   static constexpr int kRoom = 512;  // more than the head of a page that asks for nothing
 
   [[nodiscard]] int SendWhenRead(std::string_view bytes);
-  [[nodiscard]] bool IsToEnd() const { return host_->timedout() || hurried(); }
 
   Vexa* host_ = nullptr;
   ResponseGate* gate_ = nullptr;

@@ -222,6 +222,14 @@ def _():
                 if site.worker.process.poll() is None and reader.fileno() >= 0:
                     expect("the next page", site.text("index.vx"), "x")
         expect("status", site.worker.process.wait(30), 0)
+    with Asked(config="globaltimeout=0") as site, site.worker.connect() as sender:
+        form = {"REQUEST_METHOD": "POST", "CONTENT_TYPE": "application/x-www-form-urlencoded", "CONTENT_LENGTH": "9"}
+        child = site.worker.children()[0]
+        site.write("index.vx", "x")
+        sender.sendall(fastcgi.request({**ENVIRONMENT, **form, "PATH_INFO": "/index.vx"}, b"a=1")[:-8])
+        wait_until_stuck(child)
+        os.kill(child, signal.SIGTERM)
+        expect_in("page", fastcgi.answer(sender)[0], b"Application timed out")
 
 
 # All that is visible to a page: its variables, the language, the clock's zone, what is open and locked.
