@@ -25,7 +25,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libmicrohttpd12, libfcgi0ldbl, tzdata")
-# Loaded when a page first needs them: calls, mail, archives of packages.
+# Loaded when a page first needs them: calls, mail, archives of packages, SQL databases.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-  "libcurl4, libgmime-3.0-0, libarchive13, ca-certificates")
+  "libcurl4, libgmime-3.0-0, libarchive13, libsqlite3-0, libpq5, ca-certificates")
 include(CPack)

@@ -6,14 +6,16 @@ import contextlib
 import itertools
 import os
 import random
+import shutil
 import socket
 import subprocess
 import sys
 import time
 import urllib.parse
 
-from harness import PostgresServer, ProgramSite, Suite, expect, expect_in, page_of, until
-from sqlite3_test import random_script
+from harness import (PostgresServer, ProgramSite, Suite, expect, expect_in, make_certificates, page_of,
+                     until)
+from sqlite3_test import CROWD, random_script
 
 suite = Suite("postgresql")
 
@@ -156,6 +158,35 @@ def texts(server):
     expect("session", shown.split(), ["1/vexa/", "1/UTF8/", "1/UTC/", "1/\u00c3\u00a42020-01-02/"])
 
 
+@suite.case("encryption is what the text says, and a missing library is told")
+def encryption(server):
+    make_certificates(server.directory)
+    for name in ("good", "ca"):
+        for path in server.directory.glob(f"{name}.*"):
+            path.chmod(0o600 if path.suffix == ".key" else 0o644)
+            if server.user:
+                shutil.chown(path, "postgres", "postgres")
+    for name, value in (("ssl", "on"), ("ssl_cert_file", "good.pem"), ("ssl_key_file", "good.key")):
+        server.sql(f"ALTER SYSTEM SET {name} = '{'' if name == 'ssl' else f'{server.directory}/'}{value}'")
+    server.stop()
+    server.start()
+    tcp = f"host=127.0.0.1 port={server.port} user=web password=geheim dbname=shop"
+    asked = query("SELECT ssl FROM pg_stat_ssl WHERE pid = pg_backend_pid()") + "&[VxQUERY_Value]"
+    for mode, authority, expected in (("disable", "ca", "0"), ("prefer", "", "1"), ("verify-full", "ca", "1"),
+                                      ("verify-full", "other", "certificate verify failed"),
+                                      ("verify-full", "", "certificate verify failed"),
+                                      ("verify-ca", "", "root certificate file")):
+        shown = page(f'<VxOPEN NAME="t" TYPE="postgresql" DATABASE="{tcp} sslmode={mode}">&[VxOPEN_Error]{asked}',
+                     f"cafile={server.directory}/{authority}.pem" if authority else "")
+        (expect if len(expected) == 1 else expect_in)(f"{mode} {authority}", shown, expected)
+    server.sql("ALTER SYSTEM RESET ALL")
+    (server.directory / "libpq.so.5").write_bytes(b"none")
+    with ProgramSite(suite.build) as site:
+        site.write("index.vx", QUIET + opened(server) + "&[VxOPEN_Error]")
+        shown = page_of(site.start(LD_LIBRARY_PATH=str(server.directory)))
+    expect("library", shown.strip(), "Databases of type 'postgresql' need libpq.so.5, which is not installed")
+
+
 HARM = ["'", "\\", "\\'", "'; DROP TABLE harmed; --", ":x", "$1", "%", "$$", "E'\\''", '"', "/*", "?", "\u00e9\u4e2d",
         "x" * 9000]
 NAMES = ["t'", 't"', 't"; DROP TABLE harmed; --', "a.b", 'q"."u', ":x $1", "\u00e9"]
@@ -232,6 +263,20 @@ def same_pages(server):
         server.sql(f"DROP TABLE random{number}")
         for line, (table_line, sql_line) in enumerate(itertools.zip_longest(*pages)):
             expect(f"seed {seed}, line {line}, {script.splitlines()[line]}", sql_line, table_line)
+
+
+@suite.case("a crowd that adds, updates and pages loses nothing and sees no error")
+def crowd(server):
+    server.sql("CREATE TABLE t(id serial PRIMARY KEY, who text UNIQUE, v int); INSERT INTO t(who, v) VALUES('', 0);"
+               "ALTER TABLE t OWNER TO web")
+    with ProgramSite(suite.build, "globaltimeout=120") as site:
+        site.write("index.vx", CROWD.replace("sqlite3", "postgresql").replace("c.db", server.place))
+        end, rounds = time.monotonic() + float(os.environ.get("VEXA_CROWD_SECONDS", "2")), 0
+        while rounds == 0 or time.monotonic() < end:
+            for process in [site.start(query=f"me={rounds}x{i}&u={i % 2}&i=0&last=0") for i in range(16)]:
+                expect("page", page_of(process).strip(), "done")
+            rounds += 1
+    expect("rows and updates", server.sql("SELECT count(*), max(v) FROM t"), [f"{rounds * 192 + 1}|{rounds * 192}"])
 
 
 @suite.case("results are kept by the server, as they were, and take no memory of ours")

@@ -45,6 +45,15 @@ TEST_F(ConfigurationTest, EverySettingOfASectionIsThatHostsAlone) {
   EXPECT_GT(count, 40u);
 }
 
+TEST_F(ConfigurationTest, WhatPagesNeedNotSayOfServersIsForSitesOfOneOwner) {
+  FakeReceiver receiver(files, "host");
+  for (const auto mode : {ServerSafeMode::Off, ServerSafeMode::On}) {
+    UNIXConfig config(receiver, mode, "/");
+    EXPECT_EQ(0, config.SetConfigValue("PostgreSQL", "password=x"));
+    EXPECT_EQ(mode == ServerSafeMode::On, config.settings().postgresql.empty());
+  }
+}
+
 }  // namespace
 
 }  // namespace vexa

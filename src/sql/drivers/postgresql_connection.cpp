@@ -56,6 +56,20 @@ bool ChangesRows(std::string_view tag) {
                              [tag](std::string_view one) { return tag.starts_with(one); });
 }
 
+// Tells the server how many seconds the page has left; empty for a page without a limit. Limits
+// that others set stay when they are shorter. Ours are known by their 7 milliseconds, since a
+// rollback may bring back any former one.
+String LimitText(int64_t remaining) {
+  if (remaining < 0) return {};
+  const String seconds = PrintInteger(remaining + 1);
+  return String::Concat(
+      {"SELECT set_config(n,CASE WHEN current_setting(n) NOT LIKE '%007ms' AND "
+       "current_setting(n)::interval BETWEEN '1ms' AND '",
+       seconds, "s' THEN current_setting(n) ELSE '", seconds,
+       "007ms' END,false) FROM (VALUES('statement_timeout'),"
+       "('idle_in_transaction_session_timeout')) AS t(n)"});
+}
+
 void IgnoreNotice(void*, const PGresult*) {}
 
 }  // namespace
@@ -181,7 +195,10 @@ bool PostgresqlConnection::PrepareSession(SqlFault& fault) {
         ";SELECT set_config('client_connection_check_interval','1s',false)"
         " WHERE version() LIKE '%linux%'");
   }
-  return RunOwn(statements, fault) && LimitTime(fault);
+  statements.cat(";");
+  limit_ = host_.timeremaining();
+  statements.cat(LimitText(limit_));
+  return RunOwn(statements, fault);
 }
 
 // What a page set differently, and would not be read as it is meant.
@@ -193,8 +210,6 @@ bool PostgresqlConnection::RestoreSession(SqlFault& fault) {
   return is_ours || transaction() == PQTRANS_INERROR || RunOwn(kForms, fault);
 }
 
-// Limits that others set stay when they are shorter. Ours are known by their 7 milliseconds, since
-// a rollback may bring back any former one.
 bool PostgresqlConnection::LimitTime(SqlFault& fault) {
   const PGTransactionStatusType where = transaction();
   if (limit_may_revert_ && where == PQTRANS_IDLE) {
@@ -203,16 +218,9 @@ bool PostgresqlConnection::LimitTime(SqlFault& fault) {
   }
   const int64_t remaining = host_.timeremaining();
   if (remaining < 0 || remaining == limit_ || where == PQTRANS_INERROR) return true;
-  const String seconds = PrintInteger(remaining + 1);
   limit_ = remaining;
   limit_may_revert_ = where == PQTRANS_INTRANS;
-  return RunOwn(
-      String::Concat({"SELECT set_config(n,CASE WHEN current_setting(n) NOT LIKE '%007ms' AND "
-                      "current_setting(n)::interval BETWEEN '1ms' AND '",
-                      seconds, "s' THEN current_setting(n) ELSE '", seconds,
-                      "007ms' END,false) FROM (VALUES('statement_timeout'),"
-                      "('idle_in_transaction_session_timeout')) AS t(n)"}),
-      fault);
+  return RunOwn(LimitText(remaining), fault);
 }
 
 bool PostgresqlConnection::RunOwn(const String& statements, SqlFault& fault) {
