@@ -106,7 +106,15 @@ class ScriptChecker final : public TagReader {
 
   AttributeEnd GetValue(Tag& tag, const String& name, ScriptValue& value) override {
     const size_t known = constants_.size();
+    const SourcePlace start = CurrentPlace();
     const AttributeEnd end = TagReader::GetValue(tag, name, value);
+    const AttributeRow* const row = row_->FindAttribute(name);
+    const bool is_statement = row != nullptr && row->reading == Reading::Statement;
+    if (end != AttributeEnd::Failed && is_statement &&
+        (!constant_ || RawSince(start).contains("&["))) {
+      Warn(line(), String::Concat({"a value that is written into ", row->name,
+                                   " can change the statement: write :name in its place"}));
+    }
     if (end != AttributeEnd::Failed && constant_) settings_.push_back({name, constants_[known]});
     return end;
   }
@@ -151,17 +159,23 @@ class ScriptChecker final : public TagReader {
                                  "&gt; ends elsewhere: it knows only double quotes"}));
   }
 
-  // Looks at the references in the tag just read, and takes note of what it sets for those behind.
-  void CheckReferences() {
+  // What is written between `start` and here, as it stands.
+  String RawSince(const SourcePlace& start) {
     const SourcePlace end = CurrentPlace();
-    GoTo(start_);
+    GoTo(start);
     String raw;
     while (CurrentPlace().position < end.position) {
       const int c = source().GetNextChar();
       if (c < 0) break;
       raw.Accumulate(static_cast<char>(c));
     }
-    references_.AddTag(raw, start_.line, constants_);
+    GoTo(end);
+    return raw;
+  }
+
+  // Looks at the references in the tag just read, and takes note of what it sets for those behind.
+  void CheckReferences() {
+    references_.AddTag(RawSince(start_), start_.line, constants_);
     for (const auto& [name, value] : settings_) {
       const AttributeRow* const row = row_->FindAttribute(name);
       if (row == nullptr) continue;

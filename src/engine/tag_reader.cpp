@@ -44,6 +44,7 @@ class Recorder final : public CharacterSource {
 ValueForm FormOf(Reading reading) {
   switch (reading) {
     case Reading::Value:
+    case Reading::Statement:
     case Reading::Raw:
       return ValueForm::Attribute;
     case Reading::KeptFilter:
@@ -131,6 +132,7 @@ AttributeEnd TagReader::ReadValue(WrittenValue& written) {
       end = ReadKept(form, written);
       break;
     case Reading::Value:
+    case Reading::Statement:
     case Reading::Expression:
     case Reading::Deferred:
       end = written.expression.Read(*this, form, *this);

@@ -39,6 +39,7 @@ enum class Presence : uint8_t {
 // How the value of an attribute is read.
 enum class Reading : uint8_t {
   Value,           // evaluated where it stands
+  Statement,       // the same; values must not be written into it, whatever is done to them
   Expression,      // the same; a lone double-quoted constant is the expression between the quotes
   KeptExpression,  // read like an expression, but its text goes to the handler
   KeptFilter,      // the same, and may be blank

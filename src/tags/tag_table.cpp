@@ -129,8 +129,9 @@ constexpr AttributeRow kCreate[] = {{"NAME", kRequired},
                                     {"DATABASE", kRequired},
                                     {"FIELDS", kRequired}};
 constexpr AttributeRow kReveal[] = {{"NAME"}, {"VIEW"}, {"DATABASE", kRequired}};
-constexpr AttributeRow kOpenView[] = {{"NAME"}, {"VIEW", kRequired}, {"QUERY"}};
-constexpr AttributeRow kQuery[] = {{"NAME"}, {"QUERY", kRequired}};
+constexpr AttributeRow kOpenView[] = {
+    {"NAME"}, {"VIEW", kRequired}, {"QUERY", kOptional, "", Reading::Statement}};
+constexpr AttributeRow kQuery[] = {{"NAME"}, {"QUERY", kRequired, "", Reading::Statement}};
 constexpr AttributeRow kFilter[] = {
     {"NAME"}, {"VIEW"}, {"FILTER", kOptional, "", Reading::KeptFilter}};
 constexpr AttributeRow kOldSwitches[] = {{"TAGDETECT"}, {"MACRO"}};

@@ -5,6 +5,7 @@ with what another program makes of the same file; files and texts meant to do ha
 import os
 import random
 import sqlite3
+import subprocess
 import sys
 import time
 
@@ -149,6 +150,17 @@ def crowd():
                    (rounds * 192 + 1, rounds * 192))
             expect("check", base.execute("PRAGMA integrity_check").fetchone(), ("ok",))
             base.close()
+
+
+@suite.case("the check of pages warns of values written into statements")
+def check():
+    with ProgramSite(suite.build) as site:
+        site.write("q.vx", """<VxQUERY QUERY="SELECT :a"><VxOPENVIEW VIEW="v" QUERY="SELECT '&[a:entities]'">
+<VxQUERY QUERY=a><VxOPENVIEW VIEW="&[v:entities]" QUERY='SELECT 1'>
+<VxQUERY QUERY="SELECT " $ a $ "b"><VxQUERY NAME=t QUERY="SELECT '$'">""")
+        done = subprocess.run([site.program, "--check", site.site / "q.vx"], capture_output=True, text=True)
+        lines = [line.split(": ")[1] for line in done.stdout.splitlines() if "write :name in its place" in line]
+        expect("lines with warnings", (done.returncode, lines), (0, ["Line 1", "Line 2", "Line 3"]))
 
 
 @suite.case("waiting and working end by the deadline, and what a killed page began is gone")
