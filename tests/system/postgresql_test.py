@@ -218,6 +218,9 @@ def injection(server):
         shown = page(opened(server, name.replace('"', "&quot;"), indexes=name.replace('"', "&quot;") + " i")
                      + '<VxFIND NAME="t" VALUE="k">' + "&[t.d.EOF]")
         expect(name, shown, "1")
+    server.sql(f'CREATE TABLE {"n" * 63}(id int PRIMARY KEY)')
+    expect("a name that is too long", page(opened(server, "n" * 64) + "&[VxOPEN_Error]"),
+           f"Table '{'n' * 64}' does not exist")
     expect("tables", len(server.sql("SELECT 1 FROM harmed")), 2 * len(HARM))
 
 

@@ -13,7 +13,8 @@ namespace vexa {
 
 namespace {
 
-// The table or view that one of two names means, quoted, and whether rules or triggers change its
+// The table or view that one of two names means (the server takes one that is too long for its
+// beginning), quoted, and whether rules or triggers change its
 // rows after a statement has told what they are.
 constexpr std::string_view kTable = R"(
 SELECT pg_catalog.format('%I.%I', n.nspname, c.relname), c.relkind IN ('r','p','f') AND (
@@ -21,6 +22,7 @@ SELECT pg_catalog.format('%I.%I', n.nspname, c.relname), c.relkind IN ('r','p','
     WHERE g.tgrelid = c.oid AND NOT g.tgisinternal AND g.tgtype::int & 66 = 0))
 FROM pg_catalog.pg_class c JOIN pg_catalog.pg_namespace n ON n.oid = c.relnamespace
 WHERE c.oid = COALESCE(pg_catalog.to_regclass($1), pg_catalog.to_regclass($2))
+  AND c.relname::text IN ($3, $4)
   AND c.relkind IN ('r','p','f','v','m'))";
 
 // Its columns: name; the type as statements write it, with a collation of the column's own; number
@@ -81,14 +83,19 @@ bool IsTrue(const SqlValue& value) { return value.integer != 0; }
 bool PostgresqlDriver::DescribeTable(const String& name, SqlTable& table, bool& found,
                                      SqlFault& fault) {
   // A name with a point means the table that is called so, else one of that schema.
-  const String whole = Quoted(name);
   const size_t point = name.view().find('.');
-  const String split = point == std::string_view::npos
-                           ? whole
-                           : String::Concat({Quoted(name.view().substr(0, point)), ".",
-                                             Quoted(name.view().substr(point + 1))});
+  const String last = name.view().substr(point + 1);
+  String split = Quoted(last);
+  if (point != std::string_view::npos) {
+    split = String::Concat({Quoted(name.view().substr(0, point)), ".", split});
+  }
   std::vector<SqlRow> rows;
-  if (!Ask(kTable, {SqlValue::Text(whole), SqlValue::Text(split)}, rows, fault)) return false;
+  if (!Ask(kTable,
+           {SqlValue::Text(Quoted(name)), SqlValue::Text(split), SqlValue::Text(name),
+            SqlValue::Text(last)},
+           rows, fault)) {
+    return false;
+  }
   found = !rows.empty();
   if (!found) return true;
   table = {};
@@ -111,8 +118,8 @@ bool PostgresqlDriver::DescribeColumns(SqlTable& table, SqlFault& fault) {
     if (IsTrue(row[4])) column.kind = SqlKind::Text;
     column.has_default = IsTrue(row[5]);
     column.computed = IsTrue(row[6]);
-    if (row[7].integer >= 0)
-      key.emplace_back(row[7].integer, static_cast<int>(table.columns.size()));
+    const int64_t place = row[7].integer;
+    if (place >= 0) key.emplace_back(place, static_cast<int>(table.columns.size()));
     table.columns.push_back(std::move(column));
   }
   std::ranges::sort(key);
