@@ -4,12 +4,14 @@ with what another program makes of the same file; files and texts meant to do ha
 
 import os
 import random
+import re
+import shutil
 import sqlite3
 import subprocess
 import sys
 import time
 
-from harness import ProgramSite, Suite, expect, expect_in, page_of, until, wait_until_stuck
+from harness import ROOT, ProgramSite, Suite, WebServer, expect, expect_in, page_of, until, wait_until_stuck
 
 suite = Suite("sqlite3")
 
@@ -161,6 +163,54 @@ def check():
         done = subprocess.run([site.program, "--check", site.site / "q.vx"], capture_output=True, text=True)
         lines = [line.split(": ")[1] for line in done.stdout.splitlines() if "write :name in its place" in line]
         expect("lines with warnings", (done.returncode, lines), (0, ["Line 1", "Line 2", "Line 3"]))
+
+
+@suite.case("the shop is the same on an SQL file as on table files")
+def shop():
+    shown = {}
+    for kind, places in (("xbase3", None), ("sqlite3", "shop/shop.db")):
+        with WebServer(suite.build, "sitekey={DIR}/sitekey\nsendstatus=on") as server:
+            shutil.copytree(ROOT / "examples/site", server.site, dirs_exist_ok=True)
+            opening = server.site / "shop/parts/open.vx"
+            if places:
+                opening.write_text(opening.read_text().replace("kind='xbase3'", f"kind='{kind}'").replace(
+                    "shop/products.dbf", f"{places}#products").replace("shop/orders.dbf", f"{places}#orders"))
+            jar = ["--cookie", server.directory / "jar", "--cookie-jar", server.directory / "jar"]
+
+            def page(path, *arguments):
+                status, _, body = server.curl(path, *jar, *arguments)
+                fields.update(re.findall(r'name="(\w+)" value="([^"]*)"', body))
+                pages.append((path, status, re.sub(r'value="[\w.-]{20,}"|\d{4}-\d\d-\d\d \d\d:\d\d', "", body)))
+
+            def send(path, **values):
+                given = {**{name: fields[name] for name in ("token", "id", "order") if name in fields}, **values}
+                page(path, *[part for name, value in given.items() for part in ("--data-urlencode", f"{name}={value}")])
+
+            pages, fields = shown.setdefault(kind, []), {}
+            for sort in ("name", "price", "dear"):
+                for number in (1, 2, 3):
+                    page(f"/shop/?sort={sort}&page={number}")
+            page("/shop/?q=LAMP")
+            page("/shop/product.vx?id=3")
+            for quantity in ("1", "998", "2"):
+                send("/shop/product.vx", quantity=quantity, customer="Zo\xe9 <i>", address="1\n2' \"")
+                page("/shop/ordered.vx")
+                fields.clear()
+                page("/shop/product.vx?id=3")
+            page("/shop/admin/login.vx")
+            send("/shop/admin/login.vx", code=(server.data / "shop/code").read_text(), password="secret pass")
+            page("/shop/admin/orders.vx")
+            page("/shop/admin/edit.vx")
+            send("/shop/admin/edit.vx", id="", name="A'B", category="x", price="1.239", stock="4", about="new")
+            page("/shop/admin/")
+            page("/shop/admin/delete.vx?id=3")
+            send("/shop/admin/delete.vx")
+            page("/shop/")
+    for ours, theirs in zip(shown["sqlite3"], shown["xbase3"], strict=True):
+        expect("page", ours, theirs)
+    texts = "".join(body for _, _, body in shown["sqlite3"])
+    for part in ("will be sent to", "Only ", "A'B", "has been deleted"):
+        expect_in("what was walked through", texts, part)
 
 
 @suite.case("waiting and working end by the deadline, and what a killed page began is gone")
