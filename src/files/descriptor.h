@@ -9,8 +9,8 @@
 
 #include <cerrno>
 
+#include "core/linkless_open.h"
 #include "core/string.h"
-#include "files/linkless_open.h"
 
 namespace vexa {
 

@@ -15,8 +15,8 @@
 
 #include <string_view>
 
+#include "core/linkless_open.h"
 #include "core/string.h"
-#include "files/linkless_open.h"
 
 namespace vexa {
 

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "files/linkless_open.h"
+#include "core/linkless_open.h"
 
 namespace vexa {
 

@@ -21,8 +21,8 @@
 #include <memory>
 
 #include "core/file.h"
+#include "core/linkless_open.h"
 #include "core/string.h"
-#include "files/linkless_open.h"
 #include "vexa.h"
 
 namespace vexa {

@@ -23,11 +23,11 @@
 #include <vector>
 
 #include "core/late_function.h"
+#include "core/linkless_open.h"
 #include "core/number.h"
 #include "files/descriptor.h"
 #include "files/file_paths.h"
 #include "files/held_name.h"
-#include "files/linkless_open.h"
 #include "files/unix_file.h"
 #include "files/unix_file_manager.h"
 

@@ -3,16 +3,14 @@
 #include "sql/drivers/sqlite3_safety.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
 
-#include "core/late_function.h"
+#include "core/linkless_open.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -24,15 +22,8 @@ namespace {
 // Opens what `path` names when no part of it is a link: what the sandbox found good is then what is
 // opened, whatever somebody put in its place meanwhile.
 int OpenWithoutLinks(const char* path, int flags, int mode) {
-  open_how how = {};
-  how.flags = static_cast<uint64_t>(flags | O_NONBLOCK | O_CLOEXEC);
-  if ((flags & O_CREAT) != 0) how.mode = static_cast<uint64_t>(mode);
-  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-  auto* const call = LateFunction<"syscall", decltype(::syscall)>();
-  auto descriptor = static_cast<int>(call(SYS_openat2, AT_FDCWD, path, &how, sizeof how));
-  if (descriptor < 0 && errno == ENOSYS) {
-    descriptor = ::open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
-  }
+  const int descriptor =
+      OpenPath(path, flags | O_NONBLOCK, static_cast<mode_t>(mode), LinkRule::Refuse);
   struct stat status;
   if (descriptor < 0 || ::fstat(descriptor, &status) != 0) return descriptor;
   if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode)) return descriptor;

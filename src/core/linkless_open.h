@@ -2,8 +2,8 @@
 // put a link in the place of a file or directory at any moment, also between the check of a name
 // and its use; so the system itself must refuse links while it walks down the path.
 
-#ifndef VEXA_FILES_LINKLESS_OPEN_H_
-#define VEXA_FILES_LINKLESS_OPEN_H_
+#ifndef VEXA_CORE_LINKLESS_OPEN_H_
+#define VEXA_CORE_LINKLESS_OPEN_H_
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -24,4 +24,4 @@ enum class LinkRule { Follow, Refuse };
 
 }  // namespace vexa
 
-#endif  // VEXA_FILES_LINKLESS_OPEN_H_
+#endif  // VEXA_CORE_LINKLESS_OPEN_H_

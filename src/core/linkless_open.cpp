@@ -1,7 +1,7 @@
 // Opening without links, by one call where the system has it and step by step elsewhere; see
 // linkless_open.h.
 
-#include "files/linkless_open.h"
+#include "core/linkless_open.h"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -15,11 +15,16 @@
 #include <string_view>
 
 #include "core/late_function.h"
-#include "files/descriptor.h"
 
 namespace vexa {
 
 namespace {
+
+void CloseQuietly(int descriptor) {
+  const int reason = errno;
+  ::close(descriptor);
+  errno = reason;
+}
 
 // O_NOFOLLOW and O_PATH together open a link.
 int RefuseLink(int descriptor, int flags) {
