@@ -173,6 +173,8 @@ def shop():
             shutil.copytree(ROOT / "examples/site", server.site, dirs_exist_ok=True)
             opening = server.site / "shop/parts/open.vx"
             if places:
+                (server.data / "shop").mkdir()  # What a set-up left that somebody interrupted.
+                sqlite3.connect(server.data / places).executescript("CREATE TABLE products(x)")
                 opening.write_text(opening.read_text().replace("kind='xbase3'", f"kind='{kind}'").replace(
                     "shop/products.dbf", f"{places}#products").replace("shop/orders.dbf", f"{places}#orders"))
             jar = ["--cookie", server.directory / "jar", "--cookie-jar", server.directory / "jar"]
