@@ -12,6 +12,8 @@
 #include <fastcgi.h>
 #include <fcgiapp.h>
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,6 +28,7 @@
 #include "cgi/fcgi_vexa.h"
 #include "cgi/run_request.h"
 #include "core/symbol.h"
+#include "core/waiting.h"
 
 namespace vexa {
 
@@ -36,6 +39,7 @@ constexpr char kUnset[] = "\n";       // no zone's name
 
 volatile std::sig_atomic_t ending = 0;
 volatile std::sig_atomic_t hurried = 0;
+const FCGX_Request* volatile awaited = nullptr;  // whose head is being read, or will be
 int listening_socket = -1;
 int no_socket = -1;
 
@@ -47,6 +51,11 @@ void EndAfterThis(int signal) {
   ending = 1;
   if (signal != SIGHUP) hurried = 1;
   dup2(no_socket, listening_socket);
+  // The head of a request that goes on coming is read; from here on none that has stopped.
+  if (const FCGX_Request* const records = awaited; records != nullptr && records->ipcFd >= 0) {
+    const timeval wait{0, kLongestWait * 1000};
+    setsockopt(records->ipcFd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+  }
   errno = error;
 }
 
@@ -152,7 +161,10 @@ int ServeRequests(const WorkerSettings& settings, int listening) {
   const char* const first_end = static_cast<const char*>(sbrk(0));
   for (int served = 0;
        served < settings.requests && ending == 0 && !process.spent() && !process.is_to_end();) {
-    if (const int failed = FCGX_Accept_r(&records); failed != 0) {
+    awaited = &records;
+    const int failed = FCGX_Accept_r(&records);
+    awaited = nullptr;
+    if (failed != 0) {
       // Nobody came for a while, or who came has gone.
       if (failed == -EAGAIN || failed == -EINTR || failed == -ECONNABORTED) continue;
       return ending != 0 ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -230,6 +230,12 @@ def _():
         wait_until_stuck(child)
         os.kill(child, signal.SIGTERM)
         expect_in("page", fastcgi.answer(sender)[0], b"Application timed out")
+        until(lambda: child not in site.worker.children() and site.worker.children(), "no child takes the place")
+        with site.worker.connect() as other:
+            other.sendall(fastcgi.request(ENVIRONMENT)[:20])
+            wait_until_stuck(site.worker.children()[0])
+            site.worker.process.send_signal(signal.SIGTERM)
+            expect("with half a head", site.worker.process.wait(30), 0)
 
 
 # All that is visible to a page: its variables, the language, the clock's zone, what is open and locked.
