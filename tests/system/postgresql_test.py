@@ -15,7 +15,7 @@ import urllib.parse
 
 from harness import (PostgresServer, ProgramSite, Suite, expect, expect_in, make_certificates, page_of,
                      until)
-from sqlite3_test import CROWD, random_script
+from sqlite3_test import CROWD, compare_shops, random_script, walk_shop
 
 suite = Suite("postgresql")
 
@@ -266,6 +266,33 @@ def same_pages(server):
         server.sql(f"DROP TABLE random{number}")
         for line, (table_line, sql_line) in enumerate(itertools.zip_longest(*pages)):
             expect(f"seed {seed}, line {line}, {script.splitlines()[line]}", sql_line, table_line)
+
+
+@suite.case("ten thousand rows are the same pages in two orders on every type")
+def many_pages(server):
+    fill = """<VxWHILE EXPR="i LT 10000"><VxLET i=i + 1><VxLET n=i * 7919 MOD 10007><VxLET
+ t.d.name='n' $ (n * 31 MOD 10007)><VxLET t.d.price=n / 100><VxADD></VxWHILE>"""
+    walk = """<VxPRIMARY NAME="t" INDEX="by_{0}.vxx"><VxGO ROW="{1}"><VxLET n=0><VxWHILE EXPR="EOF EQ 0"><VxLET
+ n=n + 1><VxIF EXPR="n MOD 1000 EQ 5">&[name] &[price] </VxIF><VxSKIP ROWS="{2}"></VxWHILE>&[n]\n"""
+    walks = "".join(walk.format(*way) for way in (("name", "top", 1), ("name", "bottom", -1), ("price", "top", 1),
+                                                  ("price", "bottom", -1)))
+    begin, commit = query("BEGIN"), query("COMMIT")
+    pages = [page(f"""<VxCREATE NAME="t" TYPE="{kind}" DATABASE="{place}" FIELDS="name CHAR(9), price NUMBER(8.2)">
+<VxMAKEINDEX INDEXFILE="by_name.vxx" EXPR="name" FLAGS="string"><VxMAKEINDEX INDEXFILE="by_price.vxx" EXPR="price">"""
+                  + (begin + fill + commit if kind != "xbase3" else fill) + walks, "globaltimeout=300")
+             for kind, place in (("xbase3", "t.dbf"), ("sqlite3", "t.db#t"), ("postgresql", server.place + "#ten"))]
+    expect("rows", pages[0].split("\n")[0].split()[-1], "10000")
+    expect("sqlite3", pages[1], pages[0])
+    expect("postgresql", pages[2], pages[0])
+
+
+@suite.case("the shop is the same as on table files, and keeps its secrets in the configuration")
+def shop(server):
+    config = f"postgresql=host={server.directory} port={server.port} user=web dbname=shop"
+    server.sql("CREATE TABLE products(x int)")  # What a set-up left that somebody interrupted.
+    server.sql("ALTER TABLE products OWNER TO web")
+    compare_shops(walk_shop(suite.build, "postgresql", "#products", "#orders", config),
+                  walk_shop(suite.build, "xbase3"))
 
 
 @suite.case("a crowd that adds, updates and pages loses nothing and sees no error")
