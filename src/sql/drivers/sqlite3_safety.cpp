@@ -81,6 +81,8 @@ constexpr Switch kSwitches[] = {
     {SQLITE_DBCONFIG_DEFENSIVE, 1},
     {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
     {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+    // A quoted name that is no column (any more) is an error, and not a text.
+    {SQLITE_DBCONFIG_DQS_DML, 0},
 };
 
 }  // namespace
