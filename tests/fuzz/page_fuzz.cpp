@@ -90,6 +90,7 @@ class World {
     Write("whole.conf", settings);
     Write("pieces.conf",
           settings + "templatebuffersize=7\nimportbuffersize=3\ncontentbuffersize=1\n");
+    Write("strict.conf", settings + "strictinput=on\n");
     Reset();
     // The table is made by the program itself.
     const std::string made = Page(
@@ -118,6 +119,11 @@ class World {
     if (whole != pieces) std::fprintf(stderr, "%s\n----\n%s\n", whole.c_str(), pieces.c_str());
     Require(whole == pieces, "a page is another one in pieces");
     Require(files == Files(), "a page in pieces leaves other files");
+    if (!asked.body.empty()) {
+      const std::string strict = Run("strict", script, asked);
+      Require(over_ || strict == whole || strict.find("The request is damaged") != strict.npos,
+              "a body that is not refused is read in another way");
+    }
     return whole;
   }
 
@@ -179,7 +185,7 @@ class World {
     }
     Require(response.text.starts_with("Content-type: ") || response.text.starts_with("Status: "),
             "an answer has no head");
-    Require(std::distance(fs::directory_iterator(root_), {}) == 5,
+    Require(std::distance(fs::directory_iterator(root_), {}) == 6,
             "a file lies outside of the site");
     const size_t head = response.text.find("\r\n\r\n");
     return response.text.substr(std::min(head, response.text.size()));

@@ -2,6 +2,8 @@
 //   expression  an expression
 //   part        the header lines of a part of a form
 //   cookie      what a browser sends; its first two lines also as a cookie that a page sets
+//   headers     Range, If-Range, If-None-Match and If-Modified-Since, a line each; and the first of
+//               them as an address to go to, and as a name to save under
 //   flat        the delimiter up to the first line feed, then a flat file
 
 #include <algorithm>
@@ -19,6 +21,8 @@
 #include "fuzz_target.h"
 #include "memory_files.h"
 #include "request/cookie.h"
+#include "request/file_conditions.h"
+#include "request/header_text.h"
 #include "request/part_header.h"
 
 namespace vexa {
@@ -87,6 +91,36 @@ void UseCookie(std::string_view input) {
           "a cookie does not come back");
 }
 
+// Whether a browser could leave the site with this address.
+bool MayLeave(std::string_view address) {
+  std::string read;
+  for (const char c : address) {
+    if (c != '\t' && c != '\r' && c != '\n' && (!read.empty() || c < '\0' || c > ' ')) {
+      read += c == '\\' ? '/' : c;
+    }
+  }
+  return read.starts_with("//") || read.find(':') < read.find_first_of("/?#");
+}
+
+void UseHeaders(std::string_view input) {
+  const std::string_view range = TakeLine(input), if_range = TakeLine(input);
+  const std::string_view tags = TakeLine(input), since = TakeLine(input);
+  for (const int64_t size : {0, 1, 1000}) {
+    const FilePart part =
+        ChooseFilePart({range, if_range, tags, since},
+                       {"\"a\"", "Sun, 06 Nov 1994 08:49:37 GMT", 784111777}, size);
+    const bool all = part.status == 200 && part.first == 0 && part.length == size;
+    const bool some = part.status == 206 && part.first >= 0 && part.length > 0 &&
+                      part.length <= size - part.first;
+    Require(all || some || part.status == 304 || part.status == 416, "a part is not in the file");
+  }
+  if (IsLocalAddress(range)) {
+    Require(!MayLeave(range), "an address leads to another site");
+    Require(!EndsLine(AddressAsSent(range)), "an address ends its line");
+  }
+  Require(!EndsLine(AttachmentDisposition(range)), "a name ends its line");
+}
+
 using Records = std::vector<std::vector<std::string>>;
 
 Records ReadAll(FakeHost& host, std::string_view delimiter, int block, size_t fields) {
@@ -134,6 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   return vexa::UseTarget({{"expression", vexa::UseExpression},
                           {"part", vexa::UsePart},
                           {"cookie", vexa::UseCookie},
+                          {"headers", vexa::UseHeaders},
                           {"flat", vexa::UseFlat}},
                          data, size);
 }
