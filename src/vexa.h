@@ -185,8 +185,8 @@ class Vexa {
   // whatever became of the variables. Valid until the host is asked again.
   [[nodiscard]] virtual std::span<const SentField> sentfields(std::string_view name) = 0;
   // The body of a request that is no form, as far as it arrives in time; read when it is first
-  // asked for. Empty for a form.
-  [[nodiscard]] virtual const String& body() = 0;
+  // asked for. Empty for a form. Null when it ended early and input is strict.
+  [[nodiscard]] virtual const String* body() = 0;
 
   // --- The visitor ---
   // Made when it is first asked for.

@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -140,10 +141,15 @@ bool HasGrown(const char* first_end) {
 // Runs a request to its end.
 void Serve(Process& process, FCGX_Request& records) {
   if (records.role != FCGI_RESPONDER) return FCGX_Finish_r(&records);
-  {
+  try {
     RequestEnvironment environment(records.envp);
     FCGIVexa host(process, records, hurried, environment.sent());
     (void)RunRequest(host);
+  } catch (const std::bad_alloc&) {
+    // There was none to begin with.
+    process.Spend();
+    FCGX_PutS("Content-type: text/html\r\n\r\nFatal Error: Out of memory\r\n", records.out);
+    return FCGX_Finish_r(&records);
   }
   CloseConnection(records, ending);
 }

@@ -39,12 +39,13 @@ struct Key {
 
 // Limits are settings of the same name.
 constexpr Key kKeys[] = {
-    {"access", KeyKind::Access},          {"datadir", KeyKind::Place},
-    {"sitekey", KeyKind::Place},          {"globaltimeout", KeyKind::Limit},
-    {"mailtimeout", KeyKind::Limit},      {"calltimeout", KeyKind::Limit},
-    {"maxcpu", KeyKind::Limit},           {"maxdata", KeyKind::Limit},
-    {"maxstack", KeyKind::Limit},         {"maxfiles", KeyKind::Limit},
-    {"maxfunctiondepth", KeyKind::Limit}, {"nice", KeyKind::Limit},
+    {"access", KeyKind::Access},     {"datadir", KeyKind::Place},
+    {"sitekey", KeyKind::Place},     {"globaltimeout", KeyKind::Limit},
+    {"mailtimeout", KeyKind::Limit}, {"calltimeout", KeyKind::Limit},
+    {"maxcpu", KeyKind::Limit},      {"maxdata", KeyKind::Limit},
+    {"maxstack", KeyKind::Limit},    {"maxmemory", KeyKind::Limit},
+    {"maxfiles", KeyKind::Limit},    {"maxfunctiondepth", KeyKind::Limit},
+    {"nice", KeyKind::Limit},
 };
 
 const Key* FindKey(std::string_view name) {

@@ -32,15 +32,19 @@ struct SettingName {
   using Key = RowName<20>;
 
   consteval SettingName(Key name, String Settings::*field)
-      : key(name), type(SettingType::Text), text(field), number(nullptr) {}
+      : key(name), type(SettingType::Text), text(field) {}
   consteval SettingName(Key name, int Settings::*field,
                         SettingType value_type = SettingType::Integer)
-      : key(name), type(value_type), text(nullptr), number(field) {}
+      : key(name), type(value_type), number(field) {}
+  consteval SettingName(Key name, int64_t Settings::*field)
+      : key(name), type(SettingType::Integer), large(field) {}
 
   Key key;
   SettingType type;
-  String Settings::*text;  // the field of a Text setting
-  int Settings::*number;   // the field of any other
+  // The one of them that is set is the field.
+  String Settings::*text = nullptr;    // of a Text setting
+  int Settings::*number = nullptr;     // of any other
+  int64_t Settings::*large = nullptr;  // of an Integer setting with 64 bits
 };
 
 constexpr SettingName kSettingNames[] = {
@@ -96,6 +100,10 @@ constexpr SettingName kSettingNames[] = {
     {"durable", &Settings::durable},
     {"lockhostname", &Settings::lockhostname},
     {"maxbody", &Settings::maxbody},
+    {"maxupload", &Settings::maxupload},
+    {"maxfields", &Settings::maxfields},
+    {"maxmemory", &Settings::maxmemory},
+    {"strictinput", &Settings::strictinput, SettingType::Boolean},
     {"sessiontime", &Settings::sessiontime},
     {"sitekey", &Settings::sitekey},
     {"postgresql", &Settings::postgresql},
@@ -163,6 +171,8 @@ int Config::SetConfigValue(std::string_view key, const String& value) {
   if (!IsValue(setting.type, value)) return 1;
   if (setting.type == SettingType::Text) {
     settings_.*setting.text = value;
+  } else if (setting.large != nullptr) {
+    settings_.*setting.large = ReadInteger64(value);
   } else {
     settings_.*setting.number = NumberOf(setting.type, value);
   }
@@ -176,6 +186,7 @@ std::string_view Config::KeyOfSetting(size_t number) {
 String Config::ValueOfSetting(size_t number) const {
   const SettingName& setting = kSettingNames[number];
   if (setting.text != nullptr) return settings_.*setting.text;
+  if (setting.large != nullptr) return PrintInteger(settings_.*setting.large);
   const int value = settings_.*setting.number;
   PieceReader words(WordsOf(setting.type), ",");
   for (int place = 0; words.Next(); ++place) {

@@ -3,6 +3,7 @@
 #include "core/encoding.h"
 
 #include <array>
+#include <cstring>
 #include <utility>
 
 #include "core/text.h"
@@ -69,20 +70,30 @@ void EncodeAttribute(String& text) {
 
 void DecodeAttribute(String& text) {
   if (!text.contains('%') && !text.contains('+')) return;
-  std::string_view from = text;
-  String result;
-  result.Reserve(from.size());
-  for (size_t i = 0; i < from.size(); ++i) {
-    if (from[i] == '+') {
-      result.cat(' ');
-    } else if (from[i] == '%' && from.size() - i > 2) {
-      result.cat(static_cast<char>(DigitValue(from[i + 1]) * 16 + DigitValue(from[i + 2])));
+  DecodeArrived(text, 0, Arrived::Last);
+}
+
+// In place: what is decoded is never longer.
+size_t DecodeArrived(String& text, size_t from, Arrived arrived) {
+  char* const bytes = text.MutableBytes();
+  const size_t size = text.size();
+  size_t end = from;
+  size_t i = from;
+  for (; i < size; ++i) {
+    char c = bytes[i];
+    if (c == '%' && size - i > 2) {
+      c = static_cast<char>(DigitValue(bytes[i + 1]) * 16 + DigitValue(bytes[i + 2]));
       i += 2;
-    } else {
-      result.cat(from[i]);
+    } else if (c == '%' && arrived == Arrived::Piece) {
+      break;
+    } else if (c == '+') {
+      c = ' ';
     }
+    bytes[end++] = c;
   }
-  text = std::move(result);
+  std::memmove(bytes + end, bytes + i, size - i);
+  text.Truncate(end + size - i);
+  return end;
 }
 
 void EncodeEntities(String& text) {

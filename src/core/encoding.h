@@ -3,6 +3,7 @@
 #ifndef VEXA_CORE_ENCODING_H_
 #define VEXA_CORE_ENCODING_H_
 
+#include <cstddef>
 #include <string_view>
 
 #include "core/string.h"
@@ -19,6 +20,10 @@ void EncodeAttribute(String& text);
 // The reverse. A "%" always takes the two characters after it, hexadecimal digits or not; with
 // fewer than two left it is copied as it stands.
 void DecodeAttribute(String& text);
+// The same for a text that arrives in pieces: decodes what stands behind its first `from` bytes; an
+// end that the next piece may complete is left as it is. Returns how many bytes are decoded now.
+enum class Arrived { Piece, Last };
+size_t DecodeArrived(String& text, size_t from, Arrived arrived);
 // Double quote, ampersand, less-than and greater-than become entities.
 void EncodeEntities(String& text);
 // The reverse, names in any letter case. An unknown entity loses its "&" and ";"; an "&" without

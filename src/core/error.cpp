@@ -46,6 +46,11 @@ ScriptNotFoundError::ScriptNotFoundError(std::string_view text)
 FatalError::FatalError(std::string_view text, int resultcode)
     : Error(resultcode, 0, String::Concat({"Fatal Error: ", text})) {}
 
+RequestError::RequestError(Fault fault)
+    : Error(fault == Fault::TooLarge ? 413 : 400, 0,
+            fault == Fault::TooLarge ? "The request is too large" : kDamaged,
+            Audience::Everybody) {}
+
 TimeoutError::TimeoutError(std::string_view text)
     : Error(200, 0, String::Concat({text, " timed out"}), Audience::Everybody) {}
 

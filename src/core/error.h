@@ -69,6 +69,15 @@ class FatalError : public Error {
   explicit FatalError(std::string_view text, int resultcode = 500);
 };
 
+// A request that is not carried out for what it is itself.
+class RequestError : public Error {
+ public:
+  static constexpr std::string_view kDamaged = "The request is damaged";
+
+  enum class Fault { TooLarge, Damaged };
+  explicit RequestError(Fault fault);
+};
+
 class TimeoutError : public Error {
  public:
   explicit TimeoutError(std::string_view text);

@@ -5,6 +5,8 @@
 #ifndef VEXA_CORE_SETTINGS_H_
 #define VEXA_CORE_SETTINGS_H_
 
+#include <cstdint>
+
 #include "core/string.h"
 
 namespace vexa {
@@ -75,7 +77,13 @@ struct Settings {
   int lockexpiration = 90;
   int durable = 0;  // 1: changes of tables wait for the disk
   String lockhostname;
-  int maxbody = 67108864;        // bytes of a request's body; 0 or less: no limit
+  // Of a request, each without a limit when 0 or less: bytes of its body, and of one uploaded file;
+  // fields and files in query and body together.
+  int64_t maxbody = 67108864;
+  int64_t maxupload = 0;
+  int64_t maxfields = 10000;
+  int64_t maxmemory = 0;         // bytes that a page may take; 0 or less: no limit
+  int strictinput = 0;           // 1: a request that is damaged is refused
   int sessiontime = 43200;       // how long a session lives unused; 0 or less: no limit
   String postgresql;             // what connection texts of databases leave open
   String sitekey;                // the file of the key that tokens are made with

@@ -1,8 +1,9 @@
 // String and split: storage first, then parts, searches and in-place changes.
 //
 // The invariants of storage: capacity_ is a multiple of kCapacityStep above length_; it is
-// kCapacityStep exactly when the text lives inside the object; the byte at length_ is NUL. Only
-// Grow, Release, SetInside and SetLength touch them. Every operation that takes a text allows it to
+// kCapacityStep exactly when the text lives inside the object, and 0 while its storage is shared,
+// which then nobody changes; the byte at length_ is NUL. Only Grow, Release, SetInside, SetLength
+// and the operations of sharing touch them. Every operation that takes a text allows it to
 // be a part of this one, which a page makes easily: s = s $ s.
 
 #include "core/string.h"
@@ -45,15 +46,19 @@ String::String(const char* text, int length) : String(Viewed(text, length)) {}
 String::String(std::string_view text) {
   SetInside(0);
   if (text.size() >= kCapacityStep) Grow(CapacityFor(text.size()));
-  if (!text.empty()) std::memcpy(mutable_data(), text.data(), text.size());
+  if (!text.empty()) std::memcpy(own_data(), text.data(), text.size());
   SetLength(text.size());
 }
 
-// Gives a copy storage of its own, of the same capacity.
+// Gives a copy storage of its own, of the same capacity, or a share of the other's.
 void String::CopyStorage(const String& other) {
+  if (other.shared()) {
+    ++storage_.outside.share->owners;
+    return;
+  }
   SetInside(0);
   Grow(other.capacity_);
-  std::memcpy(storage_.heap, other.storage_.heap, other.length_ + 1);
+  std::memcpy(storage_.outside.heap, other.storage_.outside.heap, other.length_ + 1);
   length_ = other.length_;
 }
 
@@ -81,22 +86,23 @@ String String::Concat(std::initializer_list<std::string_view> pieces) {
 
 // Makes the capacity `capacity`, more than kCapacityStep, and keeps the text.
 void String::Grow(size_t capacity) {
+  if (shared()) Own();
   char* heap;
   if (inside()) {
     heap = static_cast<char*>(std::malloc(capacity));
     if (heap == nullptr) throw std::bad_alloc();
     std::memcpy(heap, storage_.local, length_ + 1);
   } else {
-    heap = static_cast<char*>(std::realloc(storage_.heap, capacity));
+    heap = static_cast<char*>(std::realloc(storage_.outside.heap, capacity));
     if (heap == nullptr) throw std::bad_alloc();
   }
-  storage_.heap = heap;
+  storage_.outside.heap = heap;
   capacity_ = static_cast<uint32_t>(capacity);
 }
 
 void String::SetLength(size_t length) {
   length_ = static_cast<uint32_t>(length);
-  mutable_data()[length] = '\0';
+  own_data()[length] = '\0';
 }
 
 void String::assign(const char* text, int length) { assign(Viewed(text, length)); }
@@ -126,7 +132,7 @@ void String::cat(std::string_view text) {
     Grow(CapacityFor(length));
     if (own) text = {data() + offset, text.size()};
   }
-  std::memmove(mutable_data() + length_, text.data(), text.size());
+  std::memmove(own_data() + length_, text.data(), text.size());
   SetLength(length);
 }
 
@@ -135,16 +141,57 @@ void String::prepend(std::string_view text) {
   *this = Concat({text, view()});
 }
 
-void String::clear() { SetLength(0); }
+void String::clear() {
+  if (shared()) Reset();
+  SetLength(0);
+}
 
-void String::Reserve(size_t length) {
+void String::Reserve(size_t length, size_t most) {
   if (length < capacity_) return;
-  size_t room = std::max(length, std::min(size_t{capacity_} * 2, kLongestText));
+  size_t room = std::max(length, std::min({size_t{capacity_} * 2, most, kLongestText}));
   Grow(CapacityFor(room));
 }
 
+void String::Fit() {
+  const size_t capacity = CapacityFor(length_);
+  if (capacity_ > capacity && capacity > kCapacityStep) Grow(capacity);
+}
+
+// --- Sharing ---------------------------------------------------------------------------------
+
+void String::Share() {
+  constexpr uint32_t kLeast = 1024;
+  if (capacity_ < kLeast) return;
+  auto* share = static_cast<SharedStorage*>(std::malloc(sizeof(SharedStorage)));
+  if (share == nullptr) throw std::bad_alloc();
+  *share = {1, capacity_};
+  storage_.outside.share = share;
+  capacity_ = kShared;
+}
+
+void String::LeaveShared() {
+  if (--storage_.outside.share->owners > 0) return;
+  std::free(storage_.outside.share);
+  std::free(storage_.outside.heap);
+}
+
+void String::Own() {
+  SharedStorage* const share = storage_.outside.share;
+  if (share->owners == 1) {
+    capacity_ = share->capacity;
+    std::free(share);
+    return;
+  }
+  *this = String(view());
+}
+
 void String::Truncate(size_t length) {
-  if (length < length_) SetLength(length);
+  if (length >= length_) return;
+  if (shared()) {
+    *this = String(view().substr(0, length));
+  } else {
+    SetLength(length);
+  }
 }
 
 char* String::Overwrite(size_t length) {
@@ -155,7 +202,7 @@ char* String::Overwrite(size_t length) {
     if (capacity > kCapacityStep) Grow(capacity);
   }
   SetLength(length);
-  return mutable_data();
+  return own_data();
 }
 
 // --- Parts -----------------------------------------------------------------------------------

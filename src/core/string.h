@@ -5,6 +5,9 @@
 // storage is allocated for a text of length L, the capacity is the smallest multiple of 24 that is
 // at least L + 1, so capacity() is 24 exactly for the texts that live inside.
 //
+// A large text that nobody changes may be shared: Share() makes it so, and copies of it have the
+// same storage from then on, until one of them is changed, which gets storage of its own.
+//
 // Positions are 0-based byte offsets. A position out of range gives an empty result, never an
 // error. White space is space, tab, CR and LF. Letter case is that of ASCII whatever the locale.
 // A text cannot grow past kLongestText bytes: growing further throws std::bad_alloc, which main
@@ -49,6 +52,8 @@ class String {
     if (inside() && other.inside()) {
       storage_ = other.storage_;
       length_ = other.length_;
+    } else if (other.shared()) [[unlikely]] {
+      *this = String(other);
     } else if (this != &other) {
       assign(other.view());
     }
@@ -70,12 +75,18 @@ class String {
   [[nodiscard]] static String Concat(std::initializer_list<std::string_view> pieces);
 
   // The bytes, followed by a NUL. Valid until the String is changed or destroyed.
-  [[nodiscard]] const char* data() const { return inside() ? storage_.local : storage_.heap; }
+  [[nodiscard]] const char* data() const {
+    return inside() ? storage_.local : storage_.outside.heap;
+  }
+  // The same bytes, to be changed in place.
+  [[nodiscard]] char* MutableBytes() { return mutable_data(); }
   [[nodiscard]] const char* c_str() const { return data(); }
   [[nodiscard]] int length() const { return static_cast<int>(length_); }
   [[nodiscard]] size_t size() const { return length_; }
   [[nodiscard]] bool empty() const { return length_ == 0; }
-  [[nodiscard]] int capacity() const { return static_cast<int>(capacity_); }
+  [[nodiscard]] int capacity() const {
+    return static_cast<int>(shared() ? storage_.outside.share->capacity : capacity_);
+  }
   // The bytes of storage outside the object.
   [[nodiscard]] size_t storage_bytes() const { return inside() ? 0 : capacity_; }
   [[nodiscard]] std::string_view view() const { return {data(), length_}; }
@@ -100,7 +111,7 @@ class String {
   void cat(std::string_view text);
   void cat(char c) {
     if (length_ + 1 < capacity_) {
-      char* bytes = mutable_data();
+      char* bytes = own_data();
       bytes[length_++] = c;
       bytes[length_] = '\0';
     } else {
@@ -127,8 +138,13 @@ class String {
     SetInside(0);
   }
   // Makes room for a text of `length` bytes, so that appending up to it allocates nothing. For
-  // accumulators that grow without bound: at least doubles the room when it has to grow.
-  void Reserve(size_t length);
+  // accumulators that grow without bound: at least doubles the room when it has to grow, but not
+  // beyond `most` bytes where `length` is less.
+  void Reserve(size_t length, size_t most = kLongestText);
+  // Gives up room that the text does not need.
+  void Fit();
+  // Lets copies that are made from here on share the storage. Nothing happens to a short text.
+  void Share();
   // Appends to a text that grows piece by piece: the room doubles when it is used up.
   void Append(std::string_view text) {
     Reserve(size() + text.size());
@@ -178,21 +194,46 @@ class String {
   friend bool operator==(const String& a, const char* b) { return a.view() == b; }
 
  private:
+  // What the texts that share storage know of it.
+  struct SharedStorage {
+    size_t owners;
+    uint32_t capacity;
+  };
+  // The capacity of a text whose storage is shared: no room for anything.
+  static constexpr uint32_t kShared = 0;
+
+  [[nodiscard]] bool shared() const { return capacity_ == kShared; }
   [[nodiscard]] bool inside() const { return capacity_ == kCapacityStep; }
-  [[nodiscard]] char* mutable_data() { return inside() ? storage_.local : storage_.heap; }
+  // REQUIRES: !shared().
+  [[nodiscard]] char* own_data() { return inside() ? storage_.local : storage_.outside.heap; }
+  [[nodiscard]] char* mutable_data() {
+    if (shared()) Own();
+    return own_data();
+  }
   void SetInside(uint32_t length) {
     capacity_ = kCapacityStep;
     length_ = length;
     storage_.local[length] = '\0';
   }
-  void Release() { std::free(storage_.heap); }  // REQUIRES: !inside()
+  // REQUIRES: !inside(); the members are then to be set.
+  void Release() {
+    if (shared()) [[unlikely]]
+      return LeaveShared();
+    std::free(storage_.outside.heap);
+  }
+  void LeaveShared();
+  // Gives a text that shares its storage one of its own.
+  void Own();
   void CopyStorage(const String& other);
   void Grow(size_t capacity);
   void SetLength(size_t length);
 
   union {
     char local[kCapacityStep];
-    char* heap;
+    struct {
+      char* heap;
+      SharedStorage* share;  // while the storage is shared
+    } outside;
   } storage_;
   uint32_t length_;
   uint32_t capacity_;

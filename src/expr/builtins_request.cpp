@@ -1,6 +1,7 @@
 // Built-ins that tell what a request sent, and keep what belongs to its visitor: fields, sessions,
 // tokens, passwords.
 
+#include "core/error.h"
 #include "core/number.h"
 #include "expr/builtin_table.h"
 #include "expr/builtins.h"
@@ -24,6 +25,7 @@ bool Done(const BuiltinCall& call, const String& error, String& result) {
 
 bool Field(const BuiltinCall& call) {
   const std::span<const SentField> fields = call.host().sentfields(call.Text(0));
+  if (fields.size() == 1) return call.Return(String(fields[0].value));
   String joined;
   for (const SentField& field : fields) {
     if (&field != fields.data()) joined.Append(",");
@@ -44,10 +46,14 @@ bool FieldAt(const BuiltinCall& call) {
   const std::span<const SentField> fields = call.host().sentfields(call.Text(0));
   const int64_t number = call.Integer64(1);
   if (number < 1 || number > static_cast<int64_t>(fields.size())) return true;
-  return call.Return(fields[static_cast<size_t>(number - 1)].value.view());
+  return call.Return(String(fields[static_cast<size_t>(number - 1)].value));
 }
 
-bool Body(const BuiltinCall& call) { return call.Return(call.host().body().view()); }
+bool Body(const BuiltinCall& call) {
+  const String* body = call.host().body();
+  if (body == nullptr) return call.context().ReportExpressionError(RequestError::kDamaged);
+  return call.Return(String(*body));
+}
 
 // --- Sessions ----------------------------------------------------------------------------------
 

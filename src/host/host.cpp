@@ -16,10 +16,12 @@
 
 #include <algorithm>
 #include <cassert>
+#include <new>
 #include <utility>
 
 #include "core/encoding.h"
 #include "core/error.h"
+#include "core/memory_limit.h"
 #include "core/number.h"
 #include "core/text.h"
 #include "engine/module.h"
@@ -43,6 +45,8 @@ Host::Host(Process& process, const TagSet& tags, Request& request, ResponseOutpu
       vars_(databases_) {}
 
 Host::~Host() {
+  // The page is over: what it leaves is put in order whatever that takes.
+  LiftMemoryLimit();
   // Scripts and databases hold files open, which must be closed before their manager goes.
   ReleaseScripts();
   if (process_.remembered() != nullptr) process_.remembered()->pages.EndRequest();
@@ -108,8 +112,21 @@ int Host::Go() {
 }
 
 void Host::EndOutOfMemory() {
+  constexpr std::string_view kText = "Out of memory";
   process_.Spend();
-  Error(FatalError("Out of memory"));
+  LiftMemoryLimit();
+  try {
+    Error(FatalError(kText));
+  } catch (const std::bad_alloc&) {
+    // Not even enough for the message: none of this needs any.
+    answer_.Fail(500);
+    RequireHeaders(500);
+    for (const std::string_view piece : {std::string_view("Fatal Error: "), kText}) {
+      output().Write(piece);
+    }
+    output().Write("\r\n");
+    output().Flush();
+  }
 }
 
 bool Host::PrepareRequest(String& script, String& name) {

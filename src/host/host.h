@@ -130,7 +130,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   [[nodiscard]] std::span<const SentField> sentfields(std::string_view name) override {
     return sent_fields_.Find(name);
   }
-  [[nodiscard]] const String& body() override;
+  [[nodiscard]] const String* body() override;
+  [[nodiscard]] bool AdmitField() override;
   [[nodiscard]] VisitorSession& session() override;
   [[nodiscard]] MacroEncoding defaultmacroencoding() const override { return macro_encoding_; }
   void SetDefaultMacroEncoding(MacroEncoding encoding) override { macro_encoding_ = encoding; }
@@ -259,6 +260,8 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   SentFields sent_fields_;
   String body_;  // of a request that is no form
   bool body_is_read_ = false;
+  bool body_is_damaged_ = false;
+  int64_t field_count_ = 0;                  // of query and body, files too
   std::unique_ptr<VisitorSession> session_;  // null until it is asked for
   std::vector<std::unique_ptr<Module>> modules_;
   Module* current_module_ = nullptr;

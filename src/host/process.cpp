@@ -23,6 +23,7 @@
 #include <utility>
 
 #include "core/late_function.h"
+#include "core/memory_limit.h"
 #include "core/number.h"
 #include "files/descriptor.h"
 #include "files/trusted_file.h"
@@ -211,6 +212,11 @@ bool Process::is_to_end() const { return to_end != 0; }
 void Process::GiveUpRequest() { reader_gone = 1; }
 
 void Process::ApplyResourceLimits(const Settings& settings) {
+  SetLastingLimits(settings);
+  if (settings.maxmemory > 0) LimitMemory(settings.maxmemory);
+}
+
+void Process::SetLastingLimits(const Settings& settings) {
   if (limited_) return;
   limited_ = true;
   if (settings.nice != 0 || settings.maxcpu != 0 || settings.maxdata != 0 ||

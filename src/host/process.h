@@ -86,7 +86,8 @@ class Process {
   [[nodiscard]] bool spent() const { return spent_; }
 
   // Sets priority and hard limits, unless an earlier request has done so. Values are passed as they
-  // stand: seconds of processor time, bytes of data and stack. What the system refuses is left.
+  // stand: seconds of processor time, bytes of data and stack. Then sets the soft limit on memory,
+  // which is each request's own. What the system refuses is left.
   void ApplyResourceLimits(const Settings& settings);
   // Takes on the identity of a user for good, with the groups that the system lists for the user;
   // for one who has no name there, the group of nobody alone. False, with the reason in errno, when
@@ -97,6 +98,8 @@ class Process {
   void RemoveSearchPath();
 
  private:
+  void SetLastingLimits(const Settings& settings);
+
   String program_;
   String basename_;
   String configuration_;         // its path, when the process was told

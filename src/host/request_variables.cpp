@@ -49,11 +49,15 @@ int Host::AddSystemVariables() {
 
 // Reads the body of the request into form variables, when it is of a kind that has fields.
 int Host::AddContentVariables() {
+  if (config().strictinput != 0 && !request_.LengthIsPlain()) {
+    Error(RequestError(RequestError::Fault::Damaged));
+    return 0;
+  }
   int64_t length = request_.AnnouncedLength();
   if (length <= 0) return 1;
   // Before a byte of it is read.
   if (config().maxbody > 0 && length > config().maxbody) {
-    Error(vexa::Error(413, 0, "The request is too large", Audience::Everybody));
+    Error(RequestError(RequestError::Fault::TooLarge));
     return 0;
   }
   FormInput input{*this, modules_.front()->scriptparser(), config().contentbuffersize};
@@ -62,20 +66,30 @@ int Host::AddContentVariables() {
   return parser == nullptr || parser->Parse(length) == 0;
 }
 
-const String& Host::body() {
-  if (body_is_read_) return body_;
+bool Host::AdmitField() {
+  if (config().maxfields <= 0 || ++field_count_ <= config().maxfields) return true;
+  Error(RequestError(RequestError::Fault::TooLarge));
+  return false;
+}
+
+const String* Host::body() {
+  if (body_is_read_) return body_is_damaged_ ? nullptr : &body_;
   body_is_read_ = true;
   int64_t length = request_.AnnouncedLength();
-  if (length <= 0) return body_;
+  if (length <= 0) return &body_;
   const auto piece = std::min<int64_t>(std::max(config().contentbuffersize, 1), length);
   auto buffer = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(piece));
   while (length > 0) {
     const int count = ReadContent(buffer.get(), static_cast<int>(std::min(piece, length)));
     if (count < 1) break;
-    body_.Append({buffer.get(), static_cast<size_t>(count)});
     length -= count;
+    AppendOfBody(body_, {buffer.get(), static_cast<size_t>(count)}, length);
   }
-  return body_;
+  body_.Fit();
+  body_.Share();
+  // One that time cut off is told as that.
+  body_is_damaged_ = length > 0 && config().strictinput != 0 && !timedout();
+  return body_is_damaged_ ? nullptr : &body_;
 }
 
 // The positional arguments: arg1 names the script, the others are the caller's.
@@ -101,7 +115,7 @@ int Host::AddQueryArguments() {
 int Host::AddQueryVariables() {
   String query = SystemVariable("QUERY_STRING");
   if (request_.path_info().empty()) query = query.after("+");
-  AddQueryFields(vars(), query);
+  if (!AddQueryFields(*this, query)) return 0;
   sent_fields_.KeepQuery(std::move(query));
   return 1;
 }

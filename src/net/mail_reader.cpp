@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "core/memory_limit.h"
 #include "core/text.h"
 #include "core/utf8.h"
 #include "net/charset.h"
@@ -278,10 +279,16 @@ std::string_view ReceivedMail::Header(std::string_view name) const {
   return {};
 }
 
-bool PrepareMailReader(String& error) { return LoadGMime(error) != nullptr; }
+// The library needs more where memory is short than it may have; how much that is, the size of the
+// mail bounds.
+bool PrepareMailReader(String& error) {
+  const MemoryLimitLifted lifted;
+  return LoadGMime(error) != nullptr;
+}
 
 bool ReadMail(std::string_view raw, MailParts parts, AttachmentSink& sink, ReceivedMail& mail,
               String& error) {
+  const MemoryLimitLifted lifted;
   const GMimeLibrary* library = LoadGMime(error);
   if (library == nullptr) return false;
   const bool all = parts == MailParts::All;

@@ -19,9 +19,10 @@ constexpr int64_t kLargestPiece = 65536;
 }  // namespace
 
 BodyReader::BodyReader(ContentSource& source, int64_t length, std::string_view boundary,
-                       int piece_bytes)
+                       int piece_bytes, Reading reading)
     : source_(source),
       remaining_(length),
+      reading_(reading),
       delimiter_(String::Concat({"\r\n--", boundary})),
       piece_(static_cast<size_t>(std::clamp<int64_t>(piece_bytes, 1, kLargestPiece))),
       size_(piece_ + delimiter_.size() + kLongestTail),
@@ -40,6 +41,7 @@ bool BodyReader::Fill() {
   int count = source_.ReadContent(window_.get() + end_, static_cast<int>(wanted));
   if (count < 1) {
     remaining_ = 0;
+    cut_off_ = true;
     return false;
   }
   end_ += static_cast<size_t>(count);
@@ -55,29 +57,36 @@ BodyReader::Tail BodyReader::TailOf(std::string_view text) {
   if (padding > kMostPadding) return {Tail::Kind::Data, 0};
   text.remove_prefix(padding);
   if (text.starts_with("\r\n")) return {Tail::Kind::Part, padding + 2};
-  bool cut_off = text.empty() || text == "\r";
-  return {cut_off ? Tail::Kind::Unknown : Tail::Kind::Data, 0};
+  if (text.empty() || text == "\r") return {Tail::Kind::Unknown, 0};
+  const bool broken = text.front() == '\r' || text.front() == '\n';
+  return {broken ? Tail::Kind::Broken : Tail::Kind::Data, 0};
 }
 
 // The unread text begins with something that looks like a delimiter of that length. Consumes it
-// and returns what it ends; BodyEnd and consumes nothing when it is only data.
+// and returns what it ends; BodyEnd and consumes nothing when it is only data, and likewise
+// Damaged.
 BodyReader::DataEnd BodyReader::CheckTail(size_t delimiter_length) {
   Tail tail = TailOf(unread().substr(delimiter_length));
   while (tail.kind == Tail::Kind::Unknown && Fill()) {
     tail = TailOf(unread().substr(delimiter_length));
   }
-  if (tail.kind == Tail::Kind::Data) return DataEnd::BodyEnd;
+  if (tail.kind == Tail::Kind::Broken && strict()) return DataEnd::Damaged;
+  if (tail.kind == Tail::Kind::Data || tail.kind == Tail::Kind::Broken) return DataEnd::BodyEnd;
+  if (tail.kind == Tail::Kind::Unknown && strict()) return DataEnd::Damaged;
   begin_ += delimiter_length + tail.length;
   // A body that ends right behind a delimiter has brought all of its parts.
   return tail.kind == Tail::Kind::Part ? DataEnd::Part : DataEnd::LastPart;
 }
 
 BodyReader::DataEnd BodyReader::ReadFirstLine() {
-  std::string_view first = delimiter_.view().substr(2);
+  std::string_view first = dashes();
   while (unread().size() < first.size() && Fill()) {
   }
   if (!unread().starts_with(first)) return DataEnd::Failed;
   DataEnd end = CheckTail(first.size());
+  if (end == DataEnd::Damaged && TailOf(unread().substr(first.size())).kind == Tail::Kind::Broken) {
+    return DataEnd::Failed;
+  }
   return end == DataEnd::BodyEnd ? DataEnd::Failed : end;
 }
 
@@ -97,27 +106,47 @@ BodyReader::LineEnd BodyReader::ReadLine(String& line, size_t longest) {
   return LineEnd::Line;
 }
 
-BodyReader::DataEnd BodyReader::ReadData(PartSink& sink) {
-  const std::string_view delimiter = delimiter_;
+// Lenient reading looks for whole delimiters. Strict reading looks for them without their CR LF,
+// and then at what stands before: CR LF, another line end, or data.
+BodyReader::DataEnd BodyReader::ReadData(PartSink& sink, char before) {
+  const std::string_view sought = strict() ? dashes() : delimiter_.view();
+  // Hands on the data that comes next.
+  const auto take = [&](size_t count) {
+    if (count == 0) return true;
+    const std::string_view data = unread().substr(0, count);
+    before = data.back();
+    begin_ += count;
+    return sink.Take(data);
+  };
   for (;;) {
-    size_t found = unread().find(delimiter);
-    // Without a delimiter in sight, its beginning may still stand at the end of the window.
-    size_t kept = std::min(unread().size(), delimiter.size() - 1);
-    size_t data = found == std::string_view::npos ? unread().size() - kept : found;
-    if (data > 0 && !sink.Take(unread().substr(0, data))) return DataEnd::Failed;
-    begin_ += data;
-    if (found != std::string_view::npos) {
-      DataEnd end = CheckTail(delimiter.size());
-      if (end != DataEnd::BodyEnd) return end;
-      // Only data: its first byte is no longer a candidate.
-      if (!sink.Take(unread().substr(0, 1))) return DataEnd::Failed;
-      ++begin_;
-    } else if (!Fill()) {
-      if (!unread().empty() && !sink.Take(unread())) return DataEnd::Failed;
-      begin_ = end_;
-      return DataEnd::BodyEnd;
+    const size_t found = unread().find(sought);
+    if (found == std::string_view::npos) {
+      // The beginning of a delimiter may still stand at the end of the window.
+      const size_t kept = std::min(unread().size(), delimiter_.size() - 1);
+      if (!take(unread().size() - kept)) return DataEnd::Failed;
+      if (Fill()) continue;
+      return take(unread().size()) ? DataEnd::BodyEnd : DataEnd::Failed;
     }
+    const size_t line_end = strict() && unread().substr(0, found).ends_with("\r\n") ? 2 : 0;
+    if (!take(found - line_end)) return DataEnd::Failed;
+    const bool begins_line = !strict() || line_end > 0 || before == '\n' || before == '\r';
+    if (begins_line) {
+      const DataEnd end = CheckTail(line_end + sought.size());
+      if (end != DataEnd::BodyEnd) {
+        return strict() && line_end == 0 ? DataEnd::Damaged : end;
+      }
+    }
+    // Only data: its first byte is no longer a candidate.
+    if (!take(line_end + 1)) return DataEnd::Failed;
   }
+}
+
+BodyReader::DataEnd BodyReader::ReadRest() {
+  class NoSink final : public PartSink {
+   public:
+    [[nodiscard]] bool Take(std::string_view) override { return true; }
+  } sink;
+  return ReadData(sink, '-');
 }
 
 }  // namespace vexa

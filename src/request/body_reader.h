@@ -7,7 +7,9 @@
 //   window:  [ consumed | begin_ ... unread ... end_ | room for the next piece ]
 //
 // A delimiter is CR LF, two dashes and the boundary, followed by two dashes (the last one) or by
-// the end of its line, with spaces and tabs before it. Anything else that looks like one is data.
+// the end of its line, with spaces and tabs before it. Anything else that looks like one is data;
+// but where reading is strict, a line that only its line ends keep from being a delimiter is
+// damage, for the part behind it would be lost in the data.
 
 #ifndef VEXA_REQUEST_BODY_READER_H_
 #define VEXA_REQUEST_BODY_READER_H_
@@ -39,15 +41,17 @@ class PartSink {
 class BodyReader {
  public:
   // What ended a part's data.
-  enum class DataEnd { Part, LastPart, BodyEnd, Failed };
+  enum class DataEnd { Part, LastPart, BodyEnd, Failed, Damaged };
   enum class LineEnd { Line, BodyEnd, TooLong };
+  enum class Reading { Lenient, Strict };
 
   // A boundary longer than this is refused; the standard allows 70.
   static constexpr size_t kLongestBoundary = 200;
 
   // Reads `length` bytes from `source`, which is borrowed, `piece_bytes` at once. REQUIRES:
   // `boundary` is not empty and at most kLongestBoundary bytes long.
-  BodyReader(ContentSource& source, int64_t length, std::string_view boundary, int piece_bytes);
+  BodyReader(ContentSource& source, int64_t length, std::string_view boundary, int piece_bytes,
+             Reading reading = Reading::Lenient);
 
   // Reads the first line of the body, which must be a delimiter without its CR LF. Failed when it
   // is anything else.
@@ -56,12 +60,23 @@ class BodyReader {
   // `longest` bytes, a CR counted. A line that the end of the body cuts off is BodyEnd.
   [[nodiscard]] LineEnd ReadLine(String& line, size_t longest);
   // Hands all data before the next delimiter to `sink` and consumes the delimiter with its line.
-  [[nodiscard]] DataEnd ReadData(PartSink& sink);
+  [[nodiscard]] DataEnd ReadData(PartSink& sink) { return ReadData(sink, '\n'); }
+  // Reads what is behind the last part to the end of the body. BodyEnd unless parts follow there.
+  [[nodiscard]] DataEnd ReadRest();
+  // Whether a line is a delimiter or begins like one.
+  [[nodiscard]] bool BeginsLikeDelimiter(std::string_view line) const {
+    return line.starts_with(dashes());
+  }
+  // Whether the body has ended before its length.
+  [[nodiscard]] bool cut_off() const { return cut_off_; }
+  // Bytes that may still come, as far as they were announced.
+  [[nodiscard]] int64_t remaining() const { return remaining_; }
 
  private:
   // What stands behind a text that looks like a delimiter.
   struct Tail {
-    enum class Kind { Part, LastPart, Data, Unknown } kind;
+    // Broken: a line that ends with CR or LF alone.
+    enum class Kind { Part, LastPart, Data, Broken, Unknown } kind;
     size_t length;  // bytes it takes
   };
   [[nodiscard]] static Tail TailOf(std::string_view text);
@@ -70,9 +85,16 @@ class BodyReader {
   // Reads another piece into the window; false at the end of the body.
   bool Fill();
   [[nodiscard]] DataEnd CheckTail(size_t delimiter_length);
+  // `before` is the byte that stands before the data.
+  [[nodiscard]] DataEnd ReadData(PartSink& sink, char before);
+  [[nodiscard]] bool strict() const { return reading_ == Reading::Strict; }
+  // The delimiter without its CR LF.
+  [[nodiscard]] std::string_view dashes() const { return delimiter_.view().substr(2); }
 
   ContentSource& source_;
   int64_t remaining_;  // bytes of the body that were not read yet
+  Reading reading_;
+  bool cut_off_ = false;
   String delimiter_;
   size_t piece_;  // bytes to read at once
   size_t size_;

@@ -114,6 +114,12 @@ bool FileUpload::Begin() {
 }
 
 bool FileUpload::Take(std::string_view data) {
+  const int64_t most = receiver_.config().maxupload;
+  sent_ += static_cast<int64_t>(data.size());
+  if (most > 0 && sent_ > most) {
+    receiver_.Error(RequestError(RequestError::Fault::TooLarge));
+    return false;
+  }
   if (file_ == nullptr) return true;
   assert(limit_ == 0 || size_ <= limit_);
   if (limit_ > 0 && static_cast<int64_t>(data.size()) > limit_ - size_) {

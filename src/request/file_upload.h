@@ -81,6 +81,7 @@ class FileUpload final : public PartSink {
   UploadFunctions& functions_;
   const PartHeader& part_;
   int64_t limit_ = 0;  // bytes; 0: any
+  int64_t sent_ = 0;   // bytes that came
   int64_t size_ = 0;   // bytes written
   bool larger_ = false;
   std::unique_ptr<File> file_;  // null when the file is skipped

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstring>
+#include <utility>
 
 #include "core/encoding.h"
 #include "core/text.h"
@@ -11,6 +13,13 @@
 #include "request/sent_fields.h"
 
 namespace vexa {
+
+namespace {
+
+// A pair that is longer is decoded as it arrives.
+constexpr size_t kLargePair = 16384;
+
+}  // namespace
 
 FormPair DecodePair(std::string_view pair, FieldSpace space) {
   size_t equals = pair.find('=');
@@ -26,13 +35,15 @@ FormPair DecodePair(std::string_view pair, FieldSpace space) {
   return field;
 }
 
-void AddQueryFields(Variables& vars, std::string_view query) {
+bool AddQueryFields(FormReceiver& receiver, std::string_view query) {
   String text(query);
   text.gsub("\\", "");
   for (PieceReader pieces(text, "&"); pieces.Next();) {
+    if (!receiver.AdmitField()) return false;
     const FormPair field = DecodePair(pieces.piece(), FieldSpace::Stripped);
-    vars.AddFormVariable(field.name, field.value);
+    receiver.vars().AddFormVariable(field.name, field.value);
   }
+  return true;
 }
 
 std::unique_ptr<ContentParser> NewContentParser(const FormInput& input,
@@ -53,39 +64,90 @@ bool ContentParser::ReportTimeout() const {
   return true;
 }
 
+bool ContentParser::ReportDamage() const {
+  receiver().Error(RequestError(RequestError::Fault::Damaged));
+  return false;
+}
+
 int URLEncodedParser::Parse(int64_t length) {
   assert(length > 0 && pending_.empty());
   int64_t configured = std::max(input().piece_bytes, 1);
   auto size = static_cast<size_t>(std::min(configured, length));
   auto buffer = std::make_unique_for_overwrite<char[]>(size);
+  to_come_ = length;
   while (length > 0) {
     int wanted = static_cast<int>(std::min(static_cast<int64_t>(size), length));
     int count = receiver().ReadContent(buffer.get(), wanted);
     if (count < 1) break;
-    Take({buffer.get(), static_cast<size_t>(count)});
     length -= count;
+    to_come_ = length;
+    if (!Take({buffer.get(), static_cast<size_t>(count)})) return 1;
   }
-  if (length > 0 && ReportTimeout()) return 1;
-  if (!pending_.empty()) AddPending();
-  return 0;
+  if (length > 0 && (ReportTimeout() || (strict() && !ReportDamage()))) return 1;
+  return (pending_.empty() && !large_) || AddPending() ? 0 : 1;
 }
 
-void URLEncodedParser::Take(std::string_view bytes) {
-  receiver().sentfields().KeepEncoded(bytes);
+bool URLEncodedParser::Take(std::string_view bytes) {
   for (;;) {
     size_t end = bytes.find('&');
     std::string_view piece = bytes.substr(0, end);
-    pending_.Append(piece);
-    if (end == bytes.npos) return;
-    AddPending();
+    AppendOfBody(pending_, piece, to_come_ + static_cast<int64_t>(bytes.size() - piece.size()));
+    if (equals_ == piece.npos && !large_) {
+      const size_t equals = piece.find('=');
+      if (equals != piece.npos) equals_ = pending_.size() - piece.size() + equals;
+    }
+    if (pending_.size() > kLargePair) DecodeLarge();
+    if (end == bytes.npos) return true;
+    if (!AddPending()) return false;
     bytes.remove_prefix(end + 1);
   }
 }
 
-void URLEncodedParser::AddPending() {
-  const FormPair field = DecodePair(pending_, FieldSpace::Kept);
-  receiver().vars().AddFormVariable(field.name, field.value);
-  pending_.clear();
+bool URLEncodedParser::AddPending() {
+  if (!receiver().AdmitField()) return false;
+  if (large_) {
+    DecodeArrived(pending_, decoded_, Arrived::Last);
+    AddLargeField(receiver(), name_, pending_);
+  } else {
+    receiver().sentfields().KeepEncoded(pending_);
+    const FormPair field = DecodePair(pending_, FieldSpace::Kept);
+    receiver().vars().AddFormVariable(field.name, field.value);
+    pending_.clear();
+  }
+  equals_ = std::string_view::npos;
+  large_ = false;
+  return true;
+}
+
+// A large name without a value stays as it is.
+void URLEncodedParser::DecodeLarge() {
+  if (!large_) {
+    if (equals_ == std::string_view::npos) return;
+    name_ = pending_.view().substr(0, equals_);
+    DecodeAttribute(name_);
+    char* const bytes = pending_.MutableBytes();
+    const size_t length = pending_.size() - (equals_ + 1);
+    std::memmove(bytes, bytes + equals_ + 1, length);
+    pending_.Truncate(length);
+    large_ = true;
+    decoded_ = 0;
+  }
+  decoded_ = DecodeArrived(pending_, decoded_, Arrived::Piece);
+}
+
+void AppendOfBody(String& text, std::string_view piece, int64_t to_come) {
+  const size_t length = text.size() + piece.size();
+  const auto more = static_cast<size_t>(std::min<int64_t>(to_come, String::kLongestText));
+  text.Reserve(length, length + more);
+  text.cat(piece);
+}
+
+void AddLargeField(FormReceiver& receiver, const String& name, String& value) {
+  value.Fit();
+  value.Share();
+  receiver.vars().AddFormVariable(name, value);
+  receiver.sentfields().Keep(name, std::move(value));
+  value.Reset();
 }
 
 }  // namespace vexa

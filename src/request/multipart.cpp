@@ -3,7 +3,6 @@
 #include "request/multipart.h"
 
 #include "core/error.h"
-#include "request/sent_fields.h"
 
 namespace vexa {
 
@@ -15,19 +14,29 @@ constexpr size_t kLongestHeader = 65536;
 // The value of a plain field.
 class FieldSink final : public PartSink {
  public:
+  explicit FieldSink(const BodyReader& body) : body_(body) {}
   [[nodiscard]] bool Take(std::string_view data) override {
-    value_.Append(data);
+    AppendOfBody(value_, data, body_.remaining());
     return true;
   }
-  [[nodiscard]] const String& value() const { return value_; }
+  [[nodiscard]] String& value() { return value_; }
 
  private:
+  const BodyReader& body_;
   String value_;
 };
 
+// What is left out.
 class NoSink final : public PartSink {
  public:
-  [[nodiscard]] bool Take(std::string_view) override { return true; }
+  [[nodiscard]] bool Take(std::string_view) override {
+    empty_ = false;
+    return true;
+  }
+  [[nodiscard]] bool empty() const { return empty_; }
+
+ private:
+  bool empty_ = true;
 };
 
 }  // namespace
@@ -45,7 +54,8 @@ void MultipartFormDataParser::Fail(std::string_view message) {
 int MultipartFormDataParser::Parse(int64_t length) {
   using DataEnd = BodyReader::DataEnd;
   bool usable = !boundary_.empty() && boundary_.size() <= BodyReader::kLongestBoundary;
-  BodyReader body(receiver(), length, usable ? boundary_.view() : "-", input().piece_bytes);
+  BodyReader body(receiver(), length, usable ? boundary_.view() : "-", input().piece_bytes,
+                  strict() ? BodyReader::Reading::Strict : BodyReader::Reading::Lenient);
   DataEnd end = usable ? body.ReadFirstLine() : DataEnd::Failed;
   if (end == DataEnd::Failed) {
     if (ReportTimeout()) return 1;
@@ -58,8 +68,16 @@ int MultipartFormDataParser::Parse(int64_t length) {
     if (header == HeaderEnd::Failed) return 1;
     end = header == HeaderEnd::BodyEnd ? DataEnd::BodyEnd : ReadPart(body, part);
   }
-  if (end == DataEnd::Failed) return 1;
-  return end == DataEnd::BodyEnd && ReportTimeout() ? 1 : 0;
+  return end != DataEnd::Failed && ReadEnd(body, end) ? 0 : 1;
+}
+
+bool MultipartFormDataParser::ReadEnd(BodyReader& body, BodyReader::DataEnd end) {
+  using DataEnd = BodyReader::DataEnd;
+  const bool had_last = end == DataEnd::LastPart;
+  if (had_last && strict()) end = body.ReadRest();
+  if ((end == DataEnd::BodyEnd || body.cut_off()) && ReportTimeout()) return false;
+  const bool whole = had_last && end == DataEnd::BodyEnd && !body.cut_off();
+  return !strict() || whole || ReportDamage();
 }
 
 // Reads header lines up to the empty one. A line that begins with white space goes on with the one
@@ -78,6 +96,10 @@ MultipartFormDataParser::HeaderEnd MultipartFormDataParser::ReadHeader(BodyReade
       case BodyReader::LineEnd::Line:
         break;
     }
+    if (strict() && body.BeginsLikeDelimiter(next)) {
+      ReportDamage();
+      return HeaderEnd::Failed;
+    }
     room -= next.size();
     bool goes_on = next[0] == ' ' || next[0] == '\t';
     if (!goes_on) {
@@ -92,19 +114,22 @@ MultipartFormDataParser::HeaderEnd MultipartFormDataParser::ReadHeader(BodyReade
 BodyReader::DataEnd MultipartFormDataParser::ReadPart(BodyReader& body, const PartHeader& part) {
   // An empty file name is a file field in which nothing was chosen.
   bool nothing_chosen = part.is_file && part.filename.empty();
+  if (part.has_name && !receiver().AdmitField()) return BodyReader::DataEnd::Failed;
   if (!part.has_name || nothing_chosen) {
     NoSink sink;
-    return body.ReadData(sink);
+    const BodyReader::DataEnd end = body.ReadData(sink);
+    const bool lost = !part.has_name || !sink.empty();
+    return strict() && lost && end != BodyReader::DataEnd::BodyEnd ? BodyReader::DataEnd::Damaged
+                                                                   : end;
   }
   return part.is_file ? ReadFile(body, part) : ReadField(body, part);
 }
 
 BodyReader::DataEnd MultipartFormDataParser::ReadField(BodyReader& body, const PartHeader& part) {
-  FieldSink sink;
+  FieldSink sink(body);
   BodyReader::DataEnd end = body.ReadData(sink);
-  if (end == BodyReader::DataEnd::BodyEnd) return end;
-  receiver().vars().AddFormVariable(part.name, sink.value());
-  receiver().sentfields().Keep(part.name, sink.value());
+  if (end != BodyReader::DataEnd::Part && end != BodyReader::DataEnd::LastPart) return end;
+  AddLargeField(receiver(), part.name, sink.value());
   return end;
 }
 
@@ -113,8 +138,9 @@ BodyReader::DataEnd MultipartFormDataParser::ReadFile(BodyReader& body, const Pa
   FileUpload upload(receiver(), functions_, part);
   if (!upload.Begin()) return DataEnd::Failed;
   DataEnd end = body.ReadData(upload);
-  if (end == DataEnd::Failed) return end;
+  if (end == DataEnd::Failed || end == DataEnd::Damaged) return end;
   bool cut = end == DataEnd::BodyEnd;
+  if (cut && strict()) return end;
   if (cut && ReportTimeout()) return DataEnd::Failed;
   bool done = upload.Finish(cut ? FileUpload::Arrived::Cut : FileUpload::Arrived::Whole);
   return done ? end : DataEnd::Failed;

@@ -2,7 +2,8 @@
 // variables; files go to the page's own functions, see file_upload.h. Uploads are streamed: their
 // size costs no memory.
 //
-// A body that ends early gives the fields that arrived whole.
+// A body that ends early gives the fields that arrived whole, and what no part can be made of is
+// left out; where input is strict, such a body is refused.
 
 #ifndef VEXA_REQUEST_MULTIPART_H_
 #define VEXA_REQUEST_MULTIPART_H_
@@ -27,6 +28,8 @@ class MultipartFormDataParser final : public ContentParser {
   [[nodiscard]] BodyReader::DataEnd ReadPart(BodyReader& body, const PartHeader& part);
   [[nodiscard]] BodyReader::DataEnd ReadField(BodyReader& body, const PartHeader& part);
   [[nodiscard]] BodyReader::DataEnd ReadFile(BodyReader& body, const PartHeader& part);
+  // What becomes of the body behind its last part. False after an error was shown.
+  [[nodiscard]] bool ReadEnd(BodyReader& body, BodyReader::DataEnd end);
   // Shows an error; the page does not run then.
   void Fail(std::string_view message);
 

@@ -2,7 +2,10 @@
 
 #include "request/request.h"
 
+#include <algorithm>
+
 #include "core/number.h"
+#include "core/text.h"
 
 namespace vexa {
 
@@ -17,6 +20,11 @@ std::string_view Request::Header(std::string_view name) const {
   String variable = String::Concat({"HTTP_", name});
   variable.gsub("-", "_");
   return environment_.Value(variable);
+}
+
+bool Request::LengthIsPlain() const {
+  const std::string_view length = Header("Content-Length");
+  return std::all_of(length.begin(), length.end(), IsDigit);
 }
 
 int64_t Request::AnnouncedLength() const {

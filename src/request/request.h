@@ -35,6 +35,8 @@ class Request {
   // The value of a header as servers put it into the environment, empty when it was not sent. The
   // letter case of `name` counts.
   [[nodiscard]] std::string_view Header(std::string_view name) const;
+  // Whether the length of the body is digits and nothing else, or missing.
+  [[nodiscard]] bool LengthIsPlain() const;
   // How many bytes the body is said to have; 0 or less when there is none.
   [[nodiscard]] int64_t AnnouncedLength() const;
 

@@ -4,11 +4,12 @@
 // Few pages ask. So what arrives is kept as it stands, written pairs of a query and of a
 // URL-encoded body as bytes, and taken apart again when somebody asks:
 //
-//   query_, encoded_, decoded_   -- Find -->   fields_, sorted by name, each name's in their order
+//   query_, encoded_   -- Find, Keep -->   fields_, which Find sorts by name
 
 #ifndef VEXA_REQUEST_SENT_FIELDS_H_
 #define VEXA_REQUEST_SENT_FIELDS_H_
 
+#include <cstddef>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -27,13 +28,16 @@ class SentFields {
 
   // Each keeps what comes behind all that was kept before. The text of a query:
   void KeepQuery(String query) { query_ = std::move(query); }
-  // The next piece of a URL-encoded body, which may end anywhere:
-  void KeepEncoded(std::string_view piece) { encoded_.Append(piece); }
+  // The next pair of a URL-encoded body:
+  void KeepEncoded(std::string_view pair) {
+    encoded_.Append(pair);
+    encoded_.Append("&");
+  }
   // A field whose name and value are as they are:
-  void Keep(const String& name, const String& value);
+  void Keep(const String& name, String value);
 
   // The fields of that name, letter case ignored, in the order they came. Valid until a field is
-  // kept. REQUIRES: a body of which a piece was kept is there as far as it will come.
+  // kept.
   [[nodiscard]] std::span<const SentField> Find(std::string_view name);
 
  private:
@@ -41,8 +45,8 @@ class SentFields {
 
   String query_;
   String encoded_;
-  std::vector<SentField> decoded_;
   std::vector<SentField> fields_;
+  size_t sorted_ = 0;  // of them
 };
 
 }  // namespace vexa

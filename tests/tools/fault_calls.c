@@ -5,6 +5,8 @@
 //   VEXA_FAULT=tear:N   the same; a write that crosses a border of 4,096 bytes is done up to it
 //   VEXA_FAULT=fail:N   call N fails with EIO
 //   VEXA_FAULT=failon:N call N and all behind it fail
+//   VEXA_FAULT=short:N  there is no memory for allocation N; the calls that change files work
+//   VEXA_FAULT=shorton:N nor for any behind it
 //   VEXA_FAULT_NOTE     a file that is made when call N is reached
 
 #define _GNU_SOURCE
@@ -20,7 +22,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-enum { kKill, kTear, kFail, kFailOn, kNone };
+enum { kKill, kTear, kFail, kFailOn, kShort, kShortOn, kNone };
 
 #define Call(...) Real()(__VA_ARGS__)
 typedef long (*SystemCall)(long number, ...);
@@ -37,7 +39,7 @@ static long at;
 static long calls;
 
 static void ReadOrder(void) {
-  static const char* const names[] = {"kill:", "tear:", "fail:", "failon:"};
+  static const char* const names[] = {"kill:", "tear:", "fail:", "failon:", "short:", "shorton:"};
   const char* order = getenv("VEXA_FAULT");
   kind = kNone;
   for (int i = 0; order != NULL && i < kNone; ++i) {
@@ -48,14 +50,18 @@ static void ReadOrder(void) {
   }
 }
 
+static void Note(void) {
+  const char* note = getenv("VEXA_FAULT_NOTE");
+  if (note != NULL) Call(SYS_close, Call(SYS_openat, AT_FDCWD, note, O_CREAT | O_WRONLY, 0600));
+}
+
 // Counts a changing call. Whether it must fail; does not come back when the process is to be
 // killed. `size` bytes are to be written at `offset` of `fd`, when there are any.
 static int Strikes(int fd, const void* data, size_t size, off_t offset) {
   if (kind < 0) ReadOrder();
-  if (kind == kNone) return 0;
+  if (kind >= kShort) return 0;
   if (++calls < at || (kind != kFailOn && calls > at)) return 0;
-  const char* note = getenv("VEXA_FAULT_NOTE");
-  if (note != NULL) Call(SYS_close, Call(SYS_openat, AT_FDCWD, note, O_CREAT | O_WRONLY, 0600));
+  Note();
   if (kind == kKill || kind == kTear) {
     const size_t border = (size_t)(4096 - offset % 4096);
     if (kind == kTear && data != NULL && border < size) {
@@ -65,6 +71,42 @@ static int Strikes(int fd, const void* data, size_t size, off_t offset) {
   }
   errno = EIO;
   return 1;
+}
+
+// Counts an allocation. Whether there is no memory for it.
+static int IsShort(void) {
+  if (kind < 0) ReadOrder();
+  if (kind != kShort && kind != kShortOn) return 0;
+  if (++calls < at || (kind == kShort && calls > at)) return 0;
+  if (calls == at) Note();
+  errno = ENOMEM;
+  return 1;
+}
+
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* storage, size_t size);
+void* __libc_memalign(size_t alignment, size_t size);
+
+void* malloc(size_t size) { return IsShort() ? NULL : __libc_malloc(size); }
+void* calloc(size_t count, size_t size) { return IsShort() ? NULL : __libc_calloc(count, size); }
+void* realloc(void* storage, size_t size) {
+  return IsShort() ? NULL : __libc_realloc(storage, size);
+}
+void* aligned_alloc(size_t alignment, size_t size) {
+  return IsShort() ? NULL : __libc_memalign(alignment, size);
+}
+int posix_memalign(void** storage, size_t alignment, size_t size) {
+  if (IsShort()) return ENOMEM;
+  *storage = __libc_memalign(alignment, size);
+  return *storage == NULL ? ENOMEM : 0;
+}
+void* mmap64(void* place, size_t length, int protection, int flags, int fd, off_t offset) {
+  if (IsShort()) return (void*)-1;
+  return (void*)Call(SYS_mmap, place, length, protection, flags, fd, offset);
+}
+void* mmap(void* place, size_t length, int protection, int flags, int fd, off_t offset) {
+  return mmap64(place, length, protection, flags, fd, offset);
 }
 
 static int IsFile(int fd) {

@@ -1,0 +1,43 @@
+// The limit on memory. Only the soft limit is changed, which can be taken back.
+
+#include "core/memory_limit.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+
+namespace vexa {
+
+namespace {
+
+int64_t limited_bytes = 0;  // 0: no limit is set
+rlim_t former_bytes;        // the soft limit before
+
+}  // namespace
+
+void LimitMemory(int64_t bytes) {
+  LiftMemoryLimit();
+  rlimit limit;
+  if (getrlimit(RLIMIT_DATA, &limit) != 0) return;
+  former_bytes = limit.rlim_cur;
+  limit.rlim_cur = std::min(static_cast<rlim_t>(bytes), limit.rlim_max);
+  if (setrlimit(RLIMIT_DATA, &limit) == 0) limited_bytes = bytes;
+}
+
+// A hard limit that was lowered meanwhile counts.
+void LiftMemoryLimit() {
+  if (limited_bytes == 0) return;
+  limited_bytes = 0;
+  rlimit limit;
+  if (getrlimit(RLIMIT_DATA, &limit) != 0) return;
+  limit.rlim_cur = std::min(former_bytes, limit.rlim_max);
+  (void)setrlimit(RLIMIT_DATA, &limit);
+}
+
+MemoryLimitLifted::MemoryLimitLifted() : bytes_(limited_bytes) { LiftMemoryLimit(); }
+
+MemoryLimitLifted::~MemoryLimitLifted() {
+  if (bytes_ > 0) LimitMemory(bytes_);
+}
+
+}  // namespace vexa
