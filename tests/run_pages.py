@@ -2,7 +2,7 @@
 """Runs the cases of page files against the program: a page and a request in, a response out.
 
     tests/run_pages.py PROGRAM [--quiet] [--filter TEXT] [--env NAME=VALUE]... [--fastcgi SEED]
-                       FILE.page...
+                       [--config-line KEY=VALUE]... FILE.page...
 
 Every case gets a fresh directory with a configuration file, the directories site/, data/ and tmp/,
 and a link named `vexa` to the program, which finds its configuration beside that name. A case is a
@@ -10,7 +10,8 @@ sequence of requests; what one leaves in the directory the next one finds. A req
 say what it expects is a mistake in the case: it could not fail. docs/testing.md describes the
 format. With --fastcgi PROGRAM is a worker, whose one child serves all cases, but those with arguments,
 twice, in an order that SEED gives, in one directory: what it keeps of a file must not survive another
-file of that name. Texts are read as Latin-1, so that every byte is one character and stays what it is.
+file of that name. A --config-line stands behind every configuration that does not say that setting
+itself. Texts are read as Latin-1, so that every byte is one character and stays what it is.
 
 The last line is "N passed, N failed"; the exit status is 0 only when nothing failed, and something
 ran or a filter was given."""
@@ -123,6 +124,10 @@ def unescape(text):
                   lambda found: named[found[1]] if found[1] else chr(int(found[2], 16)), text)
 
 
+def key_of(line):
+    return line.partition("=")[0].strip().lower()
+
+
 def shown(label, texts):
     return "".join(f"\n      {label}{text.encode('unicode_escape').decode()}" for text in texts)
 
@@ -209,6 +214,8 @@ class Request:
     """One request, put together and then checked by its sections. `faults` says what is wrong; it
     is empty when everything was as expected."""
 
+    config_lines = []
+
     def __init__(self, directory, config, worker=None):
         self.directory, self.config, self.worker = directory, config, worker
         self.environment, self.arguments, self.body = dict(ENVIRONMENT), [], b""
@@ -274,7 +281,10 @@ class Request:
             self.fault(sections[0], "the request expects nothing")
             return
         setting = [section.text() + "\n" for section in sections if section.kind == "refused"]
-        self.write("vexa.conf", self.config + "".join(setting))
+        config = self.config + "".join(setting)
+        said = {key_of(line) for line in config.splitlines()}
+        added = [line + "\n" for line in self.config_lines if key_of(line) not in said]
+        self.write("vexa.conf", config + "".join(added))
         before = self.worker and state_of(self.directory)
         outputs = [self.run(sections[0], {**self.environment, **extra})]
         if before and before == state_of(self.directory):
@@ -432,12 +442,14 @@ def main():
     parser.add_argument("--filter", default="")
     parser.add_argument("--env", action="append", default=[], metavar="NAME=VALUE")
     parser.add_argument("--fastcgi", metavar="SEED")
+    parser.add_argument("--config-line", action="append", default=[], metavar="KEY=VALUE")
     parser.add_argument("files", nargs="+")
     options = parser.parse_args()
     # How the sanitizers report is the business of whoever runs the tests.
     passed_on = [f"{name}={os.environ[name]}" for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS")
                  if name in os.environ]
     extra = dict(setting.split("=", 1) for setting in passed_on + options.env)
+    Request.config_lines = options.config_line
     passed = failed = 0
     cases = []
     for file in options.files:

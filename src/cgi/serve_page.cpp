@@ -88,11 +88,17 @@ bool BecomeCGI(const ServeSite& site, int body, int answer) {
          ::dup2(answer, STDOUT_FILENO) == STDOUT_FILENO && ::chdir(site.state.c_str()) == 0;
 }
 
-[[noreturn]] void RunPage(const ServeSite& site, const std::vector<std::string>& variables,
-                          const std::string& name) {
+// The variables as a list of the C library, which borrows them.
+std::vector<char*> ListOf(const std::vector<std::string>& variables) {
   std::vector<char*> list;
   for (const std::string& variable : variables) list.push_back(const_cast<char*>(variable.c_str()));
   list.push_back(nullptr);
+  return list;
+}
+
+[[noreturn]] void RunPage(const ServeSite& site, const std::vector<std::string>& variables,
+                          const std::string& name) {
+  std::vector<char*> list = ListOf(variables);
   environ = list.data();
   const String program = String::Concat({site.state, "/vexa"});
   int status = 0;
@@ -106,6 +112,25 @@ bool BecomeCGI(const ServeSite& site, int body, int answer) {
 }
 
 }  // namespace
+
+// The configuration may hang on the request, so it is read by a process as the page's.
+bool AdmitsBody(const ServeSite& site, const std::vector<std::string>& variables, int64_t length) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int nowhere = ::open("/dev/null", O_RDWR);
+    if (nowhere < 0 || !BecomeCGI(site, nowhere, nowhere)) ::_exit(EXIT_SUCCESS);
+    std::vector<char*> list = ListOf(variables);
+    environ = list.data();
+    const String program = String::Concat({site.state, "/vexa"});
+    Process process(program, program + ".conf");
+    CGIVexa host(process);
+    const int64_t most = host.ReadLargestBody();
+    ::_exit(most > 0 && length > most ? EXIT_FAILURE : EXIT_SUCCESS);
+  }
+  int status = 0;
+  return child < 0 || RetryInterrupted([&] { return ::waitpid(child, &status, 0); }) != child ||
+         !WIFEXITED(status) || WEXITSTATUS(status) == EXIT_SUCCESS;
+}
 
 bool PageRun::Start(const ServeSite& site, const std::vector<std::string>& variables, int body) {
   int ends[2];

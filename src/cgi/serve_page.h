@@ -29,6 +29,11 @@ struct PageHead {
   std::vector<std::pair<std::string, std::string>> headers;
 };
 
+// Whether a page of the site takes a body of `length` bytes with these variables, as its
+// configuration says; true when that cannot be found out.
+[[nodiscard]] bool AdmitsBody(const ServeSite& site, const std::vector<std::string>& variables,
+                              int64_t length);
+
 class PageRun {
  public:
   // Results of Read besides a count of bytes.

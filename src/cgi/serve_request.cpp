@@ -120,14 +120,19 @@ void ReadRequestHead(MHD_Connection* connection, const ServeSite& site, int port
       if (method == "GET" || method == "HEAD") return;
       return request.Refuse(405, "Only pages take requests of this kind.");
     case ServeTarget::Kind::Page:
-      if (ReadInteger64(HeaderOf(connection, "Content-Length")) <= kLargestBody) return;
+      const int64_t length = ReadInteger64(HeaderOf(connection, "Content-Length"));
+      request.too_large =
+          length > 0 && !AdmitsBody(site, PageVariables(connection, site, port, request), length);
+      if (request.too_large || length <= kLargestBody) return;
       return request.Refuse(413, "The request is too large.");
   }
 }
 
 // What is refused is read all the same: an answer in the middle would not reach every client.
 void TakeBody(const ServeSite& site, std::string_view piece, ServeRequest& request) {
-  if (request.refusal != 0 || request.target.kind != ServeTarget::Kind::Page) return;
+  if (request.refusal != 0 || request.too_large || request.target.kind != ServeTarget::Kind::Page) {
+    return;
+  }
   if (!request.body.open()) request.body = OwnedDescriptor(OpenNameless(site.state + "/tmp"));
   request.body_bytes += static_cast<int64_t>(piece.size());
   if (request.body_bytes > kLargestBody) {
@@ -195,7 +200,9 @@ std::vector<std::string> PageVariables(MHD_Connection* connection, const ServeSi
     map.insert_or_assign("CONTENT_TYPE", std::string(type));
   }
   if (request.body_bytes > 0 || !HeaderOf(connection, "Content-Length").empty()) {
-    map.insert_or_assign("CONTENT_LENGTH", std::to_string(request.body_bytes));
+    map.insert_or_assign("CONTENT_LENGTH", request.too_large
+                                               ? std::string(HeaderOf(connection, "Content-Length"))
+                                               : std::to_string(request.body_bytes));
   }
   // The times that pages print are those of who works on them.
   if (const char* zone = std::getenv("TZ")) map.insert_or_assign("TZ", zone);

@@ -35,6 +35,8 @@ struct ServeRequest {
   std::string reason;
   OwnedDescriptor body;  // a file without a name, once some of the body has come
   int64_t body_bytes = 0;
+  // Whether the page is told the announced length and no body: it says that this is too large.
+  bool too_large = false;
   PageRun* page = nullptr;  // borrowed from the server
   MHD_Connection* connection = nullptr;
   bool waiting = false;  // whether the connection is suspended

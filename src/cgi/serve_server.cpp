@@ -221,7 +221,8 @@ MHD_Result ServeServer::HandleRequest(void* cls, MHD_Connection* connection, con
     request.stage = ServeRequest::Stage::Body;
     // Who asks before sending a body is told at once.
     const bool asks = !HeaderOf(connection, "Expect").empty();
-    return asks && request.refusal != 0 ? server.Answer(connection, request) : MHD_YES;
+    const bool refused = request.refusal != 0 || request.too_large;
+    return asks && refused ? server.Answer(connection, request) : MHD_YES;
   }
   if (*data_size == 0) return server.Answer(connection, request);
   TakeBody(server.site_, {data, *data_size}, request);

@@ -111,19 +111,21 @@ int Host::Go() {
   return 1;
 }
 
+int64_t Host::ReadLargestBody() {
+  return AddEnvironmentVariables() != 0 && LoadConfiguration() != 0 ? config().maxbody : 0;
+}
+
 void Host::EndOutOfMemory() {
-  constexpr std::string_view kText = "Out of memory";
   process_.Spend();
   LiftMemoryLimit();
   try {
-    Error(FatalError(kText));
+    Error(FatalError("Out of memory"));
   } catch (const std::bad_alloc&) {
     // Not even enough for the message: none of this needs any.
     answer_.Fail(500);
     RequireHeaders(500);
-    for (const std::string_view piece : {std::string_view("Fatal Error: "), kText}) {
-      output().Write(piece);
-    }
+    const bool brief = config().showerrors == static_cast<int>(ShownErrors::Brief);
+    output().Write(brief ? "This page has an error." : "Fatal Error: Out of memory");
     output().Write("\r\n");
     output().Flush();
   }

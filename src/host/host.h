@@ -58,6 +58,9 @@ class Host : public Vexa, private ConfigReceiver, private FormReceiver {
   // a phase failed. The process exits with that status, on purpose the reverse of the usual:
   // servers and monitors are set up for it.
   [[nodiscard]] int Go();
+  // In the place of Go, for who takes the body before the page begins: the most bytes that this
+  // request's body may have; 0 or less: any number, also where the configuration is at fault.
+  [[nodiscard]] int64_t ReadLargestBody();
   // What becomes of the page, and of the process, when memory has run out.
   void EndOutOfMemory();
   // Whether Go has come to running the script.

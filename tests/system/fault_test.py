@@ -82,7 +82,7 @@ class Site(Database):
         shutil.copytree(self.kept, self.data)
 
     def meet(self, page, fault):
-        """Whether the fault was reached, and the page; None when the process was killed."""
+        """Whether the fault was reached, and the page; None when the process was killed, also by itself."""
         note = self.directory / "note"
         note.unlink(missing_ok=True)
         process = subprocess.run(
@@ -124,11 +124,11 @@ class Site(Database):
             self.data = kept
 
 
-def positions(site, page, kinds, step=1):
+def positions(site, page, kinds, step=1, most=1000):
     """Meets each fault in turn; yields its name and what came of it."""
     count = 0
     for kind in kinds:
-        for at in range(1 + random.randrange(step), 1000, step):
+        for at in range(1 + random.randrange(step), most, step):
             site.restore()
             reached, text = site.meet(page, f"{kind}:{at}")
             if not reached:
@@ -225,6 +225,44 @@ def files():
                     whole = (site.data / "f").read_text().endswith("x\nnext\n")
                 if not whole:
                     raise Failure(f"{name} left {found[:60] if found else found!r}")
+
+
+@suite.case("a page for which there is no memory says so, gives its locks back and leaves all whole")
+def memory():
+    whole, message = "u" * 20000, "Fatal Error: Out of memory\r\n"
+    with Site(suite.build) as site:
+        site.page("create.vx")
+        site.page("add.vx", "first=0&count=9")
+        site.write("short.vx", """\
+<VxFUNCTION NAME="Vexa_ValidateFileUpload" PARAMETERS="n, f, t"><VxFUNCRETURN VALUE="0"></VxFUNCTION>\
+<VxFUNCTION NAME="Vexa_ProcessFileUpload" PARAMETERS="n, f, t, p, s, c"><FILE COPY=p TO="kept">\
+</VxFUNCTION><VxFUNCTION NAME="twice" PARAMETERS="n"><VxFUNCRETURN VALUE=n $ n></VxFUNCTION>""" + OPEN + """\
+<VxLOCKFILE FILE="short"><VxWHILE EXPR="i LT 3"><VxLET i=i + 1><VxLET s=twice(s $ big)></VxWHILE>\
+<FILE WRITE="f" VALUE=s>""" + CHANGES["add"][0] + """</VxLOCKFILE>\
+<VxEXPORT FILE="e" FIELDS="s" DELIMITER=","><VxEVAL EXPR="len(s) $ vexa_field('x')">""")
+        site.body = (b'--b\r\nContent-Disposition: form-data; name="big"\r\n\r\n' + whole[:5000].encode()
+                     + b'\r\n--b\r\nContent-Disposition: form-data; name="x"\r\n\r\n1\r\n'
+                     b'--b\r\nContent-Disposition: form-data; name="u"; filename="u.txt"\r\n\r\n'
+                     + whole.encode() + b"\r\n--b--\r\n")
+        site.keep()
+        before = site.state()
+        after = CHANGES["add"][1](before)
+        done = site.meet("short.vx", "short:1000000")[1].partition("\r\n\r\n")[2]
+        files = {name: (site.data / name).read_text() for name in ("kept", "f", "e")}
+        for text in positions(site, "short.vx", ("short", "shorton"), 1 if ALL else 29, 100000):
+            if text is None:
+                raise Failure("the process ended by itself")
+            head, _, page = text.partition("\r\n\r\n")
+            # What can be done without may be missing.
+            if not head.startswith("Content-type: ") or (page != done and not page.endswith(message)):
+                raise Failure(f"the page: {text[-300:]}")
+            left = {path.name for path in site.data.iterdir()} - {path.name for path in site.kept.iterdir()}
+            if not left <= files.keys() or page == done != "" and left != files.keys():
+                raise Failure(f"files of the page: {left}")
+            for name in left:
+                expect(name, (site.data / name).read_text(), files[name])
+            if site.state() not in (before, after):
+                raise Failure("the table is neither as before nor as after")
 
 
 @suite.case("an upload is kept wholly or not at all, and leaves no file behind")
