@@ -48,8 +48,8 @@ FatalError::FatalError(std::string_view text, int resultcode)
 
 RequestError::RequestError(Fault fault)
     : Error(fault == Fault::TooLarge ? 413 : 400, 0,
-            fault == Fault::TooLarge ? "The request is too large" : kDamaged,
-            Audience::Everybody) {}
+            fault == Fault::TooLarge ? "The request is too large" : kDamaged, Audience::Everybody) {
+}
 
 TimeoutError::TimeoutError(std::string_view text)
     : Error(200, 0, String::Concat({text, " timed out"}), Audience::Everybody) {}

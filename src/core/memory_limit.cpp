@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <new>
 
 namespace vexa {
 
@@ -15,13 +16,20 @@ rlim_t former_bytes;        // the soft limit before
 
 }  // namespace
 
+void ThrowNoMemory() {
+  LiftMemoryLimit();
+  throw std::bad_alloc();
+}
+
 void LimitMemory(int64_t bytes) {
   LiftMemoryLimit();
   rlimit limit;
   if (getrlimit(RLIMIT_DATA, &limit) != 0) return;
   former_bytes = limit.rlim_cur;
   limit.rlim_cur = std::min(static_cast<rlim_t>(bytes), limit.rlim_max);
-  if (setrlimit(RLIMIT_DATA, &limit) == 0) limited_bytes = bytes;
+  if (setrlimit(RLIMIT_DATA, &limit) != 0) return;
+  limited_bytes = bytes;
+  std::set_new_handler(ThrowNoMemory);
 }
 
 // A hard limit that was lowered meanwhile counts.

@@ -9,6 +9,10 @@
 
 namespace vexa {
 
+// There is no memory: lifts the limit, so that what is open can be left in order, and throws
+// std::bad_alloc. While there is a limit, operator new comes here too.
+[[noreturn]] void ThrowNoMemory();
+
 // From here on the process may take `bytes`, but no more than its hard limit. REQUIRES: above 0.
 // What the system refuses is left.
 void LimitMemory(int64_t bytes);

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <new>
 
+#include "core/memory_limit.h"
 #include "core/text.h"
 
 namespace vexa {
@@ -90,11 +91,11 @@ void String::Grow(size_t capacity) {
   char* heap;
   if (inside()) {
     heap = static_cast<char*>(std::malloc(capacity));
-    if (heap == nullptr) throw std::bad_alloc();
+    if (heap == nullptr) ThrowNoMemory();
     std::memcpy(heap, storage_.local, length_ + 1);
   } else {
     heap = static_cast<char*>(std::realloc(storage_.outside.heap, capacity));
-    if (heap == nullptr) throw std::bad_alloc();
+    if (heap == nullptr) ThrowNoMemory();
   }
   storage_.outside.heap = heap;
   capacity_ = static_cast<uint32_t>(capacity);
@@ -163,7 +164,7 @@ void String::Share() {
   constexpr uint32_t kLeast = 1024;
   if (capacity_ < kLeast) return;
   auto* share = static_cast<SharedStorage*>(std::malloc(sizeof(SharedStorage)));
-  if (share == nullptr) throw std::bad_alloc();
+  if (share == nullptr) ThrowNoMemory();
   *share = {1, capacity_};
   storage_.outside.share = share;
   capacity_ = kShared;

@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <optional>
 #include <string_view>
 
@@ -246,13 +247,14 @@ bool NamedLock::Take(const String& lockfile, String& error) {
   ++named_locks;
   GiveBack();
   FileManager& files = host_.filemanager();
+  // First: what fails behind the taking must leave a lock that can be given back.
+  path_ = lockfile;
   if (files.Lock(lockfile) != 1) {
     error = files.error();
     return false;
   }
-  path_ = lockfile;
-  file_ = files.Open(lockfile, OpenRead);
   held_ = true;
+  file_ = files.Open(lockfile, OpenRead);
   return true;
 }
 
@@ -267,9 +269,23 @@ void NamedLock::Refresh() {
   }
 }
 
+// When memory is wanting, it may be there the second time: a limit that was met is lifted. A file
+// that stays all the same is that of a process that is gone.
 void NamedLock::GiveBack() {
   if (!held_) return;
   held_ = false;
+  for (int attempts = 2; attempts > 0; --attempts) {
+    try {
+      RemoveFile();
+      break;
+    } catch (const std::bad_alloc&) {
+      continue;
+    }
+  }
+  file_.reset();
+}
+
+void NamedLock::RemoveFile() {
   // Without a time limit nothing else would end the attempts to remove the file: ten seconds.
   constexpr int kMostAttempts = 1000;
   FileManager& files = host_.filemanager();
@@ -279,7 +295,6 @@ void NamedLock::GiveBack() {
     if (host_.timedout() || (unlimited && attempt == kMostAttempts)) break;
     SleepTenMilliseconds();
   }
-  file_.reset();
 }
 
 }  // namespace vexa

@@ -51,6 +51,8 @@ class NamedLock {
   void GiveBack();
 
  private:
+  void RemoveFile();
+
   Vexa& host_;
   String path_;
   std::unique_ptr<File> file_;  // tells whether the path still names it; null when it cannot

@@ -151,17 +151,22 @@ int UNIXFileManager::LockRange(UNIXFileInfo& info, const ByteRange& range, LockW
   return 0;
 }
 
+// Destructors come here: it takes no memory. What other Files of the file hold stays locked.
 int UNIXFileManager::ReleaseRange(UNIXFileInfo& info, const ByteRange& range) {
   info.locks.Remove(range);
-  ByteRanges unlocked;
-  unlocked.Add(range);
-  for (const UNIXFileInfo& other : active_) {
-    if (&other == &info || !(other.identity() == info.identity())) continue;
-    for (const ByteRange& held : other.locks.ranges()) unlocked.Remove(held);
-  }
   int result = 0;
-  for (const ByteRange& piece : unlocked.ranges()) {
-    if (DropRecordLock(info.fd(), piece) != 0) result = -1;
+  for (int64_t at = range.start; at < range.end;) {
+    int64_t held_to = at;
+    ByteRange piece = {at, range.end, range.type};
+    for (const UNIXFileInfo& other : active_) {
+      if (&other == &info || !(other.identity() == info.identity())) continue;
+      for (const ByteRange& held : other.locks.ranges()) {
+        if (held.start > at) piece.end = std::min(piece.end, held.start);
+        if (held.start <= at) held_to = std::max(held_to, held.end);
+      }
+    }
+    if (held_to == at && DropRecordLock(info.fd(), piece) != 0) result = -1;
+    at = held_to > at ? held_to : piece.end;
   }
   if (!parked_.empty() && !HoldsLocks(info.identity())) CloseParked(info.identity());
   return result;

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -232,6 +233,7 @@ std::unique_ptr<File> UNIXFileManager::MakeUnnamed(const String& path) {
 
 template <typename Take>
 int UNIXFileManager::TakeFreeName(std::string_view stem, String& name, String& suffix, Take take) {
+  suffix.Reserve(suffix.size() + 8);  // Once the name is taken nothing may fail.
   for (unsigned counter = 1; counter <= 0x7FFFFFFF; ++counter) {
     char digits[9];
     std::snprintf(digits, sizeof(digits), "%08X", counter);
@@ -269,11 +271,16 @@ std::unique_ptr<File> UNIXFileManager::MakeTemporary(String& path, String& suffi
     return fd = vexa::OpenDescriptor(text, flags, 0600, status, links);
   };
   if (TakeFreeName(path, name, suffix, make) != 0) return nullptr;
-  auto file = std::make_unique<UNIXFile>(*this);
-  Adopt(file.get(), name, fd, {OpenMode(mode), links, status});
-  LogFile("FILECREATED", name);
-  path = name;
-  return file;
+  try {
+    auto file = std::make_unique<UNIXFile>(*this);
+    Adopt(file.get(), name, fd, {OpenMode(mode), links, status});
+    LogFile("FILECREATED", name);
+    path = name;
+    return file;
+  } catch (const std::bad_alloc&) {
+    (void)HeldName(name, links).Remove();
+    throw;
+  }
 }
 
 int UNIXFileManager::GiveName(File& file, String& path, String& suffix) {

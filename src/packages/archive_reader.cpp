@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "core/memory_limit.h"
 #include "files/descriptor.h"
 
 namespace vexa {
@@ -78,7 +79,9 @@ ssize_t ArchiveReader::ReadBlock(archive*, void* reader, const void** block) {
   return got;
 }
 
+// The library ends the process when it finds no memory for a name.
 bool ArchiveReader::Open() {
+  const MemoryLimitLifted lifted;
   if (!LoadArchiveLibrary()) {
     reason_ = "the archive library cannot be loaded";
     return false;
@@ -94,6 +97,7 @@ bool ArchiveReader::Open() {
 }
 
 ArchiveReader::Step ArchiveReader::Next() {
+  const MemoryLimitLifted lifted;
   if (archive_ == nullptr && !Open()) return Step::Failed;
   int result = ARCHIVE_RETRY;
   while (result == ARCHIVE_RETRY) result = library.archive_read_next_header(archive_, &entry_);

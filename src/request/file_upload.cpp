@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cassert>
 #include <ctime>
+#include <new>
 #include <vector>
 
 #include "core/error.h"
@@ -89,7 +90,16 @@ bool UploadFunctions::Process(const PartHeader& part, const String& path, int64_
 
 // --- One file --------------------------------------------------------------------------------
 
-FileUpload::~FileUpload() { Remove(); }
+// When memory is wanting, it may be there the second time: a limit that was met is lifted.
+FileUpload::~FileUpload() {
+  for (int attempts = 2; attempts > 0; --attempts) {
+    try {
+      return Remove();
+    } catch (const std::bad_alloc&) {
+      continue;
+    }
+  }
+}
 
 bool FileUpload::Fail(std::string_view message) {
   receiver_.Error(FatalError(message));

@@ -17,7 +17,7 @@ namespace vexa {
 namespace {
 
 // A pair that is longer is decoded as it arrives.
-constexpr size_t kLargePair = 16384;
+constexpr size_t kLargePair = 4096;
 
 }  // namespace
 

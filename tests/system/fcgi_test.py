@@ -15,7 +15,7 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 import fastcgi
 from harness import (
-    ApacheServer, Failure, ProgramSite, Suite, WebServer, expect, expect_in, until, wait_until_stuck)
+    ApacheServer, Failure, ProgramSite, Skip, Suite, WebServer, expect, expect_in, until, wait_until_stuck)
 
 suite = Suite("fastcgi")
 ENVIRONMENT = {"GATEWAY_INTERFACE": "CGI/1.1", "REQUEST_METHOD": "GET", "SCRIPT_NAME": "/vexa", "QUERY_STRING": ""}
@@ -98,6 +98,8 @@ def speak(server):
     server.write("up.vx", UPLOAD)
     text.write_bytes(bytes(50_000_000))
     expect("upload", server.page("/up.vx", "--form", f"file=@{text};filename=x"), "x:50000000:COMPLETE")
+    large = ("--data", "a=1", "--header", "Content-Length: 67108865", "--header", "Expect:", "--max-time", "20")
+    expect("as large as the program takes none", server.curl("/f.vx", *large)[0], 413)
     server.write("go.vx", "<VxEVAL EXPR=\"vexa_setcookie('c', 'v w', '') $ vexa_redirect('/f.vx')\">")
     status, headers, _ = server.curl("/go.vx")
     expect("status of a redirect", status, 303)
@@ -295,6 +297,20 @@ def _():
         for number in range(40):
             site.text("page.vx", "&".join(f"name{number}x{i}={i}" for i in range(2500)))
         until(lambda: site.worker.children() != [child], "the child keeps all names", 5)
+
+
+@suite.case("the limit on memory is each request's own, and a page that met it ends its child")
+def _():
+    if suite.sanitized:
+        raise Skip("the sanitizers take memory of their own")
+    with Asked(config="<VIRTUALHOST NAME=small>\nmaxmemory=50000000\n</VIRTUALHOST>") as site:
+        site.write("index.vx", "<VxLET x='0123456789'><VxWHILE EXPR='i LT size'><VxLET i=i + 1><VxLET x=x $ x></VxWHILE>"
+                               "&[i] &[process_id]")
+        child = site.worker.children()[0]
+        for host, size, page in (("small", 2, f"2 {child}"), ("large", 22, f"22 {child}"),
+                                 ("small", 22, "Fatal Error: Out of memory\r\n")):
+            expect(f"{size} of {host}", site.text("index.vx", f"size={size}", SERVER_NAME=host), page)
+        until(lambda: child not in site.worker.children(), "the child goes on", 5)
 
 
 @suite.case("what was kept gives way to another file, however soon and however alike")

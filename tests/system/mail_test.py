@@ -483,6 +483,22 @@ def fetching(site):
         expect("left", box.left(), [0, *range(2, 11)])
 
 
+@suite.case("a mail may take more than maxmemory while it is taken apart")
+def beyond_the_limit(site):
+    large = message("large")
+    large.add_attachment(b"x" * 16_000_000, maintype="image", subtype="png", filename="large")
+    (site.data / "large").mkdir()
+    box = Mailbox(site)
+    box.put(large)
+    config = site.directory / "vexa.conf"
+    former = config.read_text()
+    config.write_text(former + "maxmemory=80000000\n")
+    with box.running():
+        expect("mail", fetch(site, f"127.0.0.1:{box.port}", "&[pop_files]", 'TLS="none"', "large"),
+               ("large/large", "", ""))
+    config.write_text(former)
+
+
 @suite.case("only a mailbox that was left well loses what is marked")
 def deleting(site):
     (site.data / "in").mkdir(exist_ok=True)

@@ -321,6 +321,20 @@ def _(site):
         return  # The checks reserve more address space than any limit leaves.
     site.expect("page", "Fatal Error: Out of memory\r\n",
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (256 << 20, 256 << 20)))
+    taken = "<VxLET x='0123456789'><VxWHILE EXPR=\"i LT 22\"><VxLET i=i + 1><VxLET x=x $ x></VxWHILE>&[i]"
+    site.write("index.vx", "<VxLOCKFILE FILE='l'>[" + taken + "]</VxLOCKFILE>")
+    site.expect("as much as it wants", "[22]")
+    section = "<VIRTUALHOST NAME=localhost>\nmaxmemory={}\n</VIRTUALHOST>\n"
+    for limit, config, page in (
+            (None, "maxmemory=50000000", "[Fatal Error: Out of memory\r\n"),
+            (None, section.format(50000000), "[Fatal Error: Out of memory\r\n"),
+            (None, "maxmemory=50000000\n" + section.format(9999999999), "[22]"),
+            # In the place of the soft limit, up to the hard one.
+            ((30 << 20, resource.RLIM_INFINITY), "maxmemory=300000000", "[22]"),
+            ((30 << 20, 30 << 20), "maxmemory=300000000", "[Fatal Error: Out of memory\r\n")):
+        site.configure(config)
+        site.expect(config, page, preexec_fn=limit and (lambda: resource.setrlimit(resource.RLIMIT_DATA, limit)))
+        expect("locks", site.files(), [])
 
 
 @case("a file too large for the server, or for a variable, is an error", page=UPLOAD_PAGE)

@@ -60,7 +60,7 @@ XBaseRecord::XBaseRecord(Vexa& host, XBaseTable& table, String database)
     : host_(host),
       table_(table),
       database_(std::move(database)),
-      variables_(std::make_unique<VariableTree>(kFieldKind)) {}
+      variables_(kFieldKind) {}
 
 void XBaseRecord::Bind() {
   MakeFieldVariables(*this, *variables_);
@@ -69,7 +69,7 @@ void XBaseRecord::Bind() {
 }
 
 void XBaseRecord::Unbind() {
-  variables_ = std::make_unique<VariableTree>(kFieldKind);
+  variables_.emplace(kFieldKind);
   eof_ = nullptr;
   edited_.clear();
   current_ = 0;

@@ -14,6 +14,7 @@
 #define VEXA_XBASE_DATABASE_XBASE_RECORD_H_
 
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -100,7 +101,7 @@ class XBaseRecord {
   Vexa& host_;
   XBaseTable& table_;
   String database_;
-  std::unique_ptr<VariableTree> variables_;
+  std::optional<VariableTree> variables_;  // always there; in place, since closing takes no memory
   Variable* eof_ = nullptr;  // in variables_
   std::vector<XBaseField*> edited_;
   int current_ = 0;
