@@ -75,7 +75,8 @@ bool MultipartFormDataParser::ReadEnd(BodyReader& body, BodyReader::DataEnd end)
   using DataEnd = BodyReader::DataEnd;
   const bool had_last = end == DataEnd::LastPart;
   if (had_last && strict()) end = body.ReadRest();
-  if ((end == DataEnd::BodyEnd || body.cut_off()) && ReportTimeout()) return false;
+  const bool cut = end == DataEnd::BodyEnd || (strict() && body.cut_off());
+  if (cut && ReportTimeout()) return false;
   const bool whole = had_last && end == DataEnd::BodyEnd && !body.cut_off();
   return !strict() || whole || ReportDamage();
 }

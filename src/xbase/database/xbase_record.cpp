@@ -57,10 +57,7 @@ class Evaluation {
 }  // namespace
 
 XBaseRecord::XBaseRecord(Vexa& host, XBaseTable& table, String database)
-    : host_(host),
-      table_(table),
-      database_(std::move(database)),
-      variables_(kFieldKind) {}
+    : host_(host), table_(table), database_(std::move(database)), variables_(kFieldKind) {}
 
 void XBaseRecord::Bind() {
   MakeFieldVariables(*this, *variables_);

@@ -102,7 +102,7 @@ class XBaseRecord {
   XBaseTable& table_;
   String database_;
   std::optional<VariableTree> variables_;  // always there; in place, since closing takes no memory
-  Variable* eof_ = nullptr;  // in variables_
+  Variable* eof_ = nullptr;                // in variables_
   std::vector<XBaseField*> edited_;
   int current_ = 0;
   int generation_ = 0;  // of the table, when the current record was read
