@@ -304,8 +304,8 @@ def _():
     if suite.sanitized:
         raise Skip("the sanitizers take memory of their own")
     with Asked(config="<VIRTUALHOST NAME=small>\nmaxmemory=50000000\n</VIRTUALHOST>") as site:
-        site.write("index.vx", "<VxLET x='0123456789'><VxWHILE EXPR='i LT size'><VxLET i=i + 1><VxLET x=x $ x></VxWHILE>"
-                               "&[i] &[process_id]")
+        site.write("index.vx", "<VxLET x='0123456789'><VxWHILE EXPR=\"i LT size\"><VxLET i=i + 1>"
+                               "<VxLET x=x $ x></VxWHILE>&[i] &[process_id]")
         child = site.worker.children()[0]
         for host, size, page in (("small", 2, f"2 {child}"), ("large", 22, f"22 {child}"),
                                  ("small", 22, "Fatal Error: Out of memory\r\n")):

@@ -53,6 +53,36 @@ TEST(StringTest, AssignsAndAppendsPartsOfItself) {
   EXPECT_EQ(text, "abuvwab");
 }
 
+TEST(StringTest, TextsThatShareStorageChangeApart) {
+  void (*const kChanges[])(String&) = {
+      [](String& text) { text.cat('x'); },
+      [](String& text) { text.cat(text.view().substr(9)); },
+      [](String& text) { text.assign(text.view().substr(9)); },
+      [](String& text) { text.Truncate(9); },
+      [](String& text) { text.clear(); },
+      [](String& text) { text.upcase(); },
+      [](String& text) { text.StripWhitespace(); },
+      [](String& text) { text.Reserve(9999); },
+      [](String& text) { *text.MutableBytes() = 'x'; },
+      [](String& text) { text = String("x"); },
+      [](String& text) { DecodeAttribute(text); },
+  };
+  for (const auto change : kChanges) {
+    const String apart(" a+b " + std::string(2000, 'c'));
+    String text = apart, assigned;
+    text.Share();
+    String copy = text;
+    assigned = text;
+    EXPECT_EQ(copy.data(), assigned.data());
+    change(copy);
+    EXPECT_EQ(copy, Changed(apart, change));
+    EXPECT_EQ(assigned, apart);
+    copy = text = String();
+    change(assigned);  // Its last owner keeps the storage.
+    EXPECT_EQ(assigned, Changed(apart, change));
+  }
+}
+
 TEST(StringTest, CopiesAndMovesKeepBytes) {
   for (size_t length : {0u, 1u, 22u, 23u, 24u, 25u, 1000u}) {
     std::string bytes(length, '\0');
