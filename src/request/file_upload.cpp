@@ -94,7 +94,8 @@ bool UploadFunctions::Process(const PartHeader& part, const String& path, int64_
 FileUpload::~FileUpload() {
   for (int attempts = 2; attempts > 0; --attempts) {
     try {
-      return Remove();
+      Remove();
+      break;
     } catch (const std::bad_alloc&) {
       continue;
     }
