@@ -37,8 +37,8 @@ struct DatePart {
   int width;
   int least;
   int most;
-  std::string_view suffix;   // of its variable
-  std::string_view message;  // when it is another number
+  char suffix[8];    // of its variable
+  char message[16];  // when it is another number
 };
 inline constexpr DatePart kDateYear = {0, 4, 0, 9999, "_year", "Invalid year"};
 inline constexpr DatePart kDateMonth = {4, 2, 1, 12, "_month", "Invalid month"};

@@ -8,7 +8,7 @@ namespace vexa {
 
 namespace {
 
-constexpr std::string_view kEndings[] = {"", "-journal", "-wal", "-shm"};
+constexpr char kEndings[][12] = {"", "-journal", "-wal", "-shm"};
 
 }  // namespace
 
@@ -21,7 +21,7 @@ HeldFile::~HeldFile() {
 }
 
 bool HeldFile::IsOne(const String& path, const struct stat* status) const {
-  for (const std::string_view ending : kEndings) {
+  for (const char* ending : kEndings) {
     const String name = String::Concat({path_, ending});
     if (name == path) return true;
     struct stat held;

@@ -149,12 +149,10 @@ class QueryReader {
 class StatementWords {
  public:
   explicit StatementWords(std::string_view text) : rest_(text) {}
-  [[nodiscard]] bool Next(std::initializer_list<std::string_view> known) {
+  [[nodiscard]] bool Next(std::string_view first, std::string_view second) {
     size_t end;
     const std::string_view word = FirstWord(rest_, end);
-    const bool is_known = std::any_of(known.begin(), known.end(), [word](std::string_view one) {
-      return EqualsIgnoreCase(one, word);
-    });
+    const bool is_known = EqualsIgnoreCase(word, first) || EqualsIgnoreCase(word, second);
     if (is_known) rest_.remove_prefix(end);
     return is_known;
   }
@@ -179,17 +177,17 @@ bool ReadQueryText(std::string_view query, const SqlDriver& driver, QueryText& r
 
 TransactionStep StepOf(std::string_view statement) {
   StatementWords words(statement);
-  if (words.Next({"BEGIN"})) {
-    (void)words.Next({"TRANSACTION", "WORK"});
+  if (words.Next("BEGIN", "BEGIN")) {
+    (void)words.Next("TRANSACTION", "WORK");
     return words.AtEnd() ? TransactionStep::Begin : TransactionStep::None;
   }
-  if (words.Next({"COMMIT", "END"})) {
-    (void)words.Next({"TRANSACTION", "WORK"});
+  if (words.Next("COMMIT", "END")) {
+    (void)words.Next("TRANSACTION", "WORK");
     return words.AtEnd() ? TransactionStep::Commit : TransactionStep::None;
   }
-  if (!words.Next({"ROLLBACK", "ABORT"})) return TransactionStep::None;
-  (void)words.Next({"TRANSACTION", "WORK"});
-  if (words.Next({"TO"})) return TransactionStep::RollbackTo;
+  if (!words.Next("ROLLBACK", "ABORT")) return TransactionStep::None;
+  (void)words.Next("TRANSACTION", "WORK");
+  if (words.Next("TO", "TO")) return TransactionStep::RollbackTo;
   return words.AtEnd() ? TransactionStep::Rollback : TransactionStep::None;
 }
 

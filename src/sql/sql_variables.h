@@ -17,10 +17,8 @@
 #define VEXA_SQL_SQL_VARIABLES_H_
 
 #include <cstddef>
-#include <memory>
 #include <string_view>
 
-#include "core/field_text.h"
 #include "core/variables.h"
 #include "sql/sql_record.h"
 
@@ -30,31 +28,51 @@ namespace vexa {
 // all others, and the first column over later ones.
 void MakeSqlVariables(SqlRecord& record, SqlCounts& counts, VariableTree& scope);
 
-// Base of the variables of a column; stores what is assigned as it is.
-class SqlVariable : public Variable {
+// One of them. What it is stands in its role, and not in a class of its own: each class would cost
+// every page a little when the program starts.
+class SqlVariable final : public Variable {
  public:
-  SqlVariable(SqlRecord& record, size_t column, String name)
-      : Variable(std::move(name), kComputed), record_(record), column_(column) {}
-  [[nodiscard]] const String& value() override { return record_.Text(column_); }
-  [[nodiscard]] bool SetValue(const String& value) override { return Store(value); }
+  enum class Role {
+    Plain,  // the text of the column as it stands
+    Number,
+    Boolean,
+    Date,
+    Year,
+    Month,
+    Day,
+    Time,
+    Null,
+    // About the row; they refuse every assignment.
+    TotalRows,
+    RowNumber,
+    Deleted,
+  };
+
+  // Both are borrowed; `column` is without meaning for roles about the row.
+  SqlVariable(SqlRecord& record, SqlCounts& counts, Role role, size_t column, String name)
+      : Variable(std::move(name), kComputed),
+        record_(record),
+        counts_(counts),
+        role_(role),
+        column_(column) {}
+  [[nodiscard]] const String& value() override;
+  [[nodiscard]] bool SetValue(const String& value) override;
 
   // What a parameter of a query is for this variable: a text, bytes, NULL.
-  [[nodiscard]] virtual SqlValue AsParameter();
-
- protected:
-  // Keeps the message. Returns false.
-  bool Refuse(std::string_view message);
-  [[nodiscard]] bool Store(std::string_view text);
-  [[nodiscard]] bool StoreNull();
-  [[nodiscard]] SqlRecord& record() const { return record_; }
-  [[nodiscard]] size_t column() const { return column_; }
-  [[nodiscard]] const SqlColumn& declared() const { return record_.columns()[column_]; }
-  const String& Number(int64_t number);
+  [[nodiscard]] SqlValue AsParameter();
 
  private:
-  [[nodiscard]] bool MayChange();
+  [[nodiscard]] const SqlColumn& declared() const { return record_.columns()[column_]; }
+  const String& Number(int64_t number);
+  // What is to be stored for a value. A message when it is refused.
+  [[nodiscard]] std::string_view Check(const String& value, String& text) const;
+  [[nodiscard]] std::string_view CheckNumber(const String& value, String& text) const;
+  // Keeps the message. Returns false.
+  bool Refuse(std::string_view message);
 
   SqlRecord& record_;
+  SqlCounts& counts_;
+  Role role_;
   size_t column_;
 };
 

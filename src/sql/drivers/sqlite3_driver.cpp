@@ -31,10 +31,9 @@ String KeptName(int id) { return String::Concat({"temp.vexa_view_", PrintInteger
 bool ChangesRows(std::string_view text) {
   size_t ignored;
   const std::string_view word = FirstWord(text, ignored);
-  for (const std::string_view known : {"INSERT", "UPDATE", "DELETE", "REPLACE", "WITH"}) {
-    if (EqualsIgnoreCase(word, known)) return true;
-  }
-  return false;
+  constexpr char kWords[][8] = {"INSERT", "UPDATE", "DELETE", "REPLACE", "WITH"};
+  return std::any_of(std::begin(kWords), std::end(kWords),
+                     [word](const char* known) { return EqualsIgnoreCase(word, known); });
 }
 
 bool IsQuery(std::string_view text) {

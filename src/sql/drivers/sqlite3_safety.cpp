@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <string_view>
 
@@ -35,22 +34,17 @@ int OpenWithoutLinks(const char* path, int flags, int mode) {
 // --- Statements ------------------------------------------------------------------------------
 
 // What statements may ask the engine about its state: nothing here changes anything.
-constexpr std::string_view kQuestions[] = {
-    "collation_list",   "compile_options", "data_version", "encoding",          "foreign_keys",
-    "freelist_count",   "function_list",   "index_info",   "index_list",        "index_xinfo",
-    "foreign_key_list", "page_count",      "page_size",    "foreign_key_check", "schema_version",
-    "table_info",       "table_list",      "table_xinfo",  "integrity_check",   "quick_check",
-};
-// Those of them whose value is the name of what they tell about.
-constexpr std::string_view kNamedQuestions[] = {
-    "index_info", "index_list",  "index_xinfo", "foreign_key_list", "foreign_key_check",
-    "table_info", "table_xinfo", "table_list",  "integrity_check",  "quick_check",
-};
+constexpr std::string_view kQuestions =
+    " collation_list compile_options data_version encoding foreign_keys freelist_count"
+    " function_list page_count page_size schema_version ";
+// Questions whose value is the name of what they tell about, if they have one.
+constexpr std::string_view kNamedQuestions =
+    " foreign_key_check foreign_key_list index_info index_list index_xinfo integrity_check"
+    " quick_check table_info table_list table_xinfo ";
 
-template <size_t kSize>
-bool IsOneOf(const std::string_view (&names)[kSize], std::string_view name) {
-  return std::any_of(std::begin(names), std::end(names),
-                     [name](std::string_view known) { return EqualsIgnoreCase(known, name); });
+bool IsOneOf(std::string_view names, std::string_view name) {
+  const String word = String::Concat({" ", name, " "}).lower();
+  return names.find(word.view()) != names.npos;
 }
 
 bool MayAskOrSet(std::string_view pragma, const char* value) {
@@ -58,7 +52,7 @@ bool MayAskOrSet(std::string_view pragma, const char* value) {
   if (EqualsIgnoreCase(pragma, "journal_mode")) {
     return value == nullptr || EqualsIgnoreCase(value, "wal") || EqualsIgnoreCase(value, "delete");
   }
-  return value == nullptr ? IsOneOf(kQuestions, pragma) : IsOneOf(kNamedQuestions, pragma);
+  return IsOneOf(kNamedQuestions, pragma) || (value == nullptr && IsOneOf(kQuestions, pragma));
 }
 
 // Sizes beyond which no honest statement or file goes; the engine's own are larger.

@@ -14,12 +14,12 @@ namespace vexa {
 namespace {
 
 // The names under which a row number may be reached.
-constexpr std::string_view kRowNumbers[] = {"rowid", "_rowid_", "oid"};
+constexpr char kRowNumbers[][8] = {"rowid", "_rowid_", "oid"};
 
 // --- Declared types --------------------------------------------------------------------------
 
 struct KnownType {
-  std::string_view name;
+  char name[12];
   SqlKind kind;
 };
 // By the whole name.
@@ -209,7 +209,7 @@ bool Sqlite3Driver::DescribeKey(SqlTable& table, const std::vector<int>& key, bo
     table.key.push_back(std::move(term));
   }
   std::string_view row_number;
-  for (const std::string_view name : kRowNumbers) {
+  for (const char* name : kRowNumbers) {
     if (row_number.empty() && FindColumn(table, name) < 0) row_number = name;
   }
   SqlFault ignored;
