@@ -98,8 +98,10 @@ def speak(server):
     server.write("up.vx", UPLOAD)
     text.write_bytes(bytes(50_000_000))
     expect("upload", server.page("/up.vx", "--form", f"file=@{text};filename=x"), "x:50000000:COMPLETE")
-    large = ("--data", "a=1", "--header", "Content-Length: 67108865", "--header", "Expect:", "--max-time", "20")
-    expect("as large as the program takes none", server.curl("/f.vx", *large)[0], 413)
+    text.write_bytes(bytes(67_108_865))
+    status, _, body = server.curl("/f.vx", "--data-binary", f"@{text}")
+    # Apache asks the worker before it reads the body.
+    expect("larger than the program takes", status == 413 or body == "The request is too large\r\n", True)
     server.write("go.vx", "<VxEVAL EXPR=\"vexa_setcookie('c', 'v w', '') $ vexa_redirect('/f.vx')\">")
     status, headers, _ = server.curl("/go.vx")
     expect("status of a redirect", status, 303)
