@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "core/late_function.h"
 #include "files/descriptor.h"
@@ -57,6 +58,9 @@ int HeldName::RenameFrom(const HeldName& from, const char* text) const {
 
 int HeldName::Open(const char* text, int flags, mode_t permissions, struct stat& status) const {
   if (rule_ == LinkRule::Follow) return OpenDescriptor(text, flags, permissions, status);
+  // A name in a directory of this name is none in this directory.
+  errno = EISDIR;
+  if (std::strchr(text, '/') != nullptr) return -1;
   return OpenDescriptorAt(directory_, text, flags | O_NOFOLLOW, permissions, status);
 }
 

@@ -355,14 +355,14 @@ bool UNIXFileManager::Exists(const String& path) {
 bool UNIXFileManager::MayWrite(const String& path) {
   if (!Usable(path)) return false;
   const HeldName name(path, RuleFor(path));
-  return name.good() &&
-         ::faccessat(name.directory(), name.text(), W_OK, AT_EACCESS | name.flags()) == 0;
+  return name.good() && ::faccessat(name.directory(), name.BareText().c_str(), W_OK,
+                                    AT_EACCESS | name.flags()) == 0;
 }
 
 bool UNIXFileManager::MayReplace(const HeldName& place, Former& former) {
   constexpr mode_t kPermissionBits = 07777;
   struct stat status;
-  former = {place.LookAt(status) == 0, 0};
+  former = {place.LookAt(place.BareText().c_str(), status) == 0, 0};
   // A link to nothing is no place.
   if (!former.exists) return errno == ENOENT;
   former.permissions = status.st_mode & kPermissionBits;
