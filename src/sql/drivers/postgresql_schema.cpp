@@ -53,7 +53,7 @@ ORDER BY a.attnum)";
 // first; collation when it is not the column's; whether the index gives an order that statements
 // can ask for. The server writes an expression always in the same way.
 constexpr std::string_view kTerms = R"(
-SELECT a.attname, CASE k.attribute WHEN 0 THEN left(k.text, 1) ELSE '' END,
+SELECT a.attname, CASE k.attribute WHEN 0 THEN pg_catalog.left(k.text, 1) ELSE '' END,
   k.option & 1 = 1, k.option & 2 = 2,
   CASE WHEN o.opcname LIKE '%\_pattern\_ops' THEN 'pg_catalog."C"'
     WHEN k.collation = 0 OR k.collation = a.attcollation THEN '' ELSE (
