@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <limits>
 
 #include "core/calendar.h"
 #include "core/number.h"
@@ -66,19 +68,28 @@ std::string_view Shortened(std::string_view number) {
   return number;
 }
 
-template <typename Number>
-bool Fits(std::string_view text) {
-  Number number;
+bool FitsInteger(std::string_view text) {
+  int64_t number;
   const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
   return read.ec == std::errc() && read.ptr == text.data() + text.size();
+}
+
+// Whether a real of that range holds the number: neither infinite in it nor nothing.
+bool FitsReal(std::string_view text, double least, double most) {
+  double number;
+  if (!ReadStrict(text, &number)) return false;
+  return number == 0 || (std::fabs(number) >= least && std::fabs(number) <= most);
 }
 
 // Whether a number can be a value of the column.
 bool HoldsNumber(const SqlColumn& column, std::string_view number) {
   const std::string_view type = TypeOf(column);
-  if (column.kind == SqlKind::Integer) return Fits<int64_t>(number);
-  if (type == "real") return Fits<float>(number);
-  return !(type == "double precision") || Fits<double>(number);
+  if (column.kind == SqlKind::Integer) return FitsInteger(number);
+  constexpr double kLeastFloat = std::numeric_limits<float>::denorm_min();
+  constexpr double kMostFloat = std::numeric_limits<float>::max();
+  if (type == "real") return FitsReal(number, kLeastFloat, kMostFloat);
+  using Double = std::numeric_limits<double>;
+  return !(type == "double precision") || FitsReal(number, Double::denorm_min(), Double::max());
 }
 
 bool IsDay(std::string_view iso) {
@@ -92,7 +103,7 @@ bool IsDay(std::string_view iso) {
 // A number is seconds since 1970, anything else a date and time.
 bool ReadTime(const String& value, String& from, String& before) {
   int64_t seconds;
-  if (Fits<int64_t>(value)) {
+  if (FitsInteger(value)) {
     seconds = ReadInteger64(value);
     from = IsoTime(seconds);
     before = IsoTime(seconds + 1);
