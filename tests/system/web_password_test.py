@@ -21,10 +21,11 @@ PATHS = """/shop/admin/ /shop/admin/index.vx /shop//admin/ //shop/admin/ /shop/.
 /shop/admin/data.json /shop/%2e/admin/data.json /x/%2e%2e/shop/admin/ /open.vx%2f..%2fshop%2fadmin%2findex.vx
 /open.vx/x.vx/../../shop/admin/ /shop/admin/sub/../index.vx /cgi-bin/vexa?shop/admin/index.vx
 /cgi-bin/vexa/?shop/admin/index.vx /open.vx/?shop/admin/index.vx /open.vx;?shop/admin/index.vx
-/open.vx%2f?shop/admin/index.vx /open.vx%3fshop/admin/index.vx""".split()
-# With a backslash, or a name that begins with a dot: refused, whatever lies there.
+/open.vx%2f?shop/admin/index.vx /open.vx%3fshop/admin/index.vx /big.VX/x""".split()
+# With a backslash, a name that begins with a dot, or a page's extension in other letters, which the program would
+# take: refused, whatever lies there.
 REFUSED = r"""/shop\admin\index.vx /shop%5cadmin%5cindex.vx /\shop/admin/ /a%5cb.txt /a\b.vx /sub/a%5Cb.vx /.dot.vx
-/%2edot.txt /sub/.dot.txt""".split()
+/%2edot.txt /sub/.dot.txt /big.VX /sub/big%2EJson /site.Conf""".split()
 # Of these the path counts, and never the query.
 OPEN = ["/open.vx?shop/admin/index.vx", "/open%2evx?shop/admin/index.vx", "/?shop/admin/index.vx", "//?shop/admin/"]
 
@@ -39,7 +40,7 @@ def site(kind):
             with open(self.directory / "vexa.conf", "a", encoding="utf-8") as settings:
                 settings.write("validextensions=vx,json\n")
             for name in ("shop/admin/index.vx", "shop/admin/data.json", r"a\b.txt", r"a\b.vx", r"sub/a\b.vx",
-                         ".dot.vx", ".dot.txt", "sub/.dot.txt"):
+                         ".dot.vx", ".dot.txt", "sub/.dot.txt", "big.VX", "sub/big.Json", "site.Conf"):
                 self.write(name, SECRET)
             for name in ("open.vx", "index.vx", "sub/index.vx"):
                 self.write(name, "open")
