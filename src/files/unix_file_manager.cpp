@@ -180,7 +180,7 @@ bool UNIXFileManager::HoldsLocks(const FileIdentity& identity) const {
 
 bool UNIXFileManager::HasOpen(const String& path) const {
   struct stat status;
-  if (::stat(path.c_str(), &status) != 0) return false;
+  if (LookAtPath(path.c_str(), 0, status, RuleFor(path)) != 0) return false;
   const auto is_it = [identity = IdentityOf(status)](const auto& held) { return held == identity; };
   const auto is_file = [&](const UNIXFileInfo& info) { return is_it(info.identity()); };
   return std::any_of(active_.begin(), active_.end(), is_file) ||

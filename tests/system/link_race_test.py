@@ -49,6 +49,8 @@ IN_DIRECTORY = {
     "make": file('WRITE="d/new" VALUE="w"', after='<FILE DELETE="d/new">'),
     "create": '<VxCREATE NAME="t" DATABASE="d/c.dbf" FIELDS="a CHAR(3)">' + DONE.format("VxCREATE") +
     '<VxADD><VxMAKEINDEX INDEXFILE="d/c.vxx" EXPR="a"><VxPACK><VxCLOSE NAME="t">',
+    "SQL file": '<VxCREATE NAME="t" TYPE="sqlite3" DATABASE="d/s.db#t" FIELDS="a CHAR(3)">' + DONE.format("VxCREATE") +
+    '<VxQUERY NAME="t" QUERY="DROP TABLE t"><VxCLOSE NAME="t">',
     "directory": file('MAKEDIR="d/m"', after='<FILE REMOVEDIR="d/m">'), "remove": file('REMOVEDIR="d/e"'),
     "link": TOLD.format("fsymlink('own', 'd/s')") + '<FILE DELETE="d/s">',
     "lock": '<VxLOCKFILE FILE="d/l"></VxLOCKFILE>' + DONE.format("VxLOCKFILE"),
@@ -82,7 +84,7 @@ class Race(ProgramSite):
         """Puts a directory of two of that name and a link to the other into the directory `place`."""
         for directory, value in ((place / name, b"mine"), (self.secret, b"SECRET")):
             (directory / "e").mkdir(parents=True, exist_ok=True)
-            for file in ("f", "p.vx", value.decode()):
+            for file in ("f", "p.vx", "s.db-journal", value.decode()):
                 (directory / file).write_bytes(table(value) + (b"\x1a" if directory == self.secret else b""))
                 (directory / file).chmod(0o604 if directory == self.secret else 0o600)
         (self.data / "own").write_text("own")

@@ -12,6 +12,7 @@
 
 #include "core/file.h"
 #include "core/late_function.h"
+#include "core/linkless_open.h"
 #include "core/number.h"
 #include "core/outside.h"
 #include "core/text.h"
@@ -96,7 +97,7 @@ bool Sqlite3Driver::Identify(const SqlPlace& place, String& identity, SqlFault& 
   if (!Resolve(place, path, fault)) return false;
   struct stat status;
   identity = path;
-  if (::stat(path.c_str(), &status) == 0) {
+  if (LookAtPath(path.c_str(), 0, status, LinkRule::Refuse) == 0) {
     identity = String::Concat({PrintInteger(static_cast<int64_t>(status.st_dev)), ":",
                                PrintInteger(static_cast<int64_t>(status.st_ino))});
   }
@@ -105,7 +106,7 @@ bool Sqlite3Driver::Identify(const SqlPlace& place, String& identity, SqlFault& 
 
 bool Sqlite3Driver::OpenFile(const String& path, bool create, SqlFault& fault) {
   struct stat status;
-  const bool is_there = ::stat(path.c_str(), &status) == 0;
+  const bool is_there = LookAtPath(path.c_str(), 0, status, LinkRule::Refuse) == 0;
   if (!is_there && !create) {
     fault.message = std::strerror(errno);
     return false;

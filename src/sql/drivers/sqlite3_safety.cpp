@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "core/late_function.h"
 #include "core/linkless_open.h"
 #include "core/text.h"
 
@@ -29,6 +30,24 @@ int OpenWithoutLinks(const char* path, int flags, int mode) {
   (void)::close(descriptor);
   errno = ENXIO;
   return -1;
+}
+
+// A journal is removed from the directory that was held good, never from one behind a link.
+int RemoveWithoutLinks(const char* path) {
+  const String directory = std::string_view(path).substr(0, std::string_view(path).rfind('/') + 1);
+  const int held = OpenPath(directory.empty() ? "." : directory.c_str(), O_PATH | O_DIRECTORY, 0,
+                            LinkRule::Refuse);
+  if (held < 0) return -1;
+  const auto unlink_at = LateFunction<"unlinkat", decltype(::unlinkat)>();
+  const int result = unlink_at(held, path + directory.size(), 0);
+  const int reason = errno;
+  (void)::close(held);
+  errno = reason;
+  return result;
+}
+
+int LookWithoutLinks(const char* path, struct stat* status) {
+  return LookAtPath(path, 0, *status, LinkRule::Refuse);
 }
 
 // --- Statements ------------------------------------------------------------------------------
@@ -84,8 +103,12 @@ constexpr Switch kSwitches[] = {
 void GuardSqlite3Files(const Sqlite3Library& library) {
   sqlite3_vfs* const files = library.vfs_find(nullptr);
   if (files == nullptr || files->iVersion < 3 || files->xSetSystemCall == nullptr) return;
-  (void)files->xSetSystemCall(files, "open",
-                              reinterpret_cast<sqlite3_syscall_ptr>(&OpenWithoutLinks));
+  const auto set = [&](const char* name, auto* function) {
+    (void)files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(function));
+  };
+  set("open", &OpenWithoutLinks);
+  set("unlink", &RemoveWithoutLinks);
+  set("stat", &LookWithoutLinks);
 }
 
 bool Sqlite3Guard::Install(const Sqlite3Library& library, sqlite3* database) {

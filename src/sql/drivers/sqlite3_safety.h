@@ -9,8 +9,8 @@
 
 namespace vexa {
 
-// Lets the engine open files through no link, in the whole process. Null files and pipes of others
-// are not waited for.
+// Lets the engine open, remove and look at files through no link, in the whole process. Null files
+// and pipes of others are not waited for.
 void GuardSqlite3Files(const Sqlite3Library& library);
 
 // Asked by the engine what a statement may do, while it is prepared.
