@@ -54,7 +54,7 @@ BodyReader::Tail BodyReader::TailOf(std::string_view text) {
   if (text.starts_with("--")) return {Tail::Kind::LastPart, 2};
   if (text == "-") return {Tail::Kind::Unknown, 0};
   size_t padding = std::min(text.find_first_not_of(" \t"), text.size());
-  if (padding > kMostPadding) return {Tail::Kind::Data, 0};
+  if (padding > kMostPadding) return {Tail::Kind::Broken, 0};
   text.remove_prefix(padding);
   if (text.starts_with("\r\n")) return {Tail::Kind::Part, padding + 2};
   if (text.empty() || text == "\r") return {Tail::Kind::Unknown, 0};

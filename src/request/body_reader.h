@@ -75,7 +75,7 @@ class BodyReader {
  private:
   // What stands behind a text that looks like a delimiter.
   struct Tail {
-    // Broken: a line that ends with CR or LF alone.
+    // Broken: a line that ends with CR or LF alone, or whose white space is too long to be read.
     enum class Kind { Part, LastPart, Data, Broken, Unknown } kind;
     size_t length;  // bytes it takes
   };
