@@ -105,9 +105,15 @@ bool URLEncodedParser::Take(std::string_view bytes) {
 
 bool URLEncodedParser::AddPending() {
   if (!receiver().AdmitField()) return false;
-  if (large_) {
+  if (large_ || pending_.size() > kLargePair) {
     DecodeArrived(pending_, decoded_, Arrived::Last);
+    if (!large_) {
+      pending_.Fit();
+      pending_.Share();
+      name_ = pending_;  // Without "=" it is its own name.
+    }
     AddLargeField(receiver(), name_, pending_);
+    name_.Reset();
   } else {
     receiver().sentfields().KeepEncoded(pending_);
     const FormPair field = DecodePair(pending_, FieldSpace::Kept);
@@ -116,10 +122,11 @@ bool URLEncodedParser::AddPending() {
   }
   equals_ = std::string_view::npos;
   large_ = false;
+  decoded_ = 0;
   return true;
 }
 
-// A large name without a value stays as it is.
+// What may still be a large name stays as it is.
 void URLEncodedParser::DecodeLarge() {
   if (!large_) {
     if (equals_ == std::string_view::npos) return;
@@ -130,7 +137,6 @@ void URLEncodedParser::DecodeLarge() {
     std::memmove(bytes, bytes + equals_ + 1, length);
     pending_.Truncate(length);
     large_ = true;
-    decoded_ = 0;
   }
   decoded_ = DecodeArrived(pending_, decoded_, Arrived::Piece);
 }
