@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/encoding.h"
+#include "core/memory_limit.h"
 #include "sql/query_text.h"
 
 namespace vexa {
@@ -23,11 +24,13 @@ SqlSession::SqlSession(Vexa& host, std::unique_ptr<SqlDriver> driver, String ide
 
 SqlSession::~SqlSession() {
   if (!in_transaction_) return;
+  const MemoryLimitLifted lifted;
   RollBack();
   host_.logfile().Write(LogLevel::Errors, "ROLLEDBACK", name_);
 }
 
 String SqlSession::Worded(const SqlFault& fault) {
+  if (fault.kind == SqlFault::Kind::NoMemory) ThrowNoMemory();
   if (fault.kind == SqlFault::Kind::Refused) return fault.message;
   const String message = EntityEncoded(fault.message);
   if (fault.kind != SqlFault::Kind::DuplicateKey) return message;

@@ -73,7 +73,7 @@ class SqlSession {
   // Whether a statement may run now.
   [[nodiscard]] bool MayRun(String& message) const;
 
-  // The message of a failure, as HTML.
+  // The message of a failure, as HTML. Where memory ran out there is none: the request ends.
   [[nodiscard]] static String Worded(const SqlFault& fault);
 
  private:

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cassert>
 
+#include "core/memory_limit.h"
 #include "core/number.h"
 #include "core/outside.h"
 
@@ -18,7 +19,9 @@ constexpr int64_t kMostAhead = 256;
 }  // namespace
 
 SqlWalk::~SqlWalk() {
-  if (kept()) session_.DropKept(kept_id_);
+  if (!kept()) return;
+  const MemoryLimitLifted lifted;
+  session_.DropKept(kept_id_);
 }
 
 void SqlWalk::Keep(int id, int64_t count) {

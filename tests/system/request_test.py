@@ -335,6 +335,10 @@ def _(site):
         site.configure(config)
         site.expect(config, page, preexec_fn=limit and (lambda: resource.setrlimit(resource.RLIMIT_DATA, limit)))
         expect("locks", site.files(), [])
+    site.configure("maxmemory=50000000")
+    site.write("index.vx", """<VxCREATE NAME="t" TYPE="sqlite3" DATABASE="t.db#t" FIELDS="a CHAR(9)">
+<VxQUERY QUERY="BEGIN"><VxQUERY QUERY="SELECT hex(zeroblob(50000000))">""")
+    site.expect("an engine's", "\nFatal Error: Out of memory\r\n")
 
 
 @case("a file too large for the server, or for a variable, is an error", page=UPLOAD_PAGE)

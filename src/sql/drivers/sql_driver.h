@@ -35,6 +35,7 @@ struct SqlFault {
     Refused,       // a path that the sandbox refuses; the message is HTML, and says all
     DuplicateKey,  // a unique key is there already
     TimedOut,
+    NoMemory,
     Gone,  // the connection is lost: so is everything that is asked of it from now on
   };
   Kind kind = Kind::Other;

@@ -65,6 +65,8 @@ bool Sqlite3Driver::Fail(int code, SqlFault& fault) {
   if (plain == SQLITE_INTERRUPT ||
       ((plain == SQLITE_BUSY || plain == SQLITE_LOCKED) && host_.timedout())) {
     fault = {SqlFault::Kind::TimedOut, "Timed out"};
+  } else if (plain == SQLITE_NOMEM) {
+    fault.kind = SqlFault::Kind::NoMemory;
   } else if (extended == SQLITE_CONSTRAINT_PRIMARYKEY || extended == SQLITE_CONSTRAINT_UNIQUE ||
              extended == SQLITE_CONSTRAINT_ROWID) {
     fault.kind = SqlFault::Kind::DuplicateKey;
