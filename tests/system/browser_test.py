@@ -334,6 +334,9 @@ def _(visit):
             raise Failure(f"{path} was delivered with status {status}")
     for path in ("/shop/index.vx", "/shop/index%2evx", "/shop/parts/setup.vx", "/parts/header.vx"):
         expect(f"script text in {path}", re.findall("VxDO|VxOPEN", visit.server.curl(path)[2]), [])
+    for part in visit.server.site.rglob("parts/*.vx"):
+        path = f"/{part.relative_to(visit.server.site)}"
+        expect(f"{path} asked for by itself", visit.server.curl(path)[2].strip(), "")
 
 
 @case("many first visitors find one shop, and many orders do not oversell")
