@@ -93,8 +93,8 @@ void ReferenceCheck::AddForeignTag(std::string_view raw, int line) {
   in_script_ = EqualsIgnoreCase(TagName(raw), "script");
 }
 
-// What an expression says is for the page alone: only in a text constant can a value be more than
-// the name that it makes.
+// Only those in text constants of expressions: elsewhere pages make names of variables and fields
+// so, and mean it. A value there can be more than a name, too, as the manual says.
 void ReferenceCheck::AddTag(std::string_view raw, int line, const std::vector<String>& constants) {
   std::vector<std::string_view> in_constants;
   for (const String& constant : constants) {
