@@ -156,6 +156,14 @@ class StatementWords {
     if (is_known) rest_.remove_prefix(end);
     return is_known;
   }
+  // Whether nothing follows the word that ends a transaction but whether another one begins.
+  [[nodiscard]] bool AtEndOfEnding() {
+    if (Next("AND", "AND")) {
+      (void)Next("NO", "NO");
+      if (!Next("CHAIN", "CHAIN")) return false;
+    }
+    return AtEnd();
+  }
   // Whether nothing follows but a semicolon.
   [[nodiscard]] bool AtEnd() const {
     size_t end;
@@ -183,12 +191,12 @@ TransactionStep StepOf(std::string_view statement) {
   }
   if (words.Next("COMMIT", "END")) {
     (void)words.Next("TRANSACTION", "WORK");
-    return words.AtEnd() ? TransactionStep::Commit : TransactionStep::None;
+    return words.AtEndOfEnding() ? TransactionStep::Commit : TransactionStep::None;
   }
   if (!words.Next("ROLLBACK", "ABORT")) return TransactionStep::None;
   (void)words.Next("TRANSACTION", "WORK");
   if (words.Next("TO", "TO")) return TransactionStep::RollbackTo;
-  return words.AtEnd() ? TransactionStep::Rollback : TransactionStep::None;
+  return words.AtEndOfEnding() ? TransactionStep::Rollback : TransactionStep::None;
 }
 
 }  // namespace vexa

@@ -113,7 +113,12 @@ bool SqlSession::Query(const SqlStatement& statement, const SqlWanted& wanted, S
     return false;
   }
   if (in_transaction_ && step == TransactionStep::Rollback) {
-    RollBack();
+    SqlFault fault;
+    if (driver_->InTransaction() && !driver_->Run(statement, wanted, result, fault)) {
+      return Failed(fault, message);
+    }
+    EndRolledBack();
+    LookAtTransaction();
     return true;
   }
   SqlStatement run = statement;
@@ -125,6 +130,8 @@ bool SqlSession::Query(const SqlStatement& statement, const SqlWanted& wanted, S
     if (inside && step == TransactionStep::Commit) RollBack();
     return false;
   }
+  // Another one may have begun at once.
+  if (step == TransactionStep::Commit) in_transaction_ = false;
   if (step == TransactionStep::RollbackTo) {
     failed_ = false;
     for (User* user : users_) user->RolledBack(transaction_);
