@@ -25,11 +25,12 @@
 
 namespace vexa {
 
-// What variables ask of the view about its rows as a whole; -1 when that cannot be told.
+// What variables ask of the view about its rows as a whole; nothing when that cannot be told.
+// Numbers of rows may be below zero where they are keys.
 class SqlCounts {
  public:
-  [[nodiscard]] virtual int64_t TotalRows() = 0;
-  [[nodiscard]] virtual int64_t RowNumber() = 0;
+  [[nodiscard]] virtual std::optional<int64_t> TotalRows() = 0;
+  [[nodiscard]] virtual std::optional<int64_t> RowNumber() = 0;
 
  protected:
   ~SqlCounts() = default;

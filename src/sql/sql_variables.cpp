@@ -78,21 +78,20 @@ class VariableMaker {
 
 // --- Reading ---------------------------------------------------------------------------------
 
-const String& SqlVariable::Number(int64_t number) {
-  value_ = PrintInteger(number);
+const String& SqlVariable::Number(std::optional<int64_t> number) {
+  static const String untold;
+  if (!number) return untold;
+  value_ = PrintInteger(*number);
   return value_.text();
 }
 
 const String& SqlVariable::value() {
-  static const String untold;
   int64_t number = 0;
   switch (role_) {
     case Role::TotalRows:
-      number = counts_.TotalRows();
-      return number < 0 ? untold : Number(number);
+      return Number(counts_.TotalRows());
     case Role::RowNumber:
-      number = counts_.RowNumber();
-      return number < 0 ? untold : Number(number);
+      return Number(counts_.RowNumber());
     case Role::Deleted:
       return Number(record_.deleted() ? 1 : 0);
     case Role::Null:
@@ -137,7 +136,8 @@ std::string_view SqlVariable::CheckNumber(const String& value, String& text) con
   std::string_view digits = text;
   digits.remove_prefix(std::min(digits.find_first_not_of("-0"), digits.size()));
   const auto whole = static_cast<int>(digits.substr(0, digits.find('.')).size());
-  const bool fits = whole <= declared().precision - declared().decimals;
+  // A type may declare more digits behind the point than it has: then there is none before it.
+  const bool fits = whole <= std::max(declared().precision - declared().decimals, 0);
   return fits ? std::string_view() : kNumberTooLong;
 }
 

@@ -63,7 +63,7 @@ class SqlVariable final : public Variable {
 
  private:
   [[nodiscard]] const SqlColumn& declared() const { return record_.columns()[column_]; }
-  const String& Number(int64_t number);
+  const String& Number(std::optional<int64_t> number);
   // What is to be stored for a value. A message when it is refused.
   [[nodiscard]] std::string_view Check(const String& value, String& text) const;
   [[nodiscard]] std::string_view CheckNumber(const String& value, String& text) const;

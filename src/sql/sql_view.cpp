@@ -269,19 +269,19 @@ DataResult SqlView::RevealStructure(const String& database) {
 
 // --- Counts ----------------------------------------------------------------------------------
 
-int64_t SqlView::TotalRows() {
+std::optional<int64_t> SqlView::TotalRows() {
   if (total_ < 0 || total_changes_ != session_.changes()) {
     int64_t count;
     total_ = walk_.Count(count) ? count : -1;
     total_changes_ = session_.changes();
   }
-  return total_;
+  return total_ < 0 ? std::nullopt : std::optional(total_);
 }
 
-int64_t SqlView::RowNumber() {
+std::optional<int64_t> SqlView::RowNumber() {
   if (!record_.is_there()) return 0;
   int64_t number;
-  return walk_.NumberOf(record_.spot(), number) ? number : -1;
+  return walk_.NumberOf(record_.spot(), number) ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace vexa

@@ -72,8 +72,8 @@ class SqlView final : public DatabaseView, private SqlCounts {
   [[nodiscard]] bool MayChange();
   // Takes the row that a change left.
   [[nodiscard]] DataResult Changed(SqlResult& result, std::string_view nothing);
-  [[nodiscard]] int64_t TotalRows() override;
-  [[nodiscard]] int64_t RowNumber() override;
+  [[nodiscard]] std::optional<int64_t> TotalRows() override;
+  [[nodiscard]] std::optional<int64_t> RowNumber() override;
 
   SqlDatabase& database_;
   SqlSession& session_;

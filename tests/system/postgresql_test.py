@@ -252,6 +252,11 @@ def kinds(server):
         "{\"a\": 1}|2|dflt|C|raw|02",
         "2||NaN||NaN|infinity|infinity|-infinity|-infinity|||||||||4|d|||12",
         "1970-01-01 23:59:59|1970-01-01 23:59:59+00|20000229|-0.5|1|0.123|11|F|abc|later|3|6|dflt|131"])
+    server.sql("SET role web; CREATE TABLE sizes AS SELECT -1 AS id, 0::numeric(2,5) AS v, 0::numeric(3,-2) AS w;"
+               "ALTER TABLE sizes ADD PRIMARY KEY(id)")
+    expect("digits where a type has none", page(
+        opened(server, "sizes") + """<VxLET v='.00012'><VxLET w='12345'><VxUPDATE>&[recno] &[v] &[w]
+<VEXA VxLET_ERROR="nonfatal, nodisplay"><VxLET w='123456'>&[w]""").split(), ["-1", "0.00012", "12300", "12300"])
 
 
 @suite.case("random operations show the same page as on table files")
@@ -342,12 +347,13 @@ def results(server):
                  + query("DELETE FROM many WHERE id < 100") + "&[r]\n" + '<VxGO NAME="t" VIEW="r" ROW="bottom">'
                  + '<VxGO NAME="t" VIEW="r" ROW="top">&[r]\n'
                  + query("COMMIT") + '<VxSKIP NAME="t" VIEW="r" ROWS="0">&[r]\n'
-                 + query("BEGIN") + '<VxOPENVIEW NAME="t" VIEW="s" QUERY="SELECT 1 AS one">' + query("ROLLBACK")
-                 + "[&[s.d.one]]").split("\n")
+                 + query("BEGIN") + '<VxOPENVIEW NAME="t" VIEW="s" QUERY="SELECT 1 AS one">'
+                 + query("ROLLBACK AND CHAIN") + query("SELEC") + query("ROLLBACK AND NO CHAIN")
+                 + "[&[s.d.one]]" + tell("SELECT 8")).split("\n")
     expect("refused", shown[:8], [*(refused.format(f"v{i}") for i in range(4)), "More than one statement",
                                   "syntax error at or near &quot;)&quot;", "", "division by zero"])
     expect("as it was", shown[9:11], [shown[8]] * 2)
-    expect("rolled back", shown[11], "[]")
+    expect("rolled back", shown[11], "[]1/8/")
 
 
 GATE = 42  # the lock by which a test holds a page up

@@ -63,9 +63,15 @@ void DescribePostgresqlType(unsigned type, int modifier, SqlColumn& column) {
   if (type == kCharacters || type == kVaryingCharacters) column.precision = declared;
   if (type != kNumeric) return;
   column.precision = declared >> 16;
-  // Below zero it rounds before the point, and there is nothing behind it.
+  // Below zero, in two's complement, it rounds before the point, where there are so many more
+  // digits, and there is nothing behind it.
   const int decimals = declared & 0x7FF;
-  column.decimals = decimals < 0x400 ? decimals : 0;
+  if (decimals < 0x400) {
+    column.decimals = decimals;
+  } else {
+    column.decimals = 0;
+    column.precision += 0x800 - decimals;
+  }
 }
 
 SqlValue PostgresqlValue(const PostgresqlLibrary& library, const PGresult* result, int row,

@@ -180,7 +180,7 @@ bool Sqlite3Driver::DescribeColumns(SqlTable& table, std::vector<int>& key, bool
   constexpr int64_t kHiddenColumn = 1;  // of a virtual table: no value of the row
   std::vector<SqlRow> rows;
   if (!Ask("SELECT name,type,dflt_value IS NOT NULL,pk,hidden,\"notnull\""
-           " FROM pragma_table_xinfo(?1) ORDER BY cid",
+           " FROM pragma_table_xinfo(?1,'main') ORDER BY cid",
            {SqlValue::Text(table.name)}, rows, fault)) {
     return false;
   }
@@ -222,8 +222,8 @@ bool Sqlite3Driver::DescribeKey(SqlTable& table, const std::vector<int>& key, bo
   if (key.size() == 1 &&
       EqualsIgnoreCase(table.columns[static_cast<size_t>(key[0])].type, "INTEGER")) {
     // It is the row number itself, unless there is an index for it.
-    if (!Ask("SELECT 1 FROM pragma_index_list(?1) WHERE origin='pk'", {SqlValue::Text(table.name)},
-             rows, fault)) {
+    if (!Ask("SELECT 1 FROM pragma_index_list(?1,'main') WHERE origin='pk'",
+             {SqlValue::Text(table.name)}, rows, fault)) {
       return false;
     }
     if (rows.empty()) {
@@ -281,7 +281,7 @@ bool Sqlite3Driver::DescribeIndex(const SqlTable& table, const String& name, Sql
   index = {};
   index.name = name;
   std::vector<SqlRow> rows;
-  if (!Ask("SELECT partial FROM pragma_index_list(?1) WHERE name=?2",
+  if (!Ask("SELECT partial FROM pragma_index_list(?1,'main') WHERE name=?2",
            {SqlValue::Text(table.name), SqlValue::Text(name)}, rows, fault)) {
     return false;
   }
@@ -293,7 +293,8 @@ bool Sqlite3Driver::DescribeIndex(const SqlTable& table, const String& name, Sql
     return false;
   }
   const auto texts = IndexedTexts(rows.empty() ? std::string_view() : rows[0][0].text.view());
-  if (!Ask("SELECT cid,name,\"desc\",coll FROM pragma_index_xinfo(?1) WHERE key ORDER BY seqno",
+  if (!Ask("SELECT cid,name,\"desc\",coll FROM pragma_index_xinfo(?1,'main') WHERE key ORDER BY "
+           "seqno",
            {SqlValue::Text(name)}, rows, fault)) {
     return false;
   }

@@ -166,7 +166,9 @@ bool Sqlite3Driver::FindCondition(const SqlTable& table, const SqlTerm& term, co
     }
     case SqlKind::Time:
       if (ReadNumber(value, found)) {
+        if (found.kind != SqlValue::Kind::Integer) return false;
         found = SqlValue::Text(IsoTime(found.integer));
+        if (found.text.empty()) return false;
       } else if (ReadIsoTime(value, seconds)) {
         found = SqlValue::Text(value);
       } else {
@@ -206,7 +208,7 @@ std::vector<String> Sqlite3Driver::CreateIndex(const SqlNewIndex& index) {
   std::vector<String> statements;
   SqlFault ignored;
   std::vector<SqlRow> rows;
-  if (Ask("SELECT 1 FROM pragma_index_list(?1) WHERE name=?2",
+  if (Ask("SELECT 1 FROM pragma_index_list(?1,'main') WHERE name=?2",
           {SqlValue::Text(index.table.name), SqlValue::Text(index.name)}, rows, ignored) &&
       !rows.empty()) {
     statements.push_back("DROP INDEX main." + Quoted(index.name));
