@@ -60,27 +60,29 @@ class Variable {
   [[nodiscard]] const String& error() const { return error_; }
 
   // Whether it neither computes nor checks: its value may then be used in place.
-  [[nodiscard]] bool plain() const { return plain_; }
+  [[nodiscard]] bool plain() const { return kind_ == kPlain; }
+  // Whether it is one of the row of an SQL database (sql/sql_variables.h).
+  [[nodiscard]] bool of_sql_row() const { return kind_ == kOfSqlRow; }
   // REQUIRES of both: plain().
   [[nodiscard]] const ScriptValue& plain_value() const {
-    assert(plain_);
+    assert(plain());
     return value_;
   }
   [[nodiscard]] ScriptValue& plain_value() {
-    assert(plain_);
+    assert(plain());
     return value_;
   }
   // Assigns as SetValue does, without writing a number's text for a plain variable.
   [[nodiscard]] bool Assign(ScriptValue&& value) {
-    if (!plain_) return SetValue(value.text());
+    if (!plain()) return SetValue(value.text());
     value_ = std::move(value);
     return true;
   }
 
  protected:
   // For subclasses.
-  enum Computed { kComputed };
-  Variable(String name, Computed) : symbol_(name), name_(std::move(name)), plain_(false) {}
+  enum Kind : uint8_t { kPlain, kComputed, kOfSqlRow };
+  Variable(String name, Kind kind) : symbol_(name), name_(std::move(name)), kind_(kind) {}
 
   Symbol symbol_;
   String name_;
@@ -88,7 +90,7 @@ class Variable {
   String error_;
 
  private:
-  bool plain_ = true;
+  Kind kind_ = kPlain;
 };
 
 // One scope: variables found by their symbols. Owns them.

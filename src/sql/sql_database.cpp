@@ -85,9 +85,10 @@ std::shared_ptr<SqlSession> SqlDatabase::SessionAt(const SqlPlace& place, String
   SqlFault fault;
   if (driver->Identify(place, identity, fault)) {
     for (const auto& open : host_.databases()) {
-      auto* const other = dynamic_cast<SqlDatabase*>(open.get());
-      if (other == nullptr || other->session_ == nullptr || !(other->type_ == type_)) continue;
-      if (other->session_->identity() == identity) return other->session_;
+      if (!(open->type() == type_)) continue;
+      auto* const other = static_cast<SqlDatabase*>(open.get());
+      if (other->session_ != nullptr && other->session_->identity() == identity)
+        return other->session_;
     }
     if (session_ != nullptr && session_->identity() == identity) return session_;
     if (driver->Connect(place, fault)) {
@@ -407,8 +408,8 @@ bool SqlDatabase::ReadQuery(const String& query, SqlStatement& statement) {
   statement.text = std::move(read.text);
   for (const String& name : read.names) {
     Variable* const variable = host_.vars().Find(name);
-    if (auto* const column = dynamic_cast<SqlVariable*>(variable)) {
-      statement.parameters.push_back(column->AsParameter());
+    if (variable != nullptr && variable->of_sql_row()) {
+      statement.parameters.push_back(static_cast<SqlVariable*>(variable)->AsParameter());
     } else {
       statement.parameters.push_back(
           SqlValue::Text(variable == nullptr ? String() : variable->value()));

@@ -50,7 +50,7 @@ class SqlVariable final : public Variable {
 
   // Both are borrowed; `column` is without meaning for roles about the row.
   SqlVariable(SqlRecord& record, SqlCounts& counts, Role role, size_t column, String name)
-      : Variable(std::move(name), kComputed),
+      : Variable(std::move(name), kOfSqlRow),
         record_(record),
         counts_(counts),
         role_(role),

@@ -3,7 +3,6 @@
 #include "sql/drivers/postgresql_values.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "core/number.h"
 
@@ -91,10 +90,7 @@ SqlValue PostgresqlValue(const PostgresqlLibrary& library, const PGresult* resul
     case kReal32:
     case kReal64: {
       double value = 0;
-      if (std::from_chars(text.data(), text.data() + text.size(), value).ec != std::errc()) {
-        return SqlValue::Text(text);
-      }
-      return SqlValue::Real(value);
+      return ReadStrict(text, &value) ? SqlValue::Real(value) : SqlValue::Text(text);
     }
     case kBytes: {
       size_t size = 0;

@@ -182,8 +182,9 @@ DataResult XBaseDatabase::FinishChange(XBaseTable& table, String& message) {
 
 bool XBaseDatabase::IsOpenTable(const String& path) {
   for (const auto& open : host_.databases()) {
-    const auto* other = dynamic_cast<const XBaseDatabase*>(open.get());
-    if (other == nullptr || !other->table_.is_open()) continue;
+    if (!(open->type() == type())) continue;
+    const auto* other = static_cast<const XBaseDatabase*>(open.get());
+    if (!other->table_.is_open()) continue;
     if (other->table_.datapath() == path) return true;
     if (other->table_.version() == kVersionWithMemo && other->table_.memopath() == path) {
       return true;
