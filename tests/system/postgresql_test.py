@@ -427,7 +427,8 @@ def time_limits(server):
         site.write("index.vx", f'<VxOPEN NAME="t" TYPE="postgresql" DATABASE="{place}">' + tell("SELECT 1"))
         expect("the other server", site.page().strip(), "1/1/")
         # A page that is killed while the server works for it.
-        with held_page(server, site, opened(server) + query("BEGIN") + query(BEFORE) + tell(HELD)) as process:
+        killed = opened(server) + query("DISCARD ALL") + query("BEGIN") + query(BEFORE) + tell(HELD)
+        with held_page(server, site, killed) as process:
             process.kill()
             process.communicate()
             until(lambda: not sessions(server), "the session stays", 5)

@@ -223,6 +223,17 @@ bool PostgresqlConnection::LimitTime(SqlFault& fault) {
   return RunOwn(LimitText(remaining), fault);
 }
 
+// A page may do without our settings, but not work on the server for longer than its time.
+bool PostgresqlConnection::KeepLimits(std::string_view statement, SqlFault& fault) {
+  size_t ignored;
+  const std::string_view word = FirstWord(statement, ignored);
+  if (EqualsIgnoreCase(word, "RESET") || EqualsIgnoreCase(word, "DISCARD")) {
+    return PrepareSession(fault);
+  }
+  if (EqualsIgnoreCase(word, "SET")) limit_ = -1;
+  return true;
+}
+
 bool PostgresqlConnection::RunOwn(const String& statements, SqlFault& fault) {
   SqlResult ignored;
   PostgresqlReply reply;
@@ -268,7 +279,7 @@ bool PostgresqlConnection::Run(const SqlStatement& statement, const SqlWanted& w
   if (gone_) return false;
   SqlFault ignored;
   const bool restored = RestoreSession(done ? fault : ignored);
-  return done && restored;
+  return done && restored && KeepLimits(statement.text, fault);
 }
 
 bool PostgresqlConnection::Send(const SqlStatement& statement) {

@@ -61,6 +61,8 @@ class PostgresqlConnection {
   [[nodiscard]] bool PrepareSession(SqlFault& fault);
   [[nodiscard]] bool RestoreSession(SqlFault& fault);
   [[nodiscard]] bool LimitTime(SqlFault& fault);
+  // Sets them again where a statement of the page changed settings.
+  [[nodiscard]] bool KeepLimits(std::string_view statement, SqlFault& fault);
   [[nodiscard]] bool RunOwn(const String& statements, SqlFault& fault);
 
   // --- Statements ---
