@@ -13,26 +13,6 @@ namespace vexa {
 
 namespace {
 
-// Puts the record's variables before all other scopes, and counts the evaluation, while it lives.
-class Evaluation {
- public:
-  Evaluation(Variables& variables, VariableTree& scope, int& count)
-      : variables_(variables), count_(count) {
-    variables_.PushSystemVars(&scope);
-    ++count_;
-  }
-  ~Evaluation() {
-    --count_;
-    variables_.PopSystemVars();
-  }
-  Evaluation(const Evaluation&) = delete;
-  Evaluation& operator=(const Evaluation&) = delete;
-
- private:
-  Variables& variables_;
-  int& count_;
-};
-
 // A number as servers write it, in plain decimals, with as many as the column declares.
 String NumberText(const SqlColumn& column, const SqlValue& value) {
   String text = value.text;
@@ -56,14 +36,14 @@ String NumberText(const SqlColumn& column, const SqlValue& value) {
 }  // namespace
 
 SqlRecord::SqlRecord(Vexa& host, const std::vector<SqlColumn>& columns, String database)
-    : host_(host), columns_(columns), database_(std::move(database)) {
+    : RecordVariables(host, std::move(database)), columns_(columns) {
   state_.edits.resize(columns_.size());
   state_.spot.row.resize(columns_.size());
 }
 
 void SqlRecord::Bind(SqlCounts& counts) {
-  MakeSqlVariables(*this, counts, variables_);
-  eof_ = variables_.Insert(std::make_unique<Variable>("EOF", "1"));
+  MakeSqlVariables(*this, counts, scope());
+  AddEOF();
 }
 
 void SqlRecord::Come(SqlSpot spot) {
@@ -129,29 +109,6 @@ SqlValue SqlRecord::Written(size_t column) const {
     default:
       return SqlValue::Text(edit->text);
   }
-}
-
-// --- Expressions -----------------------------------------------------------------------------
-
-DataResult SqlRecord::Evaluate(const Expression& expression, String& result) {
-  const Evaluation evaluation(host_.vars(), variables_, evaluations_);
-  return expression.Evaluate(host_.expressioncontext(), result) ? DataResult::Done
-                                                                : DataResult::Reported;
-}
-
-bool SqlRecord::Parse(std::string_view text, Expression& expression) {
-  return expression.ReadText(text, host_.expressioncontext());
-}
-
-String SqlRecord::BusyMessage() const {
-  return String::Concat(
-      {"Database '", database_, "' is in use by its own filter or key expression"});
-}
-
-void SqlRecord::SetEOF(bool end) {
-  // A page may assign to EOF like to any other variable.
-  const std::string_view value = end ? "1" : "0";
-  if (eof_->value() != value) (void)eof_->SetValue(value);
 }
 
 }  // namespace vexa

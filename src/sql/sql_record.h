@@ -2,8 +2,7 @@
 //
 // It owns the variables of the row (sql_variables.h). Assigning to one notes what the page wants in
 // the column; the row itself is written by the next update or add. Coming to another row drops what
-// was assigned. While an expression is evaluated the record must stay as it is, although the
-// expression may call functions of the page: every operation and assignment is refused then.
+// was assigned.
 //
 // Texts of columns are those of fields in tables: dates as YYYYMMDD, booleans as T and F, numbers
 // in plain decimals, NULL as the empty text.
@@ -18,7 +17,7 @@
 #include "core/string.h"
 #include "core/variables.h"
 #include "database.h"
-#include "expr/expression.h"
+#include "expr/record_variables.h"
 #include "sql/drivers/sql_driver.h"
 #include "sql/sql_walk.h"
 #include "vexa.h"
@@ -36,7 +35,7 @@ class SqlCounts {
   ~SqlCounts() = default;
 };
 
-class SqlRecord {
+class SqlRecord final : public RecordVariables {
  public:
   // What a page assigned to a column.
   struct Edit {
@@ -53,8 +52,6 @@ class SqlRecord {
 
   // `host` and `columns` are borrowed. `database` is the name used in messages.
   SqlRecord(Vexa& host, const std::vector<SqlColumn>& columns, String database);
-  SqlRecord(const SqlRecord&) = delete;
-  SqlRecord& operator=(const SqlRecord&) = delete;
   // Makes the variables. `counts` is borrowed.
   void Bind(SqlCounts& counts);
 
@@ -78,25 +75,12 @@ class SqlRecord {
   // What an add or update writes into a column.
   [[nodiscard]] SqlValue Written(size_t column) const;
 
-  // Evaluates with the record's variables before all others. Reported when it fails.
-  [[nodiscard]] DataResult Evaluate(const Expression& expression, String& result);
-  [[nodiscard]] bool Parse(std::string_view text, Expression& expression);
-  [[nodiscard]] bool busy() const { return evaluations_ > 0; }
-  [[nodiscard]] String BusyMessage() const;
-  [[nodiscard]] Variable* FindVariable(Symbol name) { return variables_.Find(name); }
-  void SetEOF(bool end);
-
  private:
   [[nodiscard]] String TextOf(const SqlColumn& column, const SqlValue& value) const;
 
-  Vexa& host_;
   const std::vector<SqlColumn>& columns_;
-  String database_;
   State state_;
-  VariableTree variables_{kFieldKind};
-  Variable* eof_ = nullptr;  // in variables_
-  String text_;              // what Text made last
-  int evaluations_ = 0;      // under way
+  String text_;  // what Text made last
 };
 
 }  // namespace vexa

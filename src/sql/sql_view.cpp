@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "core/encoding.h"
-#include "core/text.h"
+#include "sql/drivers/sql_text.h"
 #include "sql/sql_database.h"
 
 namespace vexa {
@@ -54,9 +54,7 @@ DataResult SqlView::SetFilter(const String& expression) {
   error_.clear();
   if (!database_.MayBegin(error_)) return DataResult::Failed;
   Expression filter;
-  if (!Stripped(expression).empty() && !record_.Parse(expression, filter)) {
-    return DataResult::Reported;
-  }
+  if (!record_.ParseFilter(expression, filter)) return DataResult::Reported;
   filter_ = std::move(filter);
   return DataResult::Done;
 }
@@ -199,7 +197,7 @@ DataResult SqlView::Add() {
     const bool left_out = column.hidden || column.computed || column.has_default;
     if (left_out && !record_.IsAssigned(i)) continue;
     statement.parameters.push_back(record_.Written(i));
-    names.Append(String::Concat({names.empty() ? "" : ",", session_.driver().Quoted(column.name)}));
+    names.Append(String::Concat({names.empty() ? "" : ",", QuotedName(column.name)}));
     marks.Append(String::Concat(
         {marks.empty() ? "" : ",", session_.driver().Mark(statement.parameters.size())}));
   }
@@ -223,9 +221,8 @@ DataResult SqlView::Update() {
   for (size_t i = 0; i < table_.columns.size(); ++i) {
     if (!record_.IsAssigned(i)) continue;
     statement.parameters.push_back(record_.Written(i));
-    sets.Append(
-        String::Concat({sets.empty() ? "" : ",", session_.driver().Quoted(table_.columns[i].name),
-                        "=", session_.driver().Mark(statement.parameters.size())}));
+    sets.Append(String::Concat({sets.empty() ? "" : ",", QuotedName(table_.columns[i].name), "=",
+                                session_.driver().Mark(statement.parameters.size())}));
   }
   if (sets.empty()) {
     SqlSpot spot = record_.spot();

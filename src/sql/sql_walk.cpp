@@ -8,6 +8,7 @@
 #include "core/memory_limit.h"
 #include "core/number.h"
 #include "core/outside.h"
+#include "sql/drivers/sql_text.h"
 
 namespace vexa {
 
@@ -49,7 +50,7 @@ String SqlWalk::ColumnList() const {
   String list;
   for (const SqlColumn& column : table_.columns) {
     if (!list.empty()) list.Append(",");
-    list.Append(column.hidden ? column.name : session_.driver().Quoted(column.name));
+    list.Append(column.hidden ? column.name : QuotedName(column.name));
   }
   return list;
 }

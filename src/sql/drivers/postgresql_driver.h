@@ -46,7 +46,6 @@ class PostgresqlDriver final : public SqlDriver {
                                    bool& found, SqlFault& fault) override;
   [[nodiscard]] const SqlLexis& lexis() const override;
   [[nodiscard]] std::string_view begin() const override { return "BEGIN"; }
-  [[nodiscard]] String Quoted(std::string_view name) const override;
   [[nodiscard]] String Mark(size_t number) const override;
   [[nodiscard]] String TermText(const SqlTable& table, const SqlTerm& term) const override;
   [[nodiscard]] String ValueText(const SqlTable& table, const SqlTerm& term,

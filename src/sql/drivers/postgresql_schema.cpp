@@ -8,6 +8,7 @@
 #include "core/number.h"
 #include "sql/drivers/postgresql_driver.h"
 #include "sql/drivers/postgresql_values.h"
+#include "sql/drivers/sql_text.h"
 
 namespace vexa {
 
@@ -85,13 +86,13 @@ bool PostgresqlDriver::DescribeTable(const String& name, SqlTable& table, bool& 
   // A name with a point means the table that is called so, else one of that schema.
   const size_t point = name.view().find('.');
   const String last = name.view().substr(point + 1);
-  String split = Quoted(last);
+  String split = QuotedName(last);
   if (point != std::string_view::npos) {
-    split = String::Concat({Quoted(name.view().substr(0, point)), ".", split});
+    split = String::Concat({QuotedName(name.view().substr(0, point)), ".", split});
   }
   std::vector<SqlRow> rows;
   if (!Ask(kTable,
-           {SqlValue::Text(Quoted(name)), SqlValue::Text(split), SqlValue::Text(name),
+           {SqlValue::Text(QuotedName(name)), SqlValue::Text(split), SqlValue::Text(name),
             SqlValue::Text(last)},
            rows, fault)) {
     return false;

@@ -217,18 +217,12 @@ std::string_view SchemaOf(std::string_view table) {
 
 const SqlLexis& PostgresqlDriver::lexis() const { return kLexis; }
 
-String PostgresqlDriver::Quoted(std::string_view name) const {
-  String quoted = name;
-  quoted.gsub("\"", "\"\"");
-  return String::Concat({"\"", quoted, "\""});
-}
-
 String PostgresqlDriver::Mark(size_t number) const {
   return String::Concat({"$", PrintInteger(static_cast<int64_t>(number))});
 }
 
 String PostgresqlDriver::TermText(const SqlTable& table, const SqlTerm& term) const {
-  const String name = Quoted(ColumnOf(table, term).name);
+  const String name = QuotedName(ColumnOf(table, term).name);
   const std::string_view collate = term.collation.empty() ? "" : kCollate;
   if (term.function == SqlTerm::Function::None) {
     return String::Concat({name, collate, term.collation});
@@ -332,14 +326,14 @@ std::vector<String> PostgresqlDriver::CreateTable(const String& name,
     const bool is_key = field.name == "id";
     has_key = has_key || is_key;
     if (!columns.empty()) columns.Append(",");
-    columns.Append(FieldText(Quoted(field.name), field, is_key));
+    columns.Append(FieldText(QuotedName(field.name), field, is_key));
   }
-  if (!has_key) columns.prepend(FieldText(Quoted("id"), {{}, 'N', 0, 0}, true) + ",");
+  if (!has_key) columns.prepend(FieldText(QuotedName("id"), {{}, 'N', 0, 0}, true) + ",");
   const size_t point = name.view().find('.');
   const String table = point == std::string_view::npos
-                           ? Quoted(name)
-                           : String::Concat({Quoted(name.view().substr(0, point)), ".",
-                                             Quoted(name.view().substr(point + 1))});
+                           ? QuotedName(name)
+                           : String::Concat({QuotedName(name.view().substr(0, point)), ".",
+                                             QuotedName(name.view().substr(point + 1))});
   return {String::Concat({"CREATE TABLE ", table, " (", columns, ")"})};
 }
 
@@ -348,7 +342,7 @@ std::vector<String> PostgresqlDriver::CreateIndex(const SqlNewIndex& index) {
   SqlIndex former;
   bool found = false;
   SqlFault ignored;
-  const String name = Quoted(index.name);
+  const String name = QuotedName(index.name);
   if (DescribeIndex(index.table, index.name, former, found, ignored) && found) {
     statements.push_back(String::Concat({"DROP INDEX ", SchemaOf(index.table.text), name}));
   }

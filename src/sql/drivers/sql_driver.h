@@ -11,7 +11,7 @@
 //
 // Operations return false with `fault` set; nothing else is changed then. Messages are the
 // engine's, not HTML, without any password. Texts and names from pages never become part of a
-// statement but through the functions here: Quoted for names, Mark for values.
+// statement but through QuotedName (sql_text.h) for names and Mark for values.
 
 #ifndef VEXA_SQL_DRIVERS_SQL_DRIVER_H_
 #define VEXA_SQL_DRIVERS_SQL_DRIVER_H_
@@ -149,7 +149,6 @@ class SqlDriver {
   [[nodiscard]] virtual const SqlLexis& lexis() const = 0;
   // What the bare word BEGIN of a page is to this server.
   [[nodiscard]] virtual std::string_view begin() const = 0;
-  [[nodiscard]] virtual String Quoted(std::string_view name) const = 0;
   // The mark of parameter `number`, from 1.
   [[nodiscard]] virtual String Mark(size_t number) const = 0;
   // `term` as a value to be compared: `"name"`, `upper("name") COLLATE "C"`.

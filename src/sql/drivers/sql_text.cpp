@@ -155,6 +155,12 @@ bool ReadNumber(std::string_view text, SqlValue& value) {
   return true;
 }
 
+String QuotedName(std::string_view name) {
+  String quoted = name;
+  quoted.gsub("\"", "\"\"");
+  return String::Concat({"\"", quoted, "\""});
+}
+
 std::string_view FirstWord(std::string_view statement, size_t& end) {
   const size_t begin = SkipBlank(statement);
   end = begin;

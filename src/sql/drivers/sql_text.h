@@ -28,6 +28,9 @@ namespace vexa {
 // Whether the whole text is a number; an integer of 64 bits becomes one, others a Real.
 [[nodiscard]] bool ReadNumber(std::string_view text, SqlValue& value);
 
+// A name as statements write it, whatever it holds.
+[[nodiscard]] String QuotedName(std::string_view name);
+
 // The first word of a statement behind white space and comments, as it stands; `end` is where it
 // ends.
 [[nodiscard]] std::string_view FirstWord(std::string_view statement, size_t& end);

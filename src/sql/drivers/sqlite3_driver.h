@@ -47,7 +47,6 @@ class Sqlite3Driver final : public SqlDriver {
                                    bool& found, SqlFault& fault) override;
   [[nodiscard]] const SqlLexis& lexis() const override;
   [[nodiscard]] std::string_view begin() const override { return "BEGIN IMMEDIATE"; }
-  [[nodiscard]] String Quoted(std::string_view name) const override;
   [[nodiscard]] String Mark(size_t number) const override;
   [[nodiscard]] String TermText(const SqlTable& table, const SqlTerm& term) const override;
   [[nodiscard]] String ValueText(const SqlTable& table, const SqlTerm& term,

@@ -7,6 +7,7 @@
 
 #include "core/number.h"
 #include "core/text.h"
+#include "sql/drivers/sql_text.h"
 #include "sql/drivers/sqlite3_driver.h"
 
 namespace vexa {
@@ -248,7 +249,7 @@ bool Sqlite3Driver::DescribeTable(const String& name, SqlTable& table, bool& fou
                                   SqlFault& fault) {
   table = {};
   table.name = name;
-  table.text = String::Concat({"main.", Quoted(name)});
+  table.text = String::Concat({"main.", QuotedName(name)});
   std::vector<SqlRow> rows;
   if (!Ask("SELECT type='table' AND sql NOT LIKE 'CREATE VIRTUAL%' FROM main.sqlite_master"
            " WHERE name=?1 AND type IN ('table','view')",

@@ -51,8 +51,8 @@ class ConditionWriter {
 };
 
 // A length check counts characters; texts are in the order of their bytes, as the engine has them.
-String TypeText(const Sqlite3Driver& driver, const SqlField& field, bool is_key) {
-  const String name = driver.Quoted(field.name);
+String TypeText(const SqlField& field, bool is_key) {
+  const String name = QuotedName(field.name);
   String type = "TEXT";
   switch (field.letter) {
     case 'C':
@@ -81,24 +81,18 @@ String TypeText(const Sqlite3Driver& driver, const SqlField& field, bool is_key)
 
 const SqlLexis& Sqlite3Driver::lexis() const { return kLexis; }
 
-String Sqlite3Driver::Quoted(std::string_view name) const {
-  String quoted = name;
-  quoted.gsub("\"", "\"\"");
-  return String::Concat({"\"", quoted, "\""});
-}
-
 String Sqlite3Driver::Mark(size_t number) const {
   return String::Concat({"?", PrintInteger(static_cast<int64_t>(number))});
 }
 
 String Sqlite3Driver::TermText(const SqlTable& table, const SqlTerm& term) const {
   const SqlColumn& column = table.columns[static_cast<size_t>(term.column)];
-  String text = column.hidden ? column.name : Quoted(column.name);
+  String text = column.hidden ? column.name : QuotedName(column.name);
   if (term.function != SqlTerm::Function::None) {
     const bool upper = term.function == SqlTerm::Function::Upper;
     text = String::Concat({upper ? "upper(" : "lower(", text, ")"});
   }
-  if (!term.collation.empty()) text.Append(" COLLATE " + Quoted(term.collation));
+  if (!term.collation.empty()) text.Append(" COLLATE " + QuotedName(term.collation));
   return text;
 }
 
@@ -198,9 +192,9 @@ std::vector<String> Sqlite3Driver::CreateTable(const String& name,
     const bool is_key = field.name == "id";
     has_key = has_key || is_key;
     if (!columns.empty()) columns.Append(",");
-    columns.Append(TypeText(*this, field, is_key));
+    columns.Append(TypeText(field, is_key));
   }
-  return {String::Concat({"CREATE TABLE main.", Quoted(name), " (",
+  return {String::Concat({"CREATE TABLE main.", QuotedName(name), " (",
                           has_key ? "" : "\"id\" INTEGER PRIMARY KEY,", columns, ")"})};
 }
 
@@ -211,7 +205,7 @@ std::vector<String> Sqlite3Driver::CreateIndex(const SqlNewIndex& index) {
   if (Ask("SELECT 1 FROM pragma_index_list(?1,'main') WHERE name=?2",
           {SqlValue::Text(index.table.name), SqlValue::Text(index.name)}, rows, ignored) &&
       !rows.empty()) {
-    statements.push_back("DROP INDEX main." + Quoted(index.name));
+    statements.push_back("DROP INDEX main." + QuotedName(index.name));
   }
   String terms;
   for (SqlTerm term : index.terms) {
@@ -219,9 +213,9 @@ std::vector<String> Sqlite3Driver::CreateIndex(const SqlNewIndex& index) {
     if (!terms.empty()) terms.Append(",");
     terms.Append(OrderText(index.table, term, false));
   }
-  statements.push_back(
-      String::Concat({"CREATE ", index.unique ? "UNIQUE " : "", "INDEX main.", Quoted(index.name),
-                      " ON ", Quoted(index.table.name), " (", terms, ")"}));
+  statements.push_back(String::Concat({"CREATE ", index.unique ? "UNIQUE " : "", "INDEX main.",
+                                       QuotedName(index.name), " ON ", QuotedName(index.table.name),
+                                       " (", terms, ")"}));
   return statements;
 }
 

@@ -20,7 +20,6 @@
 
 #include "core/encoding.h"
 #include "core/number.h"
-#include "core/text.h"
 #include "xbase/index/index_key.h"
 
 namespace vexa {
@@ -55,9 +54,7 @@ DataResult XBaseDatabaseView::SetFilter(const String& expression) {
   error_.clear();
   if (!database_.MayBegin(error_)) return DataResult::Failed;
   Expression filter;
-  if (!Stripped(expression).empty() && !record_.Parse(expression, filter)) {
-    return DataResult::Reported;
-  }
+  if (!record_.ParseFilter(expression, filter)) return DataResult::Reported;
   filter_ = std::move(filter);
   return DataResult::Done;
 }

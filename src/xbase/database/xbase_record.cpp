@@ -34,40 +34,19 @@ String AsReadBack(const XBaseField& field, std::string_view text) {
   return text;
 }
 
-// Puts the record's variables before all other scopes, and counts the evaluation, while it lives.
-class Evaluation {
- public:
-  Evaluation(Variables& variables, VariableTree& scope, int& count)
-      : variables_(variables), count_(count) {
-    variables_.PushSystemVars(&scope);
-    ++count_;
-  }
-  ~Evaluation() {
-    --count_;
-    variables_.PopSystemVars();
-  }
-  Evaluation(const Evaluation&) = delete;
-  Evaluation& operator=(const Evaluation&) = delete;
-
- private:
-  Variables& variables_;
-  int& count_;
-};
-
 }  // namespace
 
 XBaseRecord::XBaseRecord(Vexa& host, XBaseTable& table, String database)
-    : host_(host), table_(table), database_(std::move(database)), variables_(kFieldKind) {}
+    : RecordVariables(host, std::move(database)), table_(table) {}
 
 void XBaseRecord::Bind() {
-  MakeFieldVariables(*this, *variables_);
-  eof_ = variables_->Insert(std::make_unique<Variable>("EOF", "1"));
+  MakeFieldVariables(*this, scope());
+  AddEOF();
   Clear();
 }
 
 void XBaseRecord::Unbind() {
-  variables_.emplace(kFieldKind);
-  eof_ = nullptr;
+  ForgetVariables();
   edited_.clear();
   current_ = 0;
 }
@@ -137,25 +116,20 @@ int XBaseRecord::Restore(const Position& position) {
   return result;
 }
 
-ExpressionContext& XBaseRecord::context() { return host_.expressioncontext(); }
-
 DataResult XBaseRecord::Evaluate(const Expression& expression, String& result) {
-  const Evaluation evaluation(host_.vars(), *variables_, evaluations_);
   const int lost_texts = table_.lost_texts();
-  if (!expression.Evaluate(context(), result)) return DataResult::Reported;
+  if (RecordVariables::Evaluate(expression, result) != DataResult::Done) {
+    return DataResult::Reported;
+  }
   return table_.lost_texts() == lost_texts ? DataResult::Done : DataResult::Failed;
 }
 
 DataResult XBaseRecord::EvaluateKey(const String& index, const Expression& expression,
                                     String& result) {
-  const String* const outer = host_.SetKeyIndex(&index);
+  const String* const outer = host().SetKeyIndex(&index);
   const DataResult evaluated = Evaluate(expression, result);
-  host_.SetKeyIndex(outer);
+  host().SetKeyIndex(outer);
   return evaluated;
-}
-
-bool XBaseRecord::Parse(std::string_view text, Expression& expression) {
-  return expression.ReadText(text, context());
 }
 
 DataResult XBaseRecord::ParseKey(const String& index, std::string_view text, Expression& expression,
@@ -165,17 +139,6 @@ DataResult XBaseRecord::ParseKey(const String& index, std::string_view text, Exp
   if (problem.empty()) return DataResult::Done;
   message = std::move(problem);
   return DataResult::Failed;
-}
-
-String XBaseRecord::BusyMessage() const {
-  return String::Concat(
-      {"Database '", database_, "' is in use by its own filter or key expression"});
-}
-
-void XBaseRecord::SetEOF(bool end) {
-  // A page may assign to EOF like to any other variable.
-  const std::string_view value = end ? "1" : "0";
-  if (eof_->value() != value) (void)eof_->SetValue(value);
 }
 
 }  // namespace vexa

@@ -5,9 +5,6 @@
 // memory and notes it as edited; reading another record drops what was edited. So an edit is what a
 // page changed since the record was read, and it is all that an update may change in the table.
 //
-// While an expression is evaluated the record must stay as it is, although the expression may call
-// functions of the page: every operation and assignment is refused then. `busy()` says so.
-//
 // Record numbers are from 1; 0 is no record, and then all fields are blank but for the edits.
 
 #ifndef VEXA_XBASE_DATABASE_XBASE_RECORD_H_
@@ -21,12 +18,12 @@
 #include "core/string.h"
 #include "core/variables.h"
 #include "database.h"
-#include "expr/expression.h"
+#include "expr/record_variables.h"
 #include "xbase/table/xbase_table.h"
 
 namespace vexa {
 
-class XBaseRecord {
+class XBaseRecord final : public RecordVariables {
  public:
   struct Edit {
     XBaseField* field;
@@ -42,8 +39,6 @@ class XBaseRecord {
 
   // Both are borrowed and must outlive the record. `database` is the name used in messages.
   XBaseRecord(Vexa& host, XBaseTable& table, String database);
-  XBaseRecord(const XBaseRecord&) = delete;
-  XBaseRecord& operator=(const XBaseRecord&) = delete;
 
   // Makes the variables of the open table's fields. No record is current then.
   void Bind();
@@ -73,41 +68,26 @@ class XBaseRecord {
   // table's error set; no record is current then.
   [[nodiscard]] int Restore(const Position& position);
 
-  // Evaluates with the record's variables before all others. Failed, with the table's error set,
-  // when a memo text could not be read: what comes out then is not the record's.
+  // As for all records; Failed, with the table's error set, when a memo text could not be read:
+  // what comes out then is not the record's.
   [[nodiscard]] DataResult Evaluate(const Expression& expression, String& result);
   // The same for the key of the index that was opened as `index`, which may call less (key_rule.h).
   [[nodiscard]] DataResult EvaluateKey(const String& index, const Expression& expression,
                                        String& result);
-  // Reads an expression for later. False after the error was reported.
-  [[nodiscard]] bool Parse(std::string_view text, Expression& expression);
-  // The same for the key of the index that is opened as `index`. Failed, with `message` set, when
-  // it calls what keys may not.
+  // Reads the key of the index that is opened as `index`. Failed, with `message` set, when it calls
+  // what keys may not.
   [[nodiscard]] DataResult ParseKey(const String& index, std::string_view text,
                                     Expression& expression, String& message);
-  [[nodiscard]] bool busy() const { return evaluations_ > 0; }
-  // The message of an operation that is refused for that.
-  [[nodiscard]] String BusyMessage() const;
-
-  [[nodiscard]] Variable* FindVariable(Symbol name) { return variables_->Find(name); }
-  void SetEOF(bool end);
   [[nodiscard]] XBaseTable& table() const { return table_; }
 
  private:
   void Blank();
-  // REQUIRES: a page is running.
-  [[nodiscard]] ExpressionContext& context();
 
-  Vexa& host_;
   XBaseTable& table_;
-  String database_;
-  std::optional<VariableTree> variables_;  // always there; in place, since closing takes no memory
-  Variable* eof_ = nullptr;                // in variables_
   std::vector<XBaseField*> edited_;
   int current_ = 0;
   int generation_ = 0;  // of the table, when the current record was read
   unsigned reads_ = 0;
-  int evaluations_ = 0;  // under way
 };
 
 }  // namespace vexa
