@@ -153,10 +153,12 @@ def _():
         for kills in (0, 5):
             with concurrent.futures.ThreadPoolExecutor(16) as pool:
                 asked = [pool.submit(ask, client) for client in range(16)]
+                killed = []
                 for _ in range(kills):
                     time.sleep(0.05)
-                    until(server.worker.children, "no child takes the place of the killed")
-                    os.kill(server.worker.children()[0], signal.SIGKILL)
+                    until(lambda: set(server.worker.children()) - set(killed), "no child takes the place of the killed")
+                    killed += list(set(server.worker.children()) - set(killed))[:1]
+                    os.kill(killed[-1], signal.SIGKILL)
                 answers = sum((one.result() for one in asked), [])
             wrong = [answer for answer in answers if answer[1:] != (200, f"[{answer[0]}|{answer[0]}|50]")]
             if len(wrong) > kills or any(answer[1] != 502 for answer in wrong):
@@ -210,9 +212,11 @@ def _():
         site.write("stuck.vx", STUCK)
         site.write("index.vx", "x")
         asks = fastcgi.request({**ENVIRONMENT, "PATH_INFO": "/stuck.vx"})
+        def end_worker(child, reader):
+            site.worker.process.send_signal(signal.SIGTERM)
+
         for limit, act in ((1, lambda child, reader: None), (0, lambda child, reader: reader.close()),
-                           (0, lambda child, reader: os.kill(child, signal.SIGTERM)),
-                           (0, lambda child, reader: site.worker.process.send_signal(signal.SIGTERM))):
+                           (0, lambda child, reader: os.kill(child, signal.SIGTERM)), (0, end_worker)):
             with open(site.directory / "vexa.conf", "a") as config:
                 config.write(f"globaltimeout={limit}\n")
             until(site.worker.children, "no child takes the place")
@@ -223,7 +227,7 @@ def _():
                 wait_until_stuck(child)
                 act(child, reader)
                 until(lambda: not (site.data / "a.lck").exists(), "the lock is kept")
-                if site.worker.process.poll() is None and reader.fileno() >= 0:
+                if act is not end_worker and reader.fileno() >= 0:
                     expect("the next page", site.text("index.vx"), "x")
         expect("status", site.worker.process.wait(30), 0)
     with Asked(config="globaltimeout=0") as site, site.worker.connect() as sender:
