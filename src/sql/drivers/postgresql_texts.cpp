@@ -30,14 +30,6 @@ constexpr std::string_view kCollate = " COLLATE ";
 constexpr size_t kMostDigits = 1000;
 constexpr int64_t kSecondsOfDay = 86400;
 
-const SqlColumn& ColumnOf(const SqlTable& table, const SqlTerm& term) {
-  return table.columns[static_cast<size_t>(term.column)];
-}
-
-std::string_view FunctionName(const SqlTerm& term) {
-  return term.function == SqlTerm::Function::Upper ? "upper" : "lower";
-}
-
 // The collation that a column's type is written with; empty: the usual one of the type.
 std::string_view CollationOf(const SqlColumn& column) {
   const std::string_view type = column.type;
@@ -222,13 +214,13 @@ String PostgresqlDriver::Mark(size_t number) const {
 }
 
 String PostgresqlDriver::TermText(const SqlTable& table, const SqlTerm& term) const {
-  const String name = QuotedName(ColumnOf(table, term).name);
+  const String name = QuotedName(table.ColumnOf(term).name);
   const std::string_view collate = term.collation.empty() ? "" : kCollate;
   if (term.function == SqlTerm::Function::None) {
     return String::Concat({name, collate, term.collation});
   }
   return String::Concat(
-      {"pg_catalog.", FunctionName(term), "(", name, "::text)", collate, term.collation});
+      {"pg_catalog.", FoldName(term), "(", name, "::text)", collate, term.collation});
 }
 
 // The function must fold the value as it folds the column: by the column's collation.
@@ -236,9 +228,9 @@ String PostgresqlDriver::ValueText(const SqlTable& table, const SqlTerm& term,
                                    size_t number) const {
   const String mark = Mark(number);
   if (term.function == SqlTerm::Function::None) return mark;
-  const std::string_view own = CollationOf(ColumnOf(table, term));
+  const std::string_view own = CollationOf(table.ColumnOf(term));
   const std::string_view order = term.collation.empty() ? own : term.collation.view();
-  return String::Concat({"pg_catalog.", FunctionName(term), "(", mark, "::text",
+  return String::Concat({"pg_catalog.", FoldName(term), "(", mark, "::text",
                          own.empty() ? "" : kCollate, own, ")", order.empty() ? "" : kCollate,
                          order});
 }
@@ -252,7 +244,7 @@ String PostgresqlDriver::OrderText(const SqlTable& table, const SqlTerm& term,
 bool PostgresqlDriver::FindCondition(const SqlTable& table, const SqlTerm& term,
                                      const String& value, bool prefix, size_t first_mark,
                                      SqlCondition& condition) const {
-  const SqlColumn& column = ColumnOf(table, term);
+  const SqlColumn& column = table.ColumnOf(term);
   const String text = TermText(table, term);
   ConditionWriter writer(*this, first_mark, condition);
   const bool is_text = column.kind == SqlKind::Text || term.function != SqlTerm::Function::None;
@@ -349,7 +341,7 @@ std::vector<String> PostgresqlDriver::CreateIndex(const SqlNewIndex& index) {
   String terms;
   for (const SqlTerm& wanted : index.terms) {
     SqlTerm term = wanted;
-    if (ColumnOf(index.table, term).kind == SqlKind::Text) term.collation = "pg_catalog.\"C\"";
+    if (index.table.ColumnOf(term).kind == SqlKind::Text) term.collation = "pg_catalog.\"C\"";
     if (!terms.empty()) terms.Append(",");
     terms.Append(OrderText(index.table, term, false));
   }

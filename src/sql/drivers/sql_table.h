@@ -55,6 +55,10 @@ struct SqlTerm {
 };
 
 struct SqlTable {
+  [[nodiscard]] const SqlColumn& ColumnOf(const SqlTerm& term) const {
+    return columns[static_cast<size_t>(term.column)];
+  }
+
   String name;  // as it was asked for
   String text;  // as statements write it, quoted, with its schema
   std::vector<SqlColumn> columns;

@@ -150,9 +150,15 @@ bool ReadNumber(std::string_view text, SqlValue& value) {
     return true;
   }
   double real;
-  if (text.empty() || !ReadStrict(text, &real)) return false;
+  // The reader knows more than decimals: other bases, white space, names of numbers that are none.
+  const bool is_decimal = text.find_first_not_of("+-.0123456789eE") == std::string_view::npos;
+  if (text.empty() || !is_decimal || !ReadStrict(text, &real)) return false;
   value = SqlValue::Real(real);
   return true;
+}
+
+std::string_view FoldName(const SqlTerm& term) {
+  return term.function == SqlTerm::Function::Upper ? "upper" : "lower";
 }
 
 String QuotedName(std::string_view name) {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/string.h"
+#include "sql/drivers/sql_table.h"
 #include "sql/drivers/sql_value.h"
 
 namespace vexa {
@@ -28,6 +29,8 @@ namespace vexa {
 // Whether the whole text is a number; an integer of 64 bits becomes one, others a Real.
 [[nodiscard]] bool ReadNumber(std::string_view text, SqlValue& value);
 
+// The function of a term that has one.
+[[nodiscard]] std::string_view FoldName(const SqlTerm& term);
 // A name as statements write it, whatever it holds.
 [[nodiscard]] String QuotedName(std::string_view name);
 

@@ -86,11 +86,10 @@ String Sqlite3Driver::Mark(size_t number) const {
 }
 
 String Sqlite3Driver::TermText(const SqlTable& table, const SqlTerm& term) const {
-  const SqlColumn& column = table.columns[static_cast<size_t>(term.column)];
+  const SqlColumn& column = table.ColumnOf(term);
   String text = column.hidden ? column.name : QuotedName(column.name);
   if (term.function != SqlTerm::Function::None) {
-    const bool upper = term.function == SqlTerm::Function::Upper;
-    text = String::Concat({upper ? "upper(" : "lower(", text, ")"});
+    text = String::Concat({FoldName(term), "(", text, ")"});
   }
   if (!term.collation.empty()) text.Append(" COLLATE " + QuotedName(term.collation));
   return text;
@@ -99,8 +98,7 @@ String Sqlite3Driver::TermText(const SqlTable& table, const SqlTerm& term) const
 String Sqlite3Driver::ValueText(const SqlTable& /*table*/, const SqlTerm& term,
                                 size_t number) const {
   if (term.function == SqlTerm::Function::None) return Mark(number);
-  const bool upper = term.function == SqlTerm::Function::Upper;
-  return String::Concat({upper ? "upper(" : "lower(", Mark(number), ")"});
+  return String::Concat({FoldName(term), "(", Mark(number), ")"});
 }
 
 // NULLs stand where the engine puts them by itself, which is where its indexes have them.
@@ -110,7 +108,7 @@ String Sqlite3Driver::OrderText(const SqlTable& table, const SqlTerm& term, bool
 
 bool Sqlite3Driver::FindCondition(const SqlTable& table, const SqlTerm& term, const String& value,
                                   bool prefix, size_t first_mark, SqlCondition& condition) const {
-  const SqlColumn& column = table.columns[static_cast<size_t>(term.column)];
+  const SqlColumn& column = table.ColumnOf(term);
   const String text = TermText(table, term);
   ConditionWriter writer(*this, first_mark, condition);
   const bool is_text = column.kind == SqlKind::Text || term.function != SqlTerm::Function::None;
