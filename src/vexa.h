@@ -166,7 +166,8 @@ class Vexa {
   [[nodiscard]] virtual FileManager& filemanager() = 0;
   [[nodiscard]] virtual ActivityLog& logfile() = 0;
   // Turns a name written in a script into a finished path inside the sandbox. 1 with `resolved`
-  // set, or 0 with `message` set.
+  // set, or 0 with `message` set: then `resolved` is set, too, when nothing but an engine that has
+  // the file open stands against it.
   [[nodiscard]] virtual int ResolvePath(const String& name, String& resolved, PathType type,
                                         String& message) = 0;
   // Whether a file at this finished path would run as a page: it lies in the script directory,

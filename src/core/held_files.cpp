@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "core/linkless_open.h"
+
 namespace vexa {
 
 namespace {
@@ -24,20 +26,19 @@ bool HeldFile::IsOne(const String& path, const struct stat* status) const {
   for (const char* ending : kEndings) {
     const String name = String::Concat({path_, ending});
     if (name == path) return true;
+    // Held paths hold no links; what a neighbour puts there meanwhile is nobody's to look at.
     struct stat held;
-    if (status != nullptr && ::stat(name.c_str(), &held) == 0 && held.st_dev == status->st_dev &&
-        held.st_ino == status->st_ino) {
+    if (status != nullptr && LookAtPath(name.c_str(), 0, held, LinkRule::Refuse) == 0 &&
+        held.st_dev == status->st_dev && held.st_ino == status->st_ino) {
       return true;
     }
   }
   return false;
 }
 
-bool HeldFile::Holds(const String& path) {
-  struct stat status;
-  const bool is_there = ::stat(path.c_str(), &status) == 0;
+bool HeldFile::Holds(const String& path, const struct stat* status) {
   for (const HeldFile* file = first_; file != nullptr; file = file->next_) {
-    if (file->IsOne(path, is_there ? &status : nullptr)) return true;
+    if (file->IsOne(path, status)) return true;
   }
   return false;
 }

@@ -26,8 +26,9 @@ class HeldFile {
 
   // Whether any is held.
   [[nodiscard]] static bool Any() { return first_ != nullptr; }
-  // Whether the finished path `path` leads to a held file, under whatever name.
-  [[nodiscard]] static bool Holds(const String& path);
+  // Whether the finished path `path`, at which there is `status` (null: nothing), leads to a held
+  // file, under whatever name.
+  [[nodiscard]] static bool Holds(const String& path, const struct stat* status);
 
   // While it lives nothing counts as held: for the engine's own side, which opens nothing itself.
   class Aside {

@@ -70,26 +70,33 @@ bool FailTwo(const BuiltinCall& call, const Action& action, std::string_view rea
   return ReportFailure(call, action, paths, reason);
 }
 
-// The finished path of the first argument; the empty text when it is refused.
-String PathOrNothing(const BuiltinCall& call, PathType root) {
-  String path;
+// Sets `path` to the finished path of the first argument, or to nothing when it is refused. Who
+// asks is not told why, but of a file that is the page's own open database: "no" would be a lie
+// there. False when the page must stop.
+bool PathToAsk(const BuiltinCall& call, PathType root, String& path) {
   String refusal;
-  return call.host().ResolvePath(call.Text(0), path, root, refusal) != 0 ? path : String();
+  if (call.host().ResolvePath(call.Text(0), path, root, refusal) != 0) return true;
+  const bool told = path.empty() || call.context().ReportFileError(refusal);
+  path = String();
+  return told;
 }
 
 bool Exists(const BuiltinCall& call, PathType root) {
-  const String path = PathOrNothing(call, root);
-  return call.ReturnFlag(!path.empty() && call.host().filemanager().Exists(path));
+  String path;
+  return PathToAsk(call, root, path) &&
+         call.ReturnFlag(!path.empty() && call.host().filemanager().Exists(path));
 }
 
 bool Size(const BuiltinCall& call, PathType root) {
-  const String path = PathOrNothing(call, root);
+  String path;
+  if (!PathToAsk(call, root, path)) return false;
   const int64_t size = path.empty() ? -1 : call.host().filemanager().Length(path);
   return size < 0 || call.ReturnInteger(size);
 }
 
 bool Mode(const BuiltinCall& call, PathType root) {
-  const String path = PathOrNothing(call, root);
+  String path;
+  if (!PathToAsk(call, root, path)) return false;
   const int mode = path.empty() ? -1 : call.host().filemanager().Mode(path);
   if (mode < 0) return true;
   char text[16];

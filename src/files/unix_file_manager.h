@@ -85,6 +85,8 @@ class UNIXFileManager final : public FileManager {
   [[nodiscard]] int FollowPath(String& path, int allow_links, int allow_other_owner) const override;
   [[nodiscard]] bool HasOpen(const String& path) const override;
   [[nodiscard]] const String& error() const override { return error_; }
+  // Fills `status` with what `path` leads to. 0, or -1 with the message stored.
+  [[nodiscard]] int Status(const String& path, struct stat& status);
   void Error(const String& message) { error_ = message; }
 
   // FollowPath, which tells besides whether it saw that something is there. When it did not, there
@@ -159,8 +161,6 @@ class UNIXFileManager final : public FileManager {
 
   // Whether operations on `path` follow links.
   [[nodiscard]] LinkRule RuleFor(const String& path) const { return link_rules_.For(path); }
-  // Fills `status` with what `path` leads to. 0, or -1 with the message stored.
-  [[nodiscard]] int Status(const String& path, struct stat& status);
   // Calls `act` with `path` as a HeldName. Its result when it is 0, else -1 with the message
   // stored.
   template <typename Act>

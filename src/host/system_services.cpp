@@ -72,12 +72,12 @@ int Host::ResolvePath(const String& name, String& resolved, PathType type, Strin
   if (!HeldFile::Any()) return sandbox.ResolvePath(name, resolved, type, message);
   String path;
   if (sandbox.ResolvePath(name, path, type, message) == 0) return 0;
-  if (HeldFile::Holds(path)) {
-    message = String::Concat({"'", EntityEncoded(name), "' is open as a database"});
-    return 0;
-  }
+  struct stat status;
+  const bool is_there = filemanager_.Status(path, status) == 0;
+  const bool is_held = HeldFile::Holds(path, is_there ? &status : nullptr);
+  if (is_held) message = String::Concat({"'", EntityEncoded(name), "' is open as a database"});
   resolved = path;
-  return 1;
+  return is_held ? 0 : 1;
 }
 
 }  // namespace vexa

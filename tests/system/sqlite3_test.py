@@ -285,11 +285,12 @@ def hostile_files():
         base.commit()
         site.write("index.vx", """<VxIMPORT FILE="t.db" DELIMITER="," FIELDS="q"><VxOPEN NAME="t" TYPE="sqlite3"
  DATABASE="t.db"><VxIMPORTSTOP></VxIMPORT><VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db"><VxOPEN NAME="u"
- DATABASE="hard.db"><FILE DELETE="t.db-wal"><FILE READ="t.db" NAME="x">""")
+ DATABASE="hard.db"><FILE DELETE="t.db-wal"><FILE READ="t.db" NAME="x"><VxEVAL EXPR="fexists('t.db-shm')">""")
         os.link(site.data / "t.db", site.data / "hard.db")
         shown = site.page()
         for part in ("The page has it open as a file", "'hard.db' is open as a database",
-                     "'t.db-wal' is open as a database", "'t.db' is open as a database"):
+                     "'t.db-wal' is open as a database", "'t.db' is open as a database",
+                     "'t.db-shm' is open as a database"):
             expect_in("one file two ways", shown, part)
         base.close()
         whole, chance = (site.data / "t.db").read_bytes(), random.Random(seed := random.randrange(10**6))

@@ -50,6 +50,11 @@ int LookWithoutLinks(const char* path, struct stat* status) {
   return LookAtPath(path, 0, *status, LinkRule::Refuse);
 }
 
+// A link at the end is what is looked at: the engine refuses it then.
+int LookAtLastLink(const char* path, struct stat* status) {
+  return LookAtPath(path, O_NOFOLLOW, *status, LinkRule::Refuse);
+}
+
 // --- Statements ------------------------------------------------------------------------------
 
 // What statements may ask the engine about its state: nothing here changes anything.
@@ -109,6 +114,7 @@ void GuardSqlite3Files(const Sqlite3Library& library) {
   set("open", &OpenWithoutLinks);
   set("unlink", &RemoveWithoutLinks);
   set("stat", &LookWithoutLinks);
+  set("lstat", &LookAtLastLink);
 }
 
 bool Sqlite3Guard::Install(const Sqlite3Library& library, sqlite3* database) {
