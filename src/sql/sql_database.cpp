@@ -131,18 +131,27 @@ DataResult SqlDatabase::Create(const String& database, const String& fields) {
   for (const XBaseField::Declaration& field : declared) {
     columns.push_back({field.name.lower(), LetterOf(field.type), field.length, field.decimalcount});
   }
-  if (!Connect({place.place, place_.user, place_.password, true})) return DataResult::Failed;
+  if (!ConnectForNew(place)) return DataResult::Failed;
+  return MakeTable(place.table, columns);
+}
+
+bool SqlDatabase::ConnectForNew(const Place& place) {
+  if (!Connect({place.place, place_.user, place_.password, true})) return false;
   SqlTable table;
   bool found;
   SqlFault fault;
+  if (!session_->MayRun(error_)) return false;
   if (!session_->driver().DescribeTable(place.table, table, found, fault)) {
-    (void)session_->Failed(fault, error_);
-    return DataResult::Failed;
+    return session_->Failed(fault, error_);
   }
-  if (found) return Fail(String::Concat({"Table '", place.table, "' already exists"}));
-  const auto statements = session_->driver().CreateTable(place.table, columns);
+  if (found) (void)Fail(String::Concat({"Table '", place.table, "' already exists"}));
+  return !found;
+}
+
+DataResult SqlDatabase::MakeTable(const String& table, const std::vector<SqlField>& columns) {
+  const auto statements = session_->driver().CreateTable(table, columns);
   if (!session_->ChangeTogether(statements, error_)) return DataResult::Failed;
-  return OpenTable(place.table);
+  return OpenTable(table);
 }
 
 DataResult SqlDatabase::OpenTable(const String& table) {
@@ -190,33 +199,42 @@ void SqlDatabase::Close() {
 }
 
 bool SqlDatabase::RevealStructure(const SqlTable& table, const String& database, String& message) {
-  const Place place = TakeApart(database);
+  Place place = TakeApart(database);
   // A name that begins with # means a table beside this one.
-  const String& where = place.place.empty() ? place_.place : place.place;
+  if (place.place.empty()) place.place = place_.place;
   SqlDatabase shown(host_, name_, make_driver_);
   shown.place_ = place_;
-  if (shown.Create(place.table.empty() ? String() : String::Concat({where, "#", place.table}),
-                   "field_name CHAR(64),field_type CHAR(1),field_len NUMBER(10),"
-                   "field_dec NUMBER(3)") != DataResult::Done) {
-    message = shown.error();
+  if (place.table.empty()) (void)shown.Fail(kNoTable);
+  bool alone;
+  if (place.table.empty() || !shown.ConnectForNew(place) ||
+      !shown.session_->BeginTogether(alone, shown.error_)) {
+    message = shown.error_;
     return false;
   }
+  bool done = shown.MakeTable(place.table, {{"field_name", 'C', 64, 0},
+                                            {"field_type", 'C', 1, 0},
+                                            {"field_len", 'N', 10, 0},
+                                            {"field_dec", 'N', 3, 0}}) == DataResult::Done;
   for (const SqlColumn& column : table.columns) {
-    if (column.hidden) continue;
-    String letter;
-    letter.cat(LetterOf(column));
-    const String values[] = {column.name, letter, PrintInteger(std::max(column.precision, 0)),
-                             PrintInteger(std::max(column.decimals, 0))};
-    const std::string_view names[] = {"field_name", "field_type", "field_len", "field_dec"};
-    for (size_t i = 0; i < std::size(names); ++i) {
-      (void)shown.table_view_->FindVariable(Symbol(names[i]))->SetValue(values[i]);
-    }
-    if (shown.table_view_->Add() != DataResult::Done) {
-      message = shown.table_view_->error();
-      return false;
-    }
+    done = done && (column.hidden || shown.AddColumnRow(column));
   }
-  return true;
+  const bool ended = shown.session_->EndTogether(alone, done, shown.error_);
+  message = shown.error_;
+  return ended;
+}
+
+bool SqlDatabase::AddColumnRow(const SqlColumn& column) {
+  String letter;
+  letter.cat(LetterOf(column));
+  const String values[] = {column.name, letter, PrintInteger(std::max(column.precision, 0)),
+                           PrintInteger(std::max(column.decimals, 0))};
+  const std::string_view names[] = {"field_name", "field_type", "field_len", "field_dec"};
+  for (size_t i = 0; i < std::size(names); ++i) {
+    (void)table_view_->FindVariable(Symbol(names[i]))->SetValue(values[i]);
+  }
+  const DataResult added = table_view_->Add();
+  if (added != DataResult::Done) error_ = table_view_->error();
+  return added == DataResult::Done;
 }
 
 // --- Indexes ---------------------------------------------------------------------------------

@@ -82,6 +82,12 @@ class SqlDatabase final : public Database, private SqlSession::User {
   // The session of a place: that of a database that is open there, or a new one.
   [[nodiscard]] std::shared_ptr<SqlSession> SessionAt(const SqlPlace& place, String& message);
   [[nodiscard]] bool Connect(const SqlPlace& place);
+  // Connects where a table is to be made that is not there yet.
+  [[nodiscard]] bool ConnectForNew(const Place& place);
+  // Makes the table and opens it.
+  [[nodiscard]] DataResult MakeTable(const String& table, const std::vector<SqlField>& columns);
+  // Adds a row that shows the column; for the database of a table of such rows.
+  [[nodiscard]] bool AddColumnRow(const SqlColumn& column);
   [[nodiscard]] DataResult OpenTable(const String& table);
   [[nodiscard]] DataResult OpenRows(std::unique_ptr<SqlView> view);
   void AddView(std::unique_ptr<SqlView> view);

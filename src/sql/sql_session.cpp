@@ -81,22 +81,32 @@ bool SqlSession::Change(const SqlStatement& statement, const SqlWanted& wanted, 
   return Read(statement, wanted, result, message);
 }
 
-bool SqlSession::ChangeTogether(const std::vector<String>& statements, String& message) {
+bool SqlSession::BeginTogether(bool& alone, String& message) {
   SqlResult result;
-  // Inside a transaction of the page they are part of it: a failure fails that.
-  const bool alone = !in_transaction_;
-  if (!MayRun(message)) return false;
-  ++changes_;
-  if (alone && !Read({driver_->begin(), {}}, {}, result, message)) return false;
+  alone = !in_transaction_;
+  if (alone && !Change({driver_->begin(), {}}, {}, result, message)) return false;
+  LookAtTransaction();
+  return MayRun(message);
+}
+
+bool SqlSession::EndTogether(bool alone, bool done, String& message) {
+  SqlResult result;
+  if (alone && done) done = Change({"COMMIT", {}}, {}, result, message);
+  if (!done) failed_ = in_transaction_;
+  if (alone && !done) RollBack();
+  if (alone) LookAtTransaction();
+  return done;
+}
+
+bool SqlSession::ChangeTogether(const std::vector<String>& statements, String& message) {
+  bool alone;
+  if (!BeginTogether(alone, message)) return false;
   bool done = true;
+  SqlResult result;
   for (const String& statement : statements) {
-    done = done && Read({statement, {}}, {}, result, message);
+    done = done && Change({statement, {}}, {}, result, message);
   }
-  if (alone && done) done = Read({"COMMIT", {}}, {}, result, message);
-  if (!alone || done) return done;
-  SqlFault ignored;
-  if (driver_->InTransaction()) (void)driver_->Run({"ROLLBACK", {}}, {}, result, ignored);
-  return false;
+  return EndTogether(alone, done, message);
 }
 
 bool SqlSession::Query(const SqlStatement& statement, const SqlWanted& wanted, SqlResult& result,

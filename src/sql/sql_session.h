@@ -59,6 +59,11 @@ class SqlSession {
                             SqlResult& result, String& message);
   // Several that change together or not at all.
   [[nodiscard]] bool ChangeTogether(const std::vector<String>& statements, String& message);
+  // The same for changes between the two calls: in a transaction of their own (`alone`), else as a
+  // part of the page's, which fails with them. `done` tells whether they went well; returns whether
+  // they are there. `message` is left as it is where it tells already what went wrong.
+  [[nodiscard]] bool BeginTogether(bool& alone, String& message);
+  [[nodiscard]] bool EndTogether(bool alone, bool done, String& message);
   // A statement of the page, which may begin and end transactions.
   [[nodiscard]] bool Query(const SqlStatement& statement, const SqlWanted& wanted,
                            SqlResult& result, String& message);
