@@ -17,12 +17,12 @@ bool BindAll(void* library, PostgresqlLibrary& f) {
     return address != nullptr;
   };
   return bind("PQconninfoParse", f.conninfoParse) && bind("PQconninfoFree", f.conninfoFree) &&
+         bind("PQconndefaults", f.conndefaults) &&
          bind("PQconnectStartParams", f.connectStartParams) &&
          bind("PQconnectPoll", f.connectPoll) && bind("PQsetnonblocking", f.setnonblocking) &&
          bind("PQsetNoticeReceiver", f.setNoticeReceiver) && bind("PQfinish", f.finish) &&
          bind("PQstatus", f.status) && bind("PQsocket", f.socket) &&
          bind("PQerrorMessage", f.errorMessage) && bind("PQparameterStatus", f.parameterStatus) &&
-         bind("PQserverVersion", f.serverVersion) &&
          bind("PQtransactionStatus", f.transactionStatus) && bind("PQsendQuery", f.sendQuery) &&
          bind("PQsendQueryParams", f.sendQueryParams) &&
          bind("PQsetSingleRowMode", f.setSingleRowMode) && bind("PQflush", f.flush) &&

@@ -15,6 +15,7 @@ namespace vexa {
 struct PostgresqlLibrary {
   decltype(&::PQconninfoParse) conninfoParse;
   decltype(&::PQconninfoFree) conninfoFree;
+  decltype(&::PQconndefaults) conndefaults;
   decltype(&::PQconnectStartParams) connectStartParams;
   decltype(&::PQconnectPoll) connectPoll;
   decltype(&::PQsetnonblocking) setnonblocking;
@@ -73,6 +74,11 @@ using PostgresqlOwned = std::unique_ptr<Type, PostgresqlGiver>;
 class EmptySurroundings {
  public:
   EmptySurroundings() { environ = entries_; }
+  // With one variable all the same: NAME=value, borrowed.
+  explicit EmptySurroundings(const char* variable)
+      : entries_{home_, const_cast<char*>(variable), nullptr} {
+    environ = entries_;
+  }
   ~EmptySurroundings() { environ = kept_; }
   EmptySurroundings(const EmptySurroundings&) = delete;
   EmptySurroundings& operator=(const EmptySurroundings&) = delete;
@@ -81,7 +87,7 @@ class EmptySurroundings {
   char** kept_ = environ;
   // A directory that cannot be: no path below /dev/null leads to a file.
   char home_[sizeof "HOME=/dev/null"] = "HOME=/dev/null";
-  char* entries_[2] = {home_, nullptr};
+  char* entries_[3] = {home_, nullptr, nullptr};
 };
 
 }  // namespace vexa

@@ -47,6 +47,11 @@ constexpr std::string_view kKeysOfPages[] = {
 // What of the setting is secret, or leads to secrets, or to another server.
 constexpr std::string_view kKeysOfSecrets[] = {"password", "passfile", "service"};
 
+// What is made use of here, and not left to the library.
+constexpr std::string_view kKeysOfServers[] = {
+    "host", "hostaddr", "port", "target_session_attrs", "connect_timeout", "sslmode", "sslrootcert",
+};
+
 template <typename Keys>
 bool Contains(const Keys& keys, std::string_view key) {
   return std::ranges::find(keys, key) != std::end(keys);
@@ -162,6 +167,23 @@ bool AddSetting(const PostgresqlLibrary& library, const String& setting, Options
   return true;
 }
 
+// What the service that the setting names says of servers. The library would look up their names
+// itself, and wait for that; the rest of the service it reads when it connects.
+void AddService(const PostgresqlLibrary& library, Options& options) {
+  const Option* const service = Find(options, "service");
+  if (service == nullptr || service->value.empty()) return;
+  const String variable = "PGSERVICE=" + service->value;
+  const EmptySurroundings surroundings(variable.c_str());
+  const PostgresqlOwned<PQconninfoOption> known(library.conndefaults(), {&library});
+  if (known == nullptr) return;
+  for (const PQconninfoOption* option = known.get(); option->keyword != nullptr; ++option) {
+    if (option->val != nullptr && Contains(kKeysOfServers, option->keyword) &&
+        Find(options, option->keyword) == nullptr) {
+      options.push_back({option->keyword, option->val});
+    }
+  }
+}
+
 // What neither says, and what is not theirs to say.
 void AddDefaults(const Settings& settings, Options& options) {
   Set(options, "client_encoding", "UTF8");
@@ -188,6 +210,7 @@ bool ReadPostgresqlPlace(const PostgresqlLibrary& library, const Settings& setti
   Options options;
   if (!ReadPage(library, written, options, fault)) return false;
   if (!AddSetting(library, settings.postgresql, options, fault)) return false;
+  AddService(library, options);
   AddDefaults(settings, options);
   const String hosts = Take(options, "host");
   const String addresses = Take(options, "hostaddr");
