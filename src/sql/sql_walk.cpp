@@ -169,7 +169,11 @@ bool SqlWalk::ReadBehind(Direction direction, const SqlRow* row, int64_t wanted)
     std::move(result.rows.begin(), result.rows.end(), std::back_inserter(block_));
     if (left <= 0 || cut) break;
   }
-  return true;
+  SqlFault fault;
+  return row == nullptr || block_.empty() ||
+         session_.driver().MayFollow(order_, *row, block_.back(), direction == Direction::Backward,
+                                     fault) ||
+         session_.Failed(fault, error_);
 }
 
 bool SqlWalk::InBlock(const SqlSpot& spot) const {

@@ -293,7 +293,13 @@ def hostile_files():
                      "'t.db-shm' is open as a database"):
             expect_in("one file two ways", shown, part)
         base.close()
-        whole, chance = (site.data / "t.db").read_bytes(), random.Random(seed := random.randrange(10**6))
+        whole = (site.data / "t.db").read_bytes()
+        # The last key of the index is one of the first.
+        (site.data / "t.db").write_bytes(whole.replace(b"x" * 300 + b"99", b"x" * 300 + b"10"))
+        site.write("index.vx", """<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db#t" INDEXES="i"><VxWHILE
+ EXPR="t.d.EOF EQ 0"><VxSKIP></VxWHILE>""")
+        expect_in("an index that leads back", site.page(), "database disk image is malformed")
+        chance = random.Random(seed := random.randrange(10**6))
         site.write("index.vx", """<VxOPEN NAME="t" TYPE="sqlite3" DATABASE="t.db#t" INDEXES="i"><VxWHILE
  EXPR="t.d.EOF EQ 0"><VxSKIP></VxWHILE><VxLET a=1><VxADD><VxUPDATE><VxDELETE>""")
         for _ in range(30):

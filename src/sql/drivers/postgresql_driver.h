@@ -55,6 +55,11 @@ class PostgresqlDriver final : public SqlDriver {
   [[nodiscard]] bool FindCondition(const SqlTable& table, const SqlTerm& term, const String& value,
                                    bool prefix, size_t first_mark,
                                    SqlCondition& condition) const override;
+  [[nodiscard]] bool MayFollow(const std::vector<SqlTerm>& /*order*/, const SqlRow& /*row*/,
+                               const SqlRow& /*next*/, bool /*backward*/,
+                               SqlFault& /*fault*/) const override {
+    return true;
+  }
   [[nodiscard]] std::vector<String> CreateTable(const String& name,
                                                 const std::vector<SqlField>& fields) override;
   [[nodiscard]] std::vector<String> CreateIndex(const SqlNewIndex& index) override;

@@ -166,6 +166,11 @@ class SqlDriver {
   [[nodiscard]] virtual bool FindCondition(const SqlTable& table, const SqlTerm& term,
                                            const String& value, bool prefix, size_t first_mark,
                                            SqlCondition& condition) const = 0;
+  // Whether `next` may stand behind `row` in this order, as far as the driver can tell: in a
+  // damaged index it may not, and a walk by keys would go in circles.
+  [[nodiscard]] virtual bool MayFollow(const std::vector<SqlTerm>& order, const SqlRow& row,
+                                       const SqlRow& next, bool backward,
+                                       SqlFault& fault) const = 0;
   // The statements, to be run in one transaction.
   [[nodiscard]] virtual std::vector<String> CreateTable(const String& name,
                                                         const std::vector<SqlField>& fields) = 0;

@@ -11,6 +11,7 @@
 #ifndef VEXA_SQL_DRIVERS_SQLITE3_DRIVER_H_
 #define VEXA_SQL_DRIVERS_SQLITE3_DRIVER_H_
 
+#include <compare>
 #include <list>
 #include <memory>
 #include <string_view>
@@ -56,6 +57,8 @@ class Sqlite3Driver final : public SqlDriver {
   [[nodiscard]] bool FindCondition(const SqlTable& table, const SqlTerm& term, const String& value,
                                    bool prefix, size_t first_mark,
                                    SqlCondition& condition) const override;
+  [[nodiscard]] bool MayFollow(const std::vector<SqlTerm>& order, const SqlRow& row,
+                               const SqlRow& next, bool backward, SqlFault& fault) const override;
   [[nodiscard]] std::vector<String> CreateTable(const String& name,
                                                 const std::vector<SqlField>& fields) override;
   [[nodiscard]] std::vector<String> CreateIndex(const SqlNewIndex& index) override;
@@ -63,6 +66,9 @@ class Sqlite3Driver final : public SqlDriver {
   [[nodiscard]] String ReindexText(const SqlTable& table) const override;
 
  private:
+  // How two values of a term stand: before, equal, behind; unordered where the engine alone knows.
+  [[nodiscard]] std::partial_ordering Compare(const SqlTerm& term, const SqlValue& one,
+                                              const SqlValue& other) const;
   // A statement that was prepared, and may be run again.
   struct Prepared {
     String text;

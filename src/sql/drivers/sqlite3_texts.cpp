@@ -182,6 +182,50 @@ bool Sqlite3Driver::FindCondition(const SqlTable& table, const SqlTerm& term, co
   return true;
 }
 
+// NULL, numbers, texts, bytes. What functions and collations make of values is the engine's to
+// know.
+std::partial_ordering Sqlite3Driver::Compare(const SqlTerm& term, const SqlValue& one,
+                                             const SqlValue& other) const {
+  using Kind = SqlValue::Kind;
+  using Order = std::partial_ordering;
+  const auto rank = [](Kind kind) { return kind == Kind::Real ? Kind::Integer : kind; };
+  if (one.kind == other.kind && one.integer == other.integer && one.real == other.real &&
+      one.text == other.text) {
+    return Order::equivalent;
+  }
+  if (term.function != SqlTerm::Function::None) return Order::unordered;
+  if (rank(one.kind) != rank(other.kind)) return rank(one.kind) <=> rank(other.kind);
+  if (rank(one.kind) == Kind::Integer) {
+    if (one.kind == Kind::Integer && other.kind == Kind::Integer) {
+      return one.integer <=> other.integer;
+    }
+    const auto real = [](const SqlValue& value) {
+      return value.kind == Kind::Real ? value.real : static_cast<double>(value.integer);
+    };
+    const Order order = real(one) <=> real(other);
+    // A large integer may have been rounded to the other number.
+    return order == 0 ? Order::unordered : order;
+  }
+  const bool by_bytes =
+      one.kind == Kind::Bytes || (bytes_order_texts_ && term.collation == "BINARY");
+  return by_bytes ? Order(one.text.view() <=> other.text.view()) : Order::unordered;
+}
+
+bool Sqlite3Driver::MayFollow(const std::vector<SqlTerm>& order, const SqlRow& row,
+                              const SqlRow& next, bool backward, SqlFault& fault) const {
+  for (const SqlTerm& term : order) {
+    const auto column = static_cast<size_t>(term.column);
+    const std::partial_ordering way = Compare(term, row[column], next[column]);
+    if (way == 0) continue;
+    if (way == std::partial_ordering::unordered || (way < 0) != (term.descending != backward)) {
+      return true;
+    }
+    break;
+  }
+  fault = {SqlFault::Kind::Other, library_->errstr(SQLITE_CORRUPT)};
+  return false;
+}
+
 std::vector<String> Sqlite3Driver::CreateTable(const String& name,
                                                const std::vector<SqlField>& fields) {
   String columns;
