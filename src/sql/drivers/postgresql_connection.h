@@ -46,6 +46,10 @@ class PostgresqlConnection {
   // Where the session stands; PQTRANS_UNKNOWN when it is gone.
   [[nodiscard]] PGTransactionStatusType transaction() const;
   [[nodiscard]] int version() const { return library_->serverVersion(connection_); }
+  // A number that the sessions under way at a server do not share.
+  [[nodiscard]] int64_t number() const {
+    return static_cast<uint32_t>(library_->backendPID(connection_));
+  }
 
  private:
   // --- Connecting ---

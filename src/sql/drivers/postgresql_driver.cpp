@@ -22,8 +22,6 @@ constexpr int kSinceMaterialized = 120000;  // version of the server
 constexpr std::string_view kReadOnly = "25006";
 constexpr std::string_view kNotSupported = "0A000";
 
-String CursorName(int id) { return "vexa_view_" + PrintInteger(id); }
-
 int64_t BytesOf(const SqlRow& row) {
   int64_t bytes = 0;
   for (const SqlValue& value : row) {
@@ -75,6 +73,12 @@ bool PostgresqlDriver::Do(std::string_view text, SqlFault& fault) {
 }
 
 // --- Results that are kept -------------------------------------------------------------------
+
+// Where a pool gives the next statement to another session, it must not meet the view of a page
+// that runs there.
+String PostgresqlDriver::CursorName(int id) const {
+  return String::Concat({"vexa_view_", PrintInteger(connection_.number()), "_", PrintInteger(id)});
+}
 
 bool PostgresqlDriver::Keep(int id, const SqlStatement& query, std::vector<SqlColumn>& columns,
                             int64_t& count, SqlFault& fault) {

@@ -71,6 +71,7 @@ class PostgresqlDriver final : public SqlDriver {
   [[nodiscard]] bool Ask(std::string_view text, SqlRow parameters, std::vector<SqlRow>& rows,
                          SqlFault& fault);
   [[nodiscard]] bool Do(std::string_view text, SqlFault& fault);
+  [[nodiscard]] String CursorName(int id) const;
   // Declares the cursor, describes it and counts its rows. `reply` tells how it failed.
   [[nodiscard]] bool Declare(const String& cursor, const SqlStatement& query,
                              std::vector<SqlColumn>& columns, int64_t& count,

@@ -23,6 +23,7 @@ bool BindAll(void* library, PostgresqlLibrary& f) {
          bind("PQsetNoticeReceiver", f.setNoticeReceiver) && bind("PQfinish", f.finish) &&
          bind("PQstatus", f.status) && bind("PQsocket", f.socket) &&
          bind("PQerrorMessage", f.errorMessage) && bind("PQparameterStatus", f.parameterStatus) &&
+         bind("PQserverVersion", f.serverVersion) && bind("PQbackendPID", f.backendPID) &&
          bind("PQtransactionStatus", f.transactionStatus) && bind("PQsendQuery", f.sendQuery) &&
          bind("PQsendQueryParams", f.sendQueryParams) &&
          bind("PQsetSingleRowMode", f.setSingleRowMode) && bind("PQflush", f.flush) &&

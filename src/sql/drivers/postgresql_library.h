@@ -26,6 +26,7 @@ struct PostgresqlLibrary {
   decltype(&::PQerrorMessage) errorMessage;
   decltype(&::PQparameterStatus) parameterStatus;
   decltype(&::PQserverVersion) serverVersion;
+  decltype(&::PQbackendPID) backendPID;
   decltype(&::PQtransactionStatus) transactionStatus;
   decltype(&::PQsendQuery) sendQuery;
   decltype(&::PQsendQueryParams) sendQueryParams;
