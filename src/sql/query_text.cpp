@@ -31,7 +31,8 @@ class QueryReader {
       if (BeginsWord(c)) {
         CopyWord();
       } else if (IsDigit(c)) {
-        CopyWhile(IsWordPart);
+        // Where dollars are quotes, no number holds one.
+        CopyWhile(lexis_.dollar_quotes ? IsDigit : IsWordPart);
       } else if (c == '\'' || c == '"' || (c == '`' && lexis_.backticks)) {
         CopyTo(Closing(c, false));
       } else if (c == '[' && lexis_.brackets) {
@@ -126,15 +127,15 @@ class QueryReader {
     while (At(at_ + colons) == ':') ++colons;
     if (colons != 1 || !BeginsName(At(at_ + 1))) {
       CopyTo(at_ + colons);
-      if (colons > 1) CopyWhile(IsWordPart);
       return;
     }
     size_t end = at_ + 1;
     while (IsNamePart(At(end)) || (At(end) == '.' && BeginsName(At(end + 1)))) ++end;
     read_.names.emplace_back(query_.substr(at_ + 1, end - at_ - 1));
+    // What stands beside the mark must not run together with it.
+    if (at_ > 0 && IsWordPart(query_[at_ - 1])) read_.text.Append(" ");
     read_.text.Append(driver_.Mark(read_.names.size()));
-    // What follows must not run together with the mark.
-    if (IsNamePart(At(end))) read_.text.Append(" ");
+    if (IsWordPart(At(end))) read_.text.Append(" ");
     at_ = end;
   }
 

@@ -5,6 +5,7 @@
 //   headers     Range, If-Range, If-None-Match and If-Modified-Since, a line each; and the first of
 //               them as an address to go to, and as a name to save under
 //   flat        the delimiter up to the first line feed, then a flat file
+//   query       a statement for an SQL database
 
 #include <algorithm>
 #include <string>
@@ -24,6 +25,8 @@
 #include "request/file_conditions.h"
 #include "request/header_text.h"
 #include "request/part_header.h"
+#include "sql/drivers/postgresql_statement.h"
+#include "sql/query_text.h"
 
 namespace vexa {
 namespace {
@@ -161,6 +164,54 @@ void UseFlat(std::string_view input) {
           "what was written does not come back");
 }
 
+// Whether `read` is `query` but for its parameters.
+bool IsSameQuery(std::string_view query, const SqlDriver& driver, const QueryText& read) {
+  std::string_view text = read.text;
+  size_t number = 0;
+  while (!query.empty() && !text.empty()) {
+    size_t taken = 1, given = 1;
+    if (query[0] == ':' && text[0] != ':') {
+      // Blanks keep what stands beside a mark apart from it.
+      if (text[0] == ' ') text.remove_prefix(1);
+      if (number == read.names.size()) return false;
+      const std::string_view name = read.names[number++];
+      const String mark = driver.Mark(number);
+      if (!query.substr(1).starts_with(name) || !text.starts_with(mark)) return false;
+      taken += name.size();
+      given = mark.size();
+      if (text.substr(given).starts_with(' ') && !query.substr(taken).starts_with(' ')) ++given;
+    } else if (query[0] != text[0]) {
+      return false;
+    }
+    query.remove_prefix(taken);
+    text.remove_prefix(given);
+  }
+  return query.empty() && text.empty() && number == read.names.size();
+}
+
+void UseQuery(std::string_view input) {
+  FakeHost host;
+  for (const auto& driver : {MakeSqlite3Driver(host), MakePostgresqlDriver(host)}) {
+    QueryText read, again;
+    String message;
+    (void)StepOf(input);
+    if (!ReadQueryText(input, *driver, read, message)) continue;
+    Require(IsSameQuery(input, *driver, read), "a query is another one");
+    // Marks stand where the engine takes them for marks.
+    Require(ReadQueryText(read.text, *driver, again, message) == read.names.empty() &&
+                again.names.empty(),
+            "a parameter stands in quotes");
+    if (!driver->lexis().dollar_quotes) continue;
+    // Both readers agree on where quotes and comments end.
+    Require(ReadQueryText(std::string(input) + "\n;:z", *driver, again, message),
+            "an end is refused");
+    const bool is_open = again.names.size() == read.names.size();
+    Require(ReadPostgresqlStatement(again.text).several ==
+                (ReadPostgresqlStatement(read.text).several || !is_open),
+            "a statement has two ends");
+  }
+}
+
 }  // namespace
 }  // namespace vexa
 
@@ -169,6 +220,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                           {"part", vexa::UsePart},
                           {"cookie", vexa::UseCookie},
                           {"headers", vexa::UseHeaders},
-                          {"flat", vexa::UseFlat}},
+                          {"flat", vexa::UseFlat},
+                          {"query", vexa::UseQuery}},
                          data, size);
 }

@@ -70,6 +70,8 @@ class Tokens {
     if (first == '$') return BehindDollars();
     if (!IsWordPart(first)) return begin_ + 1;
     size_t end = begin_;
+    while (IsDigit(At(end))) ++end;
+    if (end > begin_) return end;
     while (IsWordPart(At(end)) || At(end) == '$') ++end;
     return end;
   }
