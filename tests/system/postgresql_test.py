@@ -435,5 +435,24 @@ def time_limits(server):
     expect("half done", server.sql("SELECT v FROM lost"), [])
 
 
+@suite.case("pages read on a standby, and a list of hosts finds the server that takes changes")
+def standbys(server):
+    server.sql("CREATE TABLE copied AS SELECT 7 AS id; ALTER TABLE copied ADD PRIMARY KEY(id), OWNER TO web")
+    data, port = server.directory / "standby", server.port + 1  # The number of a socket in the directory alone.
+    def run(program, *rest):
+        subprocess.run([server.programs / program, "-D", data, *rest], **server.user, check=True, capture_output=True)
+    run("pg_basebackup", "-R", "-c", "fast", "-h", server.directory, "-p", str(server.port), "-U", "admin")
+    run("pg_ctl", "-w", "-l", data / "log", "-o", f"-p {port} -c listen_addresses=", "start")
+    both = f"host={server.directory},{server.directory} port={port},{server.port} user=web dbname=shop"
+    try:
+        shown = page("".join(
+            f'<VxOPEN NAME="{name}" TYPE="postgresql" DATABASE="{both} target_session_attrs={wanted}#copied">'
+            + tell("UPDATE copied SET id = 8", name) for name, wanted in (("s", "standby"), ("p", "primary")))
+            + '<VxOPENVIEW NAME="s" VIEW="v" QUERY="SELECT count(*) AS n FROM copied">&[v.d.n]')
+    finally:
+        run("pg_ctl", "-m", "immediate", "stop")
+    expect("pages", shown, "//cannot execute UPDATE in a read-only transaction\n1//\n1")
+
+
 if __name__ == "__main__":
     sys.exit(suite.main(lambda build: PostgresServer()))
