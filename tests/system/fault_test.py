@@ -140,6 +140,7 @@ def positions(site, page, kinds, step=1, most=1000):
                 print(f"  at {kind}:{at} of {page}")
                 raise
     print(f"  {page}: {count} positions")
+    expect(f"{page}: whether there were any", count > 0, True)
 
 
 @suite.case("a change of a table is whole or nothing, and can be made again")
