@@ -19,26 +19,13 @@ class FileLockTest : public FileFixture {
     ExitStatus(child);
     return std::to_string(child);
   }
-  // Adds one to the number in a file, slowly enough to lose counts when two do it at once.
-  void Count() const {
-    const int count = std::stoi(Content("count"));
-    ::usleep(200);
-    Make("count", std::to_string(count + 1));
-  }
-  // The directory's entries besides those named.
+  // The directory's entries besides the lock.
   [[nodiscard]] int Leftovers() const {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(directory())) {
-      const std::string name = entry.path().filename().string();
-      if (name != "count" && name != "x.lck") ++count;
+      if (entry.path().filename() != "x.lck") ++count;
     }
     return count;
-  }
-  // Runs `body` in `count` processes at once; all must end with 0.
-  static void InProcesses(int count, const std::function<int()>& body) {
-    std::vector<pid_t> children;
-    for (int i = 0; i < count; ++i) children.push_back(Fork(body));
-    for (const pid_t child : children) EXPECT_EQ(ExitStatus(child), 0);
   }
   [[nodiscard]] bool HeldByUs() const {
     const std::string content = Content("x.lck");
@@ -47,43 +34,6 @@ class FileLockTest : public FileFixture {
 
   String lock_ = Path("x.lck");
 };
-
-TEST_F(FileLockTest, OnlyOneProcessAtATime) {
-  Make("count", "0");
-  InProcesses(5, [&] {
-    for (int i = 0; i < 12; ++i) {
-      if (files.Lock(lock_) != 1 || !HeldByUs()) return 1;
-      Count();
-      if (files.Delete(lock_) != 0) return 2;
-    }
-    return 0;
-  });
-  EXPECT_EQ(Content("count"), "60");
-  EXPECT_EQ(Leftovers(), 0);
-  EXPECT_FALSE(files.Exists(lock_));
-}
-
-TEST_F(FileLockTest, OnlyOneTakesOverFromADeadHolder) {
-  Make("count", "0");
-  Make("x.lck", DeadProcess() + ":here");
-  // Every holder dies with the lock. A zombie is not dead yet: the parent reaps in any order.
-  constexpr int kProcesses = 24;
-  for (int i = 0; i < kProcesses; ++i) {
-    ASSERT_GT(Fork([&] {
-                if (files.Lock(lock_) != 1) return 1;
-                Count();
-                return 0;
-              }),
-              0);
-  }
-  for (int i = 0; i < kProcesses; ++i) {
-    int status = 0;
-    ASSERT_GT(::wait(&status), 0);
-    EXPECT_EQ(status, 0);
-  }
-  EXPECT_EQ(Content("count"), std::to_string(kProcesses));
-  EXPECT_EQ(Leftovers(), 0);
-}
 
 TEST_F(FileLockTest, MeetingOneStaleLockTogetherHarmsNobody) {
   const std::string stale = DeadProcess() + ":here";

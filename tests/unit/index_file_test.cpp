@@ -1,5 +1,4 @@
-// Index files: their bytes, messages and searches, and what damage, failing operations and
-// processes that die at any moment come to.
+// Index files: their bytes, messages and searches, and what damage comes to.
 
 #include <memory>
 #include <random>
@@ -255,82 +254,6 @@ TEST_F(IndexFile, UniqueBuildsFindDoublesAmongMixedKeys) {
 }
 
 // --- Damage ----------------------------------------------------------------------------------
-
-// Uses an index in every way; whatever happens, it must end and give all locks back.
-void UseIndex(MemoryFiles& files) {
-  ZDXIndexFile index(files);
-  uint32_t record = 0;
-  bool found;
-  const auto end = [&] {
-    index.Close();
-    StringOutput out;
-    const String path("people.vxx");
-    (void)CheckTable(files, "people.dbf", std::span(&path, 1), out);
-    EXPECT_EQ(files.locks(), 0);
-  };
-  if (index.Open("people.vxx", "people.vxx", OpenRead | OpenWrite) == 0) {
-    EXPECT_NE(index.error(), "");
-    return end();
-  }
-  int steps = 0;
-  for (int ok = index._First(record); ok != 0 && record != 0; ok = index._Next(record)) ++steps;
-  for (int ok = index._Last(record); ok != 0 && record != 0; ok = index._Prev(record)) --steps;
-  for (const char* key : {"a", "k15", "zz"}) {
-    (void)index._Find(key, 1, record);
-    (void)index._Find(key, 0, record);
-    (void)index._Find("15", 0, record);
-    (void)index._Seek(key, 15, found);
-    (void)index.CheckUnique(key, 1);
-  }
-  for (uint32_t n = 1; n <= 12; ++n) {
-    (void)index.Delete(n, "k" + std::to_string(n + 10));
-    (void)index.Insert(n + 100, "k" + std::to_string(n + 13));
-  }
-  end();
-}
-
-TEST_F(IndexFile, EveryDamagedByteAndEveryLengthIsSurvived) {
-  XBaseTable table(files);
-  ASSERT_EQ(TableFixture::Create(table, {Field("NAME", XBaseFieldType::CHAR, 10)}), 1);
-  ZDXIndexFile index(files);
-  ASSERT_EQ(CreateSmall(index), 1);
-  for (uint32_t n = 1; n <= 30; ++n) {
-    const std::string name = "k" + std::to_string(n + 10);
-    ASSERT_EQ(Append(table, {name}), 1);
-    ASSERT_EQ(index.Insert(n, name), 1);
-  }
-  ASSERT_EQ(Faults({"people.vxx"}), "");
-  table.Close();
-  index.Close();
-  const auto good = files.Snapshot();
-  const size_t size = good.at("people.vxx").size();
-  std::mt19937 random(3);
-  const auto flip_at = [&](size_t at, int flip) {
-    files.Restore(good);
-    std::string& bytes = files["people.vxx"];
-    bytes[at] = static_cast<char>(bytes[at] ^ flip);
-    UseIndex(files);
-  };
-  for (size_t at = 0; at < kIndexHeaderSize; ++at) {
-    for (int flip : {0xFF, 0x01, 0x02, 0x80}) {
-      if (at < 40 || flip == 0xFF) flip_at(at, flip);
-    }
-  }
-  // In every page, the counts, child pages and record numbers, and some of the rest.
-  for (size_t page = 1; page * 435 < size; ++page) {
-    for (size_t at = 0; at < 4 + 4 * 20; ++at) {
-      if (at < 4 || (at - 4) % 20 < 9) {
-        flip_at(page * 435 + at, 1 << random() % 8);
-        flip_at(page * 435 + at, static_cast<int>(random() % 16));
-      }
-    }
-  }
-  for (size_t length = 0; length < size; length += 1 + random() % 40) {
-    files.Restore(good);
-    files["people.vxx"].resize(length);
-    UseIndex(files);
-  }
-}
 
 TEST_F(IndexFile, CyclesAndWrongPagesAreNamed) {
   ZDXIndexFile index(files);

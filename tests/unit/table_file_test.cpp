@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
-#include <random>
 #include <thread>
 
 #include "core/byte_order.h"
@@ -302,52 +301,6 @@ TEST_F(TableFile, ABlockNumberIsNeverCutToFitItsField) {
             "Error writing to 'people': The field 'NOTE' is too short for a memo block number");
   EXPECT_EQ(table.numrecords(), 9);
   EXPECT_EQ(files.locks(), 0);
-}
-
-// --- Damage ----------------------------------------------------------------------------------
-
-// Opens and reads everything; whatever happens, it must end and give all locks back.
-void UseTable(MemoryFiles& files) {
-  XBaseTable table(files);
-  if (table.Open("people.dbf", "people", OpenRead | OpenWrite) == 0) {
-    EXPECT_NE(table.error(), "");
-  } else {
-    const int last = std::min(table.numrecords(), 10);
-    for (int n = 1; n <= last && table.Goto(n) != 0; ++n) {
-      for (const auto& field : table.fields()) (void)field->data();
-    }
-    if (!table.fields().empty()) table.fields().back()->Set(String("new"));
-    (void)table.Append();
-    if (table.Goto(1) != 0) (void)table.Update();
-  }
-  table.Close();
-  StringOutput out;
-  (void)CheckTable(files, "people.dbf", {}, out);
-  EXPECT_EQ(files.locks(), 0);
-}
-
-TEST_F(TableFile, EveryDamagedByteAndEveryLengthIsSurvived) {
-  XBaseTable table(files);
-  ASSERT_EQ(Create(table, NamesAndNotes()), 1);
-  for (const char* name : {"Ada", "Bob", "Cyd"}) ASSERT_EQ(Append(table, {name, "a note"}), 1);
-  table.Close();
-  const auto good = files.Snapshot();
-  std::mt19937 random(1);
-  for (const char* name : {"people.dbf", "people.dbt"}) {
-    const size_t size = good.at(name).size();
-    for (size_t i = 0; i < size; ++i) {
-      for (int flip : {0xFF, 0x01, 0x80, static_cast<int>(random() & 0xFF)}) {
-        files.Restore(good);
-        files[name][i] = static_cast<char>(files[name][i] ^ flip);
-        UseTable(files);
-      }
-    }
-    for (size_t length = 0; length < size; ++length) {
-      files.Restore(good);
-      files[name].resize(length);
-      UseTable(files);
-    }
-  }
 }
 
 }  // namespace
