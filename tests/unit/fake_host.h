@@ -32,18 +32,14 @@ class TextRequest final : public Request {
 
 class TextOutput final : public ResponseOutput {
  public:
-  // `mark` stands behind each piece that was flushed.
-  explicit TextOutput(int size = 10, const char* mark = "") : ResponseOutput(size), mark_(mark) {}
+  explicit TextOutput(int size = 10) : ResponseOutput(size) {}
   std::string text;  // what was flushed
 
  protected:
   [[nodiscard]] int SendSome(std::string_view bytes, int) override {
-    text.append(bytes).append(mark_);
+    text.append(bytes);
     return static_cast<int>(bytes.size());
   }
-
- private:
-  const char* mark_;
 };
 
 // A host with an empty request, for a process that is nothing else.
@@ -71,16 +67,15 @@ class FakeHost final : private EmptyEnds, public Host, public FieldSource {
   // What it answers. With `polls_left` above 0, it times out when it is asked that often.
   bool timed_out = false;
   int64_t polls_left = 0;
-  // ResolvePath gives every name as its path, or fails with this.
-  String refusal;
   // What was reported.
   std::vector<std::string> errors;
 
   const Settings& config() const override { return settings; }
   FileManager& filemanager() override { return Given(files, "filemanager"); }
-  int ResolvePath(const String& name, String& resolved, PathType, String& message) override {
-    (refusal.empty() ? resolved : message) = refusal.empty() ? name : refusal;
-    return refusal.empty();
+  // Every name is its path.
+  int ResolvePath(const String& name, String& resolved, PathType, String&) override {
+    resolved = name;
+    return 1;
   }
   Output& output() override { return page; }
   void Error(const vexa::Error& error) override { errors.emplace_back(error.message().view()); }
