@@ -64,9 +64,8 @@ class FakeHost final : private EmptyEnds, public Host, public FieldSource {
   ExpressionContext* expressions = nullptr;
   StringOutput page;
 
-  // What it answers. With `polls_left` above 0, it times out when it is asked that often.
+  // What it answers.
   bool timed_out = false;
-  int64_t polls_left = 0;
   // What was reported.
   std::vector<std::string> errors;
 
@@ -81,9 +80,7 @@ class FakeHost final : private EmptyEnds, public Host, public FieldSource {
   void Error(const vexa::Error& error) override { errors.emplace_back(error.message().view()); }
   void Error(const String& text) override { errors.emplace_back(text.view()); }
   Variables& vars() override { return Given(variables, "vars"); }
-  bool timedout() override {
-    return timed_out = timed_out || (polls_left > 0 && --polls_left == 0);
-  }
+  bool timedout() override { return timed_out; }
   // Not a hash: the salt, a colon and the key.
   String Crypt(const String& key, const String& salt) override {
     return String::Concat({salt, ":", key});
