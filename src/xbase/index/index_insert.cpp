@@ -10,7 +10,7 @@ namespace {
 
 // Processes that died may have left numbered pages that were never written; many more than that
 // means the count is wrong.
-constexpr uint64_t kMostUnwrittenPages = 65536;
+constexpr uint64_t kMostUnwrittenBytes = 64 << 20;
 
 }  // namespace
 
@@ -53,7 +53,7 @@ bool ZDXIndexFile::AllocatePage(uint32_t& number) {
   const auto bytes = static_cast<uint64_t>(length);
   // A count that is too small would put the new page over one in use.
   if (header_.numpages * size < bytes || header_.numpages == UINT32_MAX ||
-      header_.numpages > bytes / size + kMostUnwrittenPages) {
+      header_.numpages * size > bytes + kMostUnwrittenBytes) {
     return FailCorrupt();
   }
   number = header_.numpages++;
