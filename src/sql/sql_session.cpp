@@ -2,6 +2,7 @@
 
 #include "sql/sql_session.h"
 
+#include <new>
 #include <utility>
 
 #include "core/encoding.h"
@@ -25,8 +26,12 @@ SqlSession::SqlSession(Vexa& host, std::unique_ptr<SqlDriver> driver, String ide
 SqlSession::~SqlSession() {
   if (!in_transaction_) return;
   const MemoryLimitLifted lifted;
-  RollBack();
-  host_.logfile().Write(LogLevel::Errors, "ROLLEDBACK", name_);
+  try {
+    RollBack();
+    host_.logfile().Write(LogLevel::Errors, "ROLLEDBACK", name_);
+  } catch (const std::bad_alloc&) {
+    // The server rolls back what a lost connection began.
+  }
 }
 
 String SqlSession::Worded(const SqlFault& fault) {
@@ -167,7 +172,12 @@ bool SqlSession::ReadKept(int id, int64_t first, const SqlWanted& wanted, std::v
 
 void SqlSession::DropKept(int id) {
   // What was kept goes with a transaction that failed.
-  if (!failed_) driver_->DropKept(id);
+  if (failed_) return;
+  try {
+    driver_->DropKept(id);
+  } catch (const std::bad_alloc&) {
+    // Then it goes with the connection.
+  }
 }
 
 }  // namespace vexa

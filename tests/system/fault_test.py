@@ -9,6 +9,7 @@ minutes."""
 import os
 import random
 import shutil
+import sqlite3
 import struct
 import subprocess
 import sys
@@ -265,6 +266,23 @@ def memory():
             expect("files that are not whole", wrong, [])
             if site.state() not in (before, after):
                 raise Failure("the table is neither as before nor as after")
+
+
+@suite.case("an SQL file is changed wholly or not at all where there is no memory for its engine")
+def sql_memory():
+    with Site(suite.build) as site:
+        opened = '<VxOPEN NAME="p" TYPE="sqlite3" DATABASE="p.db#p">'
+        site.write("make.vx", opened.replace("VxOPEN", "VxCREATE").replace(">", ' FIELDS="a CHAR(9)">'))
+        site.write("sql.vx", opened + """<VxQUERY QUERY="BEGIN"><VxLET p.d.a=1><VxADD><VxLET p.d.a=2><VxADD>\
+<VxLET p.d.a=3><VxUPDATE><VxQUERY QUERY="COMMIT"><VxOPENVIEW VIEW="v" QUERY="SELECT a FROM p"><VxSKIP VIEW="v">""")
+        site.page("make.vx")
+        site.keep()
+        for text in positions(site, "sql.vx", ("short",), 1 if ALL else 29, 100000):
+            if text is None or "already exists" in text:
+                raise Failure(f"the page: {text}")
+            with sqlite3.connect(site.data / "p.db") as base:
+                rows = base.execute("SELECT a FROM p ORDER BY id").fetchall()
+            expect("whether the rows are whole", rows in ([], [("1",), ("3",)]), True)
 
 
 @suite.case("an upload is kept wholly or not at all, and leaves no file behind")

@@ -13,6 +13,7 @@
 #include "core/file.h"
 #include "core/late_function.h"
 #include "core/linkless_open.h"
+#include "core/memory_limit.h"
 #include "core/number.h"
 #include "core/outside.h"
 #include "core/text.h"
@@ -127,7 +128,7 @@ bool Sqlite3Driver::OpenFile(const String& path, bool create, SqlFault& fault) {
   const int code = library_->open_v2(path.c_str(), &database_, flags, nullptr);
   if (code == SQLITE_OK) return true;
   if (database_ == nullptr) {
-    fault.message = library_->errstr(code);
+    fault.kind = SqlFault::Kind::NoMemory;
     return false;
   }
   const int reason = library_->system_errno(database_);
@@ -243,7 +244,11 @@ void Sqlite3Driver::Forget(sqlite3_stmt* statement) {
   (void)library_->finalize(statement);
 }
 
-bool Sqlite3Driver::Bind(sqlite3_stmt* statement, const SqlRow& parameters) {
+bool Sqlite3Driver::Bind(sqlite3_stmt* statement, const SqlRow& parameters, SqlFault& fault) {
+  if (library_->bind_parameter_count(statement) != static_cast<int>(parameters.size())) {
+    fault = {SqlFault::Kind::Other, "The parameters do not fit the statement"};
+    return false;
+  }
   int number = 0;
   for (const SqlValue& value : parameters) {
     ++number;
@@ -268,7 +273,7 @@ bool Sqlite3Driver::Bind(sqlite3_stmt* statement, const SqlRow& parameters) {
         code = library_->bind_blob64(statement, number, value.text.c_str(), size, nullptr);
         break;
     }
-    if (code != SQLITE_OK) return false;
+    if (code != SQLITE_OK) return Fail(code, fault);
   }
   return true;
 }
@@ -286,11 +291,15 @@ void Sqlite3Driver::ReadRow(sqlite3_stmt* statement, SqlRow& row, int64_t& bytes
         break;
       case SQLITE_TEXT: {
         const auto* text = reinterpret_cast<const char*>(library_->column_text(statement, i));
+        if (text == nullptr) ThrowNoMemory();
         row.push_back(SqlValue::Text(String(text, library_->column_bytes(statement, i))));
         break;
       }
       case SQLITE_BLOB: {
         const auto* data = static_cast<const char*>(library_->column_blob(statement, i));
+        if (data == nullptr && library_->extended_errcode(database_) == SQLITE_NOMEM) {
+          ThrowNoMemory();
+        }
         row.push_back(SqlValue::Bytes(String(data, library_->column_bytes(statement, i))));
         break;
       }
@@ -324,13 +333,7 @@ bool Sqlite3Driver::Run(const SqlStatement& statement, const SqlWanted& wanted, 
   result = {};
   sqlite3_stmt* const prepared = Prepare(statement.text, fault);
   if (prepared == nullptr) return false;
-  if (library_->bind_parameter_count(prepared) != static_cast<int>(statement.parameters.size()) ||
-      !Bind(prepared, statement.parameters)) {
-    fault = {SqlFault::Kind::Other, "The parameters do not fit the statement"};
-    Forget(prepared);
-    return false;
-  }
-  if (!Step(prepared, wanted, result, fault)) {
+  if (!Bind(prepared, statement.parameters, fault) || !Step(prepared, wanted, result, fault)) {
     Forget(prepared);
     return false;
   }
@@ -370,8 +373,8 @@ bool Sqlite3Driver::Keep(int id, const SqlStatement& query, std::vector<SqlColum
   for (int i = 0; i < library_->column_count(prepared); ++i) {
     const char* const name = library_->column_name(prepared, i);
     const char* const declared = library_->column_decltype(prepared, i);
-    columns.push_back(
-        DeclaredColumn(name == nullptr ? "" : name, declared == nullptr ? "" : declared));
+    if (name == nullptr) ThrowNoMemory();
+    columns.push_back(DeclaredColumn(name, declared == nullptr ? "" : declared));
     names.Append(String::Concat({i == 0 ? "c" : ",c", PrintInteger(i)}));
   }
   Forget(prepared);

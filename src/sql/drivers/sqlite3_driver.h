@@ -88,7 +88,7 @@ class Sqlite3Driver final : public SqlDriver {
   // until the next one is prepared.
   [[nodiscard]] sqlite3_stmt* Prepare(const String& text, SqlFault& fault);
   [[nodiscard]] bool IsOneStatement(const char* rest, const char* end);
-  [[nodiscard]] bool Bind(sqlite3_stmt* statement, const SqlRow& parameters);
+  [[nodiscard]] bool Bind(sqlite3_stmt* statement, const SqlRow& parameters, SqlFault& fault);
   void ReadRow(sqlite3_stmt* statement, SqlRow& row, int64_t& bytes);
   [[nodiscard]] bool Step(sqlite3_stmt* statement, const SqlWanted& wanted, SqlResult& result,
                           SqlFault& fault);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 #include <string_view>
 
 #include "core/late_function.h"
@@ -53,6 +54,17 @@ int LookWithoutLinks(const char* path, struct stat* status) {
 // A link at the end is what is looked at: the engine refuses it then.
 int LookAtLastLink(const char* path, struct stat* status) {
   return LookAtPath(path, O_NOFOLLOW, *status, LinkRule::Refuse);
+}
+
+// The engine is not made for what is thrown through it.
+template <auto Call, typename... Arguments>
+int WithoutThrowing(Arguments... arguments) {
+  try {
+    return Call(arguments...);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+  }
 }
 
 // --- Statements ------------------------------------------------------------------------------
@@ -111,10 +123,10 @@ void GuardSqlite3Files(const Sqlite3Library& library) {
   const auto set = [&](const char* name, auto* function) {
     (void)files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(function));
   };
-  set("open", &OpenWithoutLinks);
-  set("unlink", &RemoveWithoutLinks);
-  set("stat", &LookWithoutLinks);
-  set("lstat", &LookAtLastLink);
+  set("open", &WithoutThrowing<&OpenWithoutLinks, const char*, int, int>);
+  set("unlink", &WithoutThrowing<&RemoveWithoutLinks, const char*>);
+  set("stat", &WithoutThrowing<&LookWithoutLinks, const char*, struct stat*>);
+  set("lstat", &WithoutThrowing<&LookAtLastLink, const char*, struct stat*>);
 }
 
 bool Sqlite3Guard::Install(const Sqlite3Library& library, sqlite3* database) {
@@ -127,7 +139,12 @@ bool Sqlite3Guard::Install(const Sqlite3Library& library, sqlite3* database) {
 
 int Sqlite3Guard::Ask(void* guard, int action, const char* first, const char* second,
                       const char* /*schema*/, const char* /*source*/) {
-  return static_cast<Sqlite3Guard*>(guard)->MayRun(action, first, second) ? SQLITE_OK : SQLITE_DENY;
+  try {
+    return static_cast<Sqlite3Guard*>(guard)->MayRun(action, first, second) ? SQLITE_OK
+                                                                            : SQLITE_DENY;
+  } catch (const std::bad_alloc&) {
+    return SQLITE_DENY;
+  }
 }
 
 bool Sqlite3Guard::MayRun(int action, const char* first, const char* second) {

@@ -213,13 +213,16 @@ bool Sqlite3Driver::DescribeKey(SqlTable& table, const std::vector<int>& key, bo
   for (const char* name : kRowNumbers) {
     if (row_number.empty() && FindColumn(table, name) < 0) row_number = name;
   }
-  SqlFault ignored;
   std::vector<SqlRow> rows;
-  const bool has_row_numbers =
-      !row_number.empty() &&
-      Ask(String::Concat({"SELECT ", row_number, " FROM ", table.text, " LIMIT 0"}), {}, rows,
-          ignored);
-  if (!has_row_numbers) return true;
+  if (row_number.empty()) return true;
+  SqlFault failure;
+  if (!Ask(String::Concat({"SELECT ", row_number, " FROM ", table.text, " LIMIT 0"}), {}, rows,
+           failure)) {
+    // The plain error is that there is no such column; of any other it is not known.
+    if (library_->extended_errcode(database_) == SQLITE_ERROR) return true;
+    fault = failure;
+    return false;
+  }
   if (key.size() == 1 &&
       EqualsIgnoreCase(table.columns[static_cast<size_t>(key[0])].type, "INTEGER")) {
     // It is the row number itself, unless there is an index for it.
